@@ -1,0 +1,214 @@
+// The kernel finaliser. Reads from the bottom up: finalise_kernels places a set of kernels, emit_single
+// registers and links one of them, resolve_relocation patches one instruction word, and the first functions
+// report errors.
+
+#include "fft/SRC/wfta/kernel_printer.hpp"
+
+#undef NDEBUG // or <cassert> would not declare __assert_fail
+#include <algorithm>
+#include <cassert>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <elf.h>
+#include <iterator>
+#include <sys/mman.h>
+
+using std::string;
+using std::uint32_t;
+using std::uint64_t;
+using std::uint8_t;
+using vorna::wfta::kernel_registry_map;
+
+// The compiler runtime's name. NOLINTNEXTLINE(bugprone-reserved-identifier)
+extern "C" void __clear_cache(void* begin, void* end);
+
+// Checks an invariant in every build and reports a broken one through the C library's own reporter: assert()
+// disappears with NDEBUG, evaluation and all, and words the function's signature as the compiler at hand
+// does.
+#define ASSERT_IN(function, ...) ASSERT_AS(function, #__VA_ARGS__, __VA_ARGS__)
+#define ASSERT_AS(function, expression, ...)                                                                 \
+    ((__VA_ARGS__) ? void() : __assert_fail(expression, __FILE__, __LINE__, function))
+
+[[noreturn]] static void debug_dump_kernels_and_fail(const kernel_registry_map& kernel_registry)
+{
+    static constexpr char function[] = "void debug_dump_kernels_and_fail(const kernel_registry_map&)";
+
+    for (const auto& [name, kernel] : kernel_registry) {
+        fprintf(stderr, "  %s \t %p 0x%lx %p 0x%lx\n", name.c_str(),
+                static_cast<const void*>(kernel.text_ptr), kernel.text_len,
+                static_cast<const void*>(kernel.data_ptr), kernel.data_len);
+    }
+    ASSERT_IN(function, false);
+}
+
+// The relocations of "ELF for the Arm 64-bit Architecture (AArch64)", in its letters: S is the target's
+// address plus the addend (its S + A), P the place, which is the address of the instruction word, and X the
+// difference of the two that is checked and encoded.
+
+template <unsigned width>
+static bool fits_signed(uint64_t X)
+{
+    return static_cast<uint64_t>(static_cast<int64_t>(X << (64 - width)) >> (64 - width)) == X;
+}
+
+template <unsigned high, unsigned low>
+static uint32_t bits(uint64_t X)
+{
+    return static_cast<uint32_t>(X >> low) & ((uint32_t{1} << (high - low + 1)) - 1);
+}
+
+static constexpr uint64_t whole = ~uint64_t{0};
+static constexpr uint64_t page = ~uint64_t{0xfff};
+static constexpr uint64_t nothing = 0;
+
+struct relocation_kind {
+    int32_t type;
+    uint64_t part_of_S; // X = (S & part_of_S) - (P & part_of_P)
+    uint64_t part_of_P;
+    bool (*in_range)(uint64_t X);
+    uint32_t (*field)(uint64_t X);
+    uint32_t filled_mask;       // bits of the instruction word that must still be zero
+    const char* filled_message; // of P and the word
+    const char* range_message;  // of the two operands and X
+};
+
+static constexpr relocation_kind relocation_kinds[] = {
+    // ADR: X = S - P, signed 21 bits (1 MiB); X[1:0] in immlo (bits 30:29), X[20:2] in immhi (bits 23:5)
+    {R_AARCH64_ADR_PREL_LO21, whole, whole, fits_signed<21>,
+     [](uint64_t X) { return bits<1, 0>(X) << 29 | bits<20, 2>(X) << 5; }, 0x60ffffe0,
+     "resolving R_AARCH64_ADR_PREL_LO21 reloc but dst address %p was already filled, got 0x%x\n",
+     "resolving R_AARCH64_ADR_PREL_LO21 reloc but smod does not fit in +/-1M, got 0x%lx - 0x%lx = 0x%lx\n"},
+
+    // ADRP: X = Page(S) - Page(P), signed 33 bits (4 GiB); X[13:12] in immlo, X[32:14] in immhi
+    {R_AARCH64_ADR_PREL_PG_HI21, page, page, fits_signed<33>,
+     [](uint64_t X) { return bits<13, 12>(X) << 29 | bits<32, 14>(X) << 5; }, 0x60ffffe0,
+     "resolving R_AARCH64_ADR_PREL_PG_HI21 reloc but dst address %p was already filled, got 0x%x\n",
+     "resolving R_AARCH64_ADR_PREL_PG_HI21 reloc but smod does not fit in +/-4G, got 0x%lx - 0x%lx = "
+     "0x%lx\n"},
+
+    // ADD (immediate): X = S, not checked; X[11:0] in imm12 (bits 21:10)
+    {R_AARCH64_ADD_ABS_LO12_NC, whole, nothing, [](uint64_t) { return true; },
+     [](uint64_t X) { return bits<11, 0>(X) << 10; }, 0x3ffc00,
+     "resolving R_AARCH64_ADD_ABS_LO12_NC reloc but dst address %p was already filled, got 0x%x\n", nullptr},
+
+    // BL: X = S - P, signed 28 bits (128 MiB), multiple of 4; X[27:2] in imm26 (bits 25:0, of which 25 is not
+    // tested)
+    {R_AARCH64_CALL26, whole, whole, [](uint64_t X) { return fits_signed<28>(X) && X % 4 == 0; },
+     [](uint64_t X) { return bits<27, 2>(X); }, 0x1ffffff,
+     "resolving R_AARCH64_CALL26 reloc but dst address %p was already filled, got 0x%x\n",
+     "resolving R_AARCH64_CALL26 reloc but smod does not fit in +/-128M, got 0x%lx - 0x%lx = 0x%lx\n"},
+};
+
+static void resolve_relocation(const string& fn_name, uint8_t* text, const uint8_t* data,
+                               const tessjit::reloc_info& reloc, kernel_registry_map& kernel_registry)
+{
+    static constexpr char function[] = "void resolve_relocation(const string&, uint8_t*, const uint8_t*, "
+                                       "const tessjit::reloc_info&, vorna::wfta::kernel_registry_map&)";
+
+    const uint8_t* target_addr = nullptr;
+    if (reloc.name.size() > 7 && memcmp(reloc.name.data(), ".rodata.", 8) == 0) {
+        // compare() is the asserted test without its temporary string.
+        ASSERT_AS(function, "reloc.name.substr(8) == fn_name",
+                  reloc.name.compare(8, string::npos, fn_name) == 0);
+        target_addr = data;
+    } else if (reloc.name == fn_name) {
+        target_addr = text; // registered just now, so the look-up would find the same
+    } else {
+        const auto it = kernel_registry.find(reloc.name);
+        ASSERT_IN(function, it != kernel_registry.end());
+        target_addr = it->second.text_ptr;
+    }
+    ASSERT_IN(function, target_addr);
+
+    const uint64_t S = reinterpret_cast<uint64_t>(target_addr) + static_cast<uint64_t>(int64_t{reloc.addend});
+    const uint64_t P = reinterpret_cast<uint64_t>(text) + static_cast<uint64_t>(int64_t{reloc.offset});
+
+    const auto kind = std::find_if(std::begin(relocation_kinds), std::end(relocation_kinds),
+                                   [&](const relocation_kind& k) { return k.type == reloc.type; });
+    if (kind == std::end(relocation_kinds))
+        ASSERT_IN(function, false && "unhandled reloc type");
+
+    void* const place = reinterpret_cast<void*>(P);
+    uint32_t W;
+    memcpy(&W, place, sizeof W);
+    if ((W & kind->filled_mask) != 0) {
+        fprintf(stderr, kind->filled_message, place, W);
+        debug_dump_kernels_and_fail(kernel_registry);
+    }
+
+    const uint64_t minuend = S & kind->part_of_S;
+    const uint64_t subtrahend = P & kind->part_of_P;
+    const uint64_t X = minuend - subtrahend;
+    if (!kind->in_range(X)) {
+        fprintf(stderr, kind->range_message, minuend, subtrahend, X);
+        debug_dump_kernels_and_fail(kernel_registry);
+    }
+
+    W |= kind->field(X);
+    memcpy(place, &W, sizeof W);
+}
+
+static void emit_single(kernel_registry_map& kernel_registry, const string& fn_name, uint8_t* text_ptr,
+                        size_t text_len, const uint8_t* data_ptr, size_t data_len,
+                        const std::vector<tessjit::reloc_info>& relocs)
+{
+    static constexpr char function[] = "void emit_single(vorna::wfta::kernel_registry_map&, const string&, "
+                                       "uint8_t*, size_t, const uint8_t*, "
+                                       "size_t, const std::vector<tessjit::reloc_info>&)";
+
+    ASSERT_IN(function,
+              kernel_registry.emplace(fn_name, vorna::wfta::kernel_registry_entry{ text_ptr, text_len,
+                                                                                   data_ptr, data_len }).second);
+
+    for (const tessjit::reloc_info& reloc : relocs)
+        resolve_relocation(fn_name, text_ptr, data_ptr, reloc, kernel_registry);
+}
+
+// Kernels start on 32-byte boundaries.
+static size_t round_up_to_32(size_t x)
+{
+    return (x + 31) & ~size_t{31};
+}
+
+static void copy_bytes(uint8_t* destination, const std::vector<uint8_t>& bytes)
+{
+    // An empty vector may hold a null pointer, which memcpy does not take. The destination is null after a
+    // refused mapping, and the fault is then meant. NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker)
+    if (!bytes.empty())
+        memcpy(destination, bytes.data(), bytes.size());
+}
+
+void vorna::wfta::finalise_kernels(kernel_registry_map& kernel_registry,
+                                   const std::vector<kernel_data>& kernels)
+{
+    size_t text_size = 0;
+    size_t data_size = 0;
+    for (const kernel_data& kernel : kernels) {
+        text_size = round_up_to_32(text_size + kernel.text.size());
+        data_size += kernel.data.size();
+    }
+
+    void* const mapping = mmap(nullptr, text_size + data_size, PROT_READ | PROT_WRITE | PROT_EXEC,
+                               MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    // A refused mapping is not an error here: an empty set needs none, and any other dies of its first copy.
+    // Addresses are integers until they are used, since a null pointer must not be added to.
+    const auto base = mapping == MAP_FAILED ? 0 : reinterpret_cast<uintptr_t>(mapping);
+    const uintptr_t data_base = base + text_size;
+    size_t text_offset = 0;
+    size_t data_offset = 0;
+    for (const kernel_data& kernel : kernels) {
+        const auto text_ptr = reinterpret_cast<uint8_t*>(base + text_offset);
+        const auto data_ptr = reinterpret_cast<uint8_t*>(data_base + data_offset);
+        copy_bytes(text_ptr, kernel.text);
+        copy_bytes(data_ptr, kernel.data);
+        emit_single(kernel_registry, kernel.name, text_ptr, kernel.text.size(), data_ptr, kernel.data.size(),
+                    kernel.relocs);
+        if (kernel.entry_out != nullptr)
+            memcpy(kernel.entry_out, &text_ptr, sizeof text_ptr);
+        text_offset = round_up_to_32(text_offset + kernel.text.size());
+        data_offset += kernel.data.size();
+    }
+
+    __clear_cache(reinterpret_cast<void*>(base), reinterpret_cast<void*>(data_base));
+}
