@@ -4,15 +4,24 @@
 
 #include "fft/SRC/wfta/kernel_printer.hpp"
 
+#include "jit/elf.hpp"
+
 #undef NDEBUG // or <cassert> would not declare __assert_fail
 #include <algorithm>
+#include <atomic>
 #include <cassert>
-#include <cstdint>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <elf.h>
+#include <fstream>
 #include <iterator>
+#include <optional>
+#include <regex>
 #include <sys/mman.h>
+#include <unistd.h>
 
 using std::string;
 using std::uint32_t;
@@ -149,6 +158,152 @@ static void resolve_relocation(const string& fn_name, uint8_t* text, const uint8
     memcpy(place, &W, sizeof W);
 }
 
+// The diagnostics. Each switch reads its variable at the first emission of the process and never again.
+
+static bool is_switched_on(const char* variable)
+{
+    const char* const value = getenv(variable);
+    return value != nullptr && strcmp(value, "1") == 0;
+}
+
+static bool want_map_file()
+{
+    static const bool ret = is_switched_on("VORNA_WFTA_PERF");
+    return ret;
+}
+
+static bool want_check_kernel_hash()
+{
+    static const bool ret = is_switched_on("VORNA_WFTA_CHECK_HASH");
+    return ret;
+}
+
+static bool want_dump_kernel(const string& fn_name)
+{
+    static const char* const pattern = getenv("VORNA_WFTA_DUMP_KERNEL");
+    if (pattern == nullptr)
+        return false;
+
+    // An exception must not leave the initialiser of a static: this file has no exception handling to unlock
+    // its guard, and the next call would wait for ever. So the pattern is compiled beforehand, and one that
+    // does not compile raises its error again in every call.
+    static std::atomic<bool> compiled{false};
+    std::optional<std::regex> filter;
+    if (!compiled.load(std::memory_order_acquire))
+        filter.emplace(pattern, std::regex::ECMAScript);
+    static const std::optional<std::regex> r = std::move(filter);
+    compiled.store(true, std::memory_order_release);
+    return std::regex_search(fn_name, *r);
+}
+
+// Runs `write`, in which a file may reach the process's size limit: the write then fails like any other,
+// without the SIGXFSZ that would end the process.
+template <typename Write>
+static void write_without_size_signal(const Write& write)
+{
+    sigset_t size_signal;
+    sigemptyset(&size_signal);
+    sigaddset(&size_signal, SIGXFSZ);
+    sigset_t mask_before;
+    pthread_sigmask(SIG_BLOCK, &size_signal, &mask_before);
+    sigset_t pending_before;
+    sigpending(&pending_before);
+
+    write();
+
+    const timespec no_wait{};
+    if (sigismember(&pending_before, SIGXFSZ) == 0)
+        sigtimedwait(&size_signal, nullptr, &no_wait);
+    pthread_sigmask(SIG_SETMASK, &mask_before, nullptr);
+}
+
+static void dump_kernel(const string& fn_name, const uint8_t* text, size_t text_len, const uint8_t* data,
+                        size_t data_len, std::vector<tessjit::reloc_info> relocs)
+{
+    std::ofstream file(fn_name, std::ios::out | std::ios::binary);
+    tessjit::elf_data elf;
+    elf.fns.emplace_back(fn_name, text, std::vector<uint8_t>(text, text + text_len), data,
+                         std::vector<uint8_t>(data, data + data_len), std::move(relocs));
+    const std::vector<uint8_t> image = tessjit::emit_elf(elf);
+    write_without_size_signal([&] {
+        file.write(reinterpret_cast<const char*>(image.data()), static_cast<std::streamsize>(image.size()));
+        file.close();
+    });
+}
+
+// The file's name is formed anew for each line, since a forked child has a map of its own.
+static void append_map_line(const string& fn_name, const uint8_t* text_ptr, size_t text_len)
+{
+    char path[500];
+    snprintf(path, sizeof path, "/tmp/perf-%d.map", getpid());
+    FILE* const map_file = fopen(path, "a");
+    if (map_file == nullptr)
+        return;
+    write_without_size_signal([&] {
+        fprintf(map_file, "%lx %lx %s\n", reinterpret_cast<uintptr_t>(text_ptr), text_len, fn_name.c_str());
+        fclose(map_file);
+    });
+}
+
+// h = h * 31 + b for every byte b, modulo 2^64. Eight bytes a step: sums of two bytes in 16 bits each, of
+// four in 32, of eight in 64; none overflows.
+static uint64_t kernel_code_hash(const uint8_t* text_ptr, size_t text_len)
+{
+    constexpr uint64_t power_2 = uint64_t{31} * 31;
+    constexpr uint64_t power_4 = power_2 * power_2;
+    constexpr uint64_t power_8 = power_4 * power_4;
+
+    uint64_t h = 0;
+    size_t i = 0;
+    for (; i < text_len % 8; ++i)
+        h = h * 31 + text_ptr[i];
+    for (; i < text_len; i += 8) {
+        uint64_t sums;
+        memcpy(&sums, text_ptr + i, sizeof sums);
+        sums = (sums & 0x00ff00ff00ff00ff) * 31 + (sums >> 8 & 0x00ff00ff00ff00ff);
+        sums = (sums & 0x0000ffff0000ffff) * power_2 + (sums >> 16 & 0x0000ffff0000ffff);
+        sums = (sums & 0x00000000ffffffff) * power_4 + (sums >> 32);
+        h = h * power_8 + sums;
+    }
+    return h;
+}
+
+static void dump_kernel_hash(const string& hash_file, uint64_t hash)
+{
+    fprintf(stderr, "emitting new hash file: %s -> 0x%lx\n", hash_file.c_str(), hash);
+    std::ofstream file(hash_file, std::ios::out | std::ios::binary);
+    write_without_size_signal([&] {
+        file.write(reinterpret_cast<const char*>(&hash), sizeof hash);
+        file.close();
+    });
+}
+
+static void check_kernel_hash(const string& fn_name, const uint8_t* text_ptr, size_t text_len)
+{
+    static constexpr char function[] = "void check_kernel_hash(const string&, const uint8_t*, size_t)";
+
+    const uint64_t hash = kernel_code_hash(text_ptr, text_len);
+    const string hash_file = fn_name + ".hash";
+    std::ifstream file(hash_file, std::ios::in | std::ios::binary);
+    if (file.fail()) {
+        dump_kernel_hash(hash_file, hash);
+        return;
+    }
+
+    uint64_t stored_hash = 0;
+    file.peek(); // some stream libraries report nothing as available before the first read
+    const int64_t nbytes = file.readsome(reinterpret_cast<char*>(&stored_hash), sizeof stored_hash);
+    ASSERT_IN(function, nbytes >= 0);
+    if (nbytes != sizeof stored_hash) {
+        fprintf(stderr, "corrupt hash file? %s should be %lu bytes but read %ld\n", hash_file.c_str(),
+                sizeof stored_hash, nbytes);
+        dump_kernel_hash(hash_file, hash);
+    } else if (stored_hash != hash) {
+        fprintf(stderr, "hash files did not match! (old) 0x%lx != (new) 0x%lx\n", stored_hash, hash);
+        dump_kernel_hash(hash_file, hash);
+    }
+}
+
 static void emit_single(kernel_registry_map& kernel_registry, const string& fn_name, uint8_t* text_ptr,
                         size_t text_len, const uint8_t* data_ptr, size_t data_len,
                         const std::vector<tessjit::reloc_info>& relocs)
@@ -160,6 +315,14 @@ static void emit_single(kernel_registry_map& kernel_registry, const string& fn_n
     ASSERT_IN(function,
               kernel_registry.emplace(fn_name, vorna::wfta::kernel_registry_entry{ text_ptr, text_len,
                                                                                    data_ptr, data_len }).second);
+
+    // Before the relocations: dump and hash are of the code as it was generated.
+    if (want_dump_kernel(fn_name) || want_map_file())
+        dump_kernel(fn_name, text_ptr, text_len, data_ptr, data_len, relocs);
+    if (want_map_file())
+        append_map_line(fn_name, text_ptr, text_len);
+    if (want_check_kernel_hash())
+        check_kernel_hash(fn_name, text_ptr, text_len);
 
     for (const tessjit::reloc_info& reloc : relocs)
         resolve_relocation(fn_name, text_ptr, data_ptr, reloc, kernel_registry);
@@ -173,9 +336,7 @@ static size_t round_up_to_32(size_t x)
 
 static void copy_bytes(uint8_t* destination, const std::vector<uint8_t>& bytes)
 {
-    // An empty vector may hold a null pointer, which memcpy does not take. The destination is null after a
-    // refused mapping, and the fault is then meant. NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker)
-    if (!bytes.empty())
+    if (!bytes.empty()) // an empty vector may hold a null pointer, which memcpy does not take
         memcpy(destination, bytes.data(), bytes.size());
 }
 
