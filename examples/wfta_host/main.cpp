@@ -1,0 +1,184 @@
+// wfta_host: plans transforms of the given lengths, runs them and compares the results with FFTW's.
+
+#include "examples/wfta_host/machine.hpp"
+#include "examples/wfta_host/planner.hpp"
+
+#include <CLI/CLI.hpp>
+#include <fftw3.h>
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <random>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+using vorna::wfta::kernel_registry_map;
+using wfta_host::direction;
+using wfta_host::plan;
+
+namespace {
+
+using signal = std::vector<std::complex<double>>;
+
+signal random_signal(unsigned length)
+{
+    // A fixed seed: every run sees the same data. NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp)
+    std::mt19937_64 generator(length);
+    std::uniform_real_distribution<double> uniform(-1, 1);
+    signal values(length);
+    for (std::complex<double>& v : values) {
+        const double re = uniform(generator);
+        v = {re, uniform(generator)};
+    }
+    return values;
+}
+
+signal transform_by_fftw(signal in, direction dir)
+{
+    signal out(in.size());
+    const std::unique_ptr<std::remove_pointer_t<fftw_plan>, decltype(&fftw_destroy_plan)> fftw(
+        fftw_plan_dft_1d(static_cast<int>(in.size()), reinterpret_cast<fftw_complex*>(in.data()),
+                         reinterpret_cast<fftw_complex*>(out.data()),
+                         dir == direction::forward ? FFTW_FORWARD : FFTW_BACKWARD, FFTW_ESTIMATE),
+        fftw_destroy_plan);
+    fftw_execute(fftw.get());
+    return out;
+}
+
+signal transform_by_kernels(const plan& p, const signal& in)
+{
+    signal out(in.size());
+    signal work(in.size());
+    wfta_host::run_driver(p.entry, in.data(), out.data(), work.data());
+    return out;
+}
+
+// The largest difference, relative to the largest expected value. Not a number if any difference is not.
+double largest_error(const signal& got, const signal& expected)
+{
+    double error = 0;
+    double largest = 0;
+    for (std::size_t k = 0; k < got.size(); ++k) {
+        const double difference = std::abs(got[k] - expected[k]);
+        if (std::isnan(difference))
+            return difference;
+        error = std::max(error, difference);
+        largest = std::max(largest, std::abs(expected[k]));
+    }
+    return error / largest;
+}
+
+std::string joined(const std::vector<std::string>& words, const char* separator)
+{
+    std::string all;
+    for (const std::string& word : words)
+        all += (all.empty() ? "" : separator) + word;
+    return all.empty() ? "none" : all;
+}
+
+// Returns whether the error is within the bound.
+bool report(const plan& p, double error)
+{
+    std::vector<std::string> factors;
+    for (const unsigned factor : p.factors)
+        factors.push_back(std::to_string(factor));
+    const double bound = 1e-14 * std::log2(p.length);
+    const bool good = error < bound;
+
+    std::printf("%u = %s%s\n", p.length, joined(factors, " * ").c_str(),
+                p.dir == direction::inverse ? ", inverse" : "");
+    std::printf("  placed   %s\n", joined(p.placed, ", ").c_str());
+    std::printf("  reused   %s\n", joined(p.reused, ", ").c_str());
+    if (p.mapping != nullptr) {
+        std::printf("  mapping  %p, %zu bytes of code, %zu bytes of data\n",
+                    static_cast<const void*>(p.mapping), p.code_bytes, p.data_bytes);
+    } else {
+        std::printf("  mapping  none, 0 bytes of code, 0 bytes of data\n");
+    }
+    std::printf("  error    %.2e of the largest output, bound %.2e: %s\n", error, bound,
+                good ? "good" : "TOO LARGE");
+    return good;
+}
+
+void print_registry(const kernel_registry_map& registry)
+{
+    std::printf("%-20s %18s %6s %18s %6s\n", "kernel", "code at", "bytes", "data at", "bytes");
+    for (const auto& [name, kernel] : registry) {
+        std::printf("%-20s %18p %6zu %18p %6zu\n", name.c_str(), static_cast<const void*>(kernel.text_ptr),
+                    kernel.text_len, static_cast<const void*>(kernel.data_ptr), kernel.data_len);
+    }
+}
+
+// Prints one line that names the nearest possible lengths.
+void reject(std::int64_t length)
+{
+    const std::vector<unsigned>& possible = wfta_host::possible_lengths();
+    const auto above = std::upper_bound(possible.begin(), possible.end(), length);
+    std::string nearest;
+    if (above == possible.begin())
+        nearest = "the nearest is " + std::to_string(*above);
+    else if (above == possible.end())
+        nearest = "the nearest is " + std::to_string(above[-1]);
+    else
+        nearest = "the nearest are " + std::to_string(above[-1]) + " and " + std::to_string(*above);
+    std::fprintf(stderr, "wfta_host: length %s is not possible, %s\n", std::to_string(length).c_str(),
+                 nearest.c_str());
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::vector<std::int64_t> lengths;
+    bool all = false;
+    bool inverse = false;
+    bool list = false;
+
+    CLI::App app("Generates Winograd kernels, places and links them with the kernel finaliser, runs them and "
+                 "compares the results with FFTW's.",
+                 "wfta_host");
+    app.add_option("lengths", lengths, "transform lengths");
+    app.add_flag("--all", all, "all possible lengths");
+    app.add_flag("--inverse", inverse, "transform with the other sign of the exponent");
+    app.add_flag("--list", list, "print the kernel registry at the end");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError& error) {
+        std::fprintf(stderr, "wfta_host: %s\n", error.what());
+        return 2;
+    }
+    const std::vector<unsigned>& possible = wfta_host::possible_lengths();
+    if (all)
+        lengths.assign(possible.begin(), possible.end());
+    if (lengths.empty()) {
+        std::fprintf(stderr, "wfta_host: give one or more lengths, or --all\n");
+        return 2;
+    }
+    for (const std::int64_t length : lengths) {
+        if (std::count(possible.begin(), possible.end(), length) == 0) {
+            reject(length);
+            return 2;
+        }
+    }
+
+    kernel_registry_map registry;
+    const direction dir = inverse ? direction::inverse : direction::forward;
+    std::size_t good = 0;
+    for (const std::int64_t length : lengths) {
+        const plan p = make_plan(registry, static_cast<unsigned>(length), dir);
+        const signal in = random_signal(p.length);
+        if (report(p, largest_error(transform_by_kernels(p, in), transform_by_fftw(in, dir))))
+            ++good;
+    }
+    if (list)
+        print_registry(registry);
+    std::printf("%zu of %zu lengths good, run by %s\n", good, lengths.size(), wfta_host::machine_name);
+    return good == lengths.size() ? 0 : 1;
+}
