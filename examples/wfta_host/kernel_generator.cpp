@@ -51,7 +51,7 @@ void link_next(kernel_builder& kernel, const std::string& target, std::int32_t t
 // Loads the address of the kernel's data, however far away that is (up to 4 GiB).
 void load_data_address(kernel_builder& kernel, const Register& to)
 {
-    const vixl::ExactAssemblyScope scope(&kernel.code, 2 * a64::kInstructionSize);
+    const vixl::ExactAssemblyScope scope(&kernel.code, std::size_t{2} * a64::kInstructionSize);
     link_next(kernel, ".rodata." + kernel.name, R_AARCH64_ADR_PREL_PG_HI21, 0);
     kernel.code.adrp(to, std::int64_t{0});
     link_next(kernel, ".rodata." + kernel.name, R_AARCH64_ADD_ABS_LO12_NC, 0);
@@ -105,10 +105,10 @@ public:
     VRegister operator[](value v) const { return VRegister(register_of_[v], a64::kQRegSize); }
 
 private:
-    // Not v8 to v15, which belong to the caller, and not v30 and v31 (below).
-    std::vector<unsigned> free_ = {29, 28, 27, 26, 25, 24, 23, 22, 21, 20, 19,
-                                   18, 17, 16, 7,  6,  5,  4,  3,  2,  1,  0};
-    std::array<unsigned, value_count> register_of_{};
+    // Not v8 to v15, which belong to the caller, and not v7 and v31, which hold the constants.
+    std::vector<int> free_ = {30, 29, 28, 27, 26, 25, 24, 23, 22, 21, 20,
+                              19, 18, 17, 16, 6,  5,  4,  3,  2,  1,  0};
+    std::array<int, value_count> register_of_{};
 };
 
 // For each value the number of the last step that uses it. Outputs are used after all steps.
@@ -177,7 +177,7 @@ kernel_data generate_short_kernel(const short_dft& dft)
     const Register stride = a64::x1;
     const Register cursor = a64::x2;
     const Register data = a64::x3;
-    const VRegister constant = a64::d30;
+    const VRegister constant = a64::d7;
     const VRegister sign_of_imaginary = a64::q31;
 
     kernel_builder kernel;
@@ -309,7 +309,7 @@ kernel_data generate_driver_kernel(const std::vector<unsigned>& factors, directi
         code.Add(first, first, complex_size);
         code.Sub(columns_left, columns_left, 1);
         code.Cbnz(columns_left, &next_column);
-        code.Add(first, first, (n - 1) * stride);
+        code.Add(first, first, std::int64_t{n - 1} * stride);
         code.Sub(blocks_left, blocks_left, 1);
         code.Cbnz(blocks_left, &next_block);
     }

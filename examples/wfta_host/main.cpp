@@ -11,6 +11,7 @@
 #include <complex>
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <random>
 #include <string>
@@ -130,9 +131,7 @@ void reject(std::int64_t length)
                  nearest.c_str());
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     std::vector<std::int64_t> lengths;
     bool all = false;
@@ -150,9 +149,6 @@ int main(int argc, char** argv)
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& help) {
         return app.exit(help);
-    } catch (const CLI::ParseError& error) {
-        std::fprintf(stderr, "wfta_host: %s\n", error.what());
-        return 2;
     }
     const std::vector<unsigned>& possible = wfta_host::possible_lengths();
     if (all)
@@ -181,4 +177,16 @@ int main(int argc, char** argv)
         print_registry(registry);
     std::printf("%zu of %zu lengths good, run by %s\n", good, lengths.size(), wfta_host::machine_name);
     return good == lengths.size() ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "wfta_host: %s\n", error.what());
+        return 2;
+    }
 }
