@@ -93,8 +93,7 @@ static constexpr relocation_kind relocation_kinds[] = {
     {R_AARCH64_ADR_PREL_PG_HI21, page, page, fits_signed<33>,
      [](uint64_t X) { return bits<13, 12>(X) << 29 | bits<32, 14>(X) << 5; }, 0x60ffffe0,
      "resolving R_AARCH64_ADR_PREL_PG_HI21 reloc but dst address %p was already filled, got 0x%x\n",
-     "resolving R_AARCH64_ADR_PREL_PG_HI21 reloc but smod does not fit in +/-4G, got 0x%lx - 0x%lx = "
-     "0x%lx\n"},
+     "resolving R_AARCH64_ADR_PREL_PG_HI21 reloc but smod does not fit in +/-4G, got 0x%lx - 0x%lx = 0x%lx\n"},
 
     // ADD (immediate): X = S, not checked; X[11:0] in imm12 (bits 21:10)
     {R_AARCH64_ADD_ABS_LO12_NC, whole, nothing, [](uint64_t) { return true; },
@@ -112,8 +111,8 @@ static constexpr relocation_kind relocation_kinds[] = {
 static void resolve_relocation(const string& fn_name, uint8_t* text, const uint8_t* data,
                                const tessjit::reloc_info& reloc, kernel_registry_map& kernel_registry)
 {
-    static constexpr char function[] = "void resolve_relocation(const string&, uint8_t*, const uint8_t*, "
-                                       "const tessjit::reloc_info&, vorna::wfta::kernel_registry_map&)";
+    static constexpr char function[] =
+        "void resolve_relocation(const string&, uint8_t*, const uint8_t*, const tessjit::reloc_info&, vorna::wfta::kernel_registry_map&)";
 
     const uint8_t* target_addr = nullptr;
     if (reloc.name.size() > 7 && memcmp(reloc.name.data(), ".rodata.", 8) == 0) {
@@ -308,13 +307,11 @@ static void emit_single(kernel_registry_map& kernel_registry, const string& fn_n
                         size_t text_len, const uint8_t* data_ptr, size_t data_len,
                         const std::vector<tessjit::reloc_info>& relocs)
 {
-    static constexpr char function[] = "void emit_single(vorna::wfta::kernel_registry_map&, const string&, "
-                                       "uint8_t*, size_t, const uint8_t*, "
-                                       "size_t, const std::vector<tessjit::reloc_info>&)";
+    static constexpr char function[] =
+        "void emit_single(vorna::wfta::kernel_registry_map&, const string&, uint8_t*, size_t, const uint8_t*, size_t, const std::vector<tessjit::reloc_info>&)";
 
     ASSERT_IN(function,
-              kernel_registry.emplace(fn_name, vorna::wfta::kernel_registry_entry{ text_ptr, text_len,
-                                                                                   data_ptr, data_len }).second);
+              kernel_registry.emplace(fn_name, vorna::wfta::kernel_registry_entry{ text_ptr, text_len, data_ptr, data_len }).second);
 
     // Before the relocations: dump and hash are of the code as it was generated.
     if (want_dump_kernel(fn_name) || want_map_file())
