@@ -44,11 +44,15 @@ inline std::string to_string(const std::vector<std::uint8_t>& bytes)
     return {bytes.begin(), bytes.end()};
 }
 
-/// The perf map of a process. Removed, whatever it is, when the object dies: on construction too, since a
-/// process with the same number may have left one.
+/// The perf map of a process; removed, whatever it is, when the object dies.
 class perf_map {
 public:
-    explicit perf_map(pid_t pid = getpid()) : path_("/tmp/perf-" + std::to_string(pid) + ".map") { remove(); }
+    /// Of this process. Removes one that an earlier process of the same number has left.
+    perf_map() : perf_map(getpid()) { remove(); }
+
+    /// Of another process, as it is.
+    explicit perf_map(pid_t pid) : path_("/tmp/perf-" + std::to_string(pid) + ".map") {}
+
     ~perf_map() { remove(); }
     perf_map(const perf_map&) = delete;
     perf_map& operator=(const perf_map&) = delete;
