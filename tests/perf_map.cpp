@@ -186,10 +186,12 @@ TEST(PerfMap, LinesOfAForkedChildGoToTheChildsOwnMap)
         std::fflush(nullptr);
         const pid_t forked = fork();
         if (forked == 0) {
-            const perf_map own;
-            finalise_kernels(registry, {kernel_of_size("in the child", 8)});
-            EXPECT_EQ(own.text(), line(registry, "in the child"));
-            EXPECT_EQ(map.text(), line_before);
+            {
+                const perf_map own;
+                finalise_kernels(registry, {kernel_of_size("in the child", 8)});
+                EXPECT_EQ(own.text(), line(registry, "in the child"));
+                EXPECT_EQ(map.text(), line_before);
+            }
             std::fflush(nullptr);
             _exit(testing::Test::HasFailure() ? 1 : 0);
         }
