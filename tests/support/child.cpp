@@ -15,6 +15,7 @@
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace support {
 
@@ -141,6 +142,15 @@ child_result run_in_child(const std::function<void()>& body, const child_options
         remove_emulator_report(child.err);
     }
     return child;
+}
+
+static std::function<void()> look_at_abort;
+
+void at_abort(std::function<void()> look)
+{
+    look_at_abort = std::move(look);
+    // A handler that returns lets abort() go on. The signal is raised by abort() itself, outside any lock.
+    std::signal(SIGABRT, [](int) { look_at_abort(); });
 }
 
 void expect_abort(const std::function<void()>& body, const std::string& err)

@@ -65,6 +65,10 @@ std::ostream& operator<<(std::ostream& stream, const child_result& child);
 /// under the sanitizers, and leave no core file. Throws std::system_error when the system refuses a child.
 child_result run_in_child(const std::function<void()>& body, const child_options& options = {});
 
+/// To be called in a child: has `look` called when the process is about to end by abort(), to look with
+/// EXPECT_ macros at the state that a fatal error leaves. Their failures show in the child's `out`.
+void at_abort(std::function<void()> look);
+
 /// Runs `body` in a child and expects that it ends by abort() with exactly `err` on stderr, in which every
 /// line number of the library's source file reads "LINE". Nothing on stdout.
 void expect_abort(const std::function<void()>& body, const std::string& err);
