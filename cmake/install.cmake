@@ -6,7 +6,7 @@ include(GNUInstallDirs)
 set(include_dir ${CMAKE_INSTALL_INCLUDEDIR}/vorna_wfta)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vorna_wfta)
 
-foreach(header IN ITEMS fft/SRC/wfta/kernel_printer.hpp jit/reloc_info.hpp jit/elf.hpp)
+foreach(header IN LISTS public_headers)
   cmake_path(GET header PARENT_PATH directory)
   install(FILES ${header} DESTINATION ${include_dir}/${directory})
 endforeach()

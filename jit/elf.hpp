@@ -13,6 +13,7 @@ namespace tessjit {
 /// One placed, not yet relocated function for the object writer. Owns its bytes; the two addresses are only
 /// recorded, never read through.
 struct elf_fn_entry {
+    /// Takes the members in their order.
     elf_fn_entry(std::string fn_name, const std::uint8_t* fn_text_addr, std::vector<std::uint8_t> fn_text,
                  const std::uint8_t* fn_data_addr, std::vector<std::uint8_t> fn_data,
                  std::vector<reloc_info> fn_relocs)

@@ -1,0 +1,12 @@
+# cmake --build DIRECTORY --target docs: the API reference, from the docstrings of the public headers. It lands in DIRECTORY/html.
+find_package(Doxygen QUIET)
+if(DOXYGEN_FOUND)
+  set(DOXYGEN_PROJECT_BRIEF "${PROJECT_DESCRIPTION}")
+  set(DOXYGEN_JAVADOC_AUTOBRIEF YES)
+  set(DOXYGEN_STRIP_FROM_PATH ${PROJECT_SOURCE_DIR})
+  set(DOXYGEN_STRIP_FROM_INC_PATH ${PROJECT_SOURCE_DIR})
+  set(DOXYGEN_GENERATE_LATEX NO)
+  set(DOXYGEN_QUIET YES)
+  set(DOXYGEN_WARN_AS_ERROR FAIL_ON_WARNINGS)
+  doxygen_add_docs(docs docs/api.dox ${public_headers})
+endif()
