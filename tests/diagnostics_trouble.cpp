@@ -216,14 +216,20 @@ TEST(Trouble, DeviceIsFull)
 TEST(Trouble, NoDescriptorIsLeft)
 {
     const temp_directory directory;
-    with_all_on(directory.path(), both_announced, [](const perf_map& map) {
+    const std::string at_first =
+        announcement("missing/callee", callee_words) + announcement("missing/caller", caller_words);
+    with_all_on(directory.path(), at_first + both_announced, [](const perf_map& map) {
+        // UBSan needs a descriptor when a class fails to open its file for the first time: here it does.
+        emit_and_run("missing/callee", "missing/caller");
+        EXPECT_EQ(lines(map), 2U);
+
         rlimit before;
         getrlimit(RLIMIT_NOFILE, &before);
         const rlimit none = {0, before.rlim_max};
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
         emit_and_run();
         setrlimit(RLIMIT_NOFILE, &before);
-        EXPECT_FALSE(map.exists());
+        EXPECT_EQ(lines(map), 2U);
         EXPECT_THAT(names_in("."), IsEmpty());
     });
 }
