@@ -36,4 +36,5 @@ expect_writer shared-without-writer OBJECT own
 expect_writer shared-without-writer STATIC own
 expect_writer shared-without-writer SHARED own
 expect_writer vorna OBJECT own
+expect_writer vorna STATIC own
 expect_writer shared OBJECT "$elf"
