@@ -1,5 +1,6 @@
 // The example host: its Winograd kernels, its planner and its program.
 
+#include "examples/wfta_host/comparison.hpp"
 #include "examples/wfta_host/machine.hpp"
 #include "examples/wfta_host/planner.hpp"
 #include "examples/wfta_host/short_dft.hpp"
@@ -15,6 +16,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <numeric>
 #include <random>
@@ -270,6 +272,20 @@ TEST(ShortKernel, IsRefusedWhenItsValuesOutnumberTheVectorRegisters)
     EXPECT_THROW(generate_short_kernel(greedy), std::length_error);
 }
 
+TEST(DriverKernel, ReachesItsTablesByAdrAndItsShortKernelsByBl)
+{
+    const kernel_data driver = wfta_host::generate_driver_kernel({5, 16}, direction::forward);
+    const auto target = [](const char* name, int type, int addend) {
+        return testing::AllOf(testing::Field(&tessjit::reloc_info::name, name),
+                              testing::Field(&tessjit::reloc_info::type, type),
+                              testing::Field(&tessjit::reloc_info::addend, addend));
+    };
+    EXPECT_THAT(driver.relocs,
+                ElementsAre(target(".rodata.wfta_80", 274, 0), target("wfta_short_5", 283, 0),
+                            target("wfta_short_16", 283, 0), target(".rodata.wfta_80", 274, 80 * 4)));
+    EXPECT_THAT(driver.data, SizeIs(2 * 80 * 4));
+}
+
 TEST(Planner, KnowsTheProductsOfMutuallyPrimeShortLengths)
 {
     const unsigned short_lengths[] = {2, 3, 4, 5, 7, 8, 9, 16};
@@ -414,6 +430,34 @@ TEST(Planner, UsesAllFourRelocationKinds)
          wfta_host::generate_driver_kernel({7, 9, 16}, direction::forward).relocs)
         types.insert(reloc.type);
     EXPECT_THAT(types, ElementsAre(274, 275, 277, 283));
+}
+
+TEST(Comparison, IsWithTheTransformOfFftw)
+{
+    for (const direction dir : {direction::forward, direction::inverse}) {
+        const std::vector<complex> in = random_values(21);
+        expect_close(wfta_host::transform_by_fftw(in, dir), dft_by_definition(in, dir));
+    }
+}
+
+TEST(Comparison, TakesTheLargestDifferenceRelativeToTheLargestExpectedValue)
+{
+    EXPECT_EQ(wfta_host::largest_error({{1, 2}, {0, 8}}, {{1, 2}, {0, 8}}), 0);
+    EXPECT_EQ(wfta_host::largest_error({{4, 6}, {0, 9}}, {{1, 2}, {0, 8}}), 5.0 / 8);
+    EXPECT_EQ(wfta_host::largest_error({{1, 2}, {0, 9}}, {{8, 0}, {0, 0}}), 9.0 / 8);
+}
+
+TEST(Comparison, IsNeverPassedByWhatIsNotANumber)
+{
+    const complex nan{0, std::numeric_limits<double>::quiet_NaN()};
+    for (const auto& got : {std::vector<complex>{nan, 1}, std::vector<complex>{1, nan}})
+        EXPECT_FALSE(wfta_host::largest_error(got, {1, 1}) < wfta_host::error_bound(2));
+}
+
+TEST(Comparison, AllowsAnErrorThatGrowsWithTheLogarithmOfTheLength)
+{
+    EXPECT_EQ(wfta_host::error_bound(2), 1e-14);
+    EXPECT_EQ(wfta_host::error_bound(16), 4e-14);
 }
 
 TEST(Program, ReportsEachLength)

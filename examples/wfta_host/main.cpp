@@ -1,37 +1,33 @@
 // wfta_host: plans transforms of the given lengths, runs them and compares the results with FFTW's.
 
+#include "examples/wfta_host/comparison.hpp"
 #include "examples/wfta_host/machine.hpp"
 #include "examples/wfta_host/planner.hpp"
 
 #include <CLI/CLI.hpp>
-#include <fftw3.h>
 
 #include <algorithm>
-#include <cmath>
 #include <complex>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
-#include <memory>
 #include <random>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 using vorna::wfta::kernel_registry_map;
+using wfta_host::complex_signal;
 using wfta_host::direction;
 using wfta_host::plan;
 
 namespace {
 
-using signal = std::vector<std::complex<double>>;
-
-signal random_signal(unsigned length)
+complex_signal random_signal(unsigned length)
 {
     // A fixed seed: every run sees the same data. NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp)
     std::mt19937_64 generator(length);
     std::uniform_real_distribution<double> uniform(-1, 1);
-    signal values(length);
+    complex_signal values(length);
     for (std::complex<double>& v : values) {
         const double re = uniform(generator);
         v = {re, uniform(generator)};
@@ -39,39 +35,12 @@ signal random_signal(unsigned length)
     return values;
 }
 
-signal transform_by_fftw(signal in, direction dir)
+complex_signal transform_by_kernels(const plan& p, const complex_signal& in)
 {
-    signal out(in.size());
-    const std::unique_ptr<std::remove_pointer_t<fftw_plan>, decltype(&fftw_destroy_plan)> fftw(
-        fftw_plan_dft_1d(static_cast<int>(in.size()), reinterpret_cast<fftw_complex*>(in.data()),
-                         reinterpret_cast<fftw_complex*>(out.data()),
-                         dir == direction::forward ? FFTW_FORWARD : FFTW_BACKWARD, FFTW_ESTIMATE),
-        fftw_destroy_plan);
-    fftw_execute(fftw.get());
-    return out;
-}
-
-signal transform_by_kernels(const plan& p, const signal& in)
-{
-    signal out(in.size());
-    signal work(in.size());
+    complex_signal out(in.size());
+    complex_signal work(in.size());
     wfta_host::run_driver(p.entry, in.data(), out.data(), work.data());
     return out;
-}
-
-// The largest difference, relative to the largest expected value. Not a number if any difference is not.
-double largest_error(const signal& got, const signal& expected)
-{
-    double error = 0;
-    double largest = 0;
-    for (std::size_t k = 0; k < got.size(); ++k) {
-        const double difference = std::abs(got[k] - expected[k]);
-        if (std::isnan(difference))
-            return difference;
-        error = std::max(error, difference);
-        largest = std::max(largest, std::abs(expected[k]));
-    }
-    return error / largest;
 }
 
 std::string joined(const std::vector<std::string>& words, const char* separator)
@@ -88,7 +57,7 @@ bool report(const plan& p, double error)
     std::vector<std::string> factors;
     for (const unsigned factor : p.factors)
         factors.push_back(std::to_string(factor));
-    const double bound = 1e-14 * std::log2(p.length);
+    const double bound = wfta_host::error_bound(p.length);
     const bool good = error < bound;
 
     std::printf("%u = %s%s\n", p.length, joined(factors, " * ").c_str(),
@@ -169,8 +138,9 @@ int run(int argc, char** argv)
     std::size_t good = 0;
     for (const std::int64_t length : lengths) {
         const plan p = make_plan(registry, static_cast<unsigned>(length), dir);
-        const signal in = random_signal(p.length);
-        if (report(p, largest_error(transform_by_kernels(p, in), transform_by_fftw(in, dir))))
+        const complex_signal in = random_signal(p.length);
+        const complex_signal expected = transform_by_fftw(in, dir);
+        if (report(p, wfta_host::largest_error(transform_by_kernels(p, in), expected)))
             ++good;
     }
     if (list)

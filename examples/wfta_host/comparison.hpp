@@ -1,0 +1,23 @@
+// What the kernels' results are held against.
+#pragma once
+
+#include "examples/wfta_host/kernel_generator.hpp"
+
+#include <complex>
+#include <vector>
+
+namespace wfta_host {
+
+using complex_signal = std::vector<std::complex<double>>;
+
+/// The transform of `in`, computed by FFTW.
+complex_signal transform_by_fftw(complex_signal in, direction dir);
+
+/// The largest difference of two signals of one length, relative to the largest magnitude in `expected`. Not
+/// a number if any value is not.
+double largest_error(const complex_signal& got, const complex_signal& expected);
+
+/// What the error of a transform of `length` values must stay below.
+double error_bound(unsigned length);
+
+} // namespace wfta_host
