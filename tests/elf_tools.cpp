@@ -378,8 +378,8 @@ private:
         const std::uint64_t P = text + static_cast<std::uint64_t>(offset);
         const std::uint64_t page = P & ~std::uint64_t{0xfff};
         std::uint32_t word = 0;
-        std::uint64_t lowest = target + INT32_MIN; // S
-        std::uint64_t highest = target + INT32_MAX;
+        std::uint64_t lowest = target - 0x80000000; // S
+        std::uint64_t highest = target + 0x7fffffff;
         switch (below(4)) {
         case 0:
             reloc.type = R_AARCH64_ADR_PREL_LO21;
