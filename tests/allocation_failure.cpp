@@ -21,7 +21,8 @@ int flushes = 0;
 
 } // namespace
 
-void* operator new(std::size_t size)
+// Not inlined: GCC warns of a mismatch when it sees through only one of the two.
+__attribute__((noinline)) void* operator new(std::size_t size)
 {
     if (allocations_until_failure == 0) {
         throw std::bad_alloc();
@@ -35,12 +36,12 @@ void* operator new(std::size_t size)
     throw std::bad_alloc();
 }
 
-void operator delete(void* block) noexcept
+__attribute__((noinline)) void operator delete(void* block) noexcept
 {
     std::free(block);
 }
 
-void operator delete(void* block, std::size_t) noexcept
+__attribute__((noinline)) void operator delete(void* block, std::size_t) noexcept
 {
     std::free(block);
 }
