@@ -18,5 +18,5 @@ expect_no_package() {
     rm -rf "$work/refused"
 }
 expect_no_package '0.2 CONFIG REQUIRED' vorna 'version: 0.1.0'
-expect_no_package '1.0 CONFIG REQUIRED' vorna 'version: 0.1.0'
+expect_no_package '0.0 CONFIG REQUIRED' vorna 'version: 0.1.0'
 expect_no_package '0.1 CONFIG REQUIRED COMPONENTS wfta tessjit' static-without-writer 'components here: wfta'

@@ -21,6 +21,7 @@ fail() {
 }
 
 # The guides' compiler is the one that is tested.
+CXX=$(type -P "$CXX")
 g++() {
     "$CXX" "$@"
 }

@@ -1,0 +1,42 @@
+# A host that relies on what the guide says of padding and of exceptions, with the shared library.
+. "$(dirname "$0")/common.sh"
+
+host=$work/guarantees
+mkdir "$host"
+cat >"$host/host.cpp" <<EOF
+#include "fft/SRC/wfta/kernel_printer.hpp"
+
+#include <cstdint>
+#include <cstdio>
+#include <regex>
+
+int main()
+{
+    std::vector<vorna::wfta::kernel_data> kernels(3);
+    for (std::size_t i = 0; i < kernels.size(); ++i)
+        kernels[i] = {nullptr, std::to_string(i), {0xc0, 0x03, 0x5f, 0xd6}, std::vector<std::uint8_t>(5 * i + 1), {}};
+    constexpr std::size_t a = 16;
+$(block docs/embedding.md '## Padding of data' cpp)
+
+    vorna::wfta::kernel_registry_map registry;
+    try {
+        vorna::wfta::finalise_kernels(registry, kernels);
+    } catch (const std::regex_error&) {
+        std::puts("caught");
+        return 0;
+    }
+    for (const auto& [name, kernel] : registry)
+        std::printf("%s %zu %zu\n", name.c_str(), reinterpret_cast<std::uintptr_t>(kernel.data_ptr) % a, kernel.data_len);
+}
+EOF
+export PKG_CONFIG_PATH=$HOME/shared/lib/pkgconfig
+g++ -std=c++17 "$host/host.cpp" $(pkg-config --cflags --libs vorna_wfta) -Wl,-rpath,"$HOME/shared/lib" -o "$host/host"
+
+# expect_output EXPECTED [VARIABLE=VALUE]
+expect_output() {
+    # shellcheck disable=SC2086 # the emulator's arguments are words
+    output=$(env "${@:2}" ${emulator:-} "$host/host")
+    [ "$output" = "$1" ] || fail "${*:2}: printed $output"
+}
+expect_output $'0 0 16\n1 0 16\n2 0 16'
+expect_output caught 'VORNA_WFTA_DUMP_KERNEL=('
