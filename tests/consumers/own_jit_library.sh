@@ -25,10 +25,9 @@ EOF
 
 # expect_writer LIBRARY KIND MAGIC
 expect_writer() {
-    local build=$host/$1-$2
-    cmake -S "$host" -B "$build" -D CMAKE_PREFIX_PATH="$HOME/$1" -D HOST_JIT="$2"
-    cmake --build "$build"
-    expect_first_kernel "$build/planner" "$3"
+    cmake -S "$host" -B "$host/build" -U vorna_wfta_DIR -D CMAKE_PREFIX_PATH="$HOME/$1" -D HOST_JIT="$2"
+    cmake --build "$host/build"
+    expect_first_kernel "$host/build/planner" "$3"
 }
 expect_writer static-without-writer OBJECT own
 expect_writer static-without-writer STATIC own
