@@ -104,10 +104,10 @@ TEST(ObjectDump, RecordIsOneFunctionWithItsPlacement)
         kernel_registry_map registry;
         finalise_kernels(registry, {first, second});
         ASSERT_EQ(records.size(), 2U);
-        for (const auto& [record, given] :
-             {std::pair(&records[0], &first), std::pair(&records[1], &second)}) {
-            ASSERT_EQ(record->fns.size(), 1U);
-            const tessjit::elf_fn_entry& function = record->fns[0];
+        for (const kernel_data* given : {&first, &second}) {
+            const tessjit::elf_data& record = records.at(given == &first ? 0 : 1);
+            ASSERT_EQ(record.fns.size(), 1U);
+            const tessjit::elf_fn_entry& function = record.fns[0];
             EXPECT_EQ(function.name, given->name);
             EXPECT_EQ(function.text_addr, registry.at(given->name).text_ptr);
             EXPECT_EQ(function.text, given->text);

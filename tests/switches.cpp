@@ -50,6 +50,7 @@ namespace {
 void emit(const std::vector<std::string>& names)
 {
     std::vector<kernel_data> kernels;
+    kernels.reserve(names.size());
     for (const std::string& name : names) {
         kernels.push_back(kernel(name, {a64::ret()}));
     }

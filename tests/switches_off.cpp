@@ -244,7 +244,8 @@ TEST(SwitchesOn, SystemCallsAreSeen)
     if (!calls.seen) {
         GTEST_SKIP() << "processes cannot be traced here";
     }
-    for (const std::uint64_t number : {SYS_getpid, SYS_openat, SYS_write, SYS_close}) {
+    for (const std::uint64_t number :
+         std::vector<std::uint64_t>{SYS_getpid, SYS_openat, SYS_write, SYS_close}) {
         EXPECT_THAT(calls.numbers, Contains(number));
     }
 }
