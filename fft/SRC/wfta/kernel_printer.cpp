@@ -7,7 +7,6 @@
 #include "jit/elf.hpp"
 
 #undef NDEBUG // or <cassert> would not declare __assert_fail
-#include <algorithm>
 #include <atomic>
 #include <cassert>
 #include <csignal>
@@ -17,9 +16,9 @@
 #include <ctime>
 #include <elf.h>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <regex>
+#include <string_view>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -72,7 +71,6 @@ static constexpr uint64_t page = ~uint64_t{0xfff};
 static constexpr uint64_t nothing = 0;
 
 struct relocation_kind {
-    int32_t type;
     uint64_t part_of_S; // X = (S & part_of_S) - (P & part_of_P)
     uint64_t part_of_P;
     bool (*in_range)(uint64_t X);
@@ -82,31 +80,70 @@ struct relocation_kind {
     const char* range_message;  // of the two operands and X
 };
 
-static constexpr relocation_kind relocation_kinds[] = {
-    // ADR: X = S - P, signed 21 bits (1 MiB); X[1:0] in immlo (bits 30:29), X[20:2] in immhi (bits 23:5)
-    {R_AARCH64_ADR_PREL_LO21, whole, whole, fits_signed<21>,
-     [](uint64_t X) { return bits<1, 0>(X) << 29 | bits<20, 2>(X) << 5; }, 0x60ffffe0,
-     "resolving R_AARCH64_ADR_PREL_LO21 reloc but dst address %p was already filled, got 0x%x\n",
-     "resolving R_AARCH64_ADR_PREL_LO21 reloc but smod does not fit in +/-1M, got 0x%lx - 0x%lx = 0x%lx\n"},
+// ADR: X = S - P, signed 21 bits (1 MiB); X[1:0] in immlo (bits 30:29), X[20:2] in immhi (bits 23:5)
+static constexpr relocation_kind adr = {
+    whole,
+    whole,
+    fits_signed<21>,
+    [](uint64_t X) { return bits<1, 0>(X) << 29 | bits<20, 2>(X) << 5; },
+    0x60ffffe0,
+    "resolving R_AARCH64_ADR_PREL_LO21 reloc but dst address %p was already filled, got 0x%x\n",
+    "resolving R_AARCH64_ADR_PREL_LO21 reloc but smod does not fit in +/-1M, got 0x%lx - 0x%lx = 0x%lx\n"};
 
-    // ADRP: X = Page(S) - Page(P), signed 33 bits (4 GiB); X[13:12] in immlo, X[32:14] in immhi
-    {R_AARCH64_ADR_PREL_PG_HI21, page, page, fits_signed<33>,
-     [](uint64_t X) { return bits<13, 12>(X) << 29 | bits<32, 14>(X) << 5; }, 0x60ffffe0,
-     "resolving R_AARCH64_ADR_PREL_PG_HI21 reloc but dst address %p was already filled, got 0x%x\n",
-     "resolving R_AARCH64_ADR_PREL_PG_HI21 reloc but smod does not fit in +/-4G, got 0x%lx - 0x%lx = 0x%lx\n"},
+// ADRP: X = Page(S) - Page(P), signed 33 bits (4 GiB); X[13:12] in immlo, X[32:14] in immhi
+static constexpr relocation_kind adrp = {
+    page,
+    page,
+    fits_signed<33>,
+    [](uint64_t X) { return bits<13, 12>(X) << 29 | bits<32, 14>(X) << 5; },
+    0x60ffffe0,
+    "resolving R_AARCH64_ADR_PREL_PG_HI21 reloc but dst address %p was already filled, got 0x%x\n",
+    "resolving R_AARCH64_ADR_PREL_PG_HI21 reloc but smod does not fit in +/-4G, got 0x%lx - 0x%lx = 0x%lx\n"};
 
-    // ADD (immediate): X = S, not checked; X[11:0] in imm12 (bits 21:10)
-    {R_AARCH64_ADD_ABS_LO12_NC, whole, nothing, [](uint64_t) { return true; },
-     [](uint64_t X) { return bits<11, 0>(X) << 10; }, 0x3ffc00,
-     "resolving R_AARCH64_ADD_ABS_LO12_NC reloc but dst address %p was already filled, got 0x%x\n", nullptr},
+// ADD (immediate): X = S, not checked; X[11:0] in imm12 (bits 21:10)
+static constexpr relocation_kind add = {
+    whole,
+    nothing,
+    [](uint64_t) { return true; },
+    [](uint64_t X) { return bits<11, 0>(X) << 10; },
+    0x3ffc00,
+    "resolving R_AARCH64_ADD_ABS_LO12_NC reloc but dst address %p was already filled, got 0x%x\n",
+    ""};
 
-    // BL: X = S - P, signed 28 bits (128 MiB), multiple of 4; X[27:2] in imm26 (bits 25:0, of which 25 is not
-    // tested)
-    {R_AARCH64_CALL26, whole, whole, [](uint64_t X) { return fits_signed<28>(X) && X % 4 == 0; },
-     [](uint64_t X) { return bits<27, 2>(X); }, 0x1ffffff,
-     "resolving R_AARCH64_CALL26 reloc but dst address %p was already filled, got 0x%x\n",
-     "resolving R_AARCH64_CALL26 reloc but smod does not fit in +/-128M, got 0x%lx - 0x%lx = 0x%lx\n"},
-};
+// BL: X = S - P, signed 28 bits (128 MiB), multiple of 4; X[27:2] in imm26 (bits 25:0, of which 25 is not
+// tested)
+static constexpr relocation_kind call = {
+    whole,
+    whole,
+    [](uint64_t X) { return fits_signed<28>(X) && X % 4 == 0; },
+    [](uint64_t X) { return bits<27, 2>(X); },
+    0x1ffffff,
+    "resolving R_AARCH64_CALL26 reloc but dst address %p was already filled, got 0x%x\n",
+    "resolving R_AARCH64_CALL26 reloc but smod does not fit in +/-128M, got 0x%lx - 0x%lx = 0x%lx\n"};
+
+// Fills the field of the instruction at P. Inlined, a kind costs neither a table walk nor an indirect call.
+static inline void patch(const relocation_kind& kind, uint64_t S, uint64_t P,
+                         const kernel_registry_map& kernel_registry)
+{
+    void* const place = reinterpret_cast<void*>(P);
+    uint32_t W;
+    memcpy(&W, place, sizeof W);
+    if ((W & kind.filled_mask) != 0) {
+        fprintf(stderr, kind.filled_message, place, W);
+        debug_dump_kernels_and_fail(kernel_registry);
+    }
+
+    const uint64_t minuend = S & kind.part_of_S;
+    const uint64_t subtrahend = P & kind.part_of_P;
+    const uint64_t X = minuend - subtrahend;
+    if (!kind.in_range(X)) {
+        fprintf(stderr, kind.range_message, minuend, subtrahend, X);
+        debug_dump_kernels_and_fail(kernel_registry);
+    }
+
+    W |= kind.field(X);
+    memcpy(place, &W, sizeof W);
+}
 
 static void resolve_relocation(const string& fn_name, uint8_t* text, const uint8_t* data,
                                const tessjit::reloc_info& reloc, kernel_registry_map& kernel_registry)
@@ -116,9 +153,9 @@ static void resolve_relocation(const string& fn_name, uint8_t* text, const uint8
 
     const uint8_t* target_addr = nullptr;
     if (reloc.name.size() > 7 && memcmp(reloc.name.data(), ".rodata.", 8) == 0) {
-        // compare() is the asserted test without its temporary string.
+        // The asserted test without its temporary string.
         ASSERT_AS(function, "reloc.name.substr(8) == fn_name",
-                  reloc.name.compare(8, string::npos, fn_name) == 0);
+                  std::string_view(reloc.name).substr(8) == fn_name);
         target_addr = data;
     } else if (reloc.name == fn_name) {
         target_addr = text; // registered just now, so the look-up would find the same
@@ -132,29 +169,18 @@ static void resolve_relocation(const string& fn_name, uint8_t* text, const uint8
     const uint64_t S = reinterpret_cast<uint64_t>(target_addr) + static_cast<uint64_t>(int64_t{reloc.addend});
     const uint64_t P = reinterpret_cast<uint64_t>(text) + static_cast<uint64_t>(int64_t{reloc.offset});
 
-    const auto kind = std::find_if(std::begin(relocation_kinds), std::end(relocation_kinds),
-                                   [&](const relocation_kind& k) { return k.type == reloc.type; });
-    if (kind == std::end(relocation_kinds))
+    switch (reloc.type) {
+    case R_AARCH64_ADR_PREL_LO21:
+        return patch(adr, S, P, kernel_registry);
+    case R_AARCH64_ADR_PREL_PG_HI21:
+        return patch(adrp, S, P, kernel_registry);
+    case R_AARCH64_ADD_ABS_LO12_NC:
+        return patch(add, S, P, kernel_registry);
+    case R_AARCH64_CALL26:
+        return patch(call, S, P, kernel_registry);
+    default:
         ASSERT_IN(function, false && "unhandled reloc type");
-
-    void* const place = reinterpret_cast<void*>(P);
-    uint32_t W;
-    memcpy(&W, place, sizeof W);
-    if ((W & kind->filled_mask) != 0) {
-        fprintf(stderr, kind->filled_message, place, W);
-        debug_dump_kernels_and_fail(kernel_registry);
     }
-
-    const uint64_t minuend = S & kind->part_of_S;
-    const uint64_t subtrahend = P & kind->part_of_P;
-    const uint64_t X = minuend - subtrahend;
-    if (!kind->in_range(X)) {
-        fprintf(stderr, kind->range_message, minuend, subtrahend, X);
-        debug_dump_kernels_and_fail(kernel_registry);
-    }
-
-    W |= kind->field(X);
-    memcpy(place, &W, sizeof W);
 }
 
 // The diagnostics. Each switch reads its variable at the first emission of the process and never again.
