@@ -36,10 +36,10 @@ struct kernel_data {
 /// Where a placed kernel lives. The addresses stay valid for the life of the process. Lengths are in bytes
 /// and do not count the gap that may follow the code.
 struct kernel_registry_entry {
-    std::uint8_t* text_ptr;
-    std::size_t text_len;
-    const std::uint8_t* data_ptr;
-    std::size_t data_len;
+    std::uint8_t* text_ptr;       ///< first byte of the code, on a 32-byte boundary
+    std::size_t text_len;         ///< length of the code
+    const std::uint8_t* data_ptr; ///< first byte of the data; with none, where it would be
+    std::size_t data_len;         ///< length of the data, which may be 0
 };
 
 /// All placed kernels by name. Owned by the host, which may keep it across calls of finalise_kernels.
