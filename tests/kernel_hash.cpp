@@ -21,7 +21,6 @@ namespace {
 using namespace vorna::wfta;
 using namespace support;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using bytes = std::vector<std::uint8_t>;
 
 kernel_data kernel_of(const std::string& name, const bytes& text, const bytes& data = {})

@@ -6,9 +6,9 @@
 #include "tests/support/files.hpp"
 #include "tests/support/kernels.hpp"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <new>
 #include <sys/inotify.h>
@@ -48,8 +48,6 @@ namespace {
 
 using namespace vorna::wfta;
 using namespace support;
-using testing::Contains;
-using testing::IsEmpty;
 
 const std::vector<std::pair<std::string, std::string>> all_on = {{"VORNA_WFTA_PERF", "1"},
                                                                  {"VORNA_WFTA_CHECK_HASH", "1"}};
@@ -234,8 +232,8 @@ TEST(SwitchesOff, TheOnlySystemCallIsTheMapping)
     if (!calls.seen) {
         GTEST_SKIP() << "processes cannot be traced here";
     }
-    EXPECT_THAT(calls.numbers, IsEmpty());
-    EXPECT_THAT(calls.executables, testing::ElementsAre(32 + 4));
+    EXPECT_EQ(calls.numbers, std::vector<std::uint64_t>());
+    EXPECT_EQ(calls.executables, std::vector<std::uint64_t>{32 + 4});
 }
 
 TEST(SwitchesOn, SystemCallsAreSeen)
@@ -246,7 +244,7 @@ TEST(SwitchesOn, SystemCallsAreSeen)
     }
     for (const std::uint64_t number :
          std::vector<std::uint64_t>{SYS_getpid, SYS_openat, SYS_write, SYS_close}) {
-        EXPECT_THAT(calls.numbers, Contains(number));
+        EXPECT_NE(std::count(calls.numbers.begin(), calls.numbers.end(), number), 0) << number;
     }
 }
 
