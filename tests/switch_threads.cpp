@@ -29,6 +29,7 @@ void in_all_threads(const std::function<void(int thread, int call)>& body)
 {
     std::atomic<int> waiting{thread_count};
     std::vector<std::thread> threads;
+    threads.reserve(thread_count);
     for (int thread = 0; thread < thread_count; ++thread) {
         threads.emplace_back([&, thread] {
             --waiting;
