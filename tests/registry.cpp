@@ -33,6 +33,7 @@ static_assert(std::is_same_v<decltype(&finalise_kernels),
 std::vector<std::string> names(const kernel_registry_map& registry)
 {
     std::vector<std::string> result;
+    result.reserve(registry.size());
     for (const auto& [name, entry] : registry) {
         result.push_back(name);
     }
