@@ -378,6 +378,15 @@ TEST(SizeLimit, FilesStayEmpty)
     }
 }
 
+TEST(SizeLimit, LinesToAFullStderrAreLostQuietly)
+{
+    with_all_on({}, "", [](const perf_map&) {
+        limit_file_size(0);
+        emit_and_run(); // the harness keeps stderr in a file
+        limit_file_size(RLIM_INFINITY);
+    });
+}
+
 TEST(SizeLimit, FilesAreCutAtTheLimit)
 {
     const temp_directory directory;

@@ -16,6 +16,7 @@
 #include <ctime>
 #include <elf.h>
 #include <fstream>
+#include <locale>
 #include <optional>
 #include <regex>
 #include <string_view>
@@ -203,11 +204,22 @@ static bool want_check_kernel_hash()
     return ret;
 }
 
+// std::regex fills a cache of the global locale without synchronisation: filled before, it is only read.
+static bool fill_narrowing_cache()
+{
+    const char any = 'a';
+    char narrowed = 0;
+    std::use_facet<std::ctype<char>>(std::locale()).narrow(&any, &any + 1, '\0', &narrowed);
+    return true;
+}
+
 static bool want_dump_kernel(const string& fn_name)
 {
     static const char* const pattern = getenv("VORNA_WFTA_DUMP_KERNEL");
     if (pattern == nullptr)
         return false;
+
+    [[maybe_unused]] static const bool cache_is_filled = fill_narrowing_cache();
 
     // An exception must not leave the initialiser of a static: this file has no exception handling to unlock
     // its guard, and the next call would wait for ever. So the pattern is compiled beforehand, and one that
@@ -221,8 +233,9 @@ static bool want_dump_kernel(const string& fn_name)
     return std::regex_search(fn_name, *r);
 }
 
-// Runs `write`, in which a file may reach the process's size limit: the write then fails like any other,
-// without the SIGXFSZ that would end the process.
+// Runs `write`, in which a file, stderr may be one, can reach the process's size limit: the write then fails
+// like any other, without the SIGXFSZ that would end the process. An exception would leave the signal
+// blocked, so `write` does nothing that raises one.
 template <typename Write>
 static void write_without_size_signal(const Write& write)
 {
@@ -295,7 +308,8 @@ static uint64_t kernel_code_hash(const uint8_t* text_ptr, size_t text_len)
 
 static void dump_kernel_hash(const string& hash_file, uint64_t hash)
 {
-    fprintf(stderr, "emitting new hash file: %s -> 0x%lx\n", hash_file.c_str(), hash);
+    write_without_size_signal(
+        [&] { fprintf(stderr, "emitting new hash file: %s -> 0x%lx\n", hash_file.c_str(), hash); });
     std::ofstream file(hash_file, std::ios::out | std::ios::binary);
     write_without_size_signal([&] {
         file.write(reinterpret_cast<const char*>(&hash), sizeof hash);
@@ -320,11 +334,15 @@ static void check_kernel_hash(const string& fn_name, const uint8_t* text_ptr, si
     const int64_t nbytes = file.readsome(reinterpret_cast<char*>(&stored_hash), sizeof stored_hash);
     ASSERT_IN(function, nbytes >= 0);
     if (nbytes != sizeof stored_hash) {
-        fprintf(stderr, "corrupt hash file? %s should be %lu bytes but read %ld\n", hash_file.c_str(),
-                sizeof stored_hash, nbytes);
+        write_without_size_signal([&] {
+            fprintf(stderr, "corrupt hash file? %s should be %lu bytes but read %ld\n", hash_file.c_str(),
+                    sizeof stored_hash, nbytes);
+        });
         dump_kernel_hash(hash_file, hash);
     } else if (stored_hash != hash) {
-        fprintf(stderr, "hash files did not match! (old) 0x%lx != (new) 0x%lx\n", stored_hash, hash);
+        write_without_size_signal([&] {
+            fprintf(stderr, "hash files did not match! (old) 0x%lx != (new) 0x%lx\n", stored_hash, hash);
+        });
         dump_kernel_hash(hash_file, hash);
     }
 }
