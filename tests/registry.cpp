@@ -43,6 +43,7 @@ std::vector<std::string> names(const kernel_registry_map& registry)
 kernel_registry_map registry_of(const std::vector<std::string>& kernel_names)
 {
     std::vector<kernel_data> kernels;
+    kernels.reserve(kernel_names.size());
     for (const std::string& name : kernel_names) {
         kernels.push_back(kernel(name, {a64::ret()}));
     }
