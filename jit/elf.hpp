@@ -37,8 +37,8 @@ struct elf_data {
 
 /// Returns a complete relocatable ELF64 image for little-endian AArch64 that holds every function of `data`.
 ///
-/// Neither keeps nor changes `data`. Throws std::length_error when `data` holds more functions than an ELF
-/// image can index, and std::bad_alloc. Safe to call from several threads at once.
+/// Neither keeps nor changes `data`. Throws std::length_error when `data` holds more functions, or more bytes
+/// of names, than an ELF image can index, and std::bad_alloc. Safe to call from several threads at once.
 std::vector<std::uint8_t> emit_elf(const elf_data& data);
 
 } // namespace tessjit

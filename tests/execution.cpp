@@ -192,6 +192,7 @@ TEST(Execution, ATypedSlotIsCalledAsItIs)
     std::uint64_t (*half_answer)() = nullptr;
     finalise_kernels(registry, {kernel("k", {a64::movz(0, 21), a64::ret()}, {}, {},
                                        reinterpret_cast<void**>(&half_answer))});
+    ASSERT_NE(half_answer, nullptr);
     EXPECT_EQ(half_answer(), 21U);
 }
 

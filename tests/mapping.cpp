@@ -107,6 +107,18 @@ TEST(Mapping, EachCallMakesItsOwn)
     EXPECT_EQ(spy.flushes[1].begin, spy.mappings[1].result);
 }
 
+TEST(Mapping, ItsPagesFaultInAtOnce)
+{
+    kernel_registry_map registry;
+    platform_spy spy;
+    void* slots[2];
+    finalise_kernels(registry, caller_and_callee(slots));
+    ASSERT_EQ(spy.advices.size(), 1U);
+    EXPECT_EQ(spy.advices[0].begin, spy.mappings.at(0).result);
+    EXPECT_EQ(spy.advices[0].length, 67U);
+    EXPECT_EQ(spy.advices[0].advice, MADV_POPULATE_WRITE);
+}
+
 TEST(Flush, CoversTheTextRegionAndNotTheData)
 {
     kernel_registry_map registry;
@@ -163,6 +175,14 @@ TEST(RefusedMapping, AnEmptySetAsksForNothingIsRefusedAndDoesNoHarm)
     finalise_kernels(registry, {});
     expect_null_mapping_and_flush(spy, 0);
     EXPECT_EQ(registry.size(), 1U);
+}
+
+TEST(RefusedMapping, NoAdviceIsGivenAboutIt)
+{
+    kernel_registry_map registry;
+    platform_spy spy;
+    finalise_kernels(registry, {});
+    EXPECT_TRUE(spy.advices.empty());
 }
 
 TEST(RefusedMapping, KernelsWithoutCodeAndDataAreRegisteredAtNull)

@@ -4,8 +4,9 @@
 for way in add_subdirectory FetchContent; do
     host=$work/$way
     mkdir "$host"
-    cp -r "$work/vorna_wfta" "$source/examples/first_kernel/main.cpp" "$host"
-    rm -rf "$host/vorna_wfta/build"
+    mkdir "$host/vorna_wfta"
+    cp -r "$source"/{CMakeLists.txt,cmake,fft,jit} "$host/vorna_wfta"
+    cp "$source/examples/first_kernel/main.cpp" "$host"
     block docs/embedding.md "## $way" cmake >"$host/CMakeLists.txt"
     echo 'enable_testing()' >>"$host/CMakeLists.txt"
     cmake -S "$host" -B "$host/build"

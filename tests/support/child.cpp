@@ -2,6 +2,7 @@
 
 #include "tests/support/temp_directory.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -10,7 +11,6 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
-#include <regex>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -163,8 +163,18 @@ void expect_abort(const std::function<void()>& body, const std::string& err)
 
 std::string without_line_numbers(const std::string& text)
 {
-    static const std::regex line_number("(kernel_printer\\.cpp:)[0-9]+:");
-    return std::regex_replace(text, line_number, "$1LINE:");
+    // Not by std::regex: whatever of it the tests link must not stand in for the library's own.
+    const std::string file = "kernel_printer.cpp:";
+    std::string result;
+    std::size_t end = 0;
+    for (std::size_t at = 0; (at = text.find(file, end)) != std::string::npos;) {
+        const std::size_t number = at + file.size();
+        result += text.substr(end, number - end);
+        end = std::min(text.find_first_not_of("0123456789", number), text.size());
+        if (end != number)
+            result += "LINE";
+    }
+    return result + text.substr(end);
 }
 
 } // namespace support

@@ -8,6 +8,8 @@
 extern "C" {
 void* __real_mmap(void* hint, std::size_t length, int protection, int flags, int fd, off_t offset);
 void* __wrap_mmap(void* hint, std::size_t length, int protection, int flags, int fd, off_t offset);
+int __real_madvise(void* begin, std::size_t length, int advice);
+int __wrap_madvise(void* begin, std::size_t length, int advice);
 void __real___clear_cache(void* begin, void* end);
 void __wrap___clear_cache(void* begin, void* end);
 }
@@ -64,6 +66,13 @@ void* __wrap_mmap(void* hint, std::size_t length, int protection, int flags, int
     }
     current_spy->mappings.push_back({hint, length, protection, flags, fd, offset, result});
     return result;
+}
+
+int __wrap_madvise(void* begin, std::size_t length, int advice)
+{
+    if (support::current_spy != nullptr)
+        support::current_spy->advices.push_back({begin, length, advice});
+    return __real_madvise(begin, length, advice);
 }
 
 void __wrap___clear_cache(void* begin, void* end)

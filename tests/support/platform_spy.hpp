@@ -1,4 +1,4 @@
-// Sees the two calls of the library into the platform, mmap and __clear_cache, in programs that link
+// Sees the calls of the library into the platform, mmap, madvise and __clear_cache, in programs that link
 // wfta_platform_spy (link-time wrapping: calls from inside the C library are not seen).
 #pragma once
 
@@ -20,6 +20,12 @@ struct mapping_call {
     void* result;
 };
 
+struct advice_call {
+    void* begin;
+    std::size_t length;
+    int advice;
+};
+
 struct flush_call {
     const std::uint8_t* begin;
     const std::uint8_t* end;
@@ -35,6 +41,7 @@ public:
     platform_spy& operator=(const platform_spy&) = delete;
 
     std::vector<mapping_call> mappings;
+    std::vector<advice_call> advices;
     std::vector<flush_call> flushes;
 
     bool refuse = false;            ///< refuse mappings, with MAP_FAILED and ENOMEM

@@ -4,10 +4,10 @@
 
 #include "fft/SRC/wfta/kernel_printer.hpp"
 
+#include "fft/SRC/wfta/dump_filter.hpp"
 #include "jit/elf.hpp"
 
 #undef NDEBUG // or <cassert> would not declare __assert_fail
-#include <atomic>
 #include <cassert>
 #include <csignal>
 #include <cstdio>
@@ -16,9 +16,6 @@
 #include <ctime>
 #include <elf.h>
 #include <fstream>
-#include <locale>
-#include <optional>
-#include <regex>
 #include <string_view>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -28,6 +25,7 @@ using std::uint32_t;
 using std::uint64_t;
 using std::uint8_t;
 using vorna::wfta::kernel_registry_map;
+using vorna::wfta::want_dump_kernel;
 
 // The compiler runtime's name. NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" void __clear_cache(void* begin, void* end);
@@ -71,6 +69,8 @@ static constexpr uint64_t whole = ~uint64_t{0};
 static constexpr uint64_t page = ~uint64_t{0xfff};
 static constexpr uint64_t nothing = 0;
 
+namespace {
+
 struct relocation_kind {
     uint64_t part_of_S; // X = (S & part_of_S) - (P & part_of_P)
     uint64_t part_of_P;
@@ -80,6 +80,8 @@ struct relocation_kind {
     const char* filled_message; // of P and the word
     const char* range_message;  // of the two operands and X
 };
+
+} // namespace
 
 // ADR: X = S - P, signed 21 bits (1 MiB); X[1:0] in immlo (bits 30:29), X[20:2] in immhi (bits 23:5)
 static constexpr relocation_kind adr = {
@@ -184,7 +186,8 @@ static void resolve_relocation(const string& fn_name, uint8_t* text, const uint8
     }
 }
 
-// The diagnostics. Each switch reads its variable at the first emission of the process and never again.
+// The diagnostics. Each switch reads its variable at the first emission of the process and never again; the
+// third, want_dump_kernel, is in dump_filter.cpp.
 
 static bool is_switched_on(const char* variable)
 {
@@ -202,35 +205,6 @@ static bool want_check_kernel_hash()
 {
     static const bool ret = is_switched_on("VORNA_WFTA_CHECK_HASH");
     return ret;
-}
-
-// std::regex fills a cache of the global locale without synchronisation: filled before, it is only read.
-static bool fill_narrowing_cache()
-{
-    const char any = 'a';
-    char narrowed = 0;
-    std::use_facet<std::ctype<char>>(std::locale()).narrow(&any, &any + 1, '\0', &narrowed);
-    return true;
-}
-
-static bool want_dump_kernel(const string& fn_name)
-{
-    static const char* const pattern = getenv("VORNA_WFTA_DUMP_KERNEL");
-    if (pattern == nullptr)
-        return false;
-
-    [[maybe_unused]] static const bool cache_is_filled = fill_narrowing_cache();
-
-    // An exception must not leave the initialiser of a static: this file has no exception handling to unlock
-    // its guard, and the next call would wait for ever. So the pattern is compiled beforehand, and one that
-    // does not compile raises its error again in every call.
-    static std::atomic<bool> compiled{false};
-    std::optional<std::regex> filter;
-    if (!compiled.load(std::memory_order_acquire))
-        filter.emplace(pattern, std::regex::ECMAScript);
-    static const std::optional<std::regex> r = std::move(filter);
-    compiled.store(true, std::memory_order_release);
-    return std::regex_search(fn_name, *r);
 }
 
 // Runs `write`, in which a file, stderr may be one, can reach the process's size limit: the write then fails
@@ -335,7 +309,9 @@ static void check_kernel_hash(const string& fn_name, const uint8_t* text_ptr, si
     }
 
     uint64_t stored_hash = 0;
-    file.peek(); // some stream libraries report nothing as available before the first read
+#ifdef _LIBCPP_VERSION // reports nothing as available before the first read
+    file.peek();
+#endif
     const int64_t nbytes = file.readsome(reinterpret_cast<char*>(&stored_hash), sizeof stored_hash);
     ASSERT_IN(function, nbytes >= 0);
     if (nbytes != sizeof stored_hash) {
@@ -401,7 +377,8 @@ void vorna::wfta::finalise_kernels(kernel_registry_map& kernel_registry,
 #ifdef MADV_POPULATE_WRITE
     // All pages fault in at once, which is cheaper than one by one. Where it is refused, as by a kernel
     // before Linux 5.14, they do so when they are written.
-    madvise(mapping, text_size + data_size, MADV_POPULATE_WRITE);
+    if (mapping != MAP_FAILED)
+        madvise(mapping, text_size + data_size, MADV_POPULATE_WRITE);
 #endif
     // A refused mapping is not an error here: an empty set needs none, and any other dies of its first copy.
     // Addresses are integers until they are used, since a null pointer must not be added to.

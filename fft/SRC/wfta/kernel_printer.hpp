@@ -17,7 +17,7 @@ struct kernel_data {
     /// Null, or a host-owned slot as wide as a code pointer, valid during the call, that receives the address
     /// of the kernel's first code byte once the kernel is linked. It is written with memcpy, so it may be the
     /// (cast) address of a typed function pointer.
-    void** entry_out;
+    void** entry_out = nullptr;
 
     /// Key of the kernel in the registry, and the name by which relocations and diagnostics know it.
     std::string name;
@@ -55,9 +55,11 @@ using kernel_registry_map = std::map<std::string, kernel_registry_entry>;
 ///
 /// Errors end the process: a duplicate name, an unknown target, an unsupported relocation type, an
 /// instruction field that is not zero or a value out of range by an assertion report on stderr and abort(),
-/// in every build; a refused mapping by SIGSEGV at the first copy. An exception of the standard library
-/// (std::bad_alloc) passes through: kernels before the current one are complete, the current one may be
-/// registered but is not linked or published, and the instruction cache is not flushed.
+/// in every build; a refused mapping by SIGSEGV at the first copy. An exception passes
+/// through: std::bad_alloc, std::regex_error of a dump pattern that does not compile, whatever the host's own
+/// tessjit::emit_elf throws. Kernels before the current one are then linked and published, but must not run,
+/// since the instruction cache is not flushed; the current one may be registered but is neither linked nor
+/// published.
 ///
 /// Calls that share a registry must not overlap, and no kernel may run before the call that placed it
 /// returns.
