@@ -53,6 +53,8 @@ extern "C" void __clear_cache(void* begin, void* end);
 // address plus the addend (its S + A), P the place, which is the address of the instruction word, and X the
 // difference of the two that is checked and encoded.
 
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "words are read and written as they lie in memory");
+
 template <unsigned width>
 static bool fits_signed(uint64_t X)
 {
@@ -257,6 +259,7 @@ static void append_map_line(const string& fn_name, const uint8_t* text_ptr, size
     });
 }
 
+// Powers of 31, the hash's multiplier.
 static constexpr uint64_t power_2 = uint64_t{31} * 31;
 static constexpr uint64_t power_4 = power_2 * power_2;
 static constexpr uint64_t power_8 = power_4 * power_4;
