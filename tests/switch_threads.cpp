@@ -15,14 +15,6 @@
 #include <sstream>
 #include <thread>
 
-// Threads compile a malformed pattern one after the other, but ThreadSanitizer takes the guard of a static
-// that an exception unlocks for no synchronisation, and so libstdc++'s cache in the locale for a race.
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
-extern "C" const char* __tsan_default_suppressions()
-{
-    return "race:std::ctype<char>::narrow\n";
-}
-
 namespace {
 
 using namespace vorna::wfta;

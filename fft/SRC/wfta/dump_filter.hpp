@@ -10,8 +10,8 @@ namespace vorna::wfta {
 /// Whether the regular expression (ECMAScript) in VORNA_WFTA_DUMP_KERNEL is found in a kernel's name; false
 /// for every name if the variable is unset. Reads the variable in the first call and never again.
 ///
-/// Throws std::regex_error if the pattern does not compile; the next call is then a first call again. May be
-/// called by several threads at once.
+/// Throws std::regex_error if the pattern does not compile, in every call. May be called by several threads
+/// at once.
 bool want_dump_kernel(const std::string& fn_name);
 
 } // namespace vorna::wfta
