@@ -109,15 +109,16 @@ TEST(PerfReport, NamesTheKernel)
     }
     const temp_directory directory;
     const std::string recording = " " + (directory.path() / "perf.data").string() + " ";
-    const command_result trial = shell("perf record -e cpu-clock -o" + recording + "-- true");
+    const command_result trial =
+        shell("perf record --no-buildid-cache -e cpu-clock -o" + recording + "-- true");
     if (trial.status != 0) {
         GTEST_SKIP() << "perf cannot record here: " << trial.output;
     }
 
     const busy_process busy(directory.path());
     const perf_map map(busy.pid());
-    const command_result record =
-        shell("perf record -e cpu-clock -o" + recording + "-p " + std::to_string(busy.pid()) + " -- sleep 1");
+    const command_result record = shell("perf record --no-buildid-cache -e cpu-clock -o" + recording + "-p " +
+                                        std::to_string(busy.pid()) + " -- sleep 1");
     ASSERT_EQ(record.status, 0) << record.output;
     const command_result report =
         shell("perf report -i" + recording + "--stdio --sort symbol -F overhead,symbol");

@@ -226,7 +226,7 @@ system_calls system_calls_of_a_call(const std::vector<std::pair<std::string, std
     return calls;
 }
 
-TEST(SwitchesOff, TheOnlySystemCallIsTheMapping)
+TEST(SwitchesOff, TheOnlySystemCallsManageMemory)
 {
     const system_calls calls = system_calls_of_a_call({});
     if (!calls.seen) {

@@ -4,7 +4,8 @@
 cd "$work/vorna_wfta"
 eval "$(block docs/embedding.md '## Debian package' sh)"
 package=$PWD/build/debian/libvorna-wfta-dev_0.1.0_$(dpkg --print-architecture).deb
-lintian --fail-on error "$package"
+mkdir "$work/lintian"
+TMPDIR=$work/lintian lintian --fail-on error "$package" # which leaves a file there
 apt-get install --simulate "$package"
 
 mkdir "$work/debian"
