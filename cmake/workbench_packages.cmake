@@ -1,0 +1,52 @@
+# Finds what the workbench is built with. Sets VORNA_WFTA_WORKBENCH to OFF, with one line that says why, where
+# something is missing.
+
+set(missing "")
+find_package(PkgConfig QUIET)
+if(PkgConfig_FOUND)
+  pkg_check_modules(libelf QUIET IMPORTED_TARGET libelf)
+endif()
+if(NOT libelf_FOUND)
+  list(APPEND missing libelf-dev)
+endif()
+foreach(package IN ITEMS "CLI11 libcli11-dev" "fmt libfmt-dev" "nlohmann_json nlohmann-json3-dev")
+  separate_arguments(package)
+  list(GET package 0 name)
+  list(GET package 1 debian_name)
+  find_package(${name} QUIET)
+  if(NOT ${name}_FOUND)
+    list(APPEND missing ${debian_name})
+  endif()
+endforeach()
+
+# LLVM's disassembler for AArch64, statically, since the shared library holds all of LLVM. Through llvm-config: LLVM's
+# own CMake package asks for development packages of libraries that the disassembler does not use.
+find_program(LLVM_CONFIG NAMES llvm-config llvm-config-14 llvm-config-15 llvm-config-16 llvm-config-17
+  llvm-config-18 llvm-config-19 llvm-config-20)
+set(llvm_libraries "")
+if(LLVM_CONFIG)
+  execute_process(COMMAND ${LLVM_CONFIG} --link-static --libfiles aarch64disassembler
+    OUTPUT_VARIABLE llvm_libraries ERROR_QUIET OUTPUT_STRIP_TRAILING_WHITESPACE)
+  execute_process(COMMAND ${LLVM_CONFIG} --includedir OUTPUT_VARIABLE llvm_include OUTPUT_STRIP_TRAILING_WHITESPACE)
+  execute_process(COMMAND ${LLVM_CONFIG} --version OUTPUT_VARIABLE llvm_version OUTPUT_STRIP_TRAILING_WHITESPACE)
+  separate_arguments(llvm_libraries)
+endif()
+if(NOT llvm_libraries OR NOT EXISTS "${llvm_include}/llvm-c/Disassembler.h" OR llvm_version VERSION_LESS 14)
+  list(APPEND missing llvm-dev)
+endif()
+
+if(missing)
+  list(JOIN missing " " missing)
+  message(STATUS "The workbench is left out, since these packages are missing: ${missing} (VORNA_WFTA_WORKBENCH)")
+  set(VORNA_WFTA_WORKBENCH OFF)
+  return()
+endif()
+
+# Of LLVM's system libraries those that the disassembler's part of it uses; the linker drops what it does not need.
+execute_process(COMMAND ${LLVM_CONFIG} --link-static --system-libs
+  OUTPUT_VARIABLE llvm_system_libraries OUTPUT_STRIP_TRAILING_WHITESPACE)
+separate_arguments(llvm_system_libraries)
+list(FILTER llvm_system_libraries EXCLUDE REGEX "z3|xml2|edit|ffi")
+add_library(vorna_wfta_llvm INTERFACE)
+target_include_directories(vorna_wfta_llvm SYSTEM INTERFACE ${llvm_include})
+target_link_libraries(vorna_wfta_llvm INTERFACE ${llvm_libraries} ${llvm_system_libraries})

@@ -1,0 +1,314 @@
+#include "workbench/dumps.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fmt/format.h>
+#include <gelf.h>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace vorna::workbench {
+
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "words are read as they lie in memory");
+
+namespace {
+
+// What an image makes the reader store is bounded by the image's own size, so that sections that share their
+// bytes, or relocations that share a long name, cannot fill the memory.
+class budget {
+public:
+    explicit budget(std::size_t bytes) : left_(bytes) {}
+    void take(std::size_t bytes, const char* what)
+    {
+        if (bytes > left_)
+            throw std::runtime_error(what);
+        left_ -= bytes;
+    }
+
+private:
+    std::size_t left_;
+};
+
+struct elf_closer {
+    void operator()(Elf* elf) const { elf_end(elf); }
+};
+
+struct file_closer {
+    explicit file_closer(int descriptor) : descriptor_(descriptor) {}
+    ~file_closer() { close(descriptor_); }
+    file_closer(const file_closer&) = delete;
+    file_closer& operator=(const file_closer&) = delete;
+
+private:
+    int descriptor_;
+};
+
+struct elf_section {
+    std::size_t index;
+    Elf_Scn* handle;
+    GElf_Shdr header;
+    std::string name;
+};
+
+constexpr std::string_view text_prefix = ".text.";
+constexpr std::string_view data_prefix = ".rodata.";
+constexpr std::size_t longest_name = 65536;
+
+bool starts_with(std::string_view text, std::string_view prefix)
+{
+    return text.substr(0, prefix.size()) == prefix;
+}
+
+[[noreturn]] void fail_with_elf_error(const char* what)
+{
+    throw std::runtime_error(fmt::format("{}: {}", what, elf_errmsg(-1)));
+}
+
+void check_header(Elf* elf)
+{
+    GElf_Ehdr header;
+    if (elf_kind(elf) != ELF_K_ELF || gelf_getehdr(elf, &header) == nullptr)
+        throw std::runtime_error("not an ELF file, or a cut one");
+    if (header.e_ident[EI_CLASS] != ELFCLASS64 || header.e_ident[EI_DATA] != ELFDATA2LSB ||
+        header.e_machine != EM_AARCH64)
+        throw std::runtime_error("not an ELF file for little-endian AArch64");
+    if (header.e_type != ET_REL)
+        throw std::runtime_error("not a relocatable object, as a dump is");
+}
+
+std::vector<elf_section> read_sections(Elf* elf)
+{
+    std::size_t names = 0;
+    if (elf_getshdrstrndx(elf, &names) != 0)
+        fail_with_elf_error("no section names");
+    std::vector<elf_section> sections;
+    for (Elf_Scn* section = elf_nextscn(elf, nullptr); section != nullptr;
+         section = elf_nextscn(elf, section)) {
+        GElf_Shdr header;
+        if (gelf_getshdr(section, &header) == nullptr)
+            fail_with_elf_error("bad section header");
+        const char* const name = elf_strptr(elf, names, header.sh_name);
+        if (name == nullptr)
+            fail_with_elf_error("bad section name");
+        sections.push_back({elf_ndxscn(section), section, header, {}});
+        const std::size_t length = strnlen(name, longest_name + 1);
+        if (length > longest_name)
+            throw std::runtime_error("a name of more than 64 KiB");
+        if (header.sh_type == SHT_PROGBITS)
+            sections.back().name.assign(name, length);
+    }
+    return sections;
+}
+
+Elf_Data* contents(const elf_section& section)
+{
+    Elf_Data* const data = elf_getdata(section.handle, nullptr);
+    if (data == nullptr || (data->d_buf == nullptr && data->d_size != 0) ||
+        data->d_size != section.header.sh_size)
+        throw std::runtime_error(fmt::format("section {} lies beyond the end of the file", section.index));
+    return data;
+}
+
+std::vector<std::uint8_t> bytes_of(const elf_section& section, budget& bytes)
+{
+    const Elf_Data* const data = contents(section);
+    bytes.take(data->d_size, "sections that overlap in the file");
+    const auto* const begin = static_cast<const std::uint8_t*>(data->d_buf);
+    return begin == nullptr ? std::vector<std::uint8_t>()
+                            : std::vector<std::uint8_t>(begin, begin + data->d_size);
+}
+
+std::int32_t narrow(std::int64_t value, const char* what)
+{
+    if (value < std::numeric_limits<std::int32_t>::min() || value > std::numeric_limits<std::int32_t>::max())
+        throw std::runtime_error(fmt::format("a relocation's {} does not fit into 32 bits", what));
+    return static_cast<std::int32_t>(value);
+}
+
+void read_relocations(Elf* elf, const elf_section& section, std::vector<tessjit::reloc_info>& relocs,
+                      budget& names)
+{
+    Elf_Scn* const symbol_section = elf_getscn(elf, section.header.sh_link);
+    GElf_Shdr symbol_header;
+    if (symbol_section == nullptr || gelf_getshdr(symbol_section, &symbol_header) == nullptr ||
+        symbol_header.sh_type != SHT_SYMTAB)
+        throw std::runtime_error("relocations without a symbol table");
+    Elf_Data* const symbols = elf_getdata(symbol_section, nullptr);
+    Elf_Data* const data = contents(section);
+    const std::size_t count = data->d_size / sizeof(Elf64_Rela);
+    relocs.reserve(relocs.size() + count);
+    for (std::size_t i = 0; i < count; ++i) {
+        GElf_Rela rela;
+        GElf_Sym symbol;
+        if (gelf_getrela(data, static_cast<int>(i), &rela) == nullptr)
+            fail_with_elf_error("bad relocation");
+        if (symbols == nullptr ||
+            gelf_getsym(symbols, static_cast<int>(GELF_R_SYM(rela.r_info)), &symbol) == nullptr)
+            throw std::runtime_error("a relocation of a symbol that is not there");
+        const char* const name = elf_strptr(elf, symbol_header.sh_link, symbol.st_name);
+        if (name == nullptr)
+            throw std::runtime_error("a relocation of a symbol without a name");
+        const std::size_t length = strnlen(name, longest_name + 1);
+        names.take(length, "names that are too long");
+        relocs.push_back(
+            {std::string(name, length), narrow(static_cast<std::int64_t>(rela.r_offset), "offset"),
+             static_cast<std::int32_t>(GELF_R_TYPE(rela.r_info)), narrow(rela.r_addend, "addend")});
+    }
+}
+
+} // namespace
+
+std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
+{
+    elf_version(EV_CURRENT);
+    // libelf takes a pointer to writable bytes, and writes none that it was not told to.
+    const std::unique_ptr<Elf, elf_closer> elf(
+        elf_memory(static_cast<char*>(const_cast<void*>(image)), size)); // NOLINT
+    if (elf == nullptr)
+        throw std::runtime_error("not an ELF file");
+    check_header(elf.get());
+    const std::vector<elf_section> sections = read_sections(elf.get());
+
+    struct sections_of_kernel {
+        std::size_t kernel;
+        bool has_data = false;
+    };
+    std::vector<placed_kernel> kernels;
+    std::unordered_map<std::string, sections_of_kernel> by_name; // the last kernel of each
+    std::unordered_map<std::size_t, std::size_t> by_text_section;
+    budget bytes(size);
+    for (const elf_section& section : sections) {
+        if (starts_with(section.name, text_prefix)) {
+            placed_kernel kernel;
+            kernel.name = section.name.substr(text_prefix.size());
+            kernel.text_address = section.header.sh_addr;
+            kernel.text = bytes_of(section, bytes);
+            by_name[kernel.name] = {kernels.size()};
+            by_text_section[section.index] = kernels.size();
+            kernels.push_back(std::move(kernel));
+        } else if (starts_with(section.name, data_prefix)) {
+            const auto owner = by_name.find(section.name.substr(data_prefix.size()));
+            if (owner == by_name.end() || owner->second.has_data)
+                throw std::runtime_error(fmt::format("section {} of no kernel", section.index));
+            owner->second.has_data = true;
+            placed_kernel& kernel = kernels[owner->second.kernel];
+            kernel.data_address = section.header.sh_addr;
+            kernel.data = bytes_of(section, bytes);
+            if (kernel.data_address < kernel.text_end() || kernel.text_end() < kernel.text_address ||
+                kernel.data_end() < kernel.data_address)
+                throw std::runtime_error("code and data are not placed as the finaliser places them");
+        }
+    }
+    if (kernels.empty())
+        throw std::runtime_error("no kernel in it");
+    if (std::any_of(by_name.begin(), by_name.end(), [](const auto& named) { return !named.second.has_data; }))
+        throw std::runtime_error("a kernel without its section of data");
+
+    budget names(16 * size);
+    for (const elf_section& section : sections) {
+        if (section.header.sh_type != SHT_RELA)
+            continue;
+        const auto owner = by_text_section.find(section.header.sh_info);
+        if (owner == by_text_section.end())
+            throw std::runtime_error("relocations of no kernel's code");
+        bytes.take(section.header.sh_size, "sections that overlap in the file");
+        read_relocations(elf.get(), section, kernels[owner->second].relocs, names);
+    }
+    return kernels;
+}
+
+namespace {
+
+enum class file_kind { dump, not_elf };
+
+std::string error_text()
+{
+    return std::strerror(errno);
+}
+
+// Throws std::runtime_error with what is wrong.
+file_kind read_file(const std::string& path, std::vector<placed_kernel>& kernels, std::vector<char>& buffer)
+{
+    constexpr std::size_t largest = std::size_t{1} << 30;
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0)
+        throw std::runtime_error(error_text());
+    const file_closer closer(descriptor);
+    struct stat status;
+    if (fstat(descriptor, &status) != 0)
+        throw std::runtime_error(error_text());
+    if (!S_ISREG(status.st_mode))
+        return file_kind::not_elf;
+    char magic[SELFMAG];
+    if (pread(descriptor, magic, SELFMAG, 0) != SELFMAG || std::memcmp(magic, ELFMAG, SELFMAG) != 0)
+        return file_kind::not_elf;
+    const auto size = static_cast<std::size_t>(status.st_size);
+    if (size > largest)
+        throw std::runtime_error("larger than 1 GiB, which no dump is");
+    buffer.resize(size);
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t count = pread(descriptor, buffer.data() + done, size - done, static_cast<off_t>(done));
+        if (count <= 0)
+            throw std::runtime_error(count == 0 ? "became shorter while it was read" : error_text());
+        done += static_cast<std::size_t>(count);
+    }
+    for (placed_kernel& kernel : parse_dump(buffer.data(), size)) {
+        kernel.file = path;
+        kernels.push_back(std::move(kernel));
+    }
+    return file_kind::dump;
+}
+
+} // namespace
+
+dump_reading read_dumps(const std::vector<std::string>& paths, const reading_progress& progress)
+{
+    dump_reading reading;
+    std::vector<placed_kernel> kernels;
+    std::vector<char> buffer;
+    const auto read_one = [&](const std::string& path, bool named) {
+        try {
+            if (read_file(path, kernels, buffer) == file_kind::not_elf)
+                (named ? reading.troubles : reading.passed_over).push_back(path + ": not an ELF file");
+        } catch (const std::runtime_error& error) {
+            reading.troubles.push_back(fmt::format("{}: {}", path, error.what()));
+        }
+    };
+    for (const std::string& path : paths) {
+        std::error_code error;
+        if (!std::filesystem::is_directory(path, error)) {
+            read_one(path, true);
+            continue;
+        }
+        std::vector<std::string> files;
+        for (std::filesystem::directory_iterator entry(path, error), end; !error && entry != end;
+             entry.increment(error))
+            files.push_back(entry->path().string());
+        if (error)
+            reading.troubles.push_back(fmt::format("{}: {}", path, error.message()));
+        std::sort(files.begin(), files.end());
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            read_one(files[i], false);
+            if (progress)
+                progress(i + 1, files.size());
+        }
+    }
+    reading.set = make_kernel_set(std::move(kernels));
+    if (const auto overlap = find_overlap(reading.set)) {
+        const placed_kernel& first = reading.set.kernels[overlap->first];
+        const placed_kernel& second = reading.set.kernels[overlap->second];
+        reading.troubles.push_back(
+            fmt::format("{} and {}: {} and {} are placed in the same memory: dumps of two runs", first.file,
+                        second.file, first.name, second.name));
+        reading.set = {};
+    }
+    return reading;
+}
+
+} // namespace vorna::workbench

@@ -1,0 +1,76 @@
+// The middle of the workbench: a set of placed kernels. The reader of dumps makes it, every command uses it.
+#pragma once
+
+#include "jit/reloc_info.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace vorna::workbench {
+
+/// One placed kernel, before relocation.
+struct placed_kernel {
+    std::string name;
+    std::uint64_t text_address = 0;
+    std::vector<std::uint8_t>
+        text; ///< as generated: fields that relocations fill are as the generator left them
+    std::uint64_t data_address = 0; ///< with no data, where it would be
+    std::vector<std::uint8_t> data;
+    std::vector<tessjit::reloc_info> relocs; ///< in the order in which they are applied
+    std::size_t mapping = 0;                 ///< index of its mapping in the set
+    std::string file;                        ///< the dump that it was read from
+
+    [[nodiscard]] std::uint64_t text_end() const { return text_address + text.size(); }
+    [[nodiscard]] std::uint64_t data_end() const { return data_address + data.size(); }
+};
+
+/// The memory that one call of finalise_kernels placed its kernels in, as far as the kernels tell: code
+/// first, constants behind it.
+struct kernel_mapping {
+    std::uint64_t begin = 0;      ///< of the page that holds the first kernel's code
+    std::uint64_t data_begin = 0; ///< where the constants begin
+    std::uint64_t end = 0;        ///< behind the last byte of code or constants
+};
+
+/// Placed kernels of one process, in ascending order of their code's addresses (of their data's among
+/// equals), which within a mapping is the order in which they were placed.
+struct kernel_set {
+    std::vector<placed_kernel> kernels;
+    std::vector<kernel_mapping> mappings;                 ///< ascending
+    std::unordered_map<std::string, std::size_t> by_name; ///< index of the first kernel of each name
+};
+
+/// Orders the kernels and finds out which of them share a mapping. Their members `mapping` are ignored.
+kernel_set make_kernel_set(std::vector<placed_kernel> kernels);
+
+/// Two kernels, by index, of which some bytes lie at the same address, so that they are not of one process;
+/// or nothing.
+struct kernel_pair {
+    std::size_t first;
+    std::size_t second;
+};
+std::optional<kernel_pair> find_overlap(const kernel_set& set);
+
+/// The kernel of that name, or null.
+const placed_kernel* find_kernel(const kernel_set& set, const std::string& name);
+
+/// The kernel in whose code or in whose data the address lies, or null.
+const placed_kernel* find_kernel_by_text(const kernel_set& set, std::uint64_t address);
+const placed_kernel* find_kernel_by_data(const kernel_set& set, std::uint64_t address);
+
+/// The name in the set that takes the fewest insertions, deletions and replacements of bytes to become
+/// `name`; empty if the set is.
+std::string nearest_name(const kernel_set& set, std::string_view name);
+
+/// The instruction word at `offset` of the code, of which four bytes must be left.
+std::uint32_t word_at(const std::vector<std::uint8_t>& text, std::size_t offset);
+
+/// Whether a relocation's target names constants (".rodata." and a kernel's name), not a kernel.
+bool names_data(std::string_view target);
+
+} // namespace vorna::workbench

@@ -1,0 +1,46 @@
+// The listing of a kernel: its instructions as they run, or as they were generated.
+#pragma once
+
+#include "workbench/disassembler.hpp"
+#include "workbench/kernel_set.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vorna::workbench {
+
+/// One row: an instruction word, or, behind the last whole word of a text, a byte.
+struct listing_row {
+    std::size_t offset = 0; ///< in the kernel's text
+    std::size_t size = 4;   ///< bytes
+    std::uint32_t word = 0; ///< with relocations applied, unless the listing is of the code as generated
+    std::string text;    ///< instruction with its targets by name; ".word 0x…", ".byte 0x…" if it is none
+    std::string comment; ///< values of the constants that it loads, and the like; may be empty
+    std::string label;   ///< if a branch of the kernel leads here, the name that it has there; else empty
+    std::optional<std::size_t> branch_target; ///< offset that a branch within the kernel leads to
+    std::string callee;                       ///< name of the kernel that a BL calls; empty if it calls none
+};
+
+struct kernel_listing {
+    std::size_t instructions = 0;     ///< words of the text
+    std::vector<std::string> calls;   ///< names, each once, in the order of the calls
+    std::vector<std::string> callers; ///< names of the kernels in the set that call this one, in their order
+    std::vector<listing_row> rows;
+};
+
+/// Lists a kernel of the set. With `linked` the relocations are applied where their targets are in the set (a
+/// target that is not keeps its field empty and is still named); otherwise the words are those that were
+/// generated.
+kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
+                           bool linked = true);
+
+/// The row as the command `show` prints it, without colour and newline, and without its label.
+std::string row_text(const listing_row& row);
+
+/// What `show` prints above a kernel's rows: name, address, sizes, calls and callers, in one line.
+std::string headline(const placed_kernel& kernel, const kernel_listing& listing);
+
+} // namespace vorna::workbench

@@ -1,0 +1,87 @@
+#include "workbench/program/command.hpp"
+
+#include "workbench/dumps.hpp"
+#include "workbench/output.hpp"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fmt/format.h>
+#include <unistd.h>
+
+namespace vorna::workbench {
+
+void add_common_options(CLI::App& command, common_options& options, const std::vector<std::string>& formats)
+{
+    options.format = formats.front();
+    command.add_option("--format", options.format, "How results are printed")
+        ->check(CLI::IsMember(formats))
+        ->capture_default_str();
+    command.add_option("--color", options.color, "Colour: on a terminal only, or as said")
+        ->check(CLI::IsMember({"always", "never", "auto"}))
+        ->capture_default_str();
+    command.add_flag("--verbose", options.verbose, "Name what is passed over");
+}
+
+bool use_colour(const common_options& options)
+{
+    if (options.color != "auto")
+        return options.color == "always";
+    const char* const no_color = std::getenv("NO_COLOR");
+    return (no_color == nullptr || *no_color == '\0') && isatty(STDOUT_FILENO) != 0;
+}
+
+void report_trouble(const std::string& text)
+{
+    fmt::print(stderr, "vorna-kernels: {}\n", printable(text));
+}
+
+read_result read_set(const std::vector<std::string>& paths, const common_options& options)
+{
+    using clock = std::chrono::steady_clock;
+    const bool terminal = isatty(STDERR_FILENO) != 0;
+    const clock::time_point start = clock::now();
+    clock::time_point last = start;
+    bool shown = false;
+    const auto progress = [&](std::size_t done, std::size_t all) {
+        const clock::time_point now = clock::now();
+        if (now - start < std::chrono::seconds(1) || now - last < std::chrono::milliseconds(100))
+            return;
+        last = now;
+        shown = true;
+        fmt::print(stderr, "\r{} of {} files\x1b[K", done, all);
+    };
+    dump_reading reading = read_dumps(paths, terminal ? reading_progress(progress) : reading_progress());
+    if (shown)
+        fmt::print(stderr, "\r\x1b[K");
+    for (const std::string& trouble : reading.troubles)
+        report_trouble(trouble);
+    if (options.verbose) {
+        for (const std::string& file : reading.passed_over)
+            report_trouble("passed over: " + file);
+    }
+    return {std::move(reading.set), !reading.troubles.empty()};
+}
+
+std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const std::vector<std::string>& names,
+                                                 bool& trouble)
+{
+    std::vector<const placed_kernel*> selected;
+    if (names.empty()) {
+        for (const placed_kernel& kernel : set.kernels)
+            selected.push_back(&kernel);
+    }
+    for (const std::string& name : names) {
+        if (const placed_kernel* const kernel = find_kernel(set, name)) {
+            selected.push_back(kernel);
+            continue;
+        }
+        const std::string nearest = nearest_name(set, name);
+        report_trouble(fmt::format("no kernel {} in the dumps{}", name,
+                                   nearest.empty() ? "" : "; the nearest name is " + nearest));
+        trouble = true;
+    }
+    return selected;
+}
+
+} // namespace vorna::workbench

@@ -1,0 +1,54 @@
+// What the commands of vorna-kernels share: their options, reading dumps, trouble on stderr.
+#pragma once
+
+#include "workbench/kernel_set.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <string>
+#include <vector>
+
+namespace vorna::workbench {
+
+/// Exit statuses of the program.
+enum exit_status : int {
+    nothing_found = 0,
+    something_found = 1,
+    in_trouble = 2,
+};
+
+/// The options that every command has.
+struct common_options {
+    std::string format = "text";
+    std::string color = "auto";
+    bool verbose = false;
+};
+
+/// Adds --format (of the `formats`, of which the first is the default), --color and --verbose.
+void add_common_options(CLI::App& command, common_options& options, const std::vector<std::string>& formats);
+
+/// Whether text on stdout is to be coloured: as --color says; "auto" is a terminal without NO_COLOR.
+bool use_colour(const common_options& options);
+
+/// Prints "vorna-kernels: " and the text as a line on stderr.
+void report_trouble(const std::string& text);
+
+/// Dumps as a command line names them, read.
+struct read_result {
+    kernel_set set;
+    bool trouble = false; ///< something was reported on stderr
+};
+
+/// Reads dumps and reports on stderr what could not be read, with --verbose what was passed over, and on a
+/// terminal, after a second, how far it is.
+read_result read_set(const std::vector<std::string>& paths, const common_options& options);
+
+/// The kernels of these names, of all if there are none. A name that is not in the set is reported, with the
+/// nearest one, and sets `trouble`.
+std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const std::vector<std::string>& names,
+                                                 bool& trouble);
+
+/// The commands: each adds itself to the program and sets the exit status when it is run.
+void add_show(CLI::App& program, int& status);
+
+} // namespace vorna::workbench
