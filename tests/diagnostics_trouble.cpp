@@ -8,6 +8,8 @@
 #include "tests/support/kernels.hpp"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -15,6 +17,8 @@
 #include <set>
 #include <sstream>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -301,7 +305,7 @@ TEST(Trouble, NameIsEmptyOrADirectory)
     EXPECT_THAT(names_in(directory.path()), UnorderedElementsAre(".hash", "..hash"));
 }
 
-// The rest is about a limit on the size of files, at which the system sends SIGXFSZ as well.
+// Of a limit on the size of files, at which the system sends SIGXFSZ as well.
 
 void limit_file_size(rlim_t size)
 {
@@ -449,6 +453,138 @@ TEST(SizeLimit, HostsHandlerSeesTheHostsOwnSignalsOnly)
         limit_file_size(RLIM_INFINITY);
         close(file);
         EXPECT_EQ(size_signals, 1);
+    });
+}
+
+// The rest is about pipes: the opening of a FIFO waits for its other end, and a pipe that has lost its reader
+// raises SIGPIPE when it is written.
+
+void with_one_on(const std::string& variable, const std::string& value, const std::string& expected_err,
+                 const std::function<void()>& body)
+{
+    child_options options;
+    options.environment = {{variable, value}};
+    const child_result child = run_in_child(body, options);
+    EXPECT_TRUE(child.succeeded()) << child;
+    EXPECT_EQ(child.err, expected_err);
+    const perf_map left_by_the_child(child.pid);
+}
+
+/// Finalises a kernel whose dump, and whose line in the map, are longer than a pipe holds, so that a reader
+/// that goes away is always missed.
+void emit_more_than_a_pipe_holds(const std::string& name)
+{
+    kernel_registry_map registry;
+    finalise_kernels(registry, {kernel(name, std::vector<std::uint32_t>(25'000, a64::nop()))});
+    EXPECT_EQ(registry.size(), 1U);
+}
+
+/// The other end of a FIFO, closed as soon as it has been opened.
+std::thread brief_partner(const std::filesystem::path& fifo, int flags)
+{
+    EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0) << fifo;
+    return std::thread([=] { close(open(fifo.c_str(), flags)); });
+}
+
+TEST(Fifo, DumpWaitsForItsReader)
+{
+    with_one_on("VORNA_WFTA_DUMP_KERNEL", "^callee$", "", [] {
+        ASSERT_EQ(mkfifo("callee", 0600), 0);
+        std::atomic<bool> opened = false;
+        std::string dump;
+        std::thread reader([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+            opened = true;
+            dump = contents("callee");
+        });
+        emit_and_run();
+        EXPECT_TRUE(opened);
+        reader.join();
+        std::filesystem::remove("callee");
+        emit_and_run();
+        EXPECT_EQ(dump.substr(0, 4), "\177ELF");
+        EXPECT_EQ(dump.size(), std::filesystem::file_size("callee"));
+    });
+}
+
+TEST(Fifo, DumpWhoseReaderGoesAwayIsMissing)
+{
+    with_one_on("VORNA_WFTA_DUMP_KERNEL", "^long$", "", [] {
+        std::thread reader = brief_partner("long", O_RDONLY);
+        emit_more_than_a_pipe_holds("long");
+        reader.join();
+        EXPECT_THAT(blocked_signals(), IsEmpty());
+        EXPECT_THAT(pending_signals(), IsEmpty());
+        emit_and_run();
+    });
+}
+
+TEST(Fifo, MapLineWhoseReaderGoesAwayIsMissing)
+{
+    with_one_on("VORNA_WFTA_PERF", "1", "", [] {
+        const perf_map map;
+        std::thread reader = brief_partner(map.path(), O_RDONLY);
+        emit_more_than_a_pipe_holds(std::string(100'000, 'n'));
+        reader.join();
+        EXPECT_THAT(pending_signals(), IsEmpty());
+        std::filesystem::remove(map.path());
+        emit_and_run();
+        EXPECT_EQ(lines(map), 2U);
+    });
+}
+
+TEST(Fifo, HashFileIsReadFirst)
+{
+    with_one_on("VORNA_WFTA_CHECK_HASH", "1",
+                "corrupt hash file? callee.hash should be 8 bytes but read 0\n" + both_announced, [] {
+                    std::thread writer = brief_partner("callee.hash", O_WRONLY);
+                    emit_and_run();
+                    writer.join();
+                });
+}
+
+/// Emits while stderr is a pipe without a reader.
+void emit_unheard()
+{
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const int err = dup(STDERR_FILENO);
+    close(ends[0]);
+    dup2(ends[1], STDERR_FILENO);
+    close(ends[1]);
+    emit_and_run();
+    dup2(err, STDERR_FILENO);
+    close(err);
+}
+
+TEST(StderrWithoutReader, KeepsTheHashesAndLeavesNoSignal)
+{
+    with_one_on("VORNA_WFTA_CHECK_HASH", "1", "", [] {
+        emit_unheard();
+        EXPECT_THAT(names_in("."), UnorderedElementsAre("callee.hash", "caller.hash"));
+        EXPECT_THAT(blocked_signals(), IsEmpty());
+        EXPECT_THAT(pending_signals(), IsEmpty());
+        emit_and_run();
+    });
+}
+
+TEST(StderrWithoutReader, LeavesNoSignalToAHostThatBlocksIt)
+{
+    with_one_on("VORNA_WFTA_CHECK_HASH", "1", "", [] {
+        block(SIGPIPE);
+        emit_unheard();
+        EXPECT_THAT(blocked_signals(), ElementsAre(SIGPIPE));
+        EXPECT_THAT(pending_signals(), IsEmpty());
+    });
+}
+
+TEST(StderrWithoutReader, KeepsTheHostsOwnPendingSignal)
+{
+    with_one_on("VORNA_WFTA_CHECK_HASH", "1", "", [] {
+        block(SIGPIPE);
+        raise(SIGPIPE);
+        emit_unheard();
+        EXPECT_THAT(pending_signals(), ElementsAre(SIGPIPE));
     });
 }
 

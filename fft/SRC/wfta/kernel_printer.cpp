@@ -209,25 +209,25 @@ static bool want_check_kernel_hash()
     return ret;
 }
 
-// Runs `write`, in which a file, stderr may be one, can reach the process's size limit: the write then fails
-// like any other, without the SIGXFSZ that would end the process. An exception would leave the signal
-// blocked, so `write` does nothing that raises one.
+// Runs `write`, which writes one file, stderr may be it: at a size limit, or when a pipe has lost its reader,
+// it fails without SIGXFSZ or SIGPIPE. An exception would leave them blocked, so `write` raises none.
 template <typename Write>
-static void write_without_size_signal(const Write& write)
+static void write_without_signals(const Write& write)
 {
-    sigset_t size_signal;
-    sigemptyset(&size_signal);
-    sigaddset(&size_signal, SIGXFSZ);
-    sigset_t mask_before;
-    pthread_sigmask(SIG_BLOCK, &size_signal, &mask_before);
     sigset_t pending_before;
     sigpending(&pending_before);
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGXFSZ, SIGPIPE})
+        if (sigismember(&pending_before, signal) == 0)
+            sigaddset(&signals, signal);
+    sigset_t mask_before;
+    pthread_sigmask(SIG_BLOCK, &signals, &mask_before);
 
     write();
 
     const timespec no_wait{};
-    if (sigismember(&pending_before, SIGXFSZ) == 0)
-        sigtimedwait(&size_signal, nullptr, &no_wait);
+    sigtimedwait(&signals, nullptr, &no_wait);
     pthread_sigmask(SIG_SETMASK, &mask_before, nullptr);
 }
 
@@ -239,7 +239,7 @@ static void dump_kernel(const string& fn_name, const uint8_t* text, size_t text_
     elf.fns.emplace_back(fn_name, text, std::vector<uint8_t>(text, text + text_len), data,
                          std::vector<uint8_t>(data, data + data_len), std::move(relocs));
     const std::vector<uint8_t> image = tessjit::emit_elf(elf);
-    write_without_size_signal([&] {
+    write_without_signals([&] {
         file.write(reinterpret_cast<const char*>(image.data()), static_cast<std::streamsize>(image.size()));
         file.close();
     });
@@ -253,7 +253,7 @@ static void append_map_line(const string& fn_name, const uint8_t* text_ptr, size
     FILE* const map_file = fopen(path, "a");
     if (map_file == nullptr)
         return;
-    write_without_size_signal([&] {
+    write_without_signals([&] {
         fprintf(map_file, "%lx %lx %s\n", reinterpret_cast<uintptr_t>(text_ptr), text_len, fn_name.c_str());
         fclose(map_file);
     });
@@ -290,10 +290,10 @@ static uint64_t kernel_code_hash(const uint8_t* text_ptr, size_t text_len)
 
 static void dump_kernel_hash(const string& hash_file, uint64_t hash)
 {
-    write_without_size_signal(
+    write_without_signals(
         [&] { fprintf(stderr, "emitting new hash file: %s -> 0x%lx\n", hash_file.c_str(), hash); });
     std::ofstream file(hash_file, std::ios::out | std::ios::binary);
-    write_without_size_signal([&] {
+    write_without_signals([&] {
         file.write(reinterpret_cast<const char*>(&hash), sizeof hash);
         file.close();
     });
@@ -318,13 +318,13 @@ static void check_kernel_hash(const string& fn_name, const uint8_t* text_ptr, si
     const int64_t nbytes = file.readsome(reinterpret_cast<char*>(&stored_hash), sizeof stored_hash);
     ASSERT_IN(function, nbytes >= 0);
     if (nbytes != sizeof stored_hash) {
-        write_without_size_signal([&] {
+        write_without_signals([&] {
             fprintf(stderr, "corrupt hash file? %s should be %lu bytes but read %ld\n", hash_file.c_str(),
                     sizeof stored_hash, nbytes);
         });
         dump_kernel_hash(hash_file, hash);
     } else if (stored_hash != hash) {
-        write_without_size_signal([&] {
+        write_without_signals([&] {
             fprintf(stderr, "hash files did not match! (old) 0x%lx != (new) 0x%lx\n", stored_hash, hash);
         });
         dump_kernel_hash(hash_file, hash);
