@@ -3,7 +3,7 @@
 
 rm -rf "$work"
 mkdir -p "$work/first" "$work/vorna_wfta"
-cp -r "$source"/{CMakeLists.txt,CMakePresets.json,cmake,examples,fft,jit} "$work/vorna_wfta"
+cp -r "$source"/{CMakeLists.txt,CMakePresets.json,cmake,examples,fft,jit,workbench} "$work/vorna_wfta"
 cd "$work/vorna_wfta"
 
 HOME=$work/first
