@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <vector>
@@ -265,6 +266,29 @@ TEST(RefusedMapping, AnAddressSpaceLimitEndsInAMemoryFault)
         platform_spy spy;
         spy.on_flush = [&] { ADD_FAILURE() << "the mapping was not refused"; };
         finalise_kernels(registry, kernels);
+    });
+    EXPECT_EQ(child.signal, SIGSEGV) << child;
+    EXPECT_EQ(child.err, "");
+    EXPECT_EQ(child.out, "");
+}
+
+/// Has the kernel refuse this process memory that is writable and executable.
+bool deny_write_and_execute()
+{
+    constexpr int set_mdwe = 65; // PR_SET_MDWE of Linux 6.3, which the headers may not have
+    constexpr unsigned long refuse_exec_gain = 1;
+    return prctl(set_mdwe, refuse_exec_gain, 0UL, 0UL, 0UL) == 0;
+}
+
+TEST(RefusedMapping, MemoryDenyWriteExecuteEndsInAMemoryFault)
+{
+    if (run_in_child([] { EXPECT_TRUE(deny_write_and_execute()); }).exit_status != 0) {
+        GTEST_SKIP() << "no PR_SET_MDWE here: it needs Linux 6.3, and not to be emulated";
+    }
+    const child_result child = run_in_child([] {
+        deny_write_and_execute();
+        kernel_registry_map registry;
+        finalise_kernels(registry, {kernel("k", {a64::ret()})});
     });
     EXPECT_EQ(child.signal, SIGSEGV) << child;
     EXPECT_EQ(child.err, "");

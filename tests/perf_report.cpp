@@ -112,7 +112,9 @@ TEST(PerfReport, NamesTheKernel)
     const command_result trial =
         shell("perf record --no-buildid-cache -e cpu-clock -o" + recording + "-- true");
     if (trial.status != 0) {
-        GTEST_SKIP() << "perf cannot record here: " << trial.output;
+        GTEST_SKIP() << "perf cannot record here: " << trial.output
+                     << "An ordinary user needs a kernel.perf_event_paranoid of at most 2; here it is "
+                     << contents("/proc/sys/kernel/perf_event_paranoid");
     }
 
     const busy_process busy(directory.path());
