@@ -59,6 +59,7 @@ struct elf_section {
 constexpr std::string_view text_prefix = ".text.";
 constexpr std::string_view data_prefix = ".rodata.";
 constexpr std::size_t longest_name = 65536;
+constexpr char long_names[] = "its names are too long for its size";
 
 bool starts_with(std::string_view text, std::string_view prefix)
 {
@@ -82,7 +83,7 @@ void check_header(Elf* elf)
         throw std::runtime_error("not a relocatable object, as a dump is");
 }
 
-std::vector<elf_section> read_sections(Elf* elf)
+std::vector<elf_section> read_sections(Elf* elf, budget& names_left)
 {
     std::size_t names = 0;
     if (elf_getshdrstrndx(elf, &names) != 0)
@@ -96,12 +97,10 @@ std::vector<elf_section> read_sections(Elf* elf)
         const char* const name = elf_strptr(elf, names, header.sh_name);
         if (name == nullptr)
             fail_with_elf_error("bad section name");
-        sections.push_back({elf_ndxscn(section), section, header, {}});
-        const std::size_t length = strnlen(name, longest_name + 1);
-        if (length > longest_name)
-            throw std::runtime_error("a name of more than 64 KiB");
-        if (header.sh_type == SHT_PROGBITS)
-            sections.back().name.assign(name, length);
+        // Only the sections of kernels are known by their names.
+        const std::size_t length = header.sh_type == SHT_PROGBITS ? strnlen(name, longest_name + 1) : 0;
+        names_left.take(length, long_names);
+        sections.push_back({elf_ndxscn(section), section, header, std::string(name, length)});
     }
     return sections;
 }
@@ -155,7 +154,7 @@ void read_relocations(Elf* elf, const elf_section& section, std::vector<tessjit:
         if (name == nullptr)
             throw std::runtime_error("a relocation of a symbol without a name");
         const std::size_t length = strnlen(name, longest_name + 1);
-        names.take(length, "names that are too long");
+        names.take(length, long_names);
         relocs.push_back(
             {std::string(name, length), narrow(static_cast<std::int64_t>(rela.r_offset), "offset"),
              static_cast<std::int32_t>(GELF_R_TYPE(rela.r_info)), narrow(rela.r_addend, "addend")});
@@ -166,6 +165,8 @@ void read_relocations(Elf* elf, const elf_section& section, std::vector<tessjit:
 
 std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
 {
+    if (size < sizeof(Elf64_Ehdr))
+        throw std::runtime_error("not an ELF file, or a cut one");
     elf_version(EV_CURRENT);
     // libelf takes a pointer to writable bytes, and writes none that it was not told to.
     const std::unique_ptr<Elf, elf_closer> elf(
@@ -173,14 +174,12 @@ std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
     if (elf == nullptr)
         throw std::runtime_error("not an ELF file");
     check_header(elf.get());
-    const std::vector<elf_section> sections = read_sections(elf.get());
+    budget names(8 * size);
+    const std::vector<elf_section> sections = read_sections(elf.get(), names);
 
-    struct sections_of_kernel {
-        std::size_t kernel;
-        bool has_data = false;
-    };
     std::vector<placed_kernel> kernels;
-    std::unordered_map<std::string, sections_of_kernel> by_name; // the last kernel of each
+    std::vector<bool> has_data;
+    std::unordered_map<std::string, std::size_t> by_name; // the last kernel of each
     std::unordered_map<std::size_t, std::size_t> by_text_section;
     budget bytes(size);
     for (const elf_section& section : sections) {
@@ -189,15 +188,16 @@ std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
             kernel.name = section.name.substr(text_prefix.size());
             kernel.text_address = section.header.sh_addr;
             kernel.text = bytes_of(section, bytes);
-            by_name[kernel.name] = {kernels.size()};
+            by_name[kernel.name] = kernels.size();
             by_text_section[section.index] = kernels.size();
             kernels.push_back(std::move(kernel));
+            has_data.push_back(false);
         } else if (starts_with(section.name, data_prefix)) {
             const auto owner = by_name.find(section.name.substr(data_prefix.size()));
-            if (owner == by_name.end() || owner->second.has_data)
+            if (owner == by_name.end() || has_data[owner->second])
                 throw std::runtime_error(fmt::format("section {} of no kernel", section.index));
-            owner->second.has_data = true;
-            placed_kernel& kernel = kernels[owner->second.kernel];
+            has_data[owner->second] = true;
+            placed_kernel& kernel = kernels[owner->second];
             kernel.data_address = section.header.sh_addr;
             kernel.data = bytes_of(section, bytes);
             if (kernel.data_address < kernel.text_end() || kernel.text_end() < kernel.text_address ||
@@ -207,10 +207,9 @@ std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
     }
     if (kernels.empty())
         throw std::runtime_error("no kernel in it");
-    if (std::any_of(by_name.begin(), by_name.end(), [](const auto& named) { return !named.second.has_data; }))
+    if (std::find(has_data.begin(), has_data.end(), false) != has_data.end())
         throw std::runtime_error("a kernel without its section of data");
 
-    budget names(16 * size);
     for (const elf_section& section : sections) {
         if (section.header.sh_type != SHT_RELA)
             continue;
@@ -225,7 +224,7 @@ std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
 
 namespace {
 
-enum class file_kind { dump, not_elf };
+enum class file_kind { dump, empty, not_elf };
 
 std::string error_text()
 {
@@ -236,15 +235,21 @@ std::string error_text()
 file_kind read_file(const std::string& path, std::vector<placed_kernel>& kernels, std::vector<char>& buffer)
 {
     constexpr std::size_t largest = std::size_t{1} << 30;
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0)
+        throw std::runtime_error(error_text());
+    if (!S_ISREG(status.st_mode))
+        return file_kind::not_elf;
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); // it may be a FIFO by now
     if (descriptor < 0)
         throw std::runtime_error(error_text());
     const file_closer closer(descriptor);
-    struct stat status;
     if (fstat(descriptor, &status) != 0)
         throw std::runtime_error(error_text());
     if (!S_ISREG(status.st_mode))
         return file_kind::not_elf;
+    if (status.st_size == 0)
+        return file_kind::empty;
     char magic[SELFMAG];
     if (pread(descriptor, magic, SELFMAG, 0) != SELFMAG || std::memcmp(magic, ELFMAG, SELFMAG) != 0)
         return file_kind::not_elf;
@@ -274,8 +279,15 @@ dump_reading read_dumps(const std::vector<std::string>& paths, const reading_pro
     std::vector<char> buffer;
     const auto read_one = [&](const std::string& path, bool named) {
         try {
-            if (read_file(path, kernels, buffer) == file_kind::not_elf)
+            switch (read_file(path, kernels, buffer)) {
+            case file_kind::dump:
+                break;
+            case file_kind::empty: // which is what a process that is killed leaves of a dump
+                reading.troubles.push_back(path + ": empty");
+                break;
+            case file_kind::not_elf:
                 (named ? reading.troubles : reading.passed_over).push_back(path + ": not an ELF file");
+            }
         } catch (const std::runtime_error& error) {
             reading.troubles.push_back(fmt::format("{}: {}", path, error.what()));
         }

@@ -22,8 +22,10 @@ kernel_set make_kernel_set(std::vector<placed_kernel> kernels)
 {
     kernel_set set;
     set.kernels = std::move(kernels);
+    // A kernel without code is where the one placed after it begins.
     std::stable_sort(set.kernels.begin(), set.kernels.end(), [](const auto& a, const auto& b) {
-        return std::tie(a.text_address, a.data_address) < std::tie(b.text_address, b.data_address);
+        return std::make_tuple(a.text_address, a.data_address, a.text.size()) <
+               std::make_tuple(b.text_address, b.data_address, b.text.size());
     });
     set.by_name.reserve(set.kernels.size());
     for (std::size_t i = 0; i < set.kernels.size(); ++i) {
