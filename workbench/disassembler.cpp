@@ -1,5 +1,6 @@
 #include "workbench/disassembler.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <fmt/format.h>
@@ -37,19 +38,74 @@ disassembler::~disassembler()
     LLVMDisasmDispose(implementation_->context);
 }
 
-std::string disassembler::text(std::uint32_t word, std::uint64_t pc)
+std::string disassembler::plain_text(std::uint32_t word)
 {
     std::uint8_t bytes[sizeof word];
     std::memcpy(bytes, &word, sizeof word);
     char line[256];
-    if (LLVMDisasmInstruction(implementation_->context, bytes, sizeof bytes, pc, line, sizeof line) !=
+    if (LLVMDisasmInstruction(implementation_->context, bytes, sizeof bytes, 0, line, sizeof line) !=
         sizeof word)
         return fmt::format(".word 0x{:08x}", word);
     std::string text = line;
     text.erase(0, text.find_first_not_of('\t'));
-    for (std::size_t tab = 0; (tab = text.find('\t', tab)) != std::string::npos;)
-        text[tab] = ' ';
+    std::replace(text.begin(), text.end(), '\t', ' ');
     return text;
+}
+
+std::string disassembler::text(std::uint32_t word, std::uint64_t pc)
+{
+    const std::optional<std::uint64_t> target = pc_relative_target(word, pc);
+    return target ? text_with_last_operand(word, fmt::format("{:#x}", *target)) : plain_text(word);
+}
+
+std::string disassembler::text_with_last_operand(std::uint32_t word, std::string_view operand)
+{
+    std::string text = plain_text(word);
+    if (text.front() != '.')
+        text.replace(text.rfind(' ') + 1, std::string::npos, operand);
+    return text;
+}
+
+namespace {
+
+// Where instructions that lead somewhere relative to themselves hold the distance: "Arm A-profile A64
+// Instruction Set Architecture".
+struct distance_field {
+    std::uint32_t mask;
+    std::uint32_t opcode;
+    unsigned low_bit;
+    unsigned bits;
+};
+
+constexpr distance_field distance_fields[] = {
+    {0x7c000000, 0x14000000, 0, 26}, // B, BL
+    {0xff000000, 0x54000000, 5, 19}, // B.cond, BC.cond
+    {0x7e000000, 0x34000000, 5, 19}, // CBZ, CBNZ
+    {0x7e000000, 0x36000000, 5, 14}, // TBZ, TBNZ
+    {0x3b000000, 0x18000000, 5, 19}, // LDR, LDRSW, PRFM (literal)
+};
+
+std::uint64_t sign_extended(std::uint64_t value, unsigned bits)
+{
+    const std::uint64_t sign = std::uint64_t{1} << (bits - 1);
+    return (value ^ sign) - sign;
+}
+
+} // namespace
+
+std::optional<std::uint64_t> pc_relative_target(std::uint32_t word, std::uint64_t pc)
+{
+    for (const distance_field& field : distance_fields) {
+        if ((word & field.mask) == field.opcode) {
+            const std::uint64_t words = word >> field.low_bit & ((std::uint32_t{1} << field.bits) - 1);
+            return pc + 4 * sign_extended(words, field.bits);
+        }
+    }
+    if ((word & 0x1f000000) == 0x10000000) { // ADR, ADRP
+        const std::uint64_t distance = sign_extended((word >> 5 & 0x7ffff) << 2 | (word >> 29 & 3), 21);
+        return word >> 31 == 0 ? pc + distance : (pc & ~std::uint64_t{0xfff}) + (distance << 12);
+    }
+    return std::nullopt;
 }
 
 } // namespace vorna::workbench

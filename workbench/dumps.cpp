@@ -57,7 +57,6 @@ struct elf_section {
 };
 
 constexpr std::string_view text_prefix = ".text.";
-constexpr std::string_view data_prefix = ".rodata.";
 constexpr std::size_t longest_name = 65536;
 constexpr char long_names[] = "its names are too long for its size";
 

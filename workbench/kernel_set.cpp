@@ -38,6 +38,18 @@ kernel_set make_kernel_set(std::vector<placed_kernel> kernels)
         kernel.mapping = set.mappings.size() - 1;
         set.by_name.emplace(kernel.name, i);
     }
+    set.callers.resize(set.kernels.size());
+    for (std::size_t i = 0; i < set.kernels.size(); ++i) {
+        for (const tessjit::reloc_info& relocation : set.kernels[i].relocs) {
+            const auto callee =
+                names_data(relocation.name) ? set.by_name.end() : set.by_name.find(relocation.name);
+            if (callee == set.by_name.end())
+                continue;
+            std::vector<std::size_t>& callers = set.callers[callee->second];
+            if (callers.empty() || callers.back() != i)
+                callers.push_back(i);
+        }
+    }
     return set;
 }
 
@@ -119,6 +131,11 @@ std::string nearest_name(const kernel_set& set, std::string_view name)
     return nearest == nullptr ? "" : nearest->name;
 }
 
+bool lies_within(const std::vector<std::uint8_t>& text, std::int64_t offset)
+{
+    return offset >= 0 && text.size() >= 4 && static_cast<std::uint64_t>(offset) <= text.size() - 4;
+}
+
 std::uint32_t word_at(const std::vector<std::uint8_t>& text, std::size_t offset)
 {
     std::uint32_t word = 0;
@@ -128,7 +145,7 @@ std::uint32_t word_at(const std::vector<std::uint8_t>& text, std::size_t offset)
 
 bool names_data(std::string_view target)
 {
-    return target.substr(0, 8) == ".rodata.";
+    return target.substr(0, data_prefix.size()) == data_prefix;
 }
 
 } // namespace vorna::workbench

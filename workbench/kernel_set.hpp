@@ -43,6 +43,7 @@ struct kernel_set {
     std::vector<placed_kernel> kernels;
     std::vector<kernel_mapping> mappings;                 ///< ascending
     std::unordered_map<std::string, std::size_t> by_name; ///< index of the first kernel of each name
+    std::vector<std::vector<std::size_t>> callers; ///< of each kernel: those with a relocation of its name
 };
 
 /// Orders the kernels and finds out which of them share a mapping. Their members `mapping` are ignored.
@@ -67,10 +68,14 @@ const placed_kernel* find_kernel_by_data(const kernel_set& set, std::uint64_t ad
 /// `name`; empty if the set is.
 std::string nearest_name(const kernel_set& set, std::string_view name);
 
+/// Whether a word at `offset` lies within the code.
+bool lies_within(const std::vector<std::uint8_t>& text, std::int64_t offset);
+
 /// The instruction word at `offset` of the code, of which four bytes must be left.
 std::uint32_t word_at(const std::vector<std::uint8_t>& text, std::size_t offset);
 
-/// Whether a relocation's target names constants (".rodata." and a kernel's name), not a kernel.
+/// Whether a relocation's target names constants (this prefix and a kernel's name), not a kernel.
+inline constexpr std::string_view data_prefix = ".rodata.";
 bool names_data(std::string_view target);
 
 } // namespace vorna::workbench

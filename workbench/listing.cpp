@@ -1,32 +1,248 @@
 #include "workbench/listing.hpp"
 
+#include "workbench/linking.hpp"
+#include "workbench/output.hpp"
+#include "workbench/relocation.hpp"
+
+#include <algorithm>
+#include <elf.h>
 #include <fmt/format.h>
+#include <set>
 
 namespace vorna::workbench {
 
-kernel_listing list_kernel(const kernel_set&, const placed_kernel& kernel, disassembler& disassembler, bool)
+namespace {
+
+constexpr std::size_t word_size = 4;
+
+std::string with_addend(const std::string& name, std::int64_t addend)
+{
+    if (addend == 0)
+        return name;
+    return place_text(name, addend);
+}
+
+/// A relocation's target as the listing of a kernel has it: its own constants without its name.
+std::string target_text(const placed_kernel& kernel, const tessjit::reloc_info& relocation)
+{
+    const bool own_data = names_data(relocation.name) &&
+                          relocation.name.compare(data_prefix.size(), std::string::npos, kernel.name) == 0;
+    return with_addend(own_data ? ".rodata" : printable(relocation.name), relocation.addend);
+}
+
+std::string type_text(std::int32_t type)
+{
+    const wfta::relocation_kind* const kind = wfta::find_relocation_kind(type);
+    return kind == nullptr ? fmt::format("relocation type {}", type) : kind->name;
+}
+
+const char* outcome_text(relocation_outcome outcome)
+{
+    switch (outcome) {
+    case relocation_outcome::applied:
+        return "";
+    case relocation_outcome::outside_text:
+        return "outside the code";
+    case relocation_outcome::unhandled_type:
+        return "not handled";
+    case relocation_outcome::foreign_data:
+        return "constants of another kernel";
+    case relocation_outcome::unknown_target:
+        return "not in the dumps";
+    case relocation_outcome::field_filled:
+        return "the field is not zero";
+    case relocation_outcome::out_of_range:
+        return "out of range";
+    }
+    return "";
+}
+
+/// The relocations of which some bytes lie in each row, in their order.
+std::vector<std::vector<std::size_t>> relocations_by_row(const placed_kernel& kernel)
+{
+    std::vector<std::vector<std::size_t>> rows((kernel.text.size() + word_size - 1) / word_size);
+    for (std::size_t i = 0; i < kernel.relocs.size(); ++i) {
+        const std::int32_t offset = kernel.relocs[i].offset;
+        if (!lies_within(kernel.text, offset))
+            continue;
+        const auto first = static_cast<std::size_t>(offset);
+        rows[first / word_size].push_back(i);
+        if (first % word_size != 0)
+            rows[first / word_size + 1].push_back(i);
+    }
+    return rows;
+}
+
+/// Whether the relocation fills just the field that its kind has in this instruction.
+bool fits(const tessjit::reloc_info& relocation, std::size_t offset, std::uint32_t generated)
+{
+    const wfta::relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
+    return kind != nullptr && static_cast<std::size_t>(relocation.offset) == offset &&
+           (generated & kind->opcode_mask) == kind->opcode;
+}
+
+/// The instruction with the relocation's target as its last operand.
+std::string relocated_text(const placed_kernel& kernel, const tessjit::reloc_info& relocation,
+                           std::uint32_t generated, disassembler& disassembler)
+{
+    const std::string target = target_text(kernel, relocation);
+    if (relocation.type != R_AARCH64_ADD_ABS_LO12_NC)
+        return disassembler.text_with_last_operand(generated, target);
+    // With an immediate of 0 an ADD from or to the stack pointer would be the alias MOV.
+    constexpr std::uint32_t immediate = 0x400;
+    return disassembler.text_with_last_operand(generated | immediate, ":lo12:" + target);
+}
+
+std::string label_of(std::size_t offset)
+{
+    return fmt::format(".L{:x}", offset);
+}
+
+/// An address in some kernel of the set, or a number.
+std::string address_text(const kernel_set& set, std::uint64_t address)
+{
+    if (const placed_kernel* const other = find_kernel_by_text(set, address))
+        return with_addend(printable(other->name), static_cast<std::int64_t>(address - other->text_address));
+    return fmt::format("{:#x}", address);
+}
+
+/// Names what an instruction leads to by a distance that it holds itself.
+void name_target(const kernel_set& set, const placed_kernel& kernel, listing_row& row,
+                 disassembler& disassembler)
+{
+    const std::optional<std::uint64_t> target =
+        pc_relative_target(row.word, kernel.text_address + row.offset);
+    if (!target || row.text.front() == '.')
+        return;
+    const bool call = row.word >> 26 == 0x25;                          // BL
+    const bool branch = call || (row.word & 0x1c000000) == 0x14000000; // B, B.cond, CBZ, CBNZ, TBZ, TBNZ
+    if (!branch)
+        return;
+    const std::uint64_t offset = *target - kernel.text_address;
+    if (offset % word_size == 0 && lies_within(kernel.text, static_cast<std::int64_t>(offset)) &&
+        !(call && offset == 0)) {
+        row.branch_target = offset;
+        row.text = disassembler.text_with_last_operand(row.word, label_of(offset));
+        return;
+    }
+    row.text = disassembler.text_with_last_operand(row.word, address_text(set, *target));
+    if (const placed_kernel* const callee = find_kernel_by_text(set, *target); callee != nullptr && call)
+        row.callee = callee->name;
+}
+
+void append(std::string& comment, const std::string& text)
+{
+    if (!comment.empty() && !text.empty())
+        comment += "; ";
+    comment += text;
+}
+
+} // namespace
+
+kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
+                           bool linked)
 {
     kernel_listing listing;
-    listing.instructions = kernel.text.size() / 4;
-    for (std::size_t offset = 0; offset + 4 <= kernel.text.size(); offset += 4) {
+    listing.instructions = kernel.text.size() / word_size;
+    for (const std::size_t caller : set.callers[static_cast<std::size_t>(&kernel - set.kernels.data())])
+        listing.callers.push_back(set.kernels[caller].name);
+
+    const linked_kernel code = link_kernel(set, kernel);
+    const std::vector<std::vector<std::size_t>> relocations = relocations_by_row(kernel);
+    for (std::size_t offset = 0; offset + word_size <= kernel.text.size(); offset += word_size) {
         listing_row row;
         row.offset = offset;
-        row.word = word_at(kernel.text, offset);
+        const std::uint32_t generated = word_at(kernel.text, offset);
+        row.word = linked ? word_at(code.text, offset) : generated;
+        const std::vector<std::size_t>& of_row = relocations[offset / word_size];
+        const bool plain = of_row.size() == 1 && fits(kernel.relocs[of_row.front()], offset, generated);
         row.text = disassembler.text(row.word, kernel.text_address + offset);
-        listing.rows.push_back(row);
+        if (plain) {
+            const tessjit::reloc_info& relocation = kernel.relocs[of_row.front()];
+            if (linked)
+                row.text = relocated_text(kernel, relocation, generated, disassembler);
+            if (relocation.type == R_AARCH64_CALL26 && !names_data(relocation.name))
+                row.callee = relocation.name;
+        } else if (of_row.empty() || linked) {
+            name_target(set, kernel, row, disassembler);
+        }
+        for (const std::size_t i : of_row) {
+            const tessjit::reloc_info& relocation = kernel.relocs[i];
+            const std::string outcome = outcome_text(code.outcomes[i]);
+            if (plain && linked)
+                append(row.comment, outcome);
+            else
+                append(row.comment,
+                       fmt::format("{} {}{}{}", type_text(relocation.type), target_text(kernel, relocation),
+                                   outcome.empty() ? "" : ", ", outcome));
+        }
+        listing.rows.push_back(std::move(row));
+    }
+    for (std::size_t offset = listing.instructions * word_size; offset < kernel.text.size(); ++offset) {
+        listing_row row;
+        row.offset = offset;
+        row.size = 1;
+        row.word = kernel.text[offset];
+        row.text = fmt::format(".byte 0x{:02x}", row.word);
+        listing.rows.push_back(std::move(row));
+    }
+
+    std::set<std::string> called;
+    for (const listing_row& row : listing.rows) {
+        if (row.branch_target)
+            listing.rows[*row.branch_target / word_size].label = label_of(*row.branch_target);
+        if (!row.callee.empty() && called.insert(row.callee).second)
+            listing.calls.push_back(row.callee);
     }
     return listing;
 }
 
-std::string row_text(const listing_row& row)
+int offset_digits(const placed_kernel& kernel)
 {
-    return fmt::format(" +{:02x}  {:08x}  {}", row.offset, row.word, row.text);
+    const std::size_t last = kernel.text.empty() ? 0 : kernel.text.size() - 1;
+    return std::max(2, static_cast<int>(fmt::formatted_size("{:x}", last)));
+}
+
+std::string row_text(const listing_row& row, int offset_digits)
+{
+    const std::size_t blank = row.text.find(' ');
+    const std::string_view mnemonic = std::string_view(row.text).substr(0, blank);
+    const std::string_view operands =
+        blank == std::string::npos ? std::string_view() : std::string_view(row.text).substr(blank + 1);
+    const std::string word = fmt::format("{:0{}x}", row.word, 2 * row.size);
+    std::string text = fmt::format("+{:0{}x}  {:<8}  ", row.offset, offset_digits, word);
+    if (operands.empty())
+        text += mnemonic;
+    else
+        text += fmt::format("{:<5} {}", mnemonic, operands);
+    if (!row.comment.empty())
+        text = fmt::format("{:<48}  ; {}", text, row.comment);
+    return text;
+}
+
+static std::string list_of(const std::vector<std::string>& names)
+{
+    constexpr std::size_t most = 8;
+    std::string text;
+    for (std::size_t i = 0; i < names.size() && i < most; ++i)
+        text += (i == 0 ? "" : ", ") + printable(names[i]);
+    if (names.size() > most)
+        text += fmt::format(" and {} more", names.size() - most);
+    return text;
 }
 
 std::string headline(const placed_kernel& kernel, const kernel_listing& listing)
 {
-    return fmt::format("{}  {:#x}  {} bytes, {} instructions", kernel.name, kernel.text_address,
-                       kernel.text.size(), listing.instructions);
+    std::string text =
+        fmt::format("{}  {:#x}  {}, {}", printable(kernel.name), kernel.text_address,
+                    counted(kernel.text.size(), "byte"), counted(listing.instructions, "instruction"));
+    if (!kernel.data.empty())
+        text += fmt::format("; data {:#x}, {}", kernel.data_address, counted(kernel.data.size(), "byte"));
+    if (!listing.calls.empty())
+        text += "; calls " + list_of(listing.calls);
+    if (!listing.callers.empty())
+        text += "; called by " + list_of(listing.callers);
+    return text;
 }
 
 } // namespace vorna::workbench

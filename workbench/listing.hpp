@@ -19,7 +19,7 @@ struct listing_row {
     std::uint32_t word = 0; ///< with relocations applied, unless the listing is of the code as generated
     std::string text;    ///< instruction with its targets by name; ".word 0x…", ".byte 0x…" if it is none
     std::string comment; ///< values of the constants that it loads, and the like; may be empty
-    std::string label;   ///< if a branch of the kernel leads here, the name that it has there; else empty
+    std::string label;   ///< if a branch of the kernel leads here, its name in the branch's text; else empty
     std::optional<std::size_t> branch_target; ///< offset that a branch within the kernel leads to
     std::string callee;                       ///< name of the kernel that a BL calls; empty if it calls none
 };
@@ -31,16 +31,21 @@ struct kernel_listing {
     std::vector<listing_row> rows;
 };
 
-/// Lists a kernel of the set. With `linked` the relocations are applied where their targets are in the set (a
-/// target that is not keeps its field empty and is still named); otherwise the words are those that were
-/// generated.
+/// Lists a kernel of the set. With `linked` the relocations are applied, and their targets stand in the text;
+/// one that cannot be applied leaves the word as it is and is told in the comment. Otherwise the words are
+/// those that were generated, and the relocations are comments.
 kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
                            bool linked = true);
 
-/// The row as the command `show` prints it, without colour and newline, and without its label.
-std::string row_text(const listing_row& row);
+/// The row as the command `show` prints it, without colour and newline, and without its label; the offset
+/// with at least so many digits.
+std::string row_text(const listing_row& row, int offset_digits = 2);
 
-/// What `show` prints above a kernel's rows: name, address, sizes, calls and callers, in one line.
+/// The digits of the kernel's last offset.
+int offset_digits(const placed_kernel& kernel);
+
+/// What `show` prints above a kernel's rows: name, address, sizes, calls and callers (the first few of many),
+/// in one line.
 std::string headline(const placed_kernel& kernel, const kernel_listing& listing);
 
 } // namespace vorna::workbench

@@ -1,6 +1,7 @@
 #include "workbench/listing.hpp"
 #include "workbench/output.hpp"
 #include "workbench/program/command.hpp"
+#include "workbench/program/json.hpp"
 
 #include <fmt/format.h>
 #include <memory>
@@ -16,16 +17,65 @@ struct show_options {
     bool unlinked = false;
 };
 
+struct listed_kernel {
+    const placed_kernel& kernel;
+    kernel_listing listing;
+};
+
+void print_text(const listed_kernel& listed, bool colour)
+{
+    fmt::print("{}\n", painted(headline(listed.kernel, listed.listing), colour::bold, colour));
+    const int digits = offset_digits(listed.kernel);
+    for (const listing_row& row : listed.listing.rows) {
+        if (!row.label.empty())
+            fmt::print("{}\n", painted(row.label + ":", colour::cyan, colour));
+        const std::string text = row_text(row, digits);
+        const std::size_t comment = row.comment.empty() ? text.size() : text.size() - row.comment.size() - 2;
+        fmt::print(" {}{}\n", text.substr(0, comment), painted(text.substr(comment), colour::green, colour));
+    }
+}
+
+json to_json(const listed_kernel& listed)
+{
+    json rows = json::array();
+    for (const listing_row& row : listed.listing.rows) {
+        rows.push_back({{"offset", row.offset},
+                        {"word", fmt::format("0x{:0{}x}", row.word, 2 * row.size)},
+                        {"text", row.text},
+                        {"comment", row.comment},
+                        {"label", row.label}});
+    }
+    return {{"kernel", listed.kernel.name},
+            {"address", fmt::format("{:#x}", listed.kernel.text_address)},
+            {"bytes", listed.kernel.text.size()},
+            {"data_address", fmt::format("{:#x}", listed.kernel.data_address)},
+            {"data_bytes", listed.kernel.data.size()},
+            {"calls", listed.listing.calls},
+            {"called_by", listed.listing.callers},
+            {"rows", rows}};
+}
+
 int show(const show_options& options)
 {
     read_result read = read_set({options.dumps}, options.common);
+    const bool colour = use_colour(options.common);
     disassembler disassembler;
+    json kernels = json::array();
+    bool first = true;
     for (const placed_kernel* kernel : select_kernels(read.set, options.kernels, read.trouble)) {
-        const kernel_listing listing = list_kernel(read.set, *kernel, disassembler, !options.unlinked);
-        fmt::print("{}\n", headline(*kernel, listing));
-        for (const listing_row& row : listing.rows)
-            fmt::print("{}\n", row_text(row));
+        const listed_kernel listed = {*kernel,
+                                      list_kernel(read.set, *kernel, disassembler, !options.unlinked)};
+        if (options.common.format == "json") {
+            kernels.push_back(to_json(listed));
+            continue;
+        }
+        if (!first)
+            fmt::print("\n");
+        first = false;
+        print_text(listed, colour);
     }
+    if (options.common.format == "json")
+        fmt::print("{}", json_text({{"version", 1}, {"kernels", kernels}}));
     return read.trouble ? in_trouble : nothing_found;
 }
 
