@@ -1,9 +1,7 @@
 // What the workbench knows of single instructions. The words come from the assembler.
 
 #include "workbench/a64.hpp"
-#include "tests/support/files.hpp"
-#include "tests/support/temp_directory.hpp"
-#include "tests/support/tool.hpp"
+#include "tests/support/assemble.hpp"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -12,31 +10,7 @@
 namespace {
 
 using namespace vorna::wfta;
-
-/// The words of assembly lines.
-std::vector<std::uint32_t> assemble(const std::vector<std::string>& lines)
-{
-    const support::temp_directory directory;
-    std::string source;
-    for (const std::string& line : lines)
-        source += line + "\n";
-    support::write_file(directory.path() / "lines.s", source);
-    const support::child_result tool =
-        support::run_tool({"llvm-mc", "-triple=aarch64", "-mattr=+v8.6a,+fullfp16,+mte,+sha2,+sve,+sve2",
-                           "-show-encoding", "lines.s"},
-                          directory.path());
-    EXPECT_TRUE(tool.succeeded()) << tool;
-    std::vector<std::uint32_t> words;
-    const std::string mark = "encoding: [";
-    for (std::size_t at = 0; (at = tool.out.find(mark, at)) != std::string::npos;) {
-        std::uint32_t word = 0;
-        at += mark.size();
-        for (unsigned byte = 0; byte < 4; ++byte, at = tool.out.find_first_of(",]", at) + 1)
-            word |= static_cast<std::uint32_t>(std::stoul(tool.out.substr(at, 4), nullptr, 0)) << 8 * byte;
-        words.push_back(word);
-    }
-    return words;
-}
+using support::assemble;
 
 constexpr std::uint32_t every = 0xffffffff;
 constexpr auto load = instruction_class::load;
