@@ -18,6 +18,7 @@ static int run(int argc, char** argv)
     program.require_subcommand(1);
     program.footer("Exit status: 0 nothing found, 1 found, 2 trouble.");
     int status = nothing_found;
+    add_profile(program, status);
     add_show(program, status);
     try {
         program.parse(argc, argv);
