@@ -1,5 +1,5 @@
 # Sourced by the tests of this directory, whose environment is: source, the project's directory; work, a directory for
-# all of them; CXX; and, for a cross build, CMAKE_TOOLCHAIN_FILE and emulator.
+# all of them; CXX; workbench, whether it is built; and, for a cross build, CMAKE_TOOLCHAIN_FILE and emulator.
 set -euo pipefail
 shopt -s inherit_errexit
 export CMAKE_GENERATOR=Ninja CMAKE_BUILD_PARALLEL_LEVEL=2

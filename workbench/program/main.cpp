@@ -1,10 +1,12 @@
 // vorna-kernels: what kernels' dumps, and the reports of a process that ended, tell.
 
 #include "workbench/program/command.hpp"
+#include "workbench/program/man_page.hpp"
 
 #include <CLI/CLI.hpp>
 
 #include <exception>
+#include <fmt/format.h>
 
 using namespace vorna::workbench;
 
@@ -15,8 +17,10 @@ static int run(int argc, char** argv)
         "into the current directory of the process that finalises them.");
     program.name("vorna-kernels");
     program.set_version_flag("--version", VORNA_KERNELS_VERSION);
-    program.require_subcommand(1);
-    program.footer("Exit status: 0 nothing found, 1 found, 2 trouble.");
+    bool print_man_page = false;
+    program.add_flag("--man-page", print_man_page)->group(""); // for the build, which installs it
+    program.require_subcommand(0, 1);
+    program.footer("Exit status: 0 nothing found, 1 found, 2 trouble. Each command has a --help of its own.");
     int status = nothing_found;
     add_profile(program, status);
     add_show(program, status);
@@ -26,6 +30,12 @@ static int run(int argc, char** argv)
         return program.exit(asked);
     } catch (const CLI::ParseError& error) {
         report_trouble(error.what());
+        return in_trouble;
+    }
+    if (print_man_page) {
+        fmt::print("{}", man_page(program, VORNA_KERNELS_VERSION));
+    } else if (program.get_subcommands().empty()) {
+        report_trouble("which command? See vorna-kernels --help");
         return in_trouble;
     }
     return status;
