@@ -1,0 +1,227 @@
+#include "workbench/abort_explanation.hpp"
+#include "workbench/abort_reports.hpp"
+#include "workbench/listing.hpp"
+#include "workbench/output.hpp"
+#include "workbench/program/command.hpp"
+#include "workbench/program/json.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fmt/format.h>
+#include <memory>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace vorna::workbench {
+
+namespace {
+
+struct explain_options {
+    common_options common;
+    std::string log;
+    std::vector<std::string> dumps;
+};
+
+// Closes what it opened; standard input it leaves open.
+class log_file {
+public:
+    explicit log_file(const std::string& path)
+        : descriptor_(path.empty() ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)),
+          name_(path.empty() ? "standard input" : path)
+    {
+        if (descriptor_ < 0)
+            fail();
+    }
+    ~log_file()
+    {
+        if (descriptor_ > STDIN_FILENO)
+            close(descriptor_);
+    }
+    log_file(const log_file&) = delete;
+    log_file& operator=(const log_file&) = delete;
+
+    std::size_t read_some(char* bytes, std::size_t size)
+    {
+        ssize_t count = 0;
+        do {
+            count = read(descriptor_, bytes, size);
+        } while (count < 0 && errno == EINTR);
+        if (count < 0)
+            fail();
+        return static_cast<std::size_t>(count);
+    }
+
+    [[nodiscard]] const std::string& name() const { return name_; }
+
+private:
+    [[noreturn]] void fail() const
+    {
+        throw std::runtime_error(fmt::format("{}: {}", name_, std::strerror(errno)));
+    }
+
+    int descriptor_;
+    std::string name_;
+};
+
+std::vector<std::int64_t> times_of_files(const kernel_set& set)
+{
+    std::vector<std::int64_t> times;
+    times.reserve(set.kernels.size());
+    for (const placed_kernel& kernel : set.kernels) {
+        std::error_code ignored;
+        times.push_back(std::filesystem::last_write_time(kernel.file, ignored).time_since_epoch().count());
+    }
+    return times;
+}
+
+// The refused instruction between its neighbours.
+void print_instructions(const kernel_set& set, const abort_explanation& found, bool colour_enabled)
+{
+    constexpr std::size_t neighbours = 2;
+    disassembler disassembler;
+    const std::vector<listing_row> rows = list_kernel(set, set.kernels[*found.dump], disassembler).rows;
+    const auto at = static_cast<std::size_t>(*found.offset) / 4;
+    if (*found.offset < 0 || at >= rows.size())
+        return;
+    const wfta::relocation_kind* const kind = wfta::find_relocation_kind(found.type.value_or(0));
+    for (std::size_t i = at - std::min(at, neighbours); i < std::min(rows.size(), at + neighbours + 1); ++i) {
+        const std::string text = row_text(rows[i], offset_digits(set.kernels[*found.dump]));
+        if (i != at) {
+            fmt::print("   {}\n", text);
+            continue;
+        }
+        const bool other = kind != nullptr && (rows[i].word & kind->opcode_mask) != kind->opcode;
+        fmt::print("{}{}\n", painted("  >" + text, colour::bold, colour_enabled),
+                   other ? fmt::format("    not {}", kind->instruction) : "");
+    }
+}
+
+void print_text(const dumps_of_process& dumps, const abort_explanation& found, const std::string& log_name,
+                const common_options& options)
+{
+    const bool colour_enabled = use_colour(options);
+    const std::string line = fmt::format("{}:{}", printable(log_name), found.line);
+    const std::string place = !found.kernel  ? line
+                              : found.offset ? place_text(*found.kernel, *found.offset)
+                                             : place_text(*found.kernel);
+    fmt::print("{}: {}: {}{}\n", painted(place, colour::bold, colour_enabled),
+               painted("error", colour::red, colour_enabled), found.message,
+               found.report.empty() ? "" : fmt::format(" [{}]", found.report));
+    if (found.dump && found.offset)
+        print_instructions(dumps.set, found, colour_enabled);
+    if (found.dump && found.relocation) {
+        const std::vector<tessjit::reloc_info>& relocs = dumps.set.kernels[*found.dump].relocs;
+        const tessjit::reloc_info& reloc = relocs[*found.relocation];
+        fmt::print("    relocation {} of {}: {} {} {}, type {}, offset {}\n", *found.relocation + 1,
+                   relocs.size(), printable(reloc.name), reloc.addend < 0 ? '-' : '+',
+                   std::abs(std::int64_t{reloc.addend}), reloc.type, reloc.offset);
+    }
+    for (const relocation_place& fit : found.fits)
+        fmt::print("    fits relocation {} at {}{}\n", *fit.relocation + 1,
+                   place_text(fit.kernel, fit.offset),
+                   fit.relocation == found.relocation ? ", the first, and so the one" : "");
+    for (const std::string& note : found.notes)
+        fmt::print("    note   {}\n", note);
+    if (found.kernel)
+        fmt::print("    log    {}\n", line);
+    fmt::print("    cause  {}\n", found.cause);
+    fmt::print("    do     {}\n", found.advice);
+}
+
+template <typename Value>
+json or_null(const std::optional<Value>& value)
+{
+    return value ? json(*value) : json(nullptr);
+}
+
+json to_json(const abort_explanation& found)
+{
+    json object;
+    object["report"] = found.report.empty() ? json(nullptr) : json(found.report);
+    object["kernel"] = or_null(found.kernel);
+    object["offset"] = or_null(found.offset);
+    object["relocation"] = or_null(found.relocation);
+    object["type"] = or_null(found.type);
+    object["target"] = or_null(found.target);
+    object["target_offset"] = or_null(found.target_offset);
+    object["distance"] = or_null(found.distance);
+    object["limit"] = found.limit ? json::array({found.limit->least, found.limit->greatest}) : json(nullptr);
+    object["cause"] = found.cause.empty() ? json(nullptr) : json(found.cause);
+    object["advice"] = found.advice.empty() ? json(nullptr) : json(found.advice);
+    object["message"] = found.message.empty() ? json(nullptr) : json(found.message);
+    object["line"] = found.line == 0 ? json(nullptr) : json(found.line);
+    object["notes"] = found.notes;
+    object["fits"] = json::array();
+    for (const relocation_place& fit : found.fits)
+        object["fits"].push_back(
+            {{"kernel", fit.kernel}, {"relocation", or_null(fit.relocation)}, {"offset", fit.offset}});
+    return object;
+}
+
+// The first report's members stand at the top, those of further ones in "more".
+void print_json(const std::vector<abort_explanation>& explanations)
+{
+    json document;
+    document["version"] = 1;
+    document.update(to_json(explanations.empty() ? abort_explanation() : explanations.front()));
+    document["more"] = json::array();
+    for (std::size_t i = 1; i < explanations.size(); ++i)
+        document["more"].push_back(to_json(explanations[i]));
+    fmt::print("{}", json_text(document));
+}
+
+int explain(const explain_options& options)
+{
+    log_file file(options.log);
+    const abort_log log =
+        read_abort_reports([&](char* bytes, std::size_t size) { return file.read_some(bytes, size); });
+
+    bool trouble = false;
+    dumps_of_process dumps;
+    if (!options.dumps.empty() && !log.reports.empty()) {
+        read_result read = read_set(options.dumps, options.common);
+        trouble = read.trouble;
+        dumps.set = std::move(read.set);
+        dumps.written = times_of_files(dumps.set);
+    }
+
+    std::vector<abort_explanation> explanations;
+    for (const abort_report& report : log.reports)
+        explanations.push_back(explain_report(log, report, dumps));
+    if (options.common.format == "json") {
+        print_json(explanations);
+    } else {
+        for (const abort_explanation& found : explanations)
+            print_text(dumps, found, file.name(), options.common);
+        if (explanations.empty())
+            fmt::print("no report of an abort in {}\n", printable(file.name()));
+        else
+            fmt::print("{}{}\n", counted(explanations.size(), "report"),
+                       log.more_reports == 0
+                           ? ""
+                           : fmt::format(" explained, {} more passed over", log.more_reports));
+    }
+    if (trouble)
+        return in_trouble;
+    return explanations.empty() ? something_found : nothing_found;
+}
+
+} // namespace
+
+void add_explain(CLI::App& program, int& status)
+{
+    const auto options = std::make_shared<explain_options>();
+    CLI::App* const command =
+        program.add_subcommand("explain", "Say what a process that the finaliser ended died of");
+    command->add_option("LOG", options->log, "What the process wrote to stderr; standard input without");
+    command->add_option("--dumps", options->dumps, "Directory of the dumps that it wrote, or one dump")
+        ->type_name("DUMPS")
+        ->expected(1);
+    command->footer("Exit status: 0 explained, 1 no report in the input, 2 trouble.");
+    add_common_options(*command, options->common, {"text", "json"});
+    command->callback([options, &status] { status = explain(*options); });
+}
+
+} // namespace vorna::workbench
