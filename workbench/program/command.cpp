@@ -14,13 +14,12 @@ namespace vorna::workbench {
 void add_common_options(CLI::App& command, common_options& options, const std::vector<std::string>& formats)
 {
     options.format = formats.front();
-    command.add_option("--format", options.format, "How results are printed")
-        ->check(CLI::IsMember(formats))
-        ->capture_default_str();
-    command.add_option("--color", options.color, "Colour: on a terminal only, or as said")
-        ->check(CLI::IsMember({"always", "never", "auto"}))
-        ->capture_default_str();
-    command.add_flag("--verbose", options.verbose, "Name what is passed over");
+    command
+        .add_option("--format", options.format, "How results are printed; " + formats.front() + " without")
+        ->check(CLI::IsMember(formats));
+    command.add_option("--color", options.color, "When in colour; auto, on a terminal, without")
+        ->check(CLI::IsMember({"always", "never", "auto"}));
+    command.add_flag("--verbose", options.verbose, "Name the files that are passed over");
 }
 
 bool use_colour(const common_options& options)

@@ -13,8 +13,8 @@ _vorna_kernels() {
     [[ $command != -* && $cword -gt 1 ]] || command=
 
     local values
-    if [[ $prev == --* ]]; then # "  --format TEXT:{text,json}=text"
-        values=$("$1" $command --help 2>/dev/null | sed -n "s/^  $prev TEXT:{\([^}]*\)}.*/\1/p")
+    if [[ $prev == --* ]]; then # "  --format {text,json}"
+        values=$("$1" $command --help 2>/dev/null | sed -n "s/^  $prev {\([^}]*\)}.*/\1/p")
         if [[ $values ]]; then
             # shellcheck disable=SC2207
             COMPREPLY=($(compgen -W "${values//,/ }" -- "$cur"))

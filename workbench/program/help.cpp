@@ -1,9 +1,17 @@
-#include "workbench/program/man_page.hpp"
+#include "workbench/program/help.hpp"
 
 #include <fmt/format.h>
 #include <string_view>
 
 namespace vorna::workbench {
+
+std::string help_formatter::make_option_opts(const CLI::Option* option) const
+{
+    if (option->get_positional() || option->get_type_size() == 0)
+        return "";
+    const std::string type = option->get_type_name(); // "TEXT", or "TEXT:" and the possible values
+    return " " + type.substr(type.find(':') + 1);
+}
 
 // Text as roff takes it: hyphens that can be copied, no escapes, no line that begins like a macro.
 static std::string roff(std::string_view text)
@@ -25,14 +33,14 @@ static std::string roff(std::string_view text)
 static std::string options_of(const CLI::App& app)
 {
     std::string text;
-    const auto formatter = std::make_shared<CLI::Formatter>();
+    const help_formatter formatter;
     for (const bool positional : {true, false}) {
         for (const CLI::Option* const option : app.get_options()) {
             if (option->get_positional() != positional || option->get_group().empty())
                 continue;
             text += fmt::format(
                 ".TP\n.B {}\n{}\n",
-                roff(formatter->make_option_name(option, positional) + formatter->make_option_opts(option)),
+                roff(formatter.make_option_name(option, positional) + formatter.make_option_opts(option)),
                 roff(option->get_description()));
         }
     }
@@ -70,7 +78,7 @@ std::string man_page(const CLI::App& program, const std::string& version)
         for (const CLI::App* const part : command->get_subcommands([](const CLI::App*) { return true; }))
             text += fmt::format(".TP\n.B {} {}\n{}\n.RS\n{}.RE\n", roff(command->get_name()),
                                 roff(part->get_name()), roff(part->get_description()), options_of(*part));
-        if (!command->get_footer().empty())
+        if (command->get_footer() != program.get_footer())
             text += ".PP\n.nf\n" + roff(command->get_footer()) + "\n.fi\n";
     }
     return text + ".SH EXIT STATUS\n" + roff(program.get_footer()) + "\n";
