@@ -16,6 +16,9 @@ namespace vorna::workbench {
 
 namespace {
 
+constexpr std::size_t share_columns = 5; // "100.0"
+constexpr std::size_t bar_columns = 8;
+
 struct profile_options {
     common_options common;
     std::string dumps;
@@ -30,54 +33,54 @@ double percent(std::uint64_t part, std::uint64_t whole)
     return whole == 0 ? 0 : 100.0 * static_cast<double>(part) / static_cast<double>(whole);
 }
 
-/// With commas between thousands.
-std::string grouped(std::uint64_t number)
+/// The percentage with one decimal; something is never shown as nothing.
+std::string share(std::uint64_t part, std::uint64_t whole)
 {
-    std::string digits = std::to_string(number);
-    for (std::size_t at = digits.size(); at > 3; at -= 3)
-        digits.insert(at - 3, ",");
-    return digits;
+    const std::string text = fmt::format("{:.1f}", percent(part, whole));
+    return part != 0 && text == "0.0" ? "<0.1" : text;
 }
 
-/// A bar of `part` of `whole`, in eighths of a column.
-std::string bar(std::uint64_t part, std::uint64_t whole, std::size_t columns)
+/// "1 sample", "24,180 samples".
+std::string samples_text(std::uint64_t count)
+{
+    std::string digits = std::to_string(count);
+    for (std::size_t at = digits.size(); at > 3; at -= 3)
+        digits.insert(at - 3, ",");
+    return digits + (count == 1 ? " sample" : " samples");
+}
+
+/// A bar of `part` of `whole`, in eighths of a column, and blanks behind it.
+std::string bar(std::uint64_t part, std::uint64_t whole)
 {
     static constexpr const char* eighths[] = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
-    const auto length =
-        static_cast<std::size_t>(percent(part, whole) / 100 * static_cast<double>(8 * columns));
+    const auto length = static_cast<std::size_t>(percent(part, whole) / 100 * 8 * bar_columns);
     std::string text;
     for (std::size_t i = 0; i < length / 8; ++i)
         text += "█";
     text += eighths[length % 8];
-    const std::size_t used = length / 8 + (length % 8 != 0 ? 1 : 0);
-    return text + std::string(columns - used, ' ');
+    return text + std::string(bar_columns - (length + 7) / 8, ' ');
 }
 
 void print_join(const profile& profile, const event_profile& event)
 {
     const std::uint64_t whole = event.total.weight;
-    fmt::print("{} by period, {}; in kernels {:.1f} %, in mappings of kernels without a dump {:.1f} %, "
-               "elsewhere {:.1f} %\n",
-               printable(event.event),
-               event.total.samples == 1 ? "1 sample" : grouped(event.total.samples) + " samples",
-               percent(event.in_kernels.weight, whole), percent(event.unknown.weight, whole),
-               percent(event.elsewhere.weight, whole));
-    std::string others;
+    fmt::print("{} by period, {}; in kernels {} %, mapping without dump {} %, elsewhere {} %\n",
+               printable(event.event), samples_text(event.total.samples),
+               share(event.in_kernels.weight, whole), share(event.unknown.weight, whole),
+               share(event.elsewhere.weight, whole));
     for (const event_profile& other : profile.events) {
         if (&other != &event)
-            others += fmt::format("{}{} ({} samples)", others.empty() ? "" : ", ", printable(other.event),
-                                  grouped(other.total.samples));
+            fmt::print("also recorded: --event={}, {}\n", printable(other.event),
+                       samples_text(other.total.samples));
     }
-    if (!others.empty())
-        fmt::print("other events, for --event=: {}\n", others);
     if (profile.lost != 0)
-        fmt::print("lost while recording: {} samples\n", grouped(profile.lost));
+        fmt::print("lost while recording: {}\n", samples_text(profile.lost));
 }
 
 void print_kernels(const kernel_set& set, const event_profile& event)
 {
     for (const kernel_profile& kernel : event.kernels)
-        fmt::print("{:6.1f} %  {}\n", percent(kernel.count.weight, event.total.weight),
+        fmt::print("{:>6} %  {}\n", share(kernel.count.weight, event.total.weight),
                    printable(set.kernels[kernel.kernel].name));
 }
 
@@ -90,53 +93,69 @@ const kernel_profile* find_profile(const kernel_set& set, const event_profile& e
     return found == event.kernels.end() ? nullptr : &*found;
 }
 
-void print_listing(const kernel_set& set, const event_profile& event, const placed_kernel& kernel,
-                   disassembler& disassembler, bool coloured)
+/// The weights of the samples in each row of a listing.
+std::vector<std::uint64_t> row_weights(const kernel_listing& listing, const kernel_profile& sampled)
 {
-    constexpr std::size_t columns = 8;
-    const kernel_profile* const sampled = find_profile(set, event, kernel);
-    if (sampled == nullptr) {
-        fmt::print("\n{}: no sample\n", printable(kernel.name));
-        return;
-    }
-    fmt::print("\n{}\n", painted(fmt::format("{}, percent of its {}", printable(kernel.name),
-                                             sampled->count.samples == 1
-                                                 ? "1 sample"
-                                                 : grouped(sampled->count.samples) + " samples"),
-                                 colour::bold, coloured));
-    const kernel_listing listing = list_kernel(set, kernel, disassembler);
     std::vector<std::uint64_t> weights(listing.rows.size());
-    auto row = sampled->rows.begin();
+    auto row = sampled.rows.begin();
     for (std::size_t i = 0; i < listing.rows.size(); ++i) {
-        for (; row != sampled->rows.end() && row->offset < listing.rows[i].offset + listing.rows[i].size;
+        for (; row != sampled.rows.end() && row->offset < listing.rows[i].offset + listing.rows[i].size;
              ++row)
             weights[i] += row->count.weight;
     }
+    return weights;
+}
+
+colour heat_colour(double percentage)
+{
+    if (percentage >= 10)
+        return colour::red;
+    return percentage >= 2 ? colour::yellow : colour::none;
+}
+
+void print_listing(const kernel_set& set, const event_profile& event, const placed_kernel& kernel,
+                   disassembler& disassembler, bool coloured)
+{
+    const kernel_profile* const sampled = find_profile(set, event, kernel);
+    const sample_count count = sampled == nullptr ? sample_count() : sampled->count;
+    fmt::print("\n{}\n", painted(fmt::format("{}, {}{}", printable(kernel.name), samples_text(count.samples),
+                                             sampled == nullptr ? "" : ", percent of the kernel"),
+                                 colour::bold, coloured));
+    if (sampled == nullptr)
+        return;
+    const kernel_listing listing = list_kernel(set, kernel, disassembler);
+    const std::vector<std::uint64_t> weights = row_weights(listing, *sampled);
     const std::uint64_t heaviest = *std::max_element(weights.begin(), weights.end());
+    const int digits = offset_digits(kernel);
     for (std::size_t i = 0; i < listing.rows.size(); ++i) {
-        const listing_row& line = listing.rows[i];
-        std::string text = row_text(line);
-        const placed_kernel* const callee = find_kernel(set, line.callee);
-        if (callee != nullptr && callee != &kernel) {
+        listing_row row = listing.rows[i];
+        const placed_kernel* const callee = row.callee.empty() ? nullptr : find_kernel(set, row.callee);
+        if (callee != nullptr) {
             const kernel_profile* const called = find_profile(set, event, *callee);
-            text += fmt::format("  ; {:.1f} % of all in {}",
-                                percent(called == nullptr ? 0 : called->count.weight, event.total.weight),
-                                printable(line.callee));
+            row.comment +=
+                fmt::format("{}{} % of all is in {}", row.comment.empty() ? "" : "; ",
+                            share(called == nullptr ? 0 : called->count.weight, event.total.weight),
+                            printable(row.callee));
         }
-        if (!line.label.empty())
-            fmt::print("{:>{}}{}:\n", "", 7 + columns, line.label);
-        const double share = percent(weights[i], sampled->count.weight);
-        const std::string heat = weights[i] == 0
-                                     ? std::string(6 + columns, ' ')
-                                     : fmt::format("{:5.1f} {}", share, bar(weights[i], heaviest, columns));
-        fmt::print("{} {}\n",
-                   painted(heat,
-                           share >= 10  ? colour::red
-                           : share >= 2 ? colour::yellow
-                                        : colour::none,
-                           coloured),
-                   text);
+        if (!row.label.empty())
+            fmt::print("{:{}}{}\n", "", share_columns + bar_columns + 2,
+                       painted(row.label + ":", colour::cyan, coloured));
+        std::string heat(share_columns + 1 + bar_columns, ' ');
+        if (weights[i] != 0)
+            heat = fmt::format("{:>{}} {}", share(weights[i], count.weight), share_columns,
+                               bar(weights[i], heaviest));
+        fmt::print("{} {}\n", painted(heat, heat_colour(percent(weights[i], count.weight)), coloured),
+                   row_text(row, digits));
     }
+}
+
+// Named by perf, which makes these of what the Statistical Profiling Extension recorded.
+bool is_spe(std::string_view event)
+{
+    static constexpr std::string_view made[] = {"l1d-miss", "l1d-access", "llc-miss",    "llc-access",
+                                                "tlb-miss", "tlb-access", "branch-miss", "remote-access"};
+    return event.substr(0, 7) == "arm_spe" ||
+           std::find(std::begin(made), std::end(made), event) != std::end(made);
 }
 
 void print_text(const kernel_set& set, const profile& profile, const event_profile& event,
@@ -147,12 +166,11 @@ void print_text(const kernel_set& set, const profile& profile, const event_profi
     disassembler disassembler;
     for (const placed_kernel* kernel : listed)
         print_listing(set, event, *kernel, disassembler, coloured);
-    const bool spe = event.event.find("arm_spe") != std::string::npos;
     fmt::print(
         "\nnote: {}\n",
-        spe ? "arm_spe samples operations, not time: each is at its own instruction"
-            : "an interrupt comes some instructions late, so read the neighbourhood of a row; perf record "
-              "-e arm_spe// does not, on processors that have it");
+        is_spe(event.event)
+            ? "arm_spe samples are of operations, not of time, each at its own instruction"
+            : "interrupts come late: read a row with those before it; perf record -e arm_spe// is exact");
 }
 
 json counts(const event_profile& event, const kernel_set& set, const std::vector<const placed_kernel*>& named)
