@@ -17,7 +17,7 @@ constexpr std::size_t longest_line = 65536; // a path has 4096 bytes at most
 constexpr std::size_t most_events = 1024;
 // Steps that mappings may cost in all, each well below a microsecond: more than any system does, and little
 // enough that a text made for it cannot keep the reader busy for hours.
-constexpr std::size_t most_mapping_steps = 100'000'000;
+constexpr std::size_t most_mapping_steps = 20'000'000;
 
 void add(std::uint64_t& sum, std::uint64_t value)
 {
@@ -67,7 +67,7 @@ struct address_space {
     std::size_t held = 0;                         // mappings of the set that lie within the pieces
 };
 
-/// The last piece that begins at the address or before it and ends behind it, or the next one.
+/// The piece that the address lies in, or the next one.
 template <class pieces_type>
 auto first_piece(pieces_type& pieces, std::uint64_t address)
 {
@@ -75,6 +75,12 @@ auto first_piece(pieces_type& pieces, std::uint64_t address)
     if (piece != pieces.begin() && std::prev(piece)->second.end > address)
         --piece;
     return piece;
+}
+
+bool touches(const address_space& space, const address_range& range)
+{
+    const auto piece = first_piece(space.pieces, range.begin);
+    return piece != space.pieces.end() && piece->first < range.end;
 }
 
 bool covers(const address_space& space, const address_range& range)
@@ -255,7 +261,7 @@ void profile_reader::implementation::read(std::string_view piece)
         if (newline == nullptr)
             return append(piece);
         const auto length = static_cast<std::size_t>(newline - piece.data());
-        if (carry.empty() && !too_long) {
+        if (carry.empty() && !too_long && length <= longest_line) {
             read_line(piece.data(), newline);
         } else {
             append(piece.substr(0, length));
@@ -582,7 +588,7 @@ void profile_reader::implementation::map(std::int64_t pid, const address_range& 
         [](const address_range& mapping, std::uint64_t address) { return mapping.begin < address; });
     const auto process = processes.find(pid);
     const bool holds = anonymous && first != behind;
-    if (process == processes.end() && !holds)
+    if (!holds && (process == processes.end() || !touches(*process->second, range)))
         return;
     forget_last();
     std::shared_ptr<address_space>& space = process == processes.end() ? processes[pid] : process->second;
