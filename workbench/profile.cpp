@@ -54,6 +54,7 @@ struct memory_counts {
 struct sampled_memory {
     std::vector<memory_counts> events; // by number of the event
     bool holds_kernels = false;        // it is of a process whose memory held all kernels of the set
+    bool replaced = false;             // some process has got other memory in its place
 };
 
 struct memory_piece {
@@ -64,7 +65,7 @@ struct memory_piece {
 /// As far as it matters here: pieces of executable anonymous memory that touch kernels of the set.
 struct address_space {
     std::map<std::uint64_t, memory_piece> pieces; // by their first address
-    std::size_t held = 0;                         // mappings of the set that lie within the pieces
+    std::size_t held = 0;                         // mappings of the set that lie within the pieces, at most
 };
 
 /// The piece that the address lies in, or the next one.
@@ -87,7 +88,9 @@ bool covers(const address_space& space, const address_range& range)
 {
     std::uint64_t covered = range.begin;
     for (auto piece = first_piece(space.pieces, covered);
-         covered < range.end && piece != space.pieces.end() && piece->first <= covered; ++piece)
+         covered < range.end && piece != space.pieces.end() && piece->first <= covered &&
+         !piece->second.memory->replaced;
+         ++piece)
         covered = piece->second.end;
     return covered >= range.end;
 }
@@ -507,7 +510,7 @@ void profile_reader::implementation::release(std::shared_ptr<address_space> spac
         return;
     for (auto& [address, piece] : space->pieces) {
         const std::shared_ptr<sampled_memory> memory = std::move(piece.memory);
-        if (memory.use_count() == 1 && memory->holds_kernels)
+        if (memory.use_count() == 1 && memory->holds_kernels && !memory->replaced)
             take_in(*memory);
     }
 }
@@ -550,8 +553,8 @@ std::size_t profile_reader::implementation::held_among(const address_space& spac
                       [&](const address_range& range) { return covers(space, range); }));
 }
 
-// Takes the range out of the pieces. The finaliser unmaps nothing, so memory of which nothing is left here
-// while the process goes on was not its: what was sampled there was no kernel.
+// Takes the range out of the pieces. The finaliser unmaps nothing, so memory that makes place for other
+// memory while the process goes on was not its: what was sampled there was no kernel.
 void profile_reader::implementation::cut(address_space& space, const address_range& range)
 {
     auto piece = first_piece(space.pieces, range.begin);
@@ -569,8 +572,7 @@ void profile_reader::implementation::cut(address_space& space, const address_ran
         };
         keep({old.begin, range.begin});
         keep({range.end, old.end});
-        if (memory.use_count() == 1)
-            memory->holds_kernels = false;
+        memory->replaced = true;
     }
 }
 
@@ -602,7 +604,6 @@ void profile_reader::implementation::map(std::int64_t pid, const address_range& 
     }
     const auto first_number = static_cast<std::size_t>(first - mappings.begin());
     const auto behind_number = static_cast<std::size_t>(behind - mappings.begin());
-    const bool held_all = space->held == mappings.size();
     space->held -= held_among(*space, first_number, behind_number);
     cut(*space, range);
     if (holds)
@@ -612,14 +613,13 @@ void profile_reader::implementation::map(std::int64_t pid, const address_range& 
         most_held = space->held;
         most_held_by = pid;
     }
+    if (space->held < mappings.size())
+        return;
+    // Other processes may have got other memory in the place of some that was counted as held.
+    space->held = held_among(*space, 0, mappings.size());
     if (space->held != mappings.size())
         return;
     joined = true;
-    if (held_all) {
-        if (holds)
-            space->pieces.find(range.begin)->second.memory->holds_kernels = true;
-        return;
-    }
     spend(space->pieces.size());
     for (auto& [address, piece] : space->pieces)
         piece.memory->holds_kernels = true;

@@ -255,6 +255,16 @@ TEST(Profile, KnowsAnAddressThatIsUsedAgain)
               "2/3 = 1/2 + 0/0 + 1/1; a 1/2 (+0 1/2)");
 }
 
+TEST(Profile, DoesNotHandDownMemoryThatWasUnmappedBeforeAFork)
+{
+    // The child seems to have the code cache that was in the place of d, and gets one in the place of a.
+    EXPECT_EQ(summary(two_mappings(), mapped(5, "30000", "1000") + forked(6, 5) + whole +
+                                          mapped(5, "30000", "1000") + mapped(6, "10000", "2000") +
+                                          sample(6, "10000", 1) + sample(6, "30000", 2) +
+                                          sample(5, "30000", 4)),
+              "3/7 = 1/4 + 0/0 + 2/3; d 1/4 (+0 1/4)");
+}
+
 TEST(Profile, KnowsAnotherFileInThePlaceOfACodeCache)
 {
     EXPECT_EQ(summary(two_mappings(), mapped(5, "30000", "1000") + sample(5, "30000", 1) +
