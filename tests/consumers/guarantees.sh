@@ -1,5 +1,4 @@
-# A host that relies on what the guide says of padding and of exceptions. It has nothing of <regex> of its own, which
-# could stand in for the library's.
+# A host that relies on what the guide says of padding and of exceptions.
 . "$(dirname "$0")/common.sh"
 
 host=$work/guarantees
