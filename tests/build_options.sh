@@ -1,0 +1,77 @@
+# Every combination of the build's options makes its targets, or is refused by one line: build_options.sh ROOT
+# Nothing is compiled here.
+set -euo pipefail
+root=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+export CMAKE_GENERATOR=Ninja
+
+fail() {
+    echo "$0: $*" >&2
+    exit 1
+}
+
+mkdir "$work/above"
+cat >"$work/above/CMakeLists.txt" <<EOF
+cmake_minimum_required(VERSION 3.22)
+project(above LANGUAGES CXX)
+add_subdirectory($root vorna_wfta)
+EOF
+
+# configure SOURCE ARGUMENT...: into an empty directory.
+configure() {
+    rm -rf "$work/build"
+    cmake -S "$1" -B "$work/build" "${@:2}" >"$work/output" 2>"$work/error"
+}
+
+for above in "$root" "$work/above"; do
+    for shared in OFF ON; do
+        for writer in OFF ON; do
+            for parts in OFF ON; do
+                options=(-D BUILD_SHARED_LIBS=$shared -D VORNA_WFTA_BUNDLED_WRITER=$writer
+                    -D VORNA_WFTA_TESTS=$parts -D VORNA_WFTA_EXAMPLES=$parts)
+                configure "$above" "${options[@]}" || fail "$above ${options[*]}: $(cat "$work/error")"
+                [ ! -s "$work/error" ] || fail "$above ${options[*]}: $(cat "$work/error")"
+                targets=$(ninja -C "$work/build" -t targets all)
+                library=a
+                [ $shared = OFF ] || library=so
+                grep -q "libvorna_wfta\.$library:" <<<"$targets" || fail "$above ${options[*]}: no library"
+                tests=no example=no # which have no other writer
+                ! grep -q 'placement.cpp\.o:' <<<"$targets" || tests=yes
+                ! grep -q 'wfta_host.dir/main.cpp\.o:' <<<"$targets" || example=yes
+                wanted=no
+                [ $writer$parts != ONON ] || wanted=yes
+                [ $tests$example = $wanted$wanted ] || fail "$above ${options[*]}: tests: $tests, example: $example"
+            done
+        done
+    done
+done
+
+# expect_refusal LINE ARGUMENT...
+expect_refusal() {
+    ! configure "$root" "${@:2}" || fail "${*:2}: not refused"
+    [ "$(sed -n 2p "$work/error")" = "  $1" ] || fail "${*:2}: $(cat "$work/error")"
+}
+
+# pkg_config_without NAME: a directory of all descriptions but this.
+pkg_config_without() {
+    local directory
+    mkdir "$work/without-$1"
+    for directory in $(pkg-config --variable pc_path pkg-config | tr : ' '); do
+        [ ! -d "$directory" ] || find "$directory" -name '*.pc' ! -name "$1.pc" -exec ln -sf -t "$work/without-$1" {} +
+    done
+    echo "$work/without-$1"
+}
+
+multiarch=$(c++ -dumpmachine)
+expect_refusal "The tests need googletest: install it, or VORNA_WFTA_TESTS=OFF" -D CMAKE_IGNORE_PATH=/usr/src/googletest
+expect_refusal "The tests need libelf-dev: install it, or VORNA_WFTA_TESTS=OFF" \
+    -D VORNA_WFTA_WORKBENCH=OFF -D "CMAKE_IGNORE_PATH=/usr/lib/$multiarch;/lib/$multiarch"
+expect_refusal "The example host needs pkg-config: install it, or VORNA_WFTA_EXAMPLES=OFF" \
+    -D CMAKE_DISABLE_FIND_PACKAGE_PkgConfig=ON
+expect_refusal "The example host needs libcli11-dev: install it, or VORNA_WFTA_EXAMPLES=OFF" \
+    -D CMAKE_DISABLE_FIND_PACKAGE_CLI11=ON
+PKG_CONFIG_LIBDIR=$(pkg_config_without vixl) \
+    expect_refusal "The example host needs libvixl-dev: install it, or VORNA_WFTA_EXAMPLES=OFF"
+PKG_CONFIG_LIBDIR=$(pkg_config_without fftw3) \
+    expect_refusal "The example host needs libfftw3-dev: install it, or VORNA_WFTA_EXAMPLES=OFF"
