@@ -490,6 +490,14 @@ TEST(Program, RunsAllLengthsInBothDirections)
     EXPECT_EQ(count_of(run_program("--all --inverse").output, ", inverse\n"), 59U);
 }
 
+TEST(Program, IsEndedByTheFinaliserWhenItBreaksARelocation)
+{
+    const program_result result = run_program("--break 12");
+    EXPECT_EQ(result.status, 128 + SIGABRT) << result.output; // as the shell says it
+    EXPECT_THAT(result.output, testing::ContainsRegex(
+                                   "R_AARCH64_CALL26 reloc but dst address 0x[0-9a-f]+ was already filled"));
+}
+
 TEST(Program, ListsTheRegistry)
 {
     const program_result result = run_program("--list 15");

@@ -106,6 +106,7 @@ int run(int argc, char** argv)
     bool all = false;
     bool inverse = false;
     bool list = false;
+    bool broken = false;
 
     CLI::App app("Generates Winograd kernels, places and links them with the kernel finaliser, runs them and "
                  "compares the results with FFTW's.",
@@ -114,6 +115,7 @@ int run(int argc, char** argv)
     app.add_flag("--all", all, "all possible lengths");
     app.add_flag("--inverse", inverse, "transform with the other sign of the exponent");
     app.add_flag("--list", list, "print the kernel registry at the end");
+    app.add_flag("--break", broken, "misplace a relocation, to see how the finaliser ends the process");
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& help) {
@@ -137,7 +139,7 @@ int run(int argc, char** argv)
     const direction dir = inverse ? direction::inverse : direction::forward;
     std::size_t good = 0;
     for (const std::int64_t length : lengths) {
-        const plan p = make_plan(registry, static_cast<unsigned>(length), dir);
+        const plan p = make_plan(registry, static_cast<unsigned>(length), dir, broken);
         const complex_signal in = random_signal(p.length);
         const complex_signal expected = transform_by_fftw(in, dir);
         if (report(p, wfta_host::largest_error(transform_by_kernels(p, in), expected)))
