@@ -67,8 +67,8 @@ sizes add_up(const std::vector<kernel_data>& kernels)
     return total;
 }
 
-// What the finaliser does, but of each relocation only the store of the word, which is known already; and the
-// pages fault in one by one, unless they are wanted `at_once`.
+// What the finaliser does, but of each relocation only the store of the word, which is known already. The
+// pages fault in at once, as the finaliser's do, or one by one.
 template <bool at_once>
 std::unique_ptr<placement> place_known_words(const prepared_set& prepared)
 {
@@ -220,8 +220,8 @@ std::vector<way> all_ways()
 {
     std::vector<way> ways = {
         {"finaliser", finalise, way::all},
-        {"floor", place_known_words<false>, way::all},
-        {"floor, pages at once", place_known_words<true>, way::all},
+        {"floor", place_known_words<true>, way::all},
+        {"floor, pages one by one", place_known_words<false>, way::all},
         {"mmap+memcpy", only_copy, way::nothing},
         {"mapping per kernel", map_each, way::all},
     };
