@@ -551,6 +551,9 @@ void find_kernel_of_message(explaining& e)
         if (fitting.size() > 1) {
             for (const std::size_t i : fitting)
                 e.result.fits.push_back({e.dump->name, i, e.dump->relocs[i].offset});
+            e.result.notes.push_back(
+                fmt::format("relocations are applied in order: of those that fit it is number {}",
+                            *e.result.relocation + 1));
         }
         return;
     }
@@ -571,6 +574,25 @@ void find_kernel_of_message(explaining& e)
 }
 
 // ---- Reports without one.
+
+// All targets were dumped, some perhaps by an earlier run into the same directory: those in other mappings
+// than the kernel itself.
+void find_unregistered_target(explaining& e)
+{
+    std::vector<std::size_t> suspects;
+    for (std::size_t i = 0; i < e.dump->relocs.size(); ++i) {
+        const placed_kernel* const target = find_kernel(e.dumps.set, e.dump->relocs[i].name);
+        if (target != nullptr && target->mapping != e.dump->mapping)
+            suspects.push_back(i);
+    }
+    if (suspects.empty())
+        return;
+    use_relocation(e, suspects.front());
+    for (const std::size_t i : suspects) {
+        if (suspects.size() > 1)
+            e.result.fits.push_back({e.dump->name, i, e.dump->relocs[i].offset});
+    }
+}
 
 void find_kernel_of_assertion(explaining& e)
 {
@@ -607,7 +629,9 @@ void find_kernel_of_assertion(explaining& e)
                  [&](std::size_t i) { return refusal_in(i).has_value(); });
     if (matching.empty()) {
         use_dump(e, newest);
-        e.result.notes.emplace_back("the last dump written; the checks find nothing in it that ends so");
+        e.result.notes.emplace_back("the last dump written");
+        if (e.report.id == "unknown-target")
+            find_unregistered_target(e);
         return;
     }
     const std::size_t chosen = *std::max_element(matching.begin(), matching.end(), newer);
@@ -783,8 +807,6 @@ void explain_filled(explaining& e)
 
 bool in_same_mapping(const explaining& e, const std::string& target)
 {
-    // All of a set lies between its first code and its last constants, so only kernels of other sets are in
-    // between if the two are of different ones.
     if (names_data(target) || (e.result.kernel && target == *e.result.kernel))
         return true;
     if (e.dump != nullptr && !e.other_run) {
@@ -795,7 +817,7 @@ bool in_same_mapping(const explaining& e, const std::string& target)
     const std::optional<std::uint64_t> address = e.targets.find(target);
     if (!address || e.registered == nullptr)
         return false;
-    return find_linked_kernel(e.listing, *address) == e.registered;
+    return find_linked_kernel(e.listing, *address) == e.registered; // the last of the target's mapping
 }
 
 void explain_misaligned_call(explaining& e)
@@ -863,16 +885,22 @@ void explain_range(explaining& e)
     }
 }
 
-bool is_near(std::string_view a, std::string_view b)
+// Whether one name is the other with a slip of the pen: a letter or two, and not just another number.
+bool is_misspelt(std::string_view a, std::string_view b)
 {
-    // A few letters, or the beginning or the end, are different.
     std::size_t front = 0;
     while (front < std::min(a.size(), b.size()) && a[front] == b[front])
         ++front;
     std::size_t back = 0;
     while (back < std::min(a.size(), b.size()) - front && a[a.size() - 1 - back] == b[b.size() - 1 - back])
         ++back;
-    return 2 * (front + back) >= std::max(a.size(), b.size());
+    const std::string_view different[] = {a.substr(front, a.size() - front - back),
+                                          b.substr(front, b.size() - front - back)};
+    const auto is_number = [](std::string_view text) {
+        return text.find_first_not_of("0123456789") == std::string_view::npos;
+    };
+    return front + back > 0 && different[0].size() <= 2 && different[1].size() <= 2 &&
+           !(is_number(different[0]) && is_number(different[1]));
 }
 
 void explain_unknown_target(explaining& e)
@@ -883,11 +911,6 @@ void explain_unknown_target(explaining& e)
         e.result.cause =
             "the kernel comes later in the set, its name is misspelt, or it is in another registry";
         e.result.advice = how_to_dump;
-        if (e.dump == nullptr)
-            return;
-        e.result.cause =
-            "a target that is in the dumps comes later in the set (its dump is of an earlier run), or is in another registry";
-        e.result.advice = "place callees before their callers, in sets of one registry";
         return;
     }
     const std::string name = printable(reloc->name);
@@ -898,8 +921,16 @@ void explain_unknown_target(explaining& e)
                                           reloc->addend);
         return;
     }
+    if (find_kernel(e.dumps.set, reloc->name) != nullptr) {
+        e.result.cause = fmt::format(
+            "{} was dumped, but by another run, and comes later in the set now, or it is in another registry",
+            name);
+        e.result.advice =
+            fmt::format("finalise {} before {}, with the same registry", name, printable(e.dump->name));
+        return;
+    }
     const std::string nearest = nearest_name(e.dumps.set, reloc->name);
-    if (is_near(nearest, reloc->name)) {
+    if (is_misspelt(nearest, reloc->name)) {
         e.result.cause = fmt::format(
             "the name is misspelt ({} is there), or the kernel comes later in the set", printable(nearest));
         e.result.advice = relocation_text(nearest, reloc->offset, reloc->type, reloc->addend) + ", or move " +

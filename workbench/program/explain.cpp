@@ -93,8 +93,10 @@ void print_instructions(const kernel_set& set, const abort_explanation& found, b
             continue;
         }
         const bool other = kind != nullptr && (rows[i].word & kind->opcode_mask) != kind->opcode;
-        fmt::print("{}{}\n", painted("  >" + text, colour::bold, colour_enabled),
-                   other ? fmt::format("    not {}", kind->instruction) : "");
+        fmt::print(
+            "{}{}\n", painted("  >" + text, colour::bold, colour_enabled),
+            other ? fmt::format("  not {} {}", kind->instruction[0] == 'A' ? "an" : "a", kind->instruction)
+                  : "");
     }
 }
 
@@ -119,9 +121,8 @@ void print_text(const dumps_of_process& dumps, const abort_explanation& found, c
                    std::abs(std::int64_t{reloc.addend}), reloc.type, reloc.offset);
     }
     for (const relocation_place& fit : found.fits)
-        fmt::print("    fits relocation {} at {}{}\n", *fit.relocation + 1,
-                   place_text(fit.kernel, fit.offset),
-                   fit.relocation == found.relocation ? ", the first, and so the one" : "");
+        fmt::print("    fits   relocation {} at {}\n", *fit.relocation + 1,
+                   place_text(fit.kernel, fit.offset));
     for (const std::string& note : found.notes)
         fmt::print("    note   {}\n", note);
     if (found.kernel)
