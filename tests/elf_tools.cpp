@@ -8,16 +8,15 @@
 #include "tests/support/files.hpp"
 #include "tests/support/kernels.hpp"
 #include "tests/support/platform_spy.hpp"
+#include "tests/support/random_kernel_sets.hpp"
+#include "tests/support/sections.hpp"
 #include "tests/support/tool.hpp"
 
-#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <elf.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
-#include <random>
 #include <sstream>
 
 namespace {
@@ -292,159 +291,6 @@ TEST(ObjectFile, RecordsWhatNoToolKnows)
     EXPECT_THAT(readelf.out, HasSubstr("callee - 1"));
 }
 
-// A random set of kernels, as large as the four kinds of relocation reach, and where it will be placed.
-class random_kernel_sets {
-public:
-    random_kernel_sets(unsigned seed, std::uint64_t begin, std::uint64_t end)
-        : random_(seed), next_mapping_(begin), end_(end)
-    {
-        // A kernel of the host's own, out of reach of all but ADRP and ADD.
-        const std::uint64_t four_gib = std::uint64_t{4} << 30;
-        far_kernel = begin > 2 * four_gib && one_in(2) ? begin - below(four_gib) : begin + below(four_gib);
-        known_["far"] = far_kernel;
-    }
-
-    // The next kernels, for a mapping at `place`.
-    std::vector<kernel_data> next(unsigned count)
-    {
-        std::vector<kernel_data> kernels(count);
-        for (kernel_data& kernel : kernels) {
-            kernel.name = "k" + std::to_string(known_.size());
-            known_[kernel.name] = 0;
-            std::vector<std::uint32_t> words(below(12));
-            if (&kernel == &kernels.front()) {
-                words.resize(12); // a set without any bytes gets no mapping
-            }
-            for (std::uint32_t& word : words) {
-                word = a64::nop();
-            }
-            kernel.text = code(words);
-            kernel.text.resize(kernel.text.size() + (one_in(4) ? below(4) : 0), 0xee);
-            kernel.data.resize(one_in(4) ? 0 : below(40));
-            for (std::uint8_t& byte : kernel.data) {
-                byte = static_cast<std::uint8_t>(below(256));
-            }
-        }
-
-        // The finaliser's layout: code on 32-byte boundaries, then the data, packed.
-        std::uint64_t text_size = 0;
-        std::uint64_t data_size = 0;
-        for (const kernel_data& kernel : kernels) {
-            text_size += (kernel.text.size() + 31) / 32 * 32;
-            data_size += kernel.data.size();
-        }
-        constexpr std::uint64_t largest_page = 0x10000;
-        place = next_mapping_;
-        next_mapping_ += (text_size + data_size + largest_page) / largest_page * largest_page;
-        next_mapping_ += below((end_ - next_mapping_) / 2 / largest_page) * largest_page;
-
-        for (const kernel_data& kernel : kernels) {
-            known_.erase(kernel.name);
-        }
-        std::uint64_t text = place;
-        std::uint64_t data = place + text_size;
-        for (kernel_data& kernel : kernels) {
-            known_[kernel.name] = text;
-            for (std::size_t offset = 0; offset + 4 <= kernel.text.size(); offset += 4) {
-                if (!one_in(4)) {
-                    relocate(kernel, static_cast<std::int32_t>(offset), text, data);
-                }
-            }
-            std::shuffle(kernel.relocs.begin(), kernel.relocs.end(), random_);
-            text += (kernel.text.size() + 31) / 32 * 32;
-            data += kernel.data.size();
-        }
-        return kernels;
-    }
-
-    std::uint64_t below(std::uint64_t limit) { return random_() % limit; }
-    bool one_in(unsigned n) { return below(n) == 0; }
-
-    std::uint64_t far_kernel;
-    std::uint64_t place = 0;
-
-private:
-    // Makes the word an instruction with a relocation to a random target that is in reach.
-    void relocate(kernel_data& kernel, std::int32_t offset, std::uint64_t text, std::uint64_t data)
-    {
-        tessjit::reloc_info reloc = {".rodata." + kernel.name, offset, 0, 0};
-        std::uint64_t target = data;
-        if (one_in(2)) {
-            const auto it = std::next(known_.begin(), static_cast<std::ptrdiff_t>(below(known_.size())));
-            std::tie(reloc.name, target) = *it;
-        }
-
-        const auto reg = static_cast<unsigned>(below(31));
-        const std::uint64_t P = text + static_cast<std::uint64_t>(offset);
-        const std::uint64_t page = P & ~std::uint64_t{0xfff};
-        std::uint32_t word = 0;
-        std::uint64_t lowest = target - 0x80000000; // S
-        std::uint64_t highest = target + 0x7fffffff;
-        switch (below(4)) {
-        case 0:
-            reloc.type = R_AARCH64_ADR_PREL_LO21;
-            word = a64::adr(reg);
-            lowest = P - 0x100000;
-            highest = P + 0xfffff;
-            break;
-        case 1:
-            reloc.type = R_AARCH64_ADR_PREL_PG_HI21;
-            word = a64::adrp(reg);
-            lowest = page - 0x100000000;
-            highest = page + 0xffffffff;
-            break;
-        case 2:
-            reloc.type = R_AARCH64_ADD_ABS_LO12_NC;
-            word = a64::add(reg, reg, 0);
-            break;
-        default:
-            reloc.type = R_AARCH64_CALL26;
-            word = a64::bl();
-            lowest = P - 0x8000000;
-            highest = P + 0x7fffffc;
-        }
-
-        const auto lowest_addend =
-            std::max<std::int64_t>(static_cast<std::int64_t>(lowest - target), INT32_MIN);
-        const auto highest_addend =
-            std::min<std::int64_t>(static_cast<std::int64_t>(highest - target), INT32_MAX);
-        if (lowest_addend > highest_addend) {
-            return;
-        }
-        std::int64_t addend =
-            lowest_addend +
-            static_cast<std::int64_t>(below(static_cast<std::uint64_t>(highest_addend - lowest_addend) + 1));
-        switch (below(6)) {
-        case 0:
-            addend = lowest_addend;
-            break;
-        case 1:
-            addend = highest_addend;
-            break;
-        case 2:
-        case 3:
-            addend = std::clamp<std::int64_t>(0, lowest_addend, highest_addend);
-            break;
-        default:
-            break;
-        }
-        if (reloc.type == R_AARCH64_CALL26) {
-            addend -= static_cast<std::int64_t>((target + static_cast<std::uint64_t>(addend) - P) % 4);
-            if (addend < lowest_addend) {
-                return;
-            }
-        }
-        reloc.addend = static_cast<std::int32_t>(addend);
-        std::memcpy(&kernel.text[static_cast<std::size_t>(offset)], &word, sizeof word);
-        kernel.relocs.push_back(std::move(reloc));
-    }
-
-    std::mt19937_64 random_;
-    std::uint64_t next_mapping_;
-    std::uint64_t end_;
-    std::map<std::string, std::uint64_t> known_;
-};
-
 // What the compared sets were made of.
 struct compared {
     std::map<std::int32_t, unsigned> relocations; // by type
@@ -452,25 +298,6 @@ struct compared {
     unsigned positive_addends = 0;
     unsigned unaligned_data = 0;
 };
-
-struct linked_section {
-    std::uint64_t address;
-    std::string contents;
-};
-
-std::map<std::string, linked_section> read_linked(const std::string& file)
-{
-    std::map<std::string, linked_section> sections;
-    Elf64_Ehdr header;
-    std::memcpy(&header, file.data(), sizeof header);
-    std::vector<Elf64_Shdr> headers(header.e_shnum);
-    std::memcpy(headers.data(), &file[header.e_shoff], headers.size() * sizeof headers[0]);
-    for (const Elf64_Shdr& section : headers) {
-        const char* const name = &file[headers[header.e_shstrndx].sh_offset + section.sh_name];
-        sections[name] = {section.sh_addr, file.substr(section.sh_offset, section.sh_size)};
-    }
-    return sections;
-}
 
 // In a child with dumps on: makes a random set in a fresh current directory, links it, and compares.
 void compare_with_linker(const std::vector<std::string>& linker, unsigned seed, compared& sum)
@@ -521,7 +348,7 @@ void compare_with_linker(const std::vector<std::string>& linker, unsigned seed, 
     ASSERT_TRUE(tool.succeeded()) << tool << script;
     ASSERT_EQ(tool.err, "");
 
-    const auto linked = read_linked(contents("linked"));
+    const auto linked = read_sections(contents("linked"));
     for (const auto& [name, entry] : registry) {
         SCOPED_TRACE(name);
         ASSERT_EQ(linked.count(".text." + name), 1U);

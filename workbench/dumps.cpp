@@ -223,7 +223,7 @@ std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
 
 namespace {
 
-enum class file_kind { dump, empty, not_elf };
+enum class file_kind { dump, empty, not_elf, not_object };
 
 std::string error_text()
 {
@@ -262,6 +262,11 @@ file_kind read_file(const std::string& path, std::vector<placed_kernel>& kernels
             throw std::runtime_error(count == 0 ? "became shorter while it was read" : error_text());
         done += static_cast<std::size_t>(count);
     }
+    Elf64_Half type = ET_REL;
+    if (size >= offsetof(Elf64_Ehdr, e_type) + sizeof type)
+        std::memcpy(&type, buffer.data() + offsetof(Elf64_Ehdr, e_type), sizeof type);
+    if (type == ET_EXEC || type == ET_DYN || type == ET_CORE)
+        return file_kind::not_object;
     for (placed_kernel& kernel : parse_dump(buffer.data(), size)) {
         kernel.file = path;
         kernels.push_back(std::move(kernel));
@@ -283,6 +288,10 @@ dump_reading read_dumps(const std::vector<std::string>& paths, const reading_pro
                 break;
             case file_kind::empty: // which is what a process that is killed leaves of a dump
                 reading.troubles.push_back(path + ": empty");
+                break;
+            case file_kind::not_object: // the host itself perhaps, or a linked image
+                (named ? reading.troubles : reading.passed_over)
+                    .push_back(path + ": a program or the like, not a dump");
                 break;
             case file_kind::not_elf:
                 (named ? reading.troubles : reading.passed_over).push_back(path + ": not an ELF file");

@@ -13,8 +13,9 @@ namespace vorna::workbench {
 /// What was read, and what could not be.
 struct dump_reading {
     kernel_set set;
-    std::vector<std::string> troubles;    ///< a line each, the file first
-    std::vector<std::string> passed_over; ///< what is no ELF file in a directory, a line each, the file first
+    std::vector<std::string> troubles; ///< a line each, the file first
+    std::vector<std::string>
+        passed_over; ///< what is no ELF file, or no object file, in a directory, a line each
 };
 
 /// Told, while files of a directory are read, how many of how many are done.

@@ -30,11 +30,16 @@ kernel_set make_kernel_set(std::vector<placed_kernel> kernels)
     set.by_name.reserve(set.kernels.size());
     for (std::size_t i = 0; i < set.kernels.size(); ++i) {
         placed_kernel& kernel = set.kernels[i];
-        if (set.mappings.empty() || !continues_mapping(set.mappings.back(), kernel))
-            set.mappings.push_back({kernel.text_address & ~(page_size - 1), kernel.data_address, 0});
+        if (set.mappings.empty() || !continues_mapping(set.mappings.back(), kernel)) {
+            const std::uint64_t begin = kernel.text_address & ~(page_size - 1);
+            set.mappings.push_back({begin, kernel.data_address, begin});
+        }
         kernel_mapping& mapping = set.mappings.back();
         mapping.data_begin = std::min(mapping.data_begin, kernel.data_address);
-        mapping.end = std::max({mapping.end, kernel.text_end(), kernel.data_end()});
+        if (!kernel.text.empty())
+            mapping.end = std::max(mapping.end, kernel.text_end());
+        if (!kernel.data.empty())
+            mapping.end = std::max(mapping.end, kernel.data_end());
         kernel.mapping = set.mappings.size() - 1;
         set.by_name.emplace(kernel.name, i);
     }

@@ -34,7 +34,7 @@ struct placed_kernel {
 struct kernel_mapping {
     std::uint64_t begin = 0;      ///< of the page that holds the first kernel's code
     std::uint64_t data_begin = 0; ///< where the constants begin
-    std::uint64_t end = 0;        ///< behind the last byte of code or constants
+    std::uint64_t end = 0;        ///< behind the last byte of code or constants; `begin` if there is none
 };
 
 /// Placed kernels of one process, in ascending order of their code's addresses (of their data's among

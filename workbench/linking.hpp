@@ -28,4 +28,27 @@ struct linked_kernel {
 };
 linked_kernel link_kernel(const kernel_set& set, const placed_kernel& kernel);
 
+/// Something that keeps a set from being linked as the process had it.
+struct link_finding {
+    std::string id;             ///< from the table of findings in docs/workbench.md
+    std::size_t kernel = 0;     ///< index in the set
+    std::size_t relocation = 0; ///< index in the kernel's relocations; their number if it is of none
+    std::string message;
+    std::string evidence; ///< where the same was found again; may be empty
+};
+
+/// All kernels of a set, linked.
+struct linked_set {
+    std::vector<std::vector<std::uint8_t>> texts; ///< of each kernel
+    std::vector<std::string> missing;             ///< names of targets that are not in the set, each once
+    std::vector<link_finding> findings;           ///< by kernel and relocation; of a missing target one
+};
+linked_set link_set(const kernel_set& set);
+
+/// An executable ELF image (ET_EXEC) of the kernels at their addresses: a load segment for each mapping, from
+/// its first page to its last byte; in it a section for each kernel's code (".text.NAME") and for its
+/// constants (".rodata.NAME") if it has any; symbols as in the dumps, with sizes. Throws std::runtime_error
+/// with what keeps it from being made: kernels that lie too far apart, a system without memory.
+std::string make_image(const kernel_set& set, const linked_set& linked);
+
 } // namespace vorna::workbench

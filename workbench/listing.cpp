@@ -15,13 +15,6 @@ namespace {
 
 constexpr std::size_t word_size = 4;
 
-std::string with_addend(const std::string& name, std::int64_t addend)
-{
-    if (addend == 0)
-        return name;
-    return place_text(name, addend);
-}
-
 /// A relocation's target as the listing of a kernel has it: its own constants without its name.
 std::string target_text(const placed_kernel& kernel, const tessjit::reloc_info& relocation)
 {
@@ -220,17 +213,6 @@ std::string row_text(const listing_row& row, int offset_digits)
     return text;
 }
 
-static std::string list_of(const std::vector<std::string>& names)
-{
-    constexpr std::size_t most = 8;
-    std::string text;
-    for (std::size_t i = 0; i < names.size() && i < most; ++i)
-        text += (i == 0 ? "" : ", ") + printable(names[i]);
-    if (names.size() > most)
-        text += fmt::format(" and {} more", names.size() - most);
-    return text;
-}
-
 std::string headline(const placed_kernel& kernel, const kernel_listing& listing)
 {
     std::string text =
@@ -239,9 +221,9 @@ std::string headline(const placed_kernel& kernel, const kernel_listing& listing)
     if (!kernel.data.empty())
         text += fmt::format("; data {:#x}, {}", kernel.data_address, counted(kernel.data.size(), "byte"));
     if (!listing.calls.empty())
-        text += "; calls " + list_of(listing.calls);
+        text += "; calls " + few_of(listing.calls);
     if (!listing.callers.empty())
-        text += "; called by " + list_of(listing.callers);
+        text += "; called by " + few_of(listing.callers);
     return text;
 }
 

@@ -27,11 +27,31 @@ std::string place_text(std::string_view kernel)
     return printable(kernel);
 }
 
+std::string signed_hex(std::int64_t value)
+{
+    const auto magnitude = value < 0 ? -static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
+    return fmt::format("{}{:#x}", value < 0 ? '-' : '+', magnitude);
+}
+
 std::string place_text(std::string_view kernel, std::int64_t offset)
 {
-    const auto magnitude =
-        offset < 0 ? -static_cast<std::uint64_t>(offset) : static_cast<std::uint64_t>(offset);
-    return fmt::format("{}{}{:#x}", printable(kernel), offset < 0 ? '-' : '+', magnitude);
+    return printable(kernel) + signed_hex(offset);
+}
+
+std::string with_addend(std::string_view name, std::int64_t addend)
+{
+    return std::string(name) + (addend == 0 ? "" : signed_hex(addend));
+}
+
+std::string few_of(const std::vector<std::string>& names)
+{
+    constexpr std::size_t most = 8;
+    std::string text;
+    for (std::size_t i = 0; i < names.size() && i < most; ++i)
+        text += (i == 0 ? "" : ", ") + printable(names[i]);
+    if (names.size() > most)
+        text += fmt::format(" and {} more", names.size() - most);
+    return text;
 }
 
 std::string counted(std::size_t count, std::string_view noun)

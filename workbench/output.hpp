@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vorna::workbench {
 
@@ -14,6 +15,16 @@ std::string printable(std::string_view name);
 /// "KERNEL+0xOFFSET", or "KERNEL" alone without an offset; a negative offset as "KERNEL-0x…".
 std::string place_text(std::string_view kernel);
 std::string place_text(std::string_view kernel, std::int64_t offset);
+
+/// "+0x10", "-0x8".
+std::string signed_hex(std::int64_t value);
+
+/// "NAME", "NAME+0x10", "NAME-0x8": a symbol and an addend. The name is one that is printable already.
+std::string with_addend(std::string_view name, std::int64_t addend);
+
+/// The names, printable, with commas between them; of more than eight the first eight and how many there are
+/// besides.
+std::string few_of(const std::vector<std::string>& names);
 
 /// "1 kernel", "2 kernels".
 std::string counted(std::size_t count, std::string_view noun);

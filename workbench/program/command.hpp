@@ -52,5 +52,7 @@ std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const st
 void add_explain(CLI::App& program, int& status);
 void add_profile(CLI::App& program, int& status);
 void add_show(CLI::App& program, int& status);
+void add_link(CLI::App& program, int& status);
+void add_objdump(CLI::App& program); ///< becomes another program, which has its own status
 
 } // namespace vorna::workbench

@@ -31,6 +31,8 @@ static int run(int argc, char** argv)
     add_explain(program, status);
     add_profile(program, status);
     add_show(program, status);
+    add_link(program, status);
+    add_objdump(program);
     if (argc == 2 && std::string_view(argv[1]) == "--man-page") { // for the build, which installs it
         fmt::print("{}", man_page(program, VORNA_KERNELS_VERSION));
         return nothing_found;
