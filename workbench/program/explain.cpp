@@ -21,7 +21,7 @@ namespace {
 struct explain_options {
     common_options common;
     std::string log;
-    std::vector<std::string> dumps;
+    std::string dumps;
 };
 
 // Closes what it opened; standard input it leaves open.
@@ -81,22 +81,19 @@ void print_instructions(const kernel_set& set, const abort_explanation& found, b
 {
     constexpr std::size_t neighbours = 2;
     disassembler disassembler;
-    const std::vector<listing_row> rows = list_kernel(set, set.kernels[*found.dump], disassembler).rows;
+    std::vector<listing_row> rows = list_kernel(set, set.kernels[*found.dump], disassembler).rows;
     const auto at = static_cast<std::size_t>(*found.offset) / 4;
     if (*found.offset < 0 || at >= rows.size())
         return;
     const wfta::relocation_kind* const kind = wfta::find_relocation_kind(found.type.value_or(0));
+    if (kind != nullptr && (rows[at].word & kind->opcode_mask) != kind->opcode)
+        rows[at].comment =
+            fmt::format("not {} {}", kind->instruction[0] == 'A' ? "an" : "a", kind->instruction);
     for (std::size_t i = at - std::min(at, neighbours); i < std::min(rows.size(), at + neighbours + 1); ++i) {
+        if (!rows[i].label.empty())
+            fmt::print("    {}:\n", rows[i].label);
         const std::string text = row_text(rows[i], offset_digits(set.kernels[*found.dump]));
-        if (i != at) {
-            fmt::print("   {}\n", text);
-            continue;
-        }
-        const bool other = kind != nullptr && (rows[i].word & kind->opcode_mask) != kind->opcode;
-        fmt::print(
-            "{}{}\n", painted("  >" + text, colour::bold, colour_enabled),
-            other ? fmt::format("  not {} {}", kind->instruction[0] == 'A' ? "an" : "a", kind->instruction)
-                  : "");
+        fmt::print("{}\n", i == at ? painted("  >" + text, colour::bold, colour_enabled) : "   " + text);
     }
 }
 
@@ -182,7 +179,7 @@ int explain(const explain_options& options)
     bool trouble = false;
     dumps_of_process dumps;
     if (!options.dumps.empty() && !log.reports.empty()) {
-        read_result read = read_set(options.dumps, options.common);
+        read_result read = read_set({options.dumps}, options.common);
         trouble = read.trouble;
         dumps.set = std::move(read.set);
         dumps.written = times_of_files(dumps.set);
@@ -218,8 +215,7 @@ void add_explain(CLI::App& program, int& status)
         program.add_subcommand("explain", "Say what a process that the finaliser ended died of");
     command->add_option("LOG", options->log, "What the process wrote to stderr; standard input without");
     command->add_option("--dumps", options->dumps, "Directory of the dumps that it wrote, or one dump")
-        ->type_name("DUMPS")
-        ->expected(1);
+        ->type_name("DUMPS");
     command->footer("Exit status: 0 explained, 1 no report in the input, 2 trouble.");
     add_common_options(*command, options->common, {"text", "json"});
     command->callback([options, &status] { status = explain(*options); });
