@@ -716,7 +716,7 @@ void explain_other_instruction(explaining& e, const relocation_kind& kind, std::
     const tessjit::reloc_info* const reloc = relocation_of(e);
     disassembler disassembler;
     const std::string text = disassembler.text(word, place_of_message(e));
-    e.result.cause = fmt::format("the offset points at another instruction, {}", text);
+    e.result.cause = fmt::format("the offset points at {}", text);
     e.result.advice =
         fmt::format("give the relocation the offset of the {} that it is for", kind.instruction);
     if (reloc == nullptr)
@@ -753,8 +753,7 @@ void explain_filled(explaining& e)
     const filled_message& message = *e.report.filled;
     const relocation_kind& kind = *message.kind;
     const tessjit::reloc_info* const reloc = relocation_of(e);
-    e.result.message =
-        fmt::format("{}: the instruction's field is not zero, the word is {:#010x}", kind.name, message.word);
+    e.result.message = fmt::format("{}: the field of {:#010x} is not zero", kind.name, message.word);
 
     if (e.result.offset && *e.result.offset % 4 != 0) {
         e.result.cause = fmt::format("the offset {} is not that of an instruction", *e.result.offset);
@@ -962,9 +961,10 @@ void explain_foreign_data(explaining& e)
                                       printable(e.dump->name), printable(owner), own);
         return;
     }
-    e.result.cause =
-        fmt::format("no kernel {}: the kernel was renamed behind its relocations, or the name is misspelt",
-                    printable(owner));
+    e.result.cause = is_misspelt(owner, e.dump->name)
+                         ? "the name is misspelt"
+                         : fmt::format("there is no kernel {}: perhaps {} was named so before",
+                                       printable(owner), printable(e.dump->name));
     e.result.advice = own;
 }
 

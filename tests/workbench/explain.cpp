@@ -29,10 +29,10 @@ const std::string log_of_qemu =
     "qemu: uncaught target signal 6 (Aborted) - core dumped\n";
 
 const std::string explained_without_dumps =
-    "answer+0x8: error: R_AARCH64_CALL26: the instruction's field is not zero, the word is 0xb9400000 "
+    "answer+0x8: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero "
     "[field-filled]\n"
     "    log    log:1\n"
-    "    cause  the offset points at another instruction, ldr w0, [x0]\n"
+    "    cause  the offset points at ldr w0, [x0]\n"
     "    do     give the relocation the offset of the BL that it is for\n"
     "1 report\n";
 
@@ -71,15 +71,14 @@ TEST_F(Explain, ShowsTheInstructionItsNeighboursTheRelocationTheCauseAndTheRemed
     write_dump();
     const child_result child = explain({"log", "--dumps", "dumps"});
     EXPECT_EQ(child.out,
-              "answer+0x8: error: R_AARCH64_CALL26: the instruction's field is not zero, the word is "
-              "0xb9400000 [field-filled]\n"
-              "   +00  90000000  adrp  x0, .rodata\n"
-              "   +04  91000000  add   x0, x0, #0\n"
-              "  >+08  b9400000  ldr   w0, [x0]                     ; not a BL\n"
-              "   +0c  d65f03c0  ret\n"
+              "answer+0x8: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]\n"
+              "    +00  90000000  adrp  x0, .rodata\n"
+              "    +04  91000000  add   x0, x0, #0\n"
+              "  > +08  b9400000  ldr   w0, [x0]                     ; not a BL\n"
+              "    +0c  d65f03c0  ret\n"
               "    relocation 2 of 2: .rodata.answer + 0, type 283, offset 8\n"
               "    log    log:1\n"
-              "    cause  the offset points at another instruction, ldr w0, [x0]; +0x4 has an ADD and no "
+              "    cause  the offset points at ldr w0, [x0]; +0x4 has an ADD and no "
               "relocation\n"
               "    do     {\".rodata.answer\", 4, 277, 0}\n"
               "1 report\n");
@@ -123,9 +122,9 @@ TEST_F(Explain, PrintsTheSameFactsAsJson)
     -134217728,
     134217727
   ],
-  "cause": "the offset points at another instruction, ldr w0, [x0]; +0x4 has an ADD and no relocation",
+  "cause": "the offset points at ldr w0, [x0]; +0x4 has an ADD and no relocation",
   "advice": "{\".rodata.answer\", 4, 277, 0}",
-  "message": "R_AARCH64_CALL26: the instruction's field is not zero, the word is 0xb9400000",
+  "message": "R_AARCH64_CALL26: the field of 0xb9400000 is not zero",
   "line": 1,
   "notes": [],
   "fits": [],

@@ -93,7 +93,7 @@ void print_instructions(const kernel_set& set, const abort_explanation& found, b
         if (!rows[i].label.empty())
             fmt::print("    {}:\n", rows[i].label);
         const std::string text = row_text(rows[i], offset_digits(set.kernels[*found.dump]));
-        fmt::print("{}\n", i == at ? painted("  >" + text, colour::bold, colour_enabled) : "   " + text);
+        fmt::print("{}\n", i == at ? painted("  > " + text, colour::bold, colour_enabled) : "    " + text);
     }
 }
 
