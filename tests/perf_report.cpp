@@ -74,15 +74,18 @@ public:
             kernel_registry_map registry;
             finalise_kernels(registry,
                              {{reinterpret_cast<void**>(&count_down), "countdown", countdown, {}, {}}});
-            (void)write(ready[1], "", 1);
+            if (write(ready[1], "", 1) != 1) {
+                _exit(1);
+            }
             for (;;) {
                 count_down(1'000'000);
             }
         }
         char byte = 0;
-        (void)read(ready[0], &byte, 1);
+        const bool started = read(ready[0], &byte, 1) == 1;
         close(ready[0]);
         close(ready[1]);
+        EXPECT_TRUE(started);
     }
     ~busy_process()
     {

@@ -232,7 +232,11 @@ TEST(SwitchesOff, TheOnlySystemCallsManageMemory)
     if (!calls.seen) {
         GTEST_SKIP() << "processes cannot be traced here";
     }
+#ifdef _LIBCPP_VERSION // whose guard of each switch takes down the thread that holds it
+    EXPECT_EQ(calls.numbers, std::vector<std::uint64_t>(3, SYS_gettid));
+#else
     EXPECT_EQ(calls.numbers, std::vector<std::uint64_t>());
+#endif
     EXPECT_EQ(calls.executables, std::vector<std::uint64_t>{32 + 4});
 }
 
