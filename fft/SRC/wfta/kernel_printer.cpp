@@ -32,10 +32,10 @@ extern "C" void __clear_cache(void* begin, void* end);
 
 // Checks an invariant in every build and reports a broken one through the C library's own reporter: assert()
 // disappears with NDEBUG, evaluation and all, and words the function's signature as the compiler at hand
-// does.
+// does, and its file as the build calls it.
 #define ASSERT_IN(function, ...) ASSERT_AS(function, #__VA_ARGS__, __VA_ARGS__)
 #define ASSERT_AS(function, expression, ...)                                                                 \
-    ((__VA_ARGS__) ? void() : __assert_fail(expression, __FILE__, __LINE__, function))
+    ((__VA_ARGS__) ? void() : __assert_fail(expression, "fft/SRC/wfta/kernel_printer.cpp", __LINE__, function))
 
 [[noreturn]] static void debug_dump_kernels_and_fail(const kernel_registry_map& kernel_registry)
 {
