@@ -34,7 +34,7 @@ extern "C" void __clear_cache(void* begin, void* end);
 // disappears with NDEBUG, evaluation and all, and words the function's signature as the compiler at hand
 // does, and its file as the build calls it.
 #define ASSERT_IN(function, ...) ASSERT_AS(function, #__VA_ARGS__, __VA_ARGS__)
-#define ASSERT_AS(function, text, ...)                                                                 \
+#define ASSERT_AS(function, text, ...)                                                                       \
     ((__VA_ARGS__) ? void() : __assert_fail(text, "fft/SRC/wfta/kernel_printer.cpp", __LINE__, function))
 
 [[noreturn]] static void debug_dump_kernels_and_fail(const kernel_registry_map& kernel_registry)
