@@ -1,6 +1,7 @@
 #include "workbench/listing.hpp"
 
 #include "workbench/linking.hpp"
+#include "workbench/loaded_constants.hpp"
 #include "workbench/output.hpp"
 #include "workbench/relocation.hpp"
 
@@ -186,6 +187,12 @@ kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, d
             listing.rows[*row.branch_target / word_size].label = label_of(*row.branch_target);
         if (!row.callee.empty() && called.insert(row.callee).second)
             listing.calls.push_back(row.callee);
+    }
+    const std::unordered_map<std::size_t, std::string> loads = describe_loads(set, kernel, listing.rows);
+    for (listing_row& row : listing.rows) {
+        const auto load = loads.find(row.offset);
+        if (load != loads.end())
+            append(row.comment, load->second);
     }
     return listing;
 }
