@@ -18,7 +18,7 @@ struct code_row {
     std::string key;             ///< the word and its relocations: their kinds, targets and addends
     std::size_t target = no_row; ///< row that an instruction without relocations leads to by a distance; the
                                  ///< number of words for the end of the code
-    std::int64_t distance = 0; ///< in bytes, to somewhere else
+    std::int64_t distance = 0;   ///< in bytes, to somewhere else
 };
 
 std::vector<code_row> code_rows(const placed_kernel& kernel);

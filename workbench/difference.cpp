@@ -86,20 +86,8 @@ std::vector<kernel_difference> compare_sets(const kernel_set& before, const kern
     return differences;
 }
 
-row_alignment align_rows(const placed_kernel& before, const placed_kernel& after)
+row_alignment pair_rows(const common_sequence& common, std::size_t before_rows, std::size_t after_rows)
 {
-    const std::vector<code_row> old_rows = code_rows(before);
-    const std::vector<code_row> new_rows = code_rows(after);
-    numbering number;
-    const std::vector<std::uint32_t> old_numbers = number(old_rows);
-    const std::vector<std::uint32_t> new_numbers = number(new_rows);
-    const common_sequence common = find_common_sequence(old_numbers, new_numbers);
-
-    std::vector<std::size_t> partner(old_rows.size() + 1, no_row);
-    partner.back() = new_rows.size();
-    for (const index_pair& pair : common.pairs)
-        partner[pair.before] = pair.after;
-
     row_alignment alignment;
     alignment.complete = common.complete;
     std::size_t i = 0;
@@ -112,14 +100,44 @@ row_alignment align_rows(const placed_kernel& before, const placed_kernel& after
     };
     for (const index_pair& pair : common.pairs) {
         rows_until(pair.before, pair.after);
-        const code_row& old_row = old_rows[i];
-        const code_row& new_row = new_rows[j];
+        alignment.rows.push_back({i++, j++, true});
+    }
+    rows_until(before_rows, after_rows);
+    return alignment;
+}
+
+row_alignment align_rows(const placed_kernel& before, const placed_kernel& after)
+{
+    const std::vector<code_row> old_rows = code_rows(before);
+    const std::vector<code_row> new_rows = code_rows(after);
+    numbering number;
+    const std::vector<std::uint32_t> old_numbers = number(old_rows);
+    const std::vector<std::uint32_t> new_numbers = number(new_rows);
+    row_alignment alignment =
+        pair_rows(find_common_sequence(old_numbers, new_numbers), old_rows.size(), new_rows.size());
+
+    std::vector<std::size_t> partner(old_rows.size() + 1, no_row);
+    partner.back() = new_rows.size();
+    for (const row_pair& pair : alignment.rows) {
+        if (pair.same)
+            partner[*pair.before] = *pair.after;
+    }
+    const loaded_constants old_constants = find_loaded_constants(before);
+    const loaded_constants new_constants = find_loaded_constants(after);
+    for (row_pair& pair : alignment.rows) {
+        if (!pair.same)
+            continue;
+        const code_row& old_row = old_rows[*pair.before];
+        const code_row& new_row = new_rows[*pair.after];
         const bool same_target = old_row.target == no_row
                                      ? new_row.target == no_row && old_row.distance == new_row.distance
                                      : partner[old_row.target] == new_row.target;
-        alignment.rows.push_back({i++, j++, same_target});
+        const auto old_value = old_constants.find(*pair.before);
+        const auto new_value = new_constants.find(*pair.after);
+        const bool same_value = old_value == old_constants.end() || new_value == new_constants.end() ||
+                                old_value->second == new_value->second;
+        pair.same = same_target && same_value;
     }
-    rows_until(old_rows.size(), new_rows.size());
     return alignment;
 }
 

@@ -1,6 +1,7 @@
 // What a change of the generator did to the kernels: two sets compared, whatever their addresses.
 #pragma once
 
+#include "workbench/alignment.hpp"
 #include "workbench/kernel_set.hpp"
 
 #include <cstddef>
@@ -57,8 +58,12 @@ struct row_alignment {
     bool complete = true;       ///< false if the kernels were too long to find all equal rows
 };
 
+/// Those rows with what they have in common, in order.
+row_alignment pair_rows(const common_sequence& common, std::size_t before_rows, std::size_t after_rows);
+
 /// Which rows of two kernels' listings belong together, with the longest sequence of rows that are the same.
-/// A branch within the kernel is the same if it leads to the same row.
+/// A branch within the kernel is the same if it leads to the same row, a load from the kernel's own constants
+/// if it gets the same bytes, as far as its place in them is known.
 row_alignment align_rows(const placed_kernel& before, const placed_kernel& after);
 
 } // namespace vorna::workbench

@@ -42,20 +42,25 @@ std::vector<bool> words_of_data(const placed_kernel& kernel)
     return words;
 }
 
-// The loads of which the place in the data is known, by instruction.
-std::vector<std::optional<wfta::known_access>> known_loads(const placed_kernel& kernel)
+} // namespace
+
+loaded_constants find_loaded_constants(const placed_kernel& kernel)
 {
-    std::vector<std::optional<wfta::known_access>> loads(kernel.text.size() / 4);
+    loaded_constants constants;
     for (const wfta::known_access& access : wfta::known_accesses(kernel.name, kernel.text, kernel.relocs)) {
         const bool in_data =
             access.target_offset && *access.target_offset >= 0 &&
             is_own_data(kernel, kernel.relocs[access.relocation].name) &&
             static_cast<std::uint64_t>(*access.target_offset) + access.access.bytes <= kernel.data.size();
-        if (in_data && access.access.load && !access.access.store)
-            loads[access.offset / 4] = access;
+        if (in_data && access.access.load && !access.access.store) {
+            const auto begin = kernel.data.begin() + static_cast<std::ptrdiff_t>(*access.target_offset);
+            constants[access.offset / 4].assign(begin, begin + access.access.bytes);
+        }
     }
-    return loads;
+    return constants;
 }
+
+namespace {
 
 // ADD or SUB of a constant, and MOV, of 64 bits: what known_accesses follows.
 bool derives_address(std::uint32_t word)
@@ -65,8 +70,7 @@ bool derives_address(std::uint32_t word)
 
 // Whether addresses of the data serve nothing but the known loads: no other load or store, comparison, call,
 // or caller may see one.
-bool data_is_only_loaded(const placed_kernel& kernel,
-                         const std::vector<std::optional<wfta::known_access>>& loads)
+bool data_is_only_loaded(const placed_kernel& kernel, const loaded_constants& loads)
 {
     const auto code = follow_code(kernel);
     if (!code || code->empty())
@@ -94,7 +98,7 @@ bool data_is_only_loaded(const placed_kernel& kernel,
                 if ((held[i] & (step.reads | general_mask(0, 8))) != 0)
                     return false;
                 after &= preserved_general;
-            } else if ((held[i] & step.reads) != 0 && !loads[i]) {
+            } else if ((held[i] & step.reads) != 0 && loads.count(i) == 0) {
                 if (!derives_address(step.word))
                     return false;
                 after |= step.writes;
@@ -124,16 +128,6 @@ std::uint32_t offset_field(std::uint32_t word)
     if ((word & 0x3a800000) == 0x28000000)
         return 0x003f8000; // of a pair
     return 0;
-}
-
-bool same_bytes(const placed_kernel& before, const wfta::known_access& a, const placed_kernel& after,
-                const wfta::known_access& b)
-{
-    const auto begin = [](const placed_kernel& kernel, const wfta::known_access& access) {
-        return kernel.data.begin() + static_cast<std::ptrdiff_t>(*access.target_offset);
-    };
-    return a.access.bytes == b.access.bytes &&
-           std::equal(begin(before, a), begin(before, a) + a.access.bytes, begin(after, b));
 }
 
 // A register of one kernel and what it is called in the other.
@@ -225,25 +219,18 @@ bool only_moved(const placed_kernel& before, const placed_kernel& after)
             (a.addend != b.addend && !is_own_data(before, a.name)) || a.offset % 4 != 0)
             return false;
     }
-    const auto old_loads = known_loads(before);
-    const auto new_loads = known_loads(after);
-    bool loads_something = false;
-    for (std::size_t i = 0; i < old_loads.size(); ++i) {
+    const loaded_constants old_loads = find_loaded_constants(before);
+    const loaded_constants new_loads = find_loaded_constants(after);
+    if (old_loads.empty() || old_loads != new_loads)
+        return false;
+    for (std::size_t i = 0; i < before.text.size() / 4; ++i) {
         const std::uint32_t old_word = word_at(before.text, 4 * i);
         const std::uint32_t new_word = word_at(after.text, 4 * i);
-        if (old_loads[i].has_value() != new_loads[i].has_value())
+        const std::uint32_t may_differ = old_loads.count(i) == 0 ? 0 : offset_field(old_word);
+        if (((old_word ^ new_word) & ~may_differ) != 0)
             return false;
-        if (!old_loads[i]) {
-            if (old_word != new_word)
-                return false;
-            continue;
-        }
-        if (((old_word ^ new_word) & ~offset_field(old_word)) != 0 ||
-            !same_bytes(before, *old_loads[i], after, *new_loads[i]))
-            return false;
-        loads_something = true;
     }
-    return loads_something && data_is_only_loaded(before, old_loads) && data_is_only_loaded(after, new_loads);
+    return data_is_only_loaded(before, old_loads) && data_is_only_loaded(after, new_loads);
 }
 
 bool only_renamed(const placed_kernel& before, const placed_kernel& after)

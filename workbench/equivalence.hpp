@@ -4,7 +4,18 @@
 
 #include "workbench/kernel_set.hpp"
 
+#include <cstddef>
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
 namespace vorna::workbench {
+
+/// What instructions, by index, load from the kernel's own data, where it is known which part of it that is.
+using loaded_constants = std::unordered_map<std::size_t, std::vector<std::uint8_t>>;
+loaded_constants find_loaded_constants(const placed_kernel& kernel);
+
+// Each of these says no where it is not sure.
 
 /// Whether the kernels differ only in where constants lie: in data, in addends of references to it, and in
 /// offsets of loads from it, each of which gets the same bytes before and after. No, if an address of the

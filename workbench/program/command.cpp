@@ -62,6 +62,13 @@ read_result read_set(const std::vector<std::string>& paths, const common_options
     return {std::move(reading.set), !reading.troubles.empty()};
 }
 
+bool require_kernels(const read_result& read, const std::string& path)
+{
+    if (read.set.kernels.empty() && !read.trouble)
+        report_trouble(path + ": no dumps in it");
+    return !read.set.kernels.empty();
+}
+
 std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const std::vector<std::string>& names,
                                                  bool& trouble)
 {

@@ -43,6 +43,10 @@ struct read_result {
 /// terminal, after a second, how far it is.
 read_result read_set(const std::vector<std::string>& paths, const common_options& options);
 
+/// Whether there is a kernel. Reports on stderr that there is none at `path`, unless trouble with it was
+/// reported already.
+bool require_kernels(const read_result& read, const std::string& path);
+
 /// The kernels of these names, of all if there are none. A name that is not in the set is reported, with the
 /// nearest one, and sets `trouble`.
 std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const std::vector<std::string>& names,
@@ -50,6 +54,7 @@ std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const st
 
 /// The commands: each adds itself to the program and sets the exit status when it is run.
 void add_explain(CLI::App& program, int& status);
+void add_diff(CLI::App& program, int& status);
 void add_profile(CLI::App& program, int& status);
 void add_show(CLI::App& program, int& status);
 void add_link(CLI::App& program, int& status);
