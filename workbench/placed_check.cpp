@@ -1,0 +1,640 @@
+#include "workbench/placed_check.hpp"
+
+#include "workbench/a64.hpp"
+#include "workbench/known_addresses.hpp"
+#include "workbench/relocation.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <elf.h>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace vorna::wfta {
+
+namespace {
+
+using std::int64_t;
+using std::size_t;
+using std::uint32_t;
+using std::uint64_t;
+using severity = finding_severity;
+
+constexpr std::string_view data_prefix = ".rodata.";
+
+bool names_data(std::string_view target)
+{
+    return target.substr(0, data_prefix.size()) == data_prefix;
+}
+
+std::string hex(uint64_t value)
+{
+    char text[20];
+    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
+    return text;
+}
+
+std::string signed_hex(int64_t value)
+{
+    const uint64_t magnitude = value < 0 ? -static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+    return (value < 0 ? "-" : "+") + hex(magnitude);
+}
+
+std::string word_text(uint32_t word)
+{
+    char text[12];
+    std::snprintf(text, sizeof text, "0x%08x", word);
+    return text;
+}
+
+// A distance in bytes, of which a large one is easier to read in MiB or GiB.
+std::string distance_text(int64_t distance)
+{
+    const double bytes = static_cast<double>(distance);
+    constexpr double MiB = 1024.0 * 1024.0;
+    const bool huge = bytes >= 1024 * MiB || bytes <= -1024 * MiB;
+    char text[64];
+    std::snprintf(text, sizeof text, "%s (%+.2f %s)", signed_hex(distance).c_str(),
+                  huge ? bytes / MiB / 1024 : bytes / MiB, huge ? "GiB" : "MiB");
+    return text;
+}
+
+std::string target_text(const tessjit::reloc_info& reloc)
+{
+    return reloc.addend == 0 ? reloc.name : reloc.name + signed_hex(reloc.addend);
+}
+
+uint32_t word_at(const std::vector<std::uint8_t>& text, size_t offset)
+{
+    uint32_t word = 0;
+    std::memcpy(&word, text.data() + offset, sizeof word);
+    return word;
+}
+
+// The findings of one kernel, of which those of one cause become one.
+class kernel_findings {
+public:
+    explicit kernel_findings(std::vector<kernel_finding>& all) : all_(all) {}
+
+    void begin(const std::string& kernel)
+    {
+        kernel_ = &kernel;
+        by_cause_.clear();
+    }
+
+    // Adds a finding; where the kernel has one of this id and cause already, only its place.
+    void add(const char* id, severity level, bool aborts, std::optional<size_t> relocation,
+             std::optional<int64_t> offset, const std::string& cause, const std::string& message,
+             const std::string& advice = {})
+    {
+        const auto [found, fresh] = by_cause_.try_emplace(id + ('\0' + cause), all_.size());
+        if (fresh) {
+            places_.resize(all_.size() + 1);
+            all_.push_back({id, level, aborts, *kernel_, relocation, offset, message, advice});
+            return;
+        }
+        // The first that aborts is the one to point at.
+        kernel_finding& first = all_[found->second];
+        places& others = places_[found->second];
+        if (offset && offset != first.offset) {
+            if (++others.count <= shown_places)
+                others.text += (others.count == 1 ? "" : ", ") + signed_hex(*offset);
+        }
+    }
+
+    // Adds the places to the messages.
+    void finish()
+    {
+        for (size_t i = 0; i < places_.size(); ++i) {
+            const places& others = places_[i];
+            if (others.count == 0)
+                continue;
+            all_[i].message += "; also at " + others.text;
+            if (others.count > shown_places)
+                all_[i].message += " and " + std::to_string(others.count - shown_places) + " more";
+        }
+    }
+
+private:
+    static constexpr size_t shown_places = 8;
+    struct places {
+        size_t count = 0;
+        std::string text;
+    };
+
+    std::vector<kernel_finding>& all_;
+    const std::string* kernel_ = nullptr;
+    std::unordered_map<std::string, size_t> by_cause_;
+    std::vector<places> places_;
+};
+
+// Names of files and of perf's symbols.
+
+std::string lower_case(std::string name)
+{
+    for (char& c : name) {
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    }
+    return name;
+}
+
+void check_name(const std::string& name, kernel_findings& findings)
+{
+    constexpr size_t longest_file_name = 255; // NAME_MAX of Linux
+    constexpr size_t hash_suffix = 5;
+    const auto add = [&](const char* id, const std::string& message, const std::string& advice) {
+        findings.add(id, severity::warning, false, {}, {}, message, message, advice);
+    };
+    const std::string files = "choose a name that is a file's name";
+    if (name.empty())
+        add("name-file", "an empty name is no file's name: there will be no dump", files);
+    if (name.find('\0') != std::string::npos)
+        add("name-file", "the name holds a NUL: files are named by what comes before it", files);
+    if (name.find('/') != std::string::npos)
+        add("name-file", "the name holds a \"/\": the dump goes into another directory, if that exists",
+            files);
+    if (name == "." || name == "..")
+        add("name-file", "the name is a directory's: there will be no dump", files);
+    if (name.size() > longest_file_name)
+        add("name-file",
+            "the name has " + std::to_string(name.size()) + " bytes, of which a file's has 255 at most",
+            files);
+    else if (name.size() + hash_suffix > longest_file_name)
+        add("name-file",
+            "the name has " + std::to_string(name.size()) +
+                " bytes: with \".hash\" more than the 255 of a file's name",
+            files);
+
+    if (name.find('\n') != std::string::npos)
+        add("name-map", "the name holds a newline, which ends the line in the perf map",
+            "choose another name");
+    if (name.find('\0') != std::string::npos)
+        add("name-map", "the name holds a NUL, with which it ends in the perf map", "choose another name");
+    if (name.size() <= 2)
+        add("name-map", "perf drops names of less than three bytes", "choose a longer name");
+}
+
+// Kernels whose files would be one and the same.
+class file_names {
+public:
+    explicit file_names(const kernel_registry_map& others)
+    {
+        for (const auto& [name, entry] : others)
+            add(name);
+    }
+
+    void add(const std::string& name)
+    {
+        names_.insert(name);
+        by_lower_case_.emplace(lower_case(name), name);
+    }
+
+    // Looks for those among the kernels added before.
+    void check(const std::string& name, kernel_findings& findings) const
+    {
+        constexpr std::string_view hash = ".hash";
+        const auto add = [&](const std::string& message) {
+            findings.add("name-collision", severity::warning, false, {}, {}, message, message,
+                         "rename one of the two");
+        };
+        if (names_.count(name + std::string(hash)) != 0)
+            add("its hash file is the dump of " + name + std::string(hash));
+        if (name.size() > hash.size() && name.substr(name.size() - hash.size()) == hash) {
+            const std::string other = name.substr(0, name.size() - hash.size());
+            if (names_.count(other) != 0)
+                add("its dump is the hash file of " + other);
+        }
+        const auto [begin, end] = by_lower_case_.equal_range(lower_case(name));
+        for (auto other = begin; other != end; ++other) {
+            if (other->second != name) {
+                add("the name differs from " + other->second + " in case only");
+                break;
+            }
+        }
+    }
+
+private:
+    std::unordered_set<std::string> names_;
+    std::unordered_multimap<std::string, std::string> by_lower_case_;
+};
+
+// Where kernels' code begins, for calls with an addend. Made when it is first asked for.
+class text_starts {
+public:
+    text_starts(const std::vector<checked_kernel>& kernels, const kernel_registry_map& others)
+        : kernels_(kernels), others_(others)
+    {
+    }
+
+    bool contains(uint64_t address)
+    {
+        if (!made_) {
+            for (const checked_kernel& kernel : kernels_)
+                starts_.insert(kernel.text_address);
+            for (const auto& [name, entry] : others_)
+                starts_.insert(reinterpret_cast<uint64_t>(entry.text_ptr));
+            made_ = true;
+        }
+        return starts_.count(address) != 0;
+    }
+
+private:
+    const std::vector<checked_kernel>& kernels_;
+    const kernel_registry_map& others_;
+    std::unordered_set<uint64_t> starts_;
+    bool made_ = false;
+};
+
+class checker {
+public:
+    checker(const std::vector<checked_kernel>& kernels, const target_finder& find,
+            const kernel_registry_map& others)
+        : kernels_(kernels), find_(find), names_(others), starts_(kernels, others), findings_(all_)
+    {
+    }
+
+    std::vector<kernel_finding> run()
+    {
+        for (index_ = 0; index_ < kernels_.size(); ++index_) {
+            findings_.begin(*kernel().name);
+            check_kernel();
+        }
+        findings_.finish();
+        return std::move(all_);
+    }
+
+private:
+    [[nodiscard]] const checked_kernel& kernel() const { return kernels_[index_]; }
+
+    void check_kernel()
+    {
+        const checked_kernel& k = kernel();
+        if (!k.name_taken.empty())
+            findings_.add("duplicate-name", severity::error, true, {}, {}, "", k.name_taken,
+                          "rename one of the two kernels");
+        check_name(*k.name, findings_);
+        if (k.name_taken.empty()) {
+            names_.check(*k.name, findings_);
+            names_.add(*k.name);
+        }
+        check_end_of_text();
+        if (!k.relocs->empty()) {
+            linked_ = *k.text;
+            for (size_t i = 0; i < k.relocs->size(); ++i)
+                check_relocation(i, (*k.relocs)[i]);
+            check_pairs_and_alignment();
+        }
+        check_erratum();
+    }
+
+    void check_end_of_text()
+    {
+        const std::vector<std::uint8_t>& text = *kernel().text;
+        if (text.size() % 4 != 0) {
+            findings_.add("text-length", severity::warning, false, {},
+                          static_cast<int64_t>(text.size() / 4 * 4), "",
+                          "the text has " + std::to_string(text.size()) + " bytes, not a multiple of 4",
+                          "end the text with a whole instruction");
+        } else if (!text.empty()) {
+            const uint32_t last = word_at(text, text.size() - 4);
+            if (!ends_block(last))
+                findings_.add("falls-through", severity::warning, false, {},
+                              static_cast<int64_t>(text.size() - 4), "",
+                              "the last instruction is " + std::string(instruction_name(last)) +
+                                  ", behind which there is nothing",
+                              "end the text with RET, a branch or a trap");
+        }
+    }
+
+    void error(const char* id, bool aborts, size_t relocation, const std::string& cause,
+               const std::string& message, const std::string& advice = {})
+    {
+        findings_.add(id, severity::error, aborts, relocation, (*kernel().relocs)[relocation].offset, cause,
+                      message, advice);
+    }
+
+    // The relocation's target, if it has one.
+    std::optional<target_place> find_target(size_t i, const tessjit::reloc_info& reloc)
+    {
+        const checked_kernel& k = kernel();
+        target_place target = {target_place::where::placed, k.data_address};
+        if (names_data(reloc.name)) {
+            if (std::string_view(reloc.name).substr(data_prefix.size()) != *k.name) {
+                error("foreign-data", true, i, reloc.name,
+                      reloc.name + " is no data of this kernel, which reaches its own only",
+                      "name " + std::string(data_prefix) + *k.name +
+                          ", or have the other kernel's code pass the address");
+                return std::nullopt;
+            }
+        } else if (reloc.name == *k.name) {
+            target.address = k.text_address;
+        } else {
+            target = find_(index_, reloc.name);
+        }
+        switch (target.state) {
+        case target_place::where::nowhere:
+            error("unknown-target", true, i, reloc.name, "there is no kernel " + reloc.name,
+                  "place it before " + *k.name + ", or correct the name");
+            return std::nullopt;
+        case target_place::where::later:
+            error("callee-order", true, i, reloc.name,
+                  reloc.name + " is not placed yet: it comes later in the set", "move it before " + *k.name);
+            return std::nullopt;
+        case target_place::where::unknown:
+            findings_.add("unknown-target", severity::note, false, i, reloc.offset, reloc.name,
+                          reloc.name + " is not among the dumps", "dump all kernels to have this checked");
+            return std::nullopt;
+        default:
+            break;
+        }
+        if (target.address == 0) {
+            error("null-target", true, i, reloc.name, reloc.name + " lies at address null",
+                  "a set without any code and data has no mapping; give it some, or register a real address");
+            return std::nullopt;
+        }
+        return target;
+    }
+
+    void check_relocation(size_t i, const tessjit::reloc_info& reloc)
+    {
+        const checked_kernel& k = kernel();
+        const std::optional<target_place> target = find_target(i, reloc);
+        const relocation_kind* const kind = find_relocation_kind(reloc.type);
+        if (kind == nullptr)
+            error("unhandled-type", true, i, std::to_string(reloc.type),
+                  "relocation type " + std::to_string(reloc.type) + " is none of 274, 275, 277 and 283",
+                  "use R_AARCH64_ADR_PREL_LO21, R_AARCH64_ADR_PREL_PG_HI21, R_AARCH64_ADD_ABS_LO12_NC or "
+                  "R_AARCH64_CALL26");
+
+        const int64_t size = static_cast<int64_t>(k.text->size());
+        const bool inside = reloc.offset >= 0 && reloc.offset <= size - 4;
+        if (!inside)
+            error("offset", false, i, "",
+                  "relocation " + std::to_string(i) + " is of the word at " + signed_hex(reloc.offset) +
+                      ", and the text has " + std::to_string(size) + " bytes",
+                  "give the offset of an instruction of this kernel");
+        else if (reloc.offset % 4 != 0)
+            error("unaligned-offset", false, i, "",
+                  "the offset is no multiple of 4, so that the relocation fills parts of two instructions",
+                  "give the offset of an instruction");
+        if (kind == nullptr)
+            return;
+
+        const bool filled = inside && check_field(i, reloc, *kind);
+        const bool applicable = target && check_range(i, reloc, *kind, *target) && inside && !filled;
+        if (inside && reloc.offset % 4 == 0)
+            check_opcode(i, reloc, *kind);
+        if (reloc.type == R_AARCH64_CALL26 && target)
+            check_call_target(i, reloc, *target);
+        if (applicable)
+            apply(reloc, *kind, *target);
+    }
+
+    // Whether the field is filled already.
+    bool check_field(size_t i, const tessjit::reloc_info& reloc, const relocation_kind& kind)
+    {
+        const auto offset = static_cast<size_t>(reloc.offset);
+        const uint32_t word = word_at(linked_, offset);
+        if ((word & kind.filled_mask) != 0) {
+            const bool by_relocation = word != word_at(*kernel().text, offset);
+            error("field-filled", true, i, std::to_string(reloc.offset),
+                  std::string(kind.name) + " fills a field that is not zero: the word is " + word_text(word) +
+                      (by_relocation ? ", as an earlier relocation leaves it" : ""),
+                  by_relocation ? "remove one of the two relocations"
+                                : "generate the instruction with a zero field");
+            return true;
+        }
+        if (reloc.type == R_AARCH64_CALL26 && (word & 0x02000000) != 0)
+            findings_.add("call-bit-25", severity::warning, false, i, reloc.offset, "",
+                          "the top bit of the BL's field is set (" + word_text(word) +
+                              "): the finaliser does not test it, and the call may lead elsewhere",
+                          "generate the BL with a zero field");
+        return false;
+    }
+
+    // Whether the value fits, as far as it is known.
+    bool check_range(size_t i, const tessjit::reloc_info& reloc, const relocation_kind& kind,
+                     const target_place& target)
+    {
+        const uint64_t S = target.address + static_cast<uint64_t>(int64_t{reloc.addend});
+        const uint64_t P = kernel().text_address + static_cast<uint64_t>(int64_t{reloc.offset});
+        const uint64_t X = relocation_value(kind, S, P);
+        const std::string cause = kind.name + ('\0' + reloc.name);
+        if (X % kind.multiple_of != 0) {
+            error("range", true, i, cause + '\0',
+                  std::string(kind.name) + " reaches " + target_text(reloc) +
+                      " at a distance that is no multiple of " + std::to_string(kind.multiple_of),
+                  "correct the addend");
+            return false;
+        }
+        if (target.state == target_place::where::elsewhere && kind.relative) {
+            findings_.add("placement", severity::note, false, i, reloc.offset, cause,
+                          std::string(kind.name) + " reaches " + target_text(reloc) +
+                              " in another mapping, which may be " + kind.reach +
+                              " away at most: where the system puts this one decides",
+                          reloc.type == R_AARCH64_ADR_PREL_PG_HI21 ? ""
+                                                                   : "to be sure, finalise both in one set");
+            return true;
+        }
+        if (in_range(kind, X))
+            return true;
+        error("range", true, i, cause,
+              std::string(kind.name) + " reaches " + target_text(reloc) + " at " +
+                  distance_text(static_cast<int64_t>(X)) + ", limit " + kind.reach,
+              reloc.type == R_AARCH64_ADR_PREL_LO21 ? "use ADRP and ADD"
+                                                    : "place the two nearer to each other");
+        return false;
+    }
+
+    void check_opcode(size_t i, const tessjit::reloc_info& reloc, const relocation_kind& kind)
+    {
+        const uint32_t word = word_at(*kernel().text, static_cast<size_t>(reloc.offset));
+        if ((word & kind.opcode_mask) == kind.opcode)
+            return;
+        const std::string name(instruction_name(word));
+        const std::string what = reloc.type == R_AARCH64_ADD_ABS_LO12_NC && (word & 0x7f800000) == 0x11000000
+                                     ? "ADD (immediate) with a shift"
+                                     : name;
+        error("opcode", false, i, kind.name + ('\0' + what),
+              std::string(kind.name) + " fills " + kind.instruction + ", but this is " + what + " (" +
+                  word_text(word) + ")",
+              "correct the offset or the type");
+    }
+
+    void check_call_target(size_t i, const tessjit::reloc_info& reloc, const target_place& target)
+    {
+        const std::string cause = target_text(reloc);
+        if (names_data(reloc.name)) {
+            findings_.add("call-target", severity::warning, false, i, reloc.offset, cause,
+                          "BL to constants: " + target_text(reloc), "name the kernel to be called");
+            return;
+        }
+        const uint64_t S = target.address + static_cast<uint64_t>(int64_t{reloc.addend});
+        if (reloc.addend != 0 && !starts_.contains(S))
+            findings_.add("call-target", severity::warning, false, i, reloc.offset, cause,
+                          "BL to " + target_text(reloc) + ", where no kernel begins",
+                          "call it with addend 0");
+    }
+
+    // Leaves in the copy what the finaliser leaves in the mapping. A distance that is not known leaves some
+    // bits, and so that no relocation can fill the field again.
+    void apply(const tessjit::reloc_info& reloc, const relocation_kind& kind, const target_place& target)
+    {
+        const auto offset = static_cast<size_t>(reloc.offset);
+        uint32_t word = word_at(linked_, offset);
+        const uint64_t S = target.address + static_cast<uint64_t>(int64_t{reloc.addend});
+        const uint64_t P = kernel().text_address + offset;
+        if (target.state == target_place::where::elsewhere && kind.relative)
+            word |= kind.filled_mask;
+        else
+            word |= relocation_field(kind, relocation_value(kind, S, P));
+        std::memcpy(linked_.data() + offset, &word, sizeof word);
+    }
+
+    // Address of a target of this kernel's relocations that is placed.
+    [[nodiscard]] std::optional<uint64_t> address_of(const std::string& name) const
+    {
+        const checked_kernel& k = kernel();
+        if (names_data(name))
+            return std::string_view(name).substr(data_prefix.size()) == *k.name
+                       ? std::optional(k.data_address)
+                       : std::nullopt;
+        if (name == *k.name)
+            return k.text_address;
+        const target_place target = find_(index_, name);
+        if (target.state == target_place::where::placed || target.state == target_place::where::elsewhere)
+            return target.address;
+        return std::nullopt;
+    }
+
+    void check_pairs_and_alignment()
+    {
+        const checked_kernel& k = kernel();
+        const std::vector<known_access> accesses = known_accesses(
+            *k.name, *k.text, *k.relocs, [this](const std::string& name) { return address_of(name); });
+
+        std::unordered_set<std::string> pages;
+        std::unordered_set<std::string> completed;
+        std::unordered_set<size_t> used; // pages that a load's or a store's own offset completes
+        const auto key = [](const tessjit::reloc_info& reloc) {
+            return reloc.name + '\0' + std::to_string(reloc.addend);
+        };
+        for (const tessjit::reloc_info& reloc : *k.relocs) {
+            if (reloc.type == R_AARCH64_ADR_PREL_PG_HI21)
+                pages.insert(key(reloc));
+            if (reloc.type == R_AARCH64_ADD_ABS_LO12_NC)
+                completed.insert(key(reloc));
+        }
+        for (const known_access& access : accesses)
+            used.insert(access.relocation);
+        for (size_t i = 0; i < k.relocs->size(); ++i) {
+            const tessjit::reloc_info& reloc = (*k.relocs)[i];
+            if (reloc.type == R_AARCH64_ADR_PREL_PG_HI21 && completed.count(key(reloc)) == 0 &&
+                used.count(i) == 0)
+                findings_.add("pair", severity::warning, false, i, reloc.offset, "ADRP" + key(reloc),
+                              "ADRP gives the page of " + target_text(reloc) + ", which nothing completes",
+                              "add R_AARCH64_ADD_ABS_LO12_NC of the same target and addend");
+            if (reloc.type == R_AARCH64_ADD_ABS_LO12_NC && pages.count(key(reloc)) == 0)
+                findings_.add("pair", severity::warning, false, i, reloc.offset, "ADD" + key(reloc),
+                              "ADD completes the page of " + target_text(reloc) + ", which no ADRP gives",
+                              "add R_AARCH64_ADR_PREL_PG_HI21 of the same target and addend");
+        }
+        for (const known_access& access : accesses)
+            check_alignment(access);
+    }
+
+    void check_alignment(const known_access& access)
+    {
+        if (!access.address)
+            return;
+        const memory_access& memory = access.access;
+        const unsigned wanted = memory.faults_unaligned ? memory.bytes : memory.element_bytes;
+        if ((!memory.load && !memory.faults_unaligned) || *access.address % wanted == 0)
+            return;
+        const uint64_t aligned = *access.address & -*access.address;
+        const std::string what = std::to_string(wanted) +
+                                 (memory.load ? "-byte load from" : "-byte store to") +
+                                 " an address that is " + std::to_string(aligned) + "-aligned";
+        findings_.add("data-alignment", memory.faults_unaligned ? severity::error : severity::note, false, {},
+                      static_cast<int64_t>(access.offset), what,
+                      memory.faults_unaligned ? what + ": the instruction faults" : what,
+                      "data blocks are packed: make the length of every block of the set a multiple of " +
+                          std::to_string(wanted));
+    }
+
+    // Cortex-A53, "Software Developers Errata Notice" (ARM-EPM-048406), 843419, its first sequence: an ADRP in
+    // one of the last two words of a page, a load or a store, perhaps another instruction, and a load or a
+    // store with an unsigned offset from the page.
+    void check_erratum()
+    {
+        const std::vector<std::uint8_t>& text = *kernel().text;
+        for (size_t offset = 0; offset + 4 <= text.size(); offset += 4) {
+            const uint64_t in_page = (kernel().text_address + offset) & 0xfff;
+            if (in_page == 0xff8 || in_page == 0xffc)
+                check_erratum_at(text, offset);
+        }
+    }
+
+    void check_erratum_at(const std::vector<std::uint8_t>& text, size_t offset)
+    {
+        const auto word = [&](size_t number) {
+            const size_t at = offset + 4 * number;
+            return at + 4 <= text.size() ? word_at(text, at) : 0;
+        };
+        if ((word(0) & 0x9f000000) != 0x90000000)
+            return;
+        const uint32_t page = word(0) & 31;
+        const auto completes = [page](uint32_t w) { // load or store register (unsigned immediate)
+            return (w & 0x3b000000) == 0x39000000 && (w >> 5 & 31) == page;
+        };
+        const auto writes_page = [page](uint32_t w) {
+            return page != 31 && (written_registers(w) >> page & 1) != 0;
+        };
+        const auto is_second = [&](uint32_t w) {
+            const std::optional<memory_access> access = decode_memory_access(w);
+            if (writes_page(w))
+                return false;
+            if ((w & 0x3b000000) == 0x18000000) // literal, which prefetches are too
+                return (w & 0xff000000) != 0xd8000000;
+            if (!access)
+                return false;
+            const std::string_view name = instruction_name(w);
+            const bool structure = (w & 0xbe000000) == 0x0c000000;
+            const bool pair = (w & 0x3a000000) == 0x28000000;
+            if (structure)
+                return name.substr(0, 4) == "ST1 ";
+            return access->registers == 1 || (pair && access->store);
+        };
+        const bool found =
+            is_second(word(1)) &&
+            (completes(word(2)) || (!ends_block(word(2)) && !writes_page(word(2)) && completes(word(3))));
+        if (found)
+            findings_.add("erratum-843419", severity::warning, false, {}, static_cast<int64_t>(offset), "",
+                          "ADRP in the last two words of a page (at " +
+                              hex((kernel().text_address + offset) & 0xfff) +
+                              ") with the loads and stores behind it that Cortex-A53 may execute wrongly",
+                          "move the ADRP, or put an instruction that is no load or store behind it");
+    }
+
+    const std::vector<checked_kernel>& kernels_;
+    const target_finder& find_;
+    std::vector<kernel_finding> all_;
+    file_names names_;
+    text_starts starts_;
+    kernel_findings findings_;
+    size_t index_ = 0;
+    std::vector<std::uint8_t> linked_; // the kernel's text with the relocations applied so far
+};
+
+} // namespace
+
+std::vector<kernel_finding> check_placed(const std::vector<checked_kernel>& kernels,
+                                         const target_finder& find, const kernel_registry_map& others)
+{
+    return checker(kernels, find, others).run();
+}
+
+} // namespace vorna::wfta
