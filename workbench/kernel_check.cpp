@@ -38,7 +38,7 @@ std::vector<kernel_finding> check_kernels(const kernel_registry_map& registry,
             name_taken = "the registry has a kernel of this name";
         else if (!fresh)
             name_taken = "kernel " + std::to_string(first->second) +
-                         " of the set has the same name as this, kernel " + std::to_string(i);
+                         " of the set has this name, and so has kernel " + std::to_string(i);
         checked.push_back({&kernel.name, &kernel.text, &kernel.data, &kernel.relocs, text_address,
                            data_address, std::move(name_taken)});
         text_address = mapping + round_up_to_32(text_address - mapping + kernel.text.size());

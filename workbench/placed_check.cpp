@@ -324,7 +324,7 @@ private:
         if (names_data(reloc.name)) {
             if (std::string_view(reloc.name).substr(data_prefix.size()) != *k.name) {
                 error("foreign-data", true, i, reloc.name,
-                      reloc.name + " is no data of this kernel, which reaches its own only",
+                      reloc.name + " is not this kernel's data, and it reaches no other",
                       "name " + std::string(data_prefix) + *k.name +
                           ", or have the other kernel's code pass the address");
                 return std::nullopt;
@@ -373,12 +373,12 @@ private:
         const bool inside = reloc.offset >= 0 && reloc.offset <= size - 4;
         if (!inside)
             error("offset", false, i, "",
-                  "relocation " + std::to_string(i) + " is of the word at " + signed_hex(reloc.offset) +
-                      ", and the text has " + std::to_string(size) + " bytes",
+                  "the word at " + signed_hex(reloc.offset) + " is outside the text, which has " +
+                      std::to_string(size) + " bytes",
                   "give the offset of an instruction of this kernel");
         else if (reloc.offset % 4 != 0)
             error("unaligned-offset", false, i, "",
-                  "the offset is no multiple of 4, so that the relocation fills parts of two instructions",
+                  "the offset is no multiple of 4: the field is in two instructions",
                   "give the offset of an instruction");
         if (kind == nullptr)
             return;
@@ -410,7 +410,7 @@ private:
         if (reloc.type == R_AARCH64_CALL26 && (word & 0x02000000) != 0)
             findings_.add("call-bit-25", severity::warning, false, i, reloc.offset, "",
                           "the top bit of the BL's field is set (" + word_text(word) +
-                              "): the finaliser does not test it, and the call may lead elsewhere",
+                              "), which the finaliser does not test",
                           "generate the BL with a zero field");
         return false;
     }
@@ -432,11 +432,9 @@ private:
         }
         if (target.state == target_place::where::elsewhere && kind.relative) {
             findings_.add("placement", severity::note, false, i, reloc.offset, cause,
-                          std::string(kind.name) + " reaches " + target_text(reloc) +
-                              " in another mapping, which may be " + kind.reach +
-                              " away at most: where the system puts this one decides",
-                          reloc.type == R_AARCH64_ADR_PREL_PG_HI21 ? ""
-                                                                   : "to be sure, finalise both in one set");
+                          target_text(reloc) + " is in another mapping: " + kind.name +
+                              " reaches it within " + kind.reach,
+                          "the system decides where this set is placed; in one set the distance is certain");
             return true;
         }
         if (in_range(kind, X))
@@ -560,13 +558,13 @@ private:
                                  " an address that is " + std::to_string(aligned) + "-aligned";
         findings_.add("data-alignment", memory.faults_unaligned ? severity::error : severity::note, false, {},
                       static_cast<int64_t>(access.offset), what,
-                      memory.faults_unaligned ? what + ": the instruction faults" : what,
+                      memory.faults_unaligned ? what + ", which faults" : what,
                       "data blocks are packed: make the length of every block of the set a multiple of " +
                           std::to_string(wanted));
     }
 
-    // Cortex-A53, "Software Developers Errata Notice" (ARM-EPM-048406), 843419, its first sequence: an ADRP in
-    // one of the last two words of a page, a load or a store, perhaps another instruction, and a load or a
+    // Cortex-A53, "Software Developers Errata Notice" (ARM-EPM-048406), 843419, its first sequence: an ADRP
+    // in one of the last two words of a page, a load or a store, perhaps another instruction, and a load or a
     // store with an unsigned offset from the page.
     void check_erratum()
     {
@@ -613,9 +611,8 @@ private:
             (completes(word(2)) || (!ends_block(word(2)) && !writes_page(word(2)) && completes(word(3))));
         if (found)
             findings_.add("erratum-843419", severity::warning, false, {}, static_cast<int64_t>(offset), "",
-                          "ADRP in the last two words of a page (at " +
-                              hex((kernel().text_address + offset) & 0xfff) +
-                              ") with the loads and stores behind it that Cortex-A53 may execute wrongly",
+                          "ADRP at page offset " + hex((kernel().text_address + offset) & 0xfff) +
+                              " before loads or stores that Cortex-A53 may get wrong",
                           "move the ADRP, or put an instruction that is no load or store behind it");
     }
 

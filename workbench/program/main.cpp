@@ -28,6 +28,7 @@ static int run(int argc, char** argv)
     program.require_subcommand(1);
     program.footer("Exit status: 0 nothing found, 1 found, 2 trouble. Each command has a --help of its own.");
     int status = nothing_found;
+    add_check(program, status);
     add_explain(program, status);
     add_diff(program, status);
     add_profile(program, status);
