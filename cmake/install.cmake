@@ -1,4 +1,4 @@
-# cmake --install: headers, libraries, the CMake package and the pkg-config file `vorna_wfta`. None of them holds an
+# cmake --install: headers, libraries, the CMake package and the pkg-config files `vorna_wfta` and `vorna_wfta_check`. None of them holds an
 # absolute path, so the installed tree can be moved. The target `package` makes the Debian packages of it.
 
 include(CMakePackageConfigHelpers)
@@ -28,6 +28,8 @@ if(VORNA_WFTA_BUNDLED_WRITER)
   endif()
 endif()
 
+install_component(wfta_check vorna_wfta_check vorna)
+
 set(built_package_dir ${PROJECT_BINARY_DIR}/cmake)
 configure_package_config_file(cmake/vorna_wfta-config.cmake.in ${built_package_dir}/vorna_wfta-config.cmake
   INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO)
@@ -37,8 +39,14 @@ install(FILES ${built_package_dir}/vorna_wfta-config.cmake ${built_package_dir}/
   DESTINATION ${package_dir})
 
 file(RELATIVE_PATH prefix_from_pkg_config /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-configure_file(cmake/vorna_wfta.pc.in ${built_package_dir}/vorna_wfta.pc @ONLY)
-install(FILES ${built_package_dir}/vorna_wfta.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# install_pkg_config(name description libs)
+function(install_pkg_config name description libs)
+  configure_file(cmake/vorna_wfta.pc.in ${built_package_dir}/${name}.pc @ONLY)
+  install(FILES ${built_package_dir}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
+
+install_pkg_config(vorna_wfta "${PROJECT_DESCRIPTION}" "${pkg_config_libs}")
+install_pkg_config(vorna_wfta_check "Checks kernels before they are finalised" -lvorna_wfta_check)
 
 if(VORNA_WFTA_WORKBENCH)
   install(TARGETS vorna-kernels COMPONENT workbench)

@@ -283,6 +283,7 @@ private:
         check_end_of_text();
         if (!k.relocs->empty()) {
             linked_ = *k.text;
+            pages_in_doubt_ = false;
             for (size_t i = 0; i < k.relocs->size(); ++i)
                 check_relocation(i, (*k.relocs)[i]);
             check_pairs_and_alignment();
@@ -380,13 +381,17 @@ private:
             error("unaligned-offset", false, i, "",
                   "the offset is no multiple of 4: the field is in two instructions",
                   "give the offset of an instruction");
-        if (kind == nullptr)
+        const bool is_instruction = inside && reloc.offset % 4 == 0;
+        if (kind == nullptr) {
+            pages_in_doubt_ = true;
             return;
+        }
 
         const bool filled = inside && check_field(i, reloc, *kind);
         const bool applicable = target && check_range(i, reloc, *kind, *target) && inside && !filled;
-        if (inside && reloc.offset % 4 == 0)
-            check_opcode(i, reloc, *kind);
+        const bool right_instruction = is_instruction && check_opcode(i, reloc, *kind);
+        if (!target || !right_instruction)
+            pages_in_doubt_ = true;
         if (reloc.type == R_AARCH64_CALL26 && target)
             check_call_target(i, reloc, *target);
         if (applicable)
@@ -400,11 +405,14 @@ private:
         const uint32_t word = word_at(linked_, offset);
         if ((word & kind.filled_mask) != 0) {
             const bool by_relocation = word != word_at(*kernel().text, offset);
+            const bool expected = reloc.offset % 4 == 0 && (word & kind.opcode_mask) == kind.opcode;
+            const char* const advice = by_relocation ? "remove one of the two relocations"
+                                       : expected    ? "generate the instruction with a zero field"
+                                                     : ""; // the finding about the instruction says it
             error("field-filled", true, i, std::to_string(reloc.offset),
-                  std::string(kind.name) + " fills a field that is not zero: the word is " + word_text(word) +
-                      (by_relocation ? ", as an earlier relocation leaves it" : ""),
-                  by_relocation ? "remove one of the two relocations"
-                                : "generate the instruction with a zero field");
+                  std::string(kind.name) + ": the field of " + word_text(word) + " is not zero" +
+                      (by_relocation ? " behind an earlier relocation" : ""),
+                  advice);
             return true;
         }
         if (reloc.type == R_AARCH64_CALL26 && (word & 0x02000000) != 0)
@@ -447,11 +455,11 @@ private:
         return false;
     }
 
-    void check_opcode(size_t i, const tessjit::reloc_info& reloc, const relocation_kind& kind)
+    bool check_opcode(size_t i, const tessjit::reloc_info& reloc, const relocation_kind& kind)
     {
         const uint32_t word = word_at(*kernel().text, static_cast<size_t>(reloc.offset));
         if ((word & kind.opcode_mask) == kind.opcode)
-            return;
+            return true;
         const std::string name(instruction_name(word));
         const std::string what = reloc.type == R_AARCH64_ADD_ABS_LO12_NC && (word & 0x7f800000) == 0x11000000
                                      ? "ADD (immediate) with a shift"
@@ -460,6 +468,7 @@ private:
               std::string(kind.name) + " fills " + kind.instruction + ", but this is " + what + " (" +
                   word_text(word) + ")",
               "correct the offset or the type");
+        return false;
     }
 
     void check_call_target(size_t i, const tessjit::reloc_info& reloc, const target_place& target)
@@ -528,7 +537,7 @@ private:
         }
         for (const known_access& access : accesses)
             used.insert(access.relocation);
-        for (size_t i = 0; i < k.relocs->size(); ++i) {
+        for (size_t i = 0; i < k.relocs->size() && !pages_in_doubt_; ++i) {
             const tessjit::reloc_info& reloc = (*k.relocs)[i];
             if (reloc.type == R_AARCH64_ADR_PREL_PG_HI21 && completed.count(key(reloc)) == 0 &&
                 used.count(i) == 0)
@@ -623,6 +632,7 @@ private:
     text_starts starts_;
     kernel_findings findings_;
     size_t index_ = 0;
+    bool pages_in_doubt_ = false;      // another finding may be why an ADRP lacks its ADD, or the reverse
     std::vector<std::uint8_t> linked_; // the kernel's text with the relocations applied so far
 };
 
