@@ -49,8 +49,8 @@ struct memory_counts {
     sample_count unknown;   // in no kernel
 };
 
-/// Executable anonymous memory that some process got at once, with the samples in it. Forked processes share
-/// one, as they share the code in it.
+/// Executable anonymous memory that some process got at once, with the samples in it. Processes that were
+/// forked share it.
 struct sampled_memory {
     std::vector<memory_counts> events; // by number of the event
     bool holds_kernels = false;        // it is of a process whose memory held all kernels of the set
@@ -206,7 +206,11 @@ struct profile_reader::implementation {
     void release(std::shared_ptr<address_space> space);
     void forget_process(std::int64_t pid);
     void take_in(const sampled_memory& memory);
-    void cut(address_space& space, const address_range& range);
+    void make_place(address_space& space, const address_range& range, bool grown);
+    void fill(address_space& space, const address_range& range);
+    [[nodiscard]] bool is_inside_mapping(std::uint64_t address) const;
+    [[nodiscard]] std::vector<address_range>::const_iterator
+    first_mapping_behind(std::uint64_t address) const;
     std::size_t held_among(const address_space& space, std::size_t first, std::size_t behind);
     void spend(std::size_t steps);
     [[nodiscard]] const text_range* find_text(std::uint64_t address) const;
@@ -553,27 +557,55 @@ std::size_t profile_reader::implementation::held_among(const address_space& spac
                       [&](const address_range& range) { return covers(space, range); }));
 }
 
-// Takes the range out of the pieces. The finaliser unmaps nothing, so memory that makes place for other
-// memory while the process goes on was not its: what was sampled there was no kernel.
-void profile_reader::implementation::cut(address_space& space, const address_range& range)
+/// The first mapping of the set that ends behind the address.
+std::vector<address_range>::const_iterator
+profile_reader::implementation::first_mapping_behind(std::uint64_t address) const
+{
+    return std::upper_bound(mappings.begin(), mappings.end(), address,
+                            [](std::uint64_t a, const address_range& mapping) { return a < mapping.end; });
+}
+
+bool profile_reader::implementation::is_inside_mapping(std::uint64_t address) const
+{
+    const auto mapping = first_mapping_behind(address);
+    return mapping != mappings.end() && mapping->begin < address;
+}
+
+// Forgets the memory that was in the range until now. The finaliser unmaps nothing, so what makes place while
+// the process goes on was not its, and what was sampled there was no kernel. With `grown` the range is that
+// of anonymous memory, which the kernel tells as a whole when a neighbour becomes part of it: then what was
+// there stays, unless a mapping of kernels begins or ends in the middle of it.
+void profile_reader::implementation::make_place(address_space& space, const address_range& range, bool grown)
 {
     auto piece = first_piece(space.pieces, range.begin);
     while (piece != space.pieces.end() && piece->first < range.end) {
         spend(1);
         const address_range old = {piece->first, piece->second.end};
-        std::shared_ptr<sampled_memory> memory = std::move(piece->second.memory);
+        const bool whole = old.begin >= range.begin && old.end <= range.end;
+        const bool all = old.begin == range.begin && old.end == range.end;
+        if (grown && whole && !all && !is_inside_mapping(old.begin) && !is_inside_mapping(old.end)) {
+            ++piece;
+            continue;
+        }
+        piece->second.memory->replaced = true;
         piece = space.pieces.erase(piece);
-        const auto keep = [&](const address_range& part) {
-            const auto touched = std::upper_bound(
-                mappings.begin(), mappings.end(), part.begin,
-                [](std::uint64_t address, const address_range& mapping) { return address < mapping.end; });
-            if (part.begin < part.end && touched != mappings.end() && touched->begin < part.end)
-                space.pieces.emplace(part.begin, memory_piece{part.end, memory});
-        };
-        keep({old.begin, range.begin});
-        keep({range.end, old.end});
-        memory->replaced = true;
     }
+}
+
+// What of the range no piece has becomes one.
+void profile_reader::implementation::fill(address_space& space, const address_range& range)
+{
+    const auto memory = std::make_shared<sampled_memory>();
+    std::uint64_t at = range.begin;
+    for (auto piece = first_piece(space.pieces, at); piece != space.pieces.end() && piece->first < range.end;
+         ++piece) {
+        spend(1);
+        if (at < piece->first)
+            space.pieces.emplace_hint(piece, at, memory_piece{piece->first, memory});
+        at = piece->second.end;
+    }
+    if (at < range.end)
+        space.pieces.emplace(at, memory_piece{range.end, memory});
 }
 
 void profile_reader::implementation::map(std::int64_t pid, const address_range& range, bool anonymous,
@@ -582,11 +614,9 @@ void profile_reader::implementation::map(std::int64_t pid, const address_range& 
     // That existing memory got another protection is told in the same words.
     if (range.begin == range.end || (anonymous && !executable))
         return;
-    const auto first = std::upper_bound(
-        mappings.begin(), mappings.end(), range.begin,
-        [](std::uint64_t address, const address_range& mapping) { return address < mapping.end; });
+    const auto first = first_mapping_behind(range.begin);
     const auto behind = std::lower_bound(
-        first, mappings.end(), range.end,
+        first, mappings.cend(), range.end,
         [](const address_range& mapping, std::uint64_t address) { return mapping.begin < address; });
     const auto process = processes.find(pid);
     const bool holds = anonymous && first != behind;
@@ -605,9 +635,9 @@ void profile_reader::implementation::map(std::int64_t pid, const address_range& 
     const auto first_number = static_cast<std::size_t>(first - mappings.begin());
     const auto behind_number = static_cast<std::size_t>(behind - mappings.begin());
     space->held -= held_among(*space, first_number, behind_number);
-    cut(*space, range);
+    make_place(*space, range, holds);
     if (holds)
-        space->pieces.emplace(range.begin, memory_piece{range.end, std::make_shared<sampled_memory>()});
+        fill(*space, range);
     space->held += held_among(*space, first_number, behind_number);
     if (space->held > most_held) {
         most_held = space->held;

@@ -169,6 +169,27 @@ TEST(Profile, JoinsAdjacentMappings)
               "2/2 = 1/1 + 1/1 + 0/0; a 1/1 (+0 1/1)");
 }
 
+TEST(Profile, KnowsMemoryThatGrowsByItsNeighbour)
+{
+    // The kernel tells of the second mapping as one with the first, above it or below.
+    const kernel_set set =
+        make_kernel_set({kernel("low", 0x10000, 8, 0x10008, 0), kernel("high", 0x11000, 8, 0x11008, 0)});
+    EXPECT_EQ(summary(set, mapped(5, "11000", "1000") + sample(5, "11000", 1) + forked(6, 5) +
+                               mapped(5, "10000", "2000") + sample(5, "11000", 2) + sample(5, "10000", 4) +
+                               sample(6, "11000", 8) + sample(6, "10000", 16)),
+              "5/31 = 4/15 + 0/0 + 1/16; high 3/11 (+0 3/11) low 1/4 (+0 1/4)");
+    EXPECT_EQ(summary(set, mapped(5, "10000", "1000") + sample(5, "10000", 1) + mapped(5, "10000", "2000") +
+                               sample(5, "11000", 2) + sample(5, "10000", 4)),
+              "3/7 = 3/7 + 0/0 + 0/0; low 2/5 (+0 2/5) high 1/2 (+0 1/2)");
+    // In the hole between two.
+    const kernel_set three =
+        make_kernel_set({kernel("low", 0x10000, 8, 0x10008, 0), kernel("high", 0x11000, 8, 0x11008, 0),
+                         kernel("top", 0x12000, 8, 0x12008, 0)});
+    EXPECT_EQ(summary(three, mapped(5, "10000", "1000") + mapped(5, "12000", "1000") + sample(5, "10000", 1) +
+                                 sample(5, "12000", 2) + mapped(5, "10000", "3000") + sample(5, "11000", 4)),
+              "3/7 = 3/7 + 0/0 + 0/0; high 1/4 (+0 1/4) top 1/2 (+0 1/2) low 1/1 (+0 1/1)");
+}
+
 TEST(Profile, FollowsForks)
 {
     EXPECT_EQ(summary(one_mapping(), whole + forked(6, 5) + forked(7, 6) + sample(5, "10000", 1) +

@@ -31,7 +31,7 @@ const std::string events[] = {"cycles:u", "cpu-clock", "cpu/event=0x11,name=my e
 struct region {
     std::uint64_t begin;
     std::uint64_t end;
-    std::string line;     // how perf tells of it
+    bool anonymous;
     bool kernels = false; // of the host that the dumps are of
 };
 
@@ -65,19 +65,20 @@ public:
         fork(host, shell);
         exec(host);
         map(host, library(0x400000));
-        map(host, code_cache(1)); // it is unmapped before the kernels come to the same place
-        map(host, library(mappings_[2].begin - page, 8 * page));
+        map(host, code_cache(2)); // it is unmapped before the kernels come to the same place
+        map(host, library(mappings_[3].begin - page, 8 * page));
         burst();
-        unmap(host, mappings_[1].begin);
-        unmap(host, mappings_[2].begin - page);
+        unmap(host, mappings_[2].begin);
+        unmap(host, mappings_[3].begin - page);
         map(host, mappings_[0]);
         burst();
-        const int early = 5001; // a child that has the first of three mappings only
+        const int early = 5001; // a child that has the first of four mappings only
         fork(early, host);
         thread(host, 5002);
         map(host, mappings_[1]);
         burst();
         map(host, mappings_[2]);
+        map(host, mappings_[3]);
         const int ended = 5003;
         const int other = 5004;
         fork(ended, host);
@@ -114,7 +115,7 @@ private:
     {
         std::vector<placed_kernel> dumped;
         std::uint64_t address = 0x7f0000000000;
-        for (int m = 0; m < 3; ++m) {
+        for (int m = 0; m < 4; ++m) {
             const std::uint64_t begin = address;
             std::vector<placed_kernel> kernels;
             for (int k = 0; k < 20; ++k) {
@@ -131,13 +132,9 @@ private:
                 address = made.data_end();
             }
             address = (address + page - 1) / page * page;
-            char line[128];
-            std::snprintf(line, sizeof line, "[0x%llx(0x%llx) @ 0x%llx 00:00 0 0]: rwxp //anon",
-                          static_cast<unsigned long long>(begin),
-                          static_cast<unsigned long long>(address - begin),
-                          static_cast<unsigned long long>(begin));
-            mappings_.push_back({begin, address, line, true});
-            address += (1 + random_() % 100) * page;
+            mappings_.push_back({begin, address, true, true});
+            if (m != 0) // the first two are neighbours
+                address += (1 + random_() % 100) * page;
             for (placed_kernel& made : kernels) {
                 if (random_() % 4 != 0 || &made == &kernels.front())
                     dumped.push_back(std::move(made));
@@ -156,11 +153,7 @@ private:
 
     static region library(std::uint64_t begin, std::uint64_t size = 4 * page)
     {
-        char line[128];
-        std::snprintf(line, sizeof line,
-                      "[0x%llx(0x%llx) @ 0x1000 fe:00 247230 0]: r-xp /usr/lib/some thing.so",
-                      static_cast<unsigned long long>(begin), static_cast<unsigned long long>(size));
-        return {begin, begin + size, line};
+        return {begin, begin + size, false};
     }
 
     void write(const std::string& line)
@@ -193,10 +186,26 @@ private:
         write("    0     0.000000: PERF_RECORD_FORK(" + number(pid) + ":" + number(pid) + "):(1:1)\n");
         write("    0     0.000000: PERF_RECORD_COMM: sh:" + number(pid) + "/" + number(pid) + "\n");
     }
+    // The kernel tells of anonymous memory as one with its neighbours.
     void map(int pid, const region& what)
     {
-        processes_.at(pid).push_back(what);
-        record(pid, "MMAP2 " + number(pid) + "/" + number(pid) + ": " + what.line);
+        std::vector<region>& regions = processes_.at(pid);
+        std::uint64_t begin = what.begin;
+        std::uint64_t end = what.end;
+        for (const region& other : regions) {
+            if (what.anonymous && other.anonymous && other.end == begin)
+                begin = other.begin;
+            if (what.anonymous && other.anonymous && other.begin == end)
+                end = other.end;
+        }
+        regions.push_back(what);
+        char line[160];
+        std::snprintf(line, sizeof line, "MMAP2 %d/%d: [0x%llx(0x%llx) @ 0x%llx %s", pid, pid,
+                      static_cast<unsigned long long>(begin), static_cast<unsigned long long>(end - begin),
+                      static_cast<unsigned long long>(what.anonymous ? begin : 0x1000),
+                      what.anonymous ? "00:00 0 0]: rwxp //anon"
+                                     : "fe:00 247230 0]: r-xp /usr/lib/some thing.so");
+        record(pid, line);
     }
     void unmap(int pid, std::uint64_t begin)
     {

@@ -161,6 +161,10 @@ bool is_spe(std::string_view event)
 void print_text(const kernel_set& set, const profile& profile, const event_profile& event,
                 const std::vector<const placed_kernel*>& listed, bool coloured)
 {
+    if (profile.events.empty()) {
+        fmt::print("no samples\n");
+        return;
+    }
     print_join(profile, event);
     print_kernels(set, event);
     disassembler disassembler;
