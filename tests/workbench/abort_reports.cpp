@@ -247,6 +247,14 @@ TEST(AbortReports, OfSeveralProcessesHaveAListingEach)
     EXPECT_EQ(log.reports[1].listing, 1U);
     EXPECT_EQ(log.reports[1].line, 4U);
     EXPECT_EQ(log.listings[1].kernels.size(), 1U);
+
+    // The first process ends before its second thread has said all.
+    const abort_log cut = read_abort_reports(message + message + line_of_a + end_of_listing + message +
+                                             line_of_a + end_of_listing);
+    ASSERT_EQ(cut.reports.size(), 3U);
+    EXPECT_EQ(cut.reports[1].listing, 0U);
+    EXPECT_EQ(cut.reports[2].listing, 1U);
+    EXPECT_EQ(cut.listings.at(0).kernels.size(), 1U);
 }
 
 TEST(AbortReports, WithoutTheirMessageAreFoundToo)
