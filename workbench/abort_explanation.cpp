@@ -1,7 +1,9 @@
 #include "workbench/abort_explanation.hpp"
 
 #include "workbench/disassembler.hpp"
+#include "workbench/linking.hpp"
 #include "workbench/output.hpp"
+#include "workbench/placed_check.hpp"
 
 #include <algorithm>
 #include <array>
@@ -15,6 +17,7 @@ namespace vorna::workbench {
 
 using wfta::find_relocation_kind;
 using wfta::relocation_kind;
+using where = wfta::target_place::where;
 
 namespace {
 
@@ -145,7 +148,7 @@ const registered_kernel* find_linked_kernel(listing_range listing, std::uint64_t
     // The mapping's constants begin behind all of its code, also that of kernels still to come.
     std::uint64_t data_begin = ~std::uint64_t{0};
     for (const registered_kernel* kernel = listing.first; kernel != listing.second; ++kernel) {
-        if (kernel->data_address >= nearest->text_address + nearest->text_length)
+        if (kernel->data_address >= nearest->text_address)
             data_begin = std::min(data_begin, kernel->data_address);
     }
     const registered_kernel* last = nearest;
@@ -199,48 +202,26 @@ std::optional<std::uint64_t> find_target(const placed_kernel& kernel, const kern
 }
 
 struct refusal {
-    std::string_view id;
+    std::string id; // of the finding
     std::size_t relocation;
-    std::optional<filled_message> filled;
-    std::optional<range_message> range;
 };
 
 // The first relocation that the finaliser refuses. Not every kernel need have been dumped, so a target that
-// is not known is passed over, or, with an `unknown`, refused as that.
+// is not known is passed over, unless it is taken to be at `unknown`.
 std::optional<refusal> find_refusal(const placed_kernel& kernel, const kernel_addresses& addresses,
-                                    const known_targets& targets, std::string_view unknown)
+                                    const known_targets& targets,
+                                    wfta::target_place unknown = {where::unknown, 0})
 {
-    std::vector<std::uint8_t> text = kernel.text;
-    for (std::size_t i = 0; i < kernel.relocs.size(); ++i) {
-        const tessjit::reloc_info& reloc = kernel.relocs[i];
-        if (names_data(reloc.name) && std::string_view(reloc.name).substr(data_prefix.size()) != kernel.name)
-            return refusal{"foreign-data", i, {}, {}};
-        const std::optional<std::uint64_t> target = find_target(kernel, addresses, reloc.name, targets);
-        if (!target) {
-            if (!unknown.empty())
-                return refusal{unknown, i, {}, {}};
-            continue;
-        }
-        if (*target == 0)
-            return refusal{"null-target", i, {}, {}};
-        const relocation_kind* const kind = find_relocation_kind(reloc.type);
-        if (kind == nullptr)
-            return refusal{"unhandled-type", i, {}, {}};
-        if (!lies_within(text, reloc.offset))
-            continue; // the word is not in the dump
-        const auto offset = static_cast<std::size_t>(reloc.offset);
-        std::uint32_t word = word_at(text, offset);
-        const std::uint64_t P = addresses.text + offset;
-        if ((word & kind->filled_mask) != 0)
-            return refusal{"field-filled", i, filled_message{kind, P, word}, {}};
-        const std::uint64_t S = *target + widened(reloc.addend);
-        const std::uint64_t X = relocation_value(*kind, S, P);
-        if (!in_range(*kind, X))
-            return refusal{
-                "range", i, {}, range_message{kind, S & kind->operand_mask, P & kind->operand_mask, X}};
-        word |= relocation_field(*kind, X);
-        for (std::size_t byte = 0; byte < 4; ++byte)
-            text[offset + byte] = static_cast<std::uint8_t>(word >> 8 * byte);
+    const auto find = [&](std::size_t, const std::string& name) {
+        const std::optional<std::uint64_t> target = find_target(kernel, addresses, name, targets);
+        return target ? wfta::target_place{where::placed, *target} : unknown;
+    };
+    const std::vector<wfta::kernel_finding> findings = wfta::check_placed(
+        {{&kernel.name, &kernel.text, &kernel.data, &kernel.relocs, addresses.text, addresses.data, {}}},
+        find, {});
+    for (const wfta::kernel_finding& finding : findings) {
+        if (finding.aborts && finding.relocation)
+            return refusal{finding.id, *finding.relocation};
     }
     return std::nullopt;
 }
@@ -544,7 +525,7 @@ void find_kernel_of_message(explaining& e)
                                                  counted(e.dump->text.size(), "byte")));
     }
     if (!fitting.empty()) {
-        const std::optional<refusal> refused = find_refusal(*e.dump, e.addresses, e.targets, {});
+        const std::optional<refusal> refused = find_refusal(*e.dump, e.addresses, e.targets);
         const bool told = refused && refused->id == e.report.id &&
                           std::find(fitting.begin(), fitting.end(), refused->relocation) != fitting.end();
         use_relocation(e, told ? refused->relocation : fitting.front());
@@ -594,6 +575,22 @@ void find_unregistered_target(explaining& e)
     }
 }
 
+// The message that is not in the log, as the dumps have it.
+void use_missing_message(explaining& e, const refusal& refused, const relocation_kind& kind)
+{
+    const tessjit::reloc_info& reloc = e.dump->relocs[refused.relocation];
+    const std::uint64_t P = e.addresses.text + widened(reloc.offset);
+    e.result.report = refused.id;
+    if (refused.id == "field-filled") {
+        const std::vector<std::uint8_t> text = link_kernel(e.dumps.set, *e.dump).text;
+        e.report.filled = {&kind, P, word_at(text, static_cast<std::size_t>(reloc.offset))};
+        return;
+    }
+    const std::uint64_t S =
+        find_target(*e.dump, e.addresses, reloc.name, e.targets).value_or(0) + widened(reloc.addend);
+    e.report.range = {&kind, S & kind.operand_mask, P & kind.operand_mask, relocation_value(kind, S, P)};
+}
+
 void find_kernel_of_assertion(explaining& e)
 {
     const kernel_set& set = e.dumps.set;
@@ -615,13 +612,14 @@ void find_kernel_of_assertion(explaining& e)
                (refused->id == e.report.id ||
                 (e.report.id.empty() && (refused->id == "field-filled" || refused->id == "range")));
     };
-    const bool may_be_unknown = e.report.id == "unknown-target" || e.report.id == "null-target";
     const auto refusal_in = [&](std::size_t i) {
         const placed_kernel& kernel = set.kernels[i];
         const kernel_addresses addresses{kernel.text_address, kernel.data_address};
-        std::optional<refusal> refused = find_refusal(kernel, addresses, e.targets, {});
-        if (!is_reported(refused) && may_be_unknown)
-            refused = find_refusal(kernel, addresses, e.targets, e.report.id);
+        std::optional<refusal> refused = find_refusal(kernel, addresses, e.targets);
+        if (!is_reported(refused) && e.report.id == "unknown-target")
+            refused = find_refusal(kernel, addresses, e.targets, {where::nowhere, 0});
+        if (!is_reported(refused) && e.report.id == "null-target")
+            refused = find_refusal(kernel, addresses, e.targets, {where::placed, 0});
         return is_reported(refused) ? refused : std::nullopt;
     };
     std::vector<std::size_t> matching;
@@ -637,14 +635,12 @@ void find_kernel_of_assertion(explaining& e)
     const std::size_t chosen = *std::max_element(matching.begin(), matching.end(), newer);
     use_dump(e, chosen);
     const refusal refused = *refusal_in(chosen);
-    if (e.report.id.empty()) { // what the missing message would have said
-        e.result.report = refused.id;
-        e.report.filled = refused.filled;
-        e.report.range = refused.range;
-    }
     use_relocation(e, refused.relocation);
-    if (const relocation_kind* const kind = find_relocation_kind(*e.result.type))
+    if (const relocation_kind* const kind = find_relocation_kind(*e.result.type)) {
         use_kind(e, *kind);
+        if (e.report.id.empty())
+            use_missing_message(e, refused, *kind);
+    }
     e.result.notes.emplace_back(
         is_newer(e.dumps, newest, chosen)
             ? "the last kernel of its mapping, and its relocations end so; by the files' times another dump is newer"

@@ -185,6 +185,11 @@ TEST(AnExplanation, WithoutDumpsTellsALinkedFieldFromAProvisionalOne)
     const abort_explanation back =
         explain(filled("R_AARCH64_CALL26", text_of_k + 4, 0x97ffffff, {callee, broken}));
     EXPECT_EQ(back.cause, "two relocations for one instruction: it leads to k already");
+    const placed_kernel distant =
+        kernel("distant", text_of_k + 0x3000000, {a64::ret()}, text_of_k + 0x3000020);
+    EXPECT_EQ(
+        explain(filled("R_AARCH64_CALL26", text_of_k, a64::bl() | 0x3000000 / 4, {broken, distant})).cause,
+        "two relocations for one instruction: it leads to distant already");
     const abort_explanation page =
         explain(filled("R_AARCH64_ADR_PREL_PG_HI21", text_of_k, 0xb0000000,
                        {kernel("p", text_of_k + 0x1000, {a64::ret()}, 0x800000), broken}));
@@ -336,6 +341,16 @@ TEST(AnExplanation, TakesTheLastKernelOfTheMappingForTheOneThatWasLinked)
     }
 }
 
+TEST(AnExplanation, OfAPageKnowsAKernelThatBeginsBehindItsStart)
+{
+    constexpr std::uint64_t far = 0x7f0000000000;
+    const placed_kernel callee = kernel("far", far, {a64::ret()}, far + 32);
+    const placed_kernel broken = kernel("behind", text_of_k + 32, {a64::adrp(0)}, data_of_k);
+    EXPECT_EQ(
+        explain(out_of_range("R_AARCH64_ADR_PREL_PG_HI21", "4G", far, text_of_k, {broken, callee})).kernel,
+        "behind");
+}
+
 TEST(AnExplanation, WithoutAListingFindsTheRelocationInTheDumps)
 {
     const placed_kernel broken = k({a64::nop(), load}, {{"k", 4, 283, 0}});
@@ -367,6 +382,8 @@ TEST(AnExplanation, MatchesDumpsOfAnotherRunByNameAndOffset)
     EXPECT_EQ(found.target, "callee");
     EXPECT_THAT(found.notes, ElementsAre("the dumps are of another run (k was at 0x7f0000, its dump is at "
                                          "0x17f0000): matched by name and offset"));
+
+    EXPECT_THAT(explain(log, dumps_of({callee, k({a64::bl(), a64::bl()}, broken.relocs)})).notes, IsEmpty());
 
     broken.text.resize(4);
     broken.relocs.resize(1);

@@ -216,6 +216,8 @@ TEST(AbortReports, AreReadBehindThePrefixesOfALogsLines)
                     ElementsAre("a b  c|0x7f0000|0x10|0x7f0020|0x4", "d|0x7f0000|0x10|0x7f0020|0x4"));
         EXPECT_TRUE(log.listings[0].complete);
     }
+    EXPECT_THAT(ids(read_abort_reports("resolving R_AARCH64_CALL26 reloc but " + message)),
+                ElementsAre("field-filled"));
     // Not a prefix, but what another thread had printed last.
     const abort_log log = read_abort_reports("12345" + message + lines[1]);
     EXPECT_THAT(listing(log), ElementsAre("a b  c|0x7f0000|0x10|0x7f0020|0x4"));
