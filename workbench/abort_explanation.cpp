@@ -519,10 +519,11 @@ void find_kernel_of_message(explaining& e)
         e.result.notes.push_back(fmt::format(
             "the dumps are of another run ({} was at {:#x}, its dump is at {:#x}): matched by name and offset",
             printable(*e.result.kernel), e.addresses.text, e.dump->text_address));
-        if (e.registered->text_length != e.dump->text.size())
+        if (e.registered->text_length != e.dump->text.size()) {
             e.result.notes.push_back(fmt::format("its code was {} long, in the dump it is {}",
                                                  counted(e.registered->text_length, "byte"),
                                                  counted(e.dump->text.size(), "byte")));
+        }
     }
     if (!fitting.empty()) {
         const std::optional<refusal> refused = find_refusal(*e.dump, e.addresses, e.targets);
@@ -538,10 +539,11 @@ void find_kernel_of_message(explaining& e)
         }
         return;
     }
-    if (e.dump != nullptr)
+    if (e.dump != nullptr) {
         e.result.notes.push_back(
             fmt::format("no relocation in the dump of {} fits the message: it is of other code",
                         printable(e.dump->name)));
+    }
     if (e.result.kernel && knows_place(e))
         e.result.offset = as_signed(place - e.addresses.text);
     if (e.registered != nullptr && e.report.range) {
@@ -646,10 +648,11 @@ void find_kernel_of_assertion(explaining& e)
             ? "the last kernel of its mapping, and its relocations end so; by the files' times another dump is newer"
             : "the last dump written, and its relocations end so");
     for (const std::size_t i : matching) {
-        if (i != chosen && !is_newer(e.dumps, chosen, i))
-            e.result.notes.push_back(
-                fmt::format("{} would end so too: the files' times do not tell which was written last",
-                            printable(set.kernels[i].name)));
+        if (i == chosen || is_newer(e.dumps, chosen, i))
+            continue;
+        e.result.notes.push_back(
+            fmt::format("{} would end so too: the files' times do not tell which was written last",
+                        printable(set.kernels[i].name)));
     }
 }
 

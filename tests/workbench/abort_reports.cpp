@@ -4,7 +4,7 @@
 #include "tests/support/reports.hpp"
 
 #include <algorithm>
-#include <elf.h>
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -121,13 +121,14 @@ TEST(AbortReports, OfAnAssertionAreKnownInEveryCLibrarysWords)
     for (const auto& [id, function, expression] : assertions) {
         const std::string texts[] = {
             glibc(function, expression),
-            "/usr/bin/a program: with: colons: /build/x/" + source + ":1234: " + function + ": Assertion `" +
-                expression + "' failed.\r\n",
-            source + ":7: " + function + ": Assertion `" + expression + "' failed.", // no program's name
-            "planner: " + source + ":49: " + function + ": Zusicherung »" + expression + "« nicht erfüllt.\n",
-            "Assertion failed: " + expression + " (" + source + ": " + function + ": 49)\n", // musl
-            "2026-11-21T12:00:00Z worker | planner: " + source + ":49: " + function + ": Assertion `" +
-                expression + "' failed.\n"};
+            fmt::format("/usr/bin/a program: with: colons: /build/x/{}:1234: {}: Assertion `{}' failed.\r\n",
+                        source, function, expression),
+            fmt::format("{}:7: {}: Assertion `{}' failed.", source, function,
+                        expression), // no program's name
+            fmt::format("planner: {}:49: {}: Zusicherung »{}« nicht erfüllt.\n", source, function,
+                        expression),
+            fmt::format("Assertion failed: {} ({}: {}: 49)\n", expression, source, function), // musl
+            "2026-11-21T12:00:00Z worker | " + glibc(function, expression)};
         for (const std::string& text : texts) {
             EXPECT_EQ(ids(read_abort_reports(text)), std::vector<std::string>{id}) << text;
             EXPECT_EQ(read_abort_reports("\nother\n" + text).reports.at(0).line, 3U);
@@ -294,9 +295,10 @@ TEST(AbortReports, AreFoundAtTheEndOfAnEndlessLine)
 
 TEST(AbortReports, AreAHundredAtMost)
 {
+    const std::string report = message + line_of_a + end_of_listing;
     std::string text;
     for (int i = 0; i < 130; ++i)
-        text += message + line_of_a + end_of_listing;
+        text += report;
     const abort_log log = read_abort_reports(text);
     EXPECT_EQ(log.reports.size(), 100U);
     EXPECT_EQ(log.more_reports, 30U);

@@ -148,6 +148,19 @@ private:
         host_.broken = {report, kernel.name, index, std::move(reloc), false};
     }
 
+    std::vector<std::string> names_in_front_of(const kernel_data& kernel) const
+    {
+        std::vector<std::string> names;
+        for (const auto& call : host_.calls) {
+            for (const kernel_data& other : call) {
+                if (&other == &kernel)
+                    return names;
+                names.push_back(other.name);
+            }
+        }
+        return names;
+    }
+
     void break_somewhere()
     {
         std::vector<kernel_data>& kernels = one_of(host_.calls);
@@ -158,22 +171,12 @@ private:
         const auto addend = static_cast<std::int32_t>(4 * number(0, 3));
         switch (number(0, 8)) {
         case 0: { // a name that is taken
-            std::vector<std::string> taken;
-            for (const auto& call : host_.calls) {
-                for (const kernel_data& other : call) {
-                    if (&other == &kernel)
-                        goto known;
-                    taken.push_back(other.name);
-                }
-            }
-        known:
-            if (taken.empty()) {
-                host_.registry[kernel.name] = {address(0x10000), 4, address(0x10020), 0};
-                host_.broken.report = "duplicate-name";
-                return;
-            }
-            kernel.name = one_of(taken);
             host_.broken.report = "duplicate-name";
+            const std::vector<std::string> taken = names_in_front_of(kernel);
+            if (taken.empty())
+                host_.registry[kernel.name] = {address(0x10000), 4, address(0x10020), 0};
+            else
+                kernel.name = one_of(taken);
             return;
         }
         case 1: // nowhere, or later in the set
@@ -259,9 +262,11 @@ std::string end_in_child(const random_host& host, const std::filesystem::path& d
     options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
     const support::child_result child = support::run_in_child(
         [&] {
-            for (std::size_t call = 0; elsewhere && call < host.calls.size(); ++call)
-                mmap(nullptr, mapping_length(host.calls[call]), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1,
-                     0);
+            for (std::size_t call = 0; elsewhere && call < host.calls.size(); ++call) {
+                EXPECT_NE(mmap(nullptr, mapping_length(host.calls[call]), PROT_NONE,
+                               MAP_PRIVATE | MAP_ANONYMOUS, -1, 0),
+                          MAP_FAILED);
+            }
             kernel_registry_map registry = host.registry;
             for (const auto& kernels : host.calls)
                 finalise_kernels(registry, kernels);

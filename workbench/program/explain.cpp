@@ -195,11 +195,11 @@ int explain(const explain_options& options)
             print_text(dumps, found, file.name(), options.common);
         if (explanations.empty())
             fmt::print("no report of an abort in {}\n", printable(file.name()));
+        else if (log.more_reports == 0)
+            fmt::print("{}\n", counted(explanations.size(), "report"));
         else
-            fmt::print("{}{}\n", counted(explanations.size(), "report"),
-                       log.more_reports == 0
-                           ? ""
-                           : fmt::format(" explained, {} more passed over", log.more_reports));
+            fmt::print("{} explained, {} more passed over\n", counted(explanations.size(), "report"),
+                       log.more_reports);
     }
     if (trouble)
         return in_trouble;
