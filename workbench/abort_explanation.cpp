@@ -171,25 +171,23 @@ struct kernel_addresses {
 
 class known_targets {
 public:
-    known_targets(listing_range listing, const kernel_set& set)
-        : set_(set), has_listing_(listing.first != listing.second)
+    known_targets(listing_range listing, const kernel_set& set) : set_(set)
     {
         for (const registered_kernel* kernel = listing.first; kernel != listing.second; ++kernel)
             listed_.emplace(kernel->name, kernel->text_address);
     }
 
-    // The address of a kernel's code: by the listing if there is one, otherwise by the dumps.
+    // The address of a kernel's code: by the listing, otherwise by the dumps.
     [[nodiscard]] std::optional<std::uint64_t> find(const std::string& name) const
     {
         if (const auto listed = listed_.find(name); listed != listed_.end())
             return listed->second;
-        const placed_kernel* const dumped = has_listing_ ? nullptr : find_kernel(set_, name);
+        const placed_kernel* const dumped = find_kernel(set_, name);
         return dumped == nullptr ? std::nullopt : std::optional(dumped->text_address);
     }
 
 private:
     const kernel_set& set_;
-    bool has_listing_;
     std::unordered_map<std::string, std::uint64_t> listed_;
 };
 
@@ -478,15 +476,13 @@ void find_target_by_page(explaining& e)
 // A dump that holds a relocation which the message fits, and that is the last of its mapping.
 std::optional<std::size_t> find_dump_by_relocation(const explaining& e)
 {
-    std::optional<std::size_t> found;
     for (const std::size_t i : last_of_each_mapping(e.dumps.set)) {
         const placed_kernel& kernel = e.dumps.set.kernels[i];
-        if (!fitting_relocations(e.report, kernel, {kernel.text_address, kernel.data_address}, e.targets)
-                 .empty() &&
-            (!found || is_newer(e.dumps, i, *found)))
-            found = i;
+        const kernel_addresses addresses{kernel.text_address, kernel.data_address};
+        if (!fitting_relocations(e.report, kernel, addresses, e.targets).empty())
+            return i;
     }
-    return found;
+    return std::nullopt;
 }
 
 void find_kernel_of_message(explaining& e)

@@ -90,7 +90,7 @@ public:
     bool take_hex(Number& number)
     {
         const auto [end, error] = std::from_chars(text_.data(), text_.data() + text_.size(), number, 16);
-        if (error != std::errc{} || text_[0] == '-')
+        if (error != std::errc{})
             return false;
         text_.remove_prefix(static_cast<std::size_t>(end - text_.data()));
         return true;

@@ -136,6 +136,10 @@ TEST(AnExplanation, PrefersAWaitingInstructionOfTheSameKindAndNeverAMoveOfTheSta
         k({a64::bl(), mov_from_sp, load, a64::adrp(0), a64::nop()}, {{"k", 8, R_AARCH64_CALL26, 0}});
     EXPECT_EQ(explain(filled("R_AARCH64_CALL26", text_of_k + 8, load, {broken}), dumps_of({broken})).advice,
               "{\"k\", 0, 283, 0}");
+    const placed_kernel taken =
+        k({a64::bl(), load, a64::nop(), a64::bl()}, {{"k", 0, 283, 8}, {"k", 4, 283, 0}});
+    EXPECT_EQ(explain(filled("R_AARCH64_CALL26", text_of_k + 4, load, {taken}), dumps_of({taken})).advice,
+              "{\"k\", 12, 283, 0}");
     const placed_kernel data = k({a64::bl(), mov_from_sp, load, a64::nop(), a64::adrp(0)},
                                  {{".rodata.k", 8, R_AARCH64_ADR_PREL_LO21, 0}});
     EXPECT_EQ(
