@@ -1,125 +1,23 @@
 // perf itself names a kernel from the map: native code of the machine that runs the test, since perf samples
 // the processor, not a simulated one.
 
-#include "fft/SRC/wfta/kernel_printer.hpp"
-#include "tests/support/files.hpp"
+#include "tests/support/perf.hpp"
 
-#include <array>
-#include <cerrno>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <memory>
 #include <string>
-#include <sys/prctl.h>
-#include <sys/utsname.h>
-#include <sys/wait.h>
-#include <system_error>
-#include <unistd.h>
 
 namespace {
 
-using namespace vorna::wfta;
 using namespace support;
-
-// Counts its argument down to zero.
-#ifdef __aarch64__
-const std::vector<std::uint8_t> countdown = {0x00, 0x04, 0x00, 0xf1,  // loop: subs x0, x0, #1
-                                             0xe1, 0xff, 0xff, 0x54,  // b.ne loop
-                                             0xc0, 0x03, 0x5f, 0xd6}; // ret
-#elif defined(__x86_64__)
-const std::vector<std::uint8_t> countdown = {0x48, 0xff, 0xcf, // loop: dec %rdi
-                                             0x75, 0xfb,       // jne loop
-                                             0xc3};            // ret
-#endif
-
-struct command_result {
-    int status;
-    std::string output;
-};
-
-/// Runs a shell command and returns its exit status and all its output.
-command_result shell(const std::string& command)
-{
-    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
-    if (pipe == nullptr) {
-        return {-1, ""};
-    }
-    std::string output;
-    std::array<char, 4096> block;
-    while (const std::size_t length = std::fread(block.data(), 1, block.size(), pipe)) {
-        output.append(block.data(), length);
-    }
-    return {WEXITSTATUS(pclose(pipe)), output};
-}
-
-/// A process that has finalised the kernel countdown with the perf map on, and runs it until it is destroyed.
-class busy_process {
-public:
-    explicit busy_process(const std::filesystem::path& directory)
-    {
-        int ready[2];
-        if (pipe(ready) != 0) {
-            throw std::system_error(errno, std::generic_category(), "pipe");
-        }
-        std::fflush(nullptr);
-        pid_ = fork();
-        if (pid_ == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            setenv("VORNA_WFTA_PERF", "1", 1);
-            std::filesystem::current_path(directory);
-            void (*count_down)(std::uint64_t) = nullptr;
-            kernel_registry_map registry;
-            finalise_kernels(registry,
-                             {{reinterpret_cast<void**>(&count_down), "countdown", countdown, {}, {}}});
-            if (write(ready[1], "", 1) != 1) {
-                _exit(1);
-            }
-            for (;;) {
-                count_down(1'000'000);
-            }
-        }
-        char byte = 0;
-        const bool started = read(ready[0], &byte, 1) == 1;
-        close(ready[0]);
-        close(ready[1]);
-        EXPECT_TRUE(started);
-    }
-    ~busy_process()
-    {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
-    busy_process(const busy_process&) = delete;
-    busy_process& operator=(const busy_process&) = delete;
-
-    [[nodiscard]] pid_t pid() const { return pid_; }
-
-private:
-    pid_t pid_;
-};
 
 TEST(PerfReport, NamesTheKernel)
 {
-    utsname own;
-    uname(&own);
-    // An emulator tells its program one machine while the shell, a program of the machine itself, knows
-    // better.
-    if (shell("uname -m").output != std::string(own.machine) + "\n") {
-        GTEST_SKIP() << "perf sees an emulator's code here, not the kernel's";
+    if (const std::string reason = why_perf_cannot_record(); !reason.empty()) {
+        GTEST_SKIP() << reason;
     }
     const temp_directory directory;
     const std::string recording = " " + (directory.path() / "perf.data").string() + " ";
-    const command_result trial =
-        shell("perf record --no-buildid-cache -e cpu-clock -o" + recording + "-- true");
-    if (trial.status != 0) {
-        GTEST_SKIP() << "perf cannot record here: " << trial.output
-                     << "An ordinary user needs a kernel.perf_event_paranoid of at most 2; here it is "
-                     << contents("/proc/sys/kernel/perf_event_paranoid");
-    }
-
     const busy_process busy(directory.path());
     const perf_map map(busy.pid());
     const command_result record = shell("perf record --no-buildid-cache -e cpu-clock -o" + recording + "-p " +

@@ -71,15 +71,18 @@ std::string objdump_for(const std::string& file)
 bool is_perf_map(const std::string& argument)
 {
     constexpr std::string_view suffix = ".map";
-    return argument.front() != '-' && argument.size() > suffix.size() &&
+    return argument.size() > suffix.size() && argument.front() != '-' &&
            std::string_view(argument).substr(argument.size() - suffix.size()) == suffix;
 }
 
 void run_objdump(const objdump_options& options, std::vector<std::string> arguments)
 {
     for (std::string& argument : arguments) {
-        if (!argument.empty() && is_perf_map(argument))
-            argument = options.image;
+        if (!is_perf_map(argument))
+            continue;
+        if (access(options.image.c_str(), R_OK) != 0)
+            throw std::runtime_error(fmt::format("{}: {}", options.image, std::strerror(errno)));
+        argument = options.image;
     }
     const std::string program = !options.program.empty() ? options.program
                                 : arguments.empty()      ? "objdump"

@@ -1,0 +1,174 @@
+// vorna-kernels objdump stands in for perf's objdump, and gdb takes the image for all kernels at once.
+
+#include "jit/elf.hpp"
+#include "tests/support/a64.hpp"
+#include "tests/support/files.hpp"
+#include "tests/support/kernels.hpp"
+#include "tests/support/perf.hpp"
+#include "tests/support/tool.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <sstream>
+
+namespace {
+
+using namespace support;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+
+// A directory with a linked image of one kernel, and a program that prints the arguments it gets, a line
+// each.
+class Objdump : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        tessjit::elf_data elf;
+        elf.fns.emplace_back("k", address(0x10000), code({a64::nop(), a64::ret()}), address(0x10020),
+                             std::vector<std::uint8_t>(), std::vector<tessjit::reloc_info>());
+        write_file(directory.path() / "dump", to_string(emit_elf(elf)));
+        ASSERT_EQ(run_tool({VORNA_KERNELS, "link", "dump", "-o", "image"}, directory.path()).exit_status, 0);
+        write_file(directory.path() / "echo", "#!/bin/sh\nprintf '%s\\n' \"$@\"\nexit 7\n");
+        permissions(directory.path() / "echo", std::filesystem::perms::owner_all);
+    }
+
+    [[nodiscard]] child_result objdump(std::vector<std::string> arguments) const
+    {
+        arguments.insert(arguments.begin(), {VORNA_KERNELS, "objdump"});
+        return run_tool(std::move(arguments), directory.path());
+    }
+
+    temp_directory directory;
+};
+
+TEST_F(Objdump, PutsTheImageInThePlaceOfThePerfMapAndPassesAllElseOn)
+{
+    const child_result echo =
+        objdump({"--image=image", "--objdump=./echo", "--start-address=0x10", "-l", "-h", "-d", "-S",
+                 "--format=x", "-M", "no aliases", "-C", "/tmp/perf-12.map"});
+    EXPECT_EQ(echo.out, "--start-address=0x10\n-l\n-h\n-d\n-S\n--format=x\n-M\nno aliases\n-C\nimage\n");
+    EXPECT_EQ(echo.err, "");
+    EXPECT_EQ(echo.exit_status, 7);
+    EXPECT_EQ(objdump({"--objdump=./echo", "--image=image", "/bin/true", "-x.map", ""}).out,
+              "/bin/true\n-x.map\n\n");
+}
+
+TEST_F(Objdump, RunsTheOneThatKnowsTheMachine)
+{
+    const child_result kernel = objdump({"--image=image", "--start-address=0x10004", "--stop-address=0x10008",
+                                         "-d", "--no-show-raw-insn", "-C", "/tmp/perf-12.map"});
+    EXPECT_TRUE(kernel.succeeded()) << kernel;
+    EXPECT_THAT(kernel.out, HasSubstr("10004:\tret\n"));
+    const child_result program = objdump({"--image=image", "-f", "/bin/true"});
+    EXPECT_TRUE(program.succeeded()) << program;
+    EXPECT_THAT(program.out, HasSubstr("\n/bin/true:     file format elf64-"));
+}
+
+TEST_F(Objdump, SaysWhatKeepsItFromRunning)
+{
+    const child_result none = objdump({"--image=image", "--objdump=./none", "-d"});
+    EXPECT_EQ(none.exit_status, 2);
+    EXPECT_EQ(none.err, "vorna-kernels: ./none: No such file or directory\n");
+    const child_result missing = objdump({"-d", "perf-1.map"});
+    EXPECT_EQ(missing.exit_status, 2);
+    EXPECT_EQ(missing.err, "vorna-kernels: --image is required\n");
+    const child_result unreadable = objdump({"--image=gone", "-d", "perf-1.map"});
+    EXPECT_EQ(unreadable.exit_status, 2);
+    EXPECT_EQ(unreadable.err, "vorna-kernels: gone: No such file or directory\n");
+}
+
+// The image of the kernel at its address, from its dump. Dumps say that they hold AArch64 code; elsewhere the
+// machine's own linker makes the image.
+void link_native(const temp_directory& directory, const std::string& address)
+{
+#ifdef __aarch64__
+    (void)address;
+    const std::string commands = VORNA_KERNELS " link countdown -o image";
+#else
+    const std::string commands =
+        "aarch64-linux-gnu-objcopy -O binary -j .text.countdown countdown code && "
+        "objcopy -I binary -O elf64-x86-64 --rename-section .data=.text,alloc,load,readonly,code,contents "
+        "--add-symbol countdown=.text:0,global,function code code.o && "
+        "ld -Ttext=0x" +
+        address + " -e 0 code.o -o image";
+#endif
+    const command_result linker = shell("cd " + directory.path().string() + " && " + commands);
+    ASSERT_EQ(linker.status, 0) << linker.output;
+}
+
+TEST(PerfAnnotate, ShowsPercentagesBesideTheInstructionsOfAKernel)
+{
+    if (const std::string reason = why_perf_cannot_record(); !reason.empty())
+        GTEST_SKIP() << reason;
+    const temp_directory directory;
+    const busy_process busy(directory.path());
+    const perf_map map(busy.pid());
+    const std::string data = " " + (directory.path() / "perf.data").string() + " ";
+    const command_result record = shell("perf record --no-buildid-cache -e cpu-clock -o" + data + "-p " +
+                                        std::to_string(busy.pid()) + " -- sleep 1");
+    ASSERT_EQ(record.status, 0) << record.output;
+    const std::string annotate = "perf annotate -i" + data + "--stdio countdown";
+    EXPECT_THAT(shell(annotate).output, HasSubstr("Couldn't annotate countdown"));
+
+    link_native(directory, map.text().substr(0, map.text().find(' ')));
+    const command_result annotated = shell(annotate + " --objdump='" VORNA_KERNELS " objdump --image=" +
+                                           (directory.path() / "image").string() + "'");
+    EXPECT_EQ(annotated.status, 0) << annotated.output;
+    EXPECT_THAT(annotated.output,
+                ContainsRegex(" [1-9][0-9]*\\.[0-9][0-9] : +[0-9a-f]+: +(dec|subs|jne|b\\.ne) "));
+    EXPECT_THAT(annotated.output, ContainsRegex(" 0\\.00 : +[0-9a-f]+: +ret"));
+}
+
+TEST(Gdb, KnowsAllKernelsFromOneImage)
+{
+#ifndef DEBUGGEE
+    GTEST_SKIP() << "no compiler for AArch64";
+#else
+    const temp_directory directory;
+    std::vector<std::string> gdb = {"gdb-multiarch", "-nx", "-batch", DEBUGGEE};
+    const auto command = [&](const std::string& text) {
+        gdb.emplace_back("-ex");
+        gdb.push_back(text);
+    };
+    command("set confirm off");
+    command("break kernels_are_placed");
+    const std::string emulator = EMULATOR; // empty on an AArch64 machine
+    if (emulator.empty()) {
+        command("run >placed");
+    } else {
+        // The emulator waits for gdb at a socket in this directory.
+        command("shell timeout 60 " + emulator + " -g ./stub " DEBUGGEE " >placed &");
+        command("shell until test -S stub; do sleep 0.05; done");
+        command("target remote ./stub");
+        command("continue");
+    }
+    command("shell " VORNA_KERNELS " link . -o kernels.elf");
+    command("add-symbol-file kernels.elf");
+    command("break answer_kernel");
+    command("continue");
+    command("info symbol $pc");
+    command("info symbol $x30");
+    command("disassemble");
+    command("delete");
+    command("continue");
+    const child_result session = run_tool(gdb, directory.path());
+    EXPECT_TRUE(session.succeeded()) << session;
+
+    std::map<std::string, std::string> placed;
+    std::istringstream lines(contents(directory.path() / "placed"));
+    for (std::string name, address; lines >> name >> address;)
+        placed[name] = address;
+    ASSERT_EQ(placed.size(), 3U) << session;
+    const std::string& address = placed["answer_kernel"];
+    EXPECT_THAT(session.out, HasSubstr("1 mapping, 3 kernels, ")) << session;
+    EXPECT_THAT(session.out, HasSubstr("Breakpoint 2, " + address + " in answer_kernel ()\n")) << session;
+    EXPECT_THAT(session.out, HasSubstr("\nanswer_kernel in section .text.answer_kernel of ")) << session;
+    EXPECT_THAT(session.out, HasSubstr("\ncalling_kernel + 8 in section .text.calling_kernel of "))
+        << session;
+    EXPECT_THAT(session.out, HasSubstr("\n=> " + address + " <+0>:\tnop\n")) << session;
+    EXPECT_THAT(session.out, HasSubstr(" exited with code 052]\n")) << session; // 42, as gdb has it
+#endif
+}
+
+} // namespace
