@@ -162,6 +162,22 @@ TEST(Listing, LabelsWhereBranchesLead)
     EXPECT_EQ(other.rows[3].callee, "other");
 }
 
+TEST(Listing, KnowsTheExtensions)
+{
+    const std::vector<std::string> lines = {"cmla z0.s, z1.s, z2.s[0], #90",
+                                            "sqrdmlah z0.h, z1.h, z2.h[3]",
+                                            "ld1rqd { z0.d }, p0/z, [x3]",
+                                            "bfdot v0.4s, v1.8h, v2.8h",
+                                            "fcmla v0.2d, v1.2d, v2.2d, #270",
+                                            "aese v0.16b, v1.16b",
+                                            "sha256h q0, q1, v2.4s",
+                                            "ldtr x0, [x1, #8]",
+                                            "stg x0, [x1]",
+                                            "ldaddal x0, x1, [x2]"};
+    const kernel_set set = make_kernel_set({placed("k", 0x10000, assemble(lines))});
+    EXPECT_THAT(texts(list(set, "k")), testing::ElementsAreArray(lines));
+}
+
 TEST(Listing, ShowsWhatIsNoInstruction)
 {
     placed_kernel kernel = placed("k", 0x10000, {0x00000001 | 0xffu << 24, a64::ret()});
