@@ -21,7 +21,7 @@ inline std::vector<std::uint32_t> assemble(const std::vector<std::string>& lines
         source += line + "\n";
     write_file(directory.path() / "lines.s", source);
     const child_result tool =
-        run_tool({"llvm-mc", "-triple=aarch64", "-mattr=+v8.6a,+fullfp16,+mte,+sha2,+sve,+sve2",
+        run_tool({"llvm-mc", "-triple=aarch64", "-mattr=+v8.6a,+fullfp16,+mte,+aes,+sha2,+sve,+sve2",
                   "-show-encoding", "lines.s"},
                  directory.path());
     EXPECT_TRUE(tool.succeeded()) << tool;
