@@ -59,6 +59,14 @@ std::string counted(std::size_t count, std::string_view noun)
     return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
+std::string grouped(std::uint64_t number)
+{
+    std::string digits = std::to_string(number);
+    for (std::size_t at = digits.size(); at > 3; at -= 3)
+        digits.insert(at - 3, ",");
+    return digits;
+}
+
 std::string painted(std::string_view text, colour c, bool enabled)
 {
     static constexpr const char* codes[] = {"", "1;31", "1;33", "32", "36", "1", "2"};

@@ -29,6 +29,9 @@ std::string few_of(const std::vector<std::string>& names);
 /// "1 kernel", "2 kernels".
 std::string counted(std::size_t count, std::string_view noun);
 
+/// 1234567 as "1,234,567".
+std::string grouped(std::uint64_t number);
+
 enum class colour { none, red, yellow, green, cyan, bold, dim };
 
 /// The text in the terminal's colour; unchanged if `enabled` is false.

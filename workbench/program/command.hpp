@@ -57,6 +57,7 @@ void add_check(CLI::App& program, int& status);
 void add_explain(CLI::App& program, int& status);
 void add_diff(CLI::App& program, int& status);
 void add_profile(CLI::App& program, int& status);
+void add_report(CLI::App& program, int& status);
 void add_show(CLI::App& program, int& status);
 void add_link(CLI::App& program, int& status);
 void add_objdump(CLI::App& program); ///< becomes another program, which has its own status

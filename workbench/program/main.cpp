@@ -32,6 +32,7 @@ static int run(int argc, char** argv)
     add_explain(program, status);
     add_diff(program, status);
     add_profile(program, status);
+    add_report(program, status);
     add_show(program, status);
     add_link(program, status);
     add_objdump(program);

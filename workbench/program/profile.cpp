@@ -43,10 +43,7 @@ std::string share(std::uint64_t part, std::uint64_t whole)
 /// "1 sample", "24,180 samples".
 std::string samples_text(std::uint64_t count)
 {
-    std::string digits = std::to_string(count);
-    for (std::size_t at = digits.size(); at > 3; at -= 3)
-        digits.insert(at - 3, ",");
-    return digits + (count == 1 ? " sample" : " samples");
+    return grouped(count) + (count == 1 ? " sample" : " samples");
 }
 
 /// A bar of `part` of `whole`, in eighths of a column, and blanks behind it.

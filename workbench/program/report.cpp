@@ -1,0 +1,116 @@
+#include "workbench/report.hpp"
+
+#include "workbench/checks.hpp"
+#include "workbench/output.hpp"
+#include "workbench/program/command.hpp"
+#include "workbench/program/json.hpp"
+#include "workbench/program/profile_input.hpp"
+#include "workbench/replace_file.hpp"
+
+#include <fmt/format.h>
+#include <memory>
+#include <stdexcept>
+
+namespace vorna::workbench {
+
+namespace {
+
+struct report_options {
+    common_options common;
+    std::string dumps;
+    std::string perf_data;
+    std::string perf_script;
+    std::string event;
+    std::string against;
+    std::string page;
+};
+
+/// Reads dumps of which there must be some.
+read_result read_some(const std::string& dumps, const common_options& options)
+{
+    read_result read = read_set({dumps}, options);
+    if (read.set.kernels.empty() && !read.trouble)
+        report_trouble(dumps + ": no dumps in it");
+    return read;
+}
+
+int report(const report_options& options)
+{
+    read_result read = read_some(options.dumps, options.common);
+    read_result before;
+    if (!options.against.empty())
+        before = read_some(options.against, options.common);
+    if (read.set.kernels.empty() || (!options.against.empty() && before.set.kernels.empty()))
+        return in_trouble;
+
+    report_input input;
+    input.name = options.dumps;
+    input.set = &read.set;
+    input.findings = check_dumps(read.set);
+    if (!options.against.empty()) {
+        input.against = &before.set;
+        input.against_name = options.against;
+    }
+    profile profile;
+    const bool text = !options.perf_script.empty();
+    if (text || !options.perf_data.empty()) {
+        const std::string& file = text ? options.perf_script : options.perf_data;
+        profile = text ? read_perf_script(file, read.set) : read_perf_data(file, read.set);
+        report_profile_trouble(profile, file == "-" ? "standard input" : file, read.trouble);
+        input.profile = choose_event(profile, options.event);
+        if (input.profile == nullptr)
+            throw std::runtime_error(file + ": no samples in it");
+    }
+
+    const std::string page = report_page(input);
+    replace_file(options.page, page);
+    if (options.common.format == "json") {
+        json document;
+        document["version"] = 1;
+        document["page"] = options.page;
+        document["bytes"] = page.size();
+        document["kernels"] = read.set.kernels.size();
+        document["mappings"] = read.set.mappings.size();
+        document["event"] = input.profile == nullptr ? json() : json(input.profile->event);
+        fmt::print("{}", json_text(document));
+    } else {
+        fmt::print("{}: {}, {}{}, {} KiB\n", printable(options.page),
+                   counted(read.set.kernels.size(), "kernel"), counted(read.set.mappings.size(), "mapping"),
+                   input.profile == nullptr ? "" : ", profile " + printable(input.profile->event),
+                   grouped((page.size() + 1023) / 1024));
+    }
+    return read.trouble || before.trouble ? in_trouble : nothing_found;
+}
+
+} // namespace
+
+void add_report(CLI::App& program, int& status)
+{
+    const auto options = std::make_shared<report_options>();
+    CLI::App* const command = program.add_subcommand("report", "Make one page to look at, an HTML file");
+    command->add_option("DUMPS", options->dumps, "Directory of dumps, or one dump")->required();
+    command->add_option("-o,--output", options->page, "The page: one file, to be opened from anywhere")
+        ->type_name("FILE.html")
+        ->required();
+    CLI::Option* const data =
+        command->add_option("--profile", options->perf_data, "What perf record wrote: where the time goes")
+            ->type_name("PERF.DATA");
+    CLI::Option* const text = command
+                                  ->add_option("--perf-script", options->perf_script,
+                                               "Or the text of perf script; - is standard input")
+                                  ->type_name("FILE")
+                                  ->excludes(data);
+    command
+        ->add_option("--event", options->event, "The event of the profile; the one of most samples without")
+        ->type_name("E");
+    command->add_option("--against", options->against, "Dumps from before a change, to be compared with")
+        ->type_name("OLD");
+    add_common_options(*command, options->common, {"text", "json"});
+    command->callback([options, text, data, &status] {
+        if (!options->event.empty() && text->empty() && data->empty())
+            throw CLI::ValidationError("--event", "there is no profile");
+        status = report(*options);
+    });
+}
+
+} // namespace vorna::workbench
