@@ -197,6 +197,33 @@ kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, d
     return listing;
 }
 
+kernel_listing list_without_addresses(const placed_kernel& kernel, disassembler& disassembler)
+{
+    // In a set of its own, with callees in reach that have no code.
+    constexpr std::uint64_t address = 0x10000000;
+    std::vector<placed_kernel> kernels(1, kernel);
+    kernels.front().text_address = address;
+    kernels.front().data_address = (address + kernel.text.size() + 31) & ~std::uint64_t{31};
+    std::set<std::string> targets{kernel.name};
+    for (const tessjit::reloc_info& relocation : kernel.relocs) {
+        if (names_data(relocation.name) || !targets.insert(relocation.name).second)
+            continue;
+        placed_kernel callee;
+        callee.name = relocation.name;
+        callee.text_address = address - 32;
+        callee.data_address = address;
+        kernels.push_back(std::move(callee));
+    }
+    const kernel_set set = make_kernel_set(std::move(kernels));
+    const placed_kernel& alone = *find_kernel(set, kernel.name);
+    kernel_listing listing = list_kernel(set, alone, disassembler);
+    for (listing_row& row : listing.rows) {
+        if (row.size == word_size)
+            row.word = word_at(kernel.text, row.offset);
+    }
+    return listing;
+}
+
 int offset_digits(const placed_kernel& kernel)
 {
     const std::size_t last = kernel.text.empty() ? 0 : kernel.text.size() - 1;

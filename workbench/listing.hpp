@@ -37,6 +37,10 @@ struct kernel_listing {
 kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
                            bool linked = true);
 
+/// Lists a kernel by itself: targets by name, words as they were generated. Nothing in it depends on where
+/// the kernel and its callees were placed.
+kernel_listing list_without_addresses(const placed_kernel& kernel, disassembler& disassembler);
+
 /// The row as the command `show` prints it, without colour and newline, and without its label; the offset
 /// with at least so many digits.
 std::string row_text(const listing_row& row, int offset_digits = 2);

@@ -54,6 +54,7 @@ std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const st
 
 /// The commands: each adds itself to the program and sets the exit status when it is run.
 void add_check(CLI::App& program, int& status);
+void add_baseline(CLI::App& program, int& status);
 void add_explain(CLI::App& program, int& status);
 void add_diff(CLI::App& program, int& status);
 void add_profile(CLI::App& program, int& status);

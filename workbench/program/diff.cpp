@@ -22,12 +22,7 @@ struct diff_options {
     std::size_t limit = 10;
 };
 
-// What is shown of the difference of two sets.
-struct comparison {
-    const kernel_set& before;
-    const kernel_set& after;
-    std::vector<kernel_difference> kernels;
-};
+using kernel_differences = std::vector<kernel_difference>;
 
 struct sizes {
     std::size_t instructions = 0;
@@ -48,10 +43,10 @@ std::size_t distance(std::size_t a, std::size_t b)
 }
 
 // Kernels that are not the same, the largest change first.
-std::vector<const kernel_difference*> different_kernels(const comparison& comparison)
+std::vector<const kernel_difference*> different_kernels(const kernel_differences& kernels)
 {
     std::vector<const kernel_difference*> different;
-    for (const kernel_difference& kernel : comparison.kernels) {
+    for (const kernel_difference& kernel : kernels) {
         if (kernel.change != change_class::same)
             different.push_back(&kernel);
     }
@@ -67,10 +62,10 @@ std::vector<const kernel_difference*> different_kernels(const comparison& compar
 }
 
 // Kernels that a diff can be shown of, the smallest first.
-std::vector<const kernel_difference*> changed_kernels(const comparison& comparison)
+std::vector<const kernel_difference*> changed_kernels(const kernel_differences& kernels)
 {
     std::vector<const kernel_difference*> changed;
-    for (const kernel_difference& kernel : comparison.kernels) {
+    for (const kernel_difference& kernel : kernels) {
         if (kernel.change != change_class::same && kernel.before != nullptr && kernel.after != nullptr)
             changed.push_back(&kernel);
     }
@@ -82,11 +77,11 @@ std::vector<const kernel_difference*> changed_kernels(const comparison& comparis
     return changed;
 }
 
-std::size_t count_same(const comparison& comparison)
+std::size_t count_same(const kernel_differences& kernels)
 {
-    return static_cast<std::size_t>(
-        std::count_if(comparison.kernels.begin(), comparison.kernels.end(),
-                      [](const auto& kernel) { return kernel.change == change_class::same; }));
+    return static_cast<std::size_t>(std::count_if(kernels.begin(), kernels.end(), [](const auto& kernel) {
+        return kernel.change == change_class::same;
+    }));
 }
 
 std::string change_text(std::size_t before, std::size_t after)
@@ -161,19 +156,18 @@ void print_table(const std::vector<const kernel_difference*>& kernels, bool colo
     }
 }
 
-void print_text(const comparison& comparison, std::size_t limit, bool coloured)
+void print_text(const kernel_differences& kernels, std::size_t limit, bool coloured)
 {
-    const std::vector<const kernel_difference*> different = different_kernels(comparison);
+    const std::vector<const kernel_difference*> different = different_kernels(kernels);
     if (!different.empty())
         print_table(different, coloured);
-    fmt::print("{} same\n", count_same(comparison));
+    fmt::print("{} same\n", count_same(kernels));
 
-    const std::vector<const kernel_difference*> changed = changed_kernels(comparison);
+    const std::vector<const kernel_difference*> changed = changed_kernels(kernels);
     disassembler disassembler;
     for (std::size_t i = 0; i < changed.size() && i < limit; ++i) {
         fmt::print("\n");
-        for (const std::string& line : unified_diff(comparison.before, *changed[i]->before, comparison.after,
-                                                    *changed[i]->after, disassembler)) {
+        for (const std::string& line : unified_diff(*changed[i]->before, *changed[i]->after, disassembler)) {
             const bool head = line.compare(0, 3, "---") == 0 || line.compare(0, 3, "+++") == 0;
             const colour c = head                  ? colour::bold
                              : line.front() == '-' ? colour::red
@@ -195,21 +189,21 @@ json side_of(const placed_kernel* kernel)
     return {{"code", of_kernel.code}, {"data", of_kernel.data}, {"instructions", of_kernel.instructions}};
 }
 
-void print_json(const comparison& comparison)
+void print_json(const kernel_differences& kernels)
 {
-    json kernels = json::array();
-    for (const kernel_difference& kernel : comparison.kernels) {
-        kernels.push_back({{"kernel", kernel.name},
-                           {"class", name_of(kernel.change)},
-                           {"old", side_of(kernel.before)},
-                           {"new", side_of(kernel.after)}});
+    json list = json::array();
+    for (const kernel_difference& kernel : kernels) {
+        list.push_back({{"kernel", kernel.name},
+                        {"class", name_of(kernel.change)},
+                        {"old", side_of(kernel.before)},
+                        {"new", side_of(kernel.after)}});
     }
-    fmt::print("{}", json_text({{"version", 1}, {"kernels", kernels}}));
+    fmt::print("{}", json_text({{"version", 1}, {"kernels", list}}));
 }
 
-void print_github(const comparison& comparison)
+void print_github(const kernel_differences& kernels)
 {
-    for (const kernel_difference* kernel : different_kernels(comparison)) {
+    for (const kernel_difference* kernel : different_kernels(kernels)) {
         const colour c = colour_of(kernel->change);
         const bool harmless = c == colour::cyan || c == colour::green;
         const table_row row = row_of(*kernel);
@@ -220,9 +214,9 @@ void print_github(const comparison& comparison)
     }
 }
 
-void print_markdown(const comparison& comparison, std::size_t limit)
+void print_markdown(const kernel_differences& kernels, std::size_t limit)
 {
-    const std::vector<const kernel_difference*> different = different_kernels(comparison);
+    const std::vector<const kernel_difference*> different = different_kernels(kernels);
     if (!different.empty()) {
         const table_row head = table_head();
         fmt::print("| {} |\n|---|---|---:|---:|---:|\n", fmt::join(head, " | "));
@@ -233,16 +227,15 @@ void print_markdown(const comparison& comparison, std::size_t limit)
         }
         fmt::print("\n");
     }
-    fmt::print("{} same\n", count_same(comparison));
+    fmt::print("{} same\n", count_same(kernels));
 
-    const std::vector<const kernel_difference*> changed = changed_kernels(comparison);
+    const std::vector<const kernel_difference*> changed = changed_kernels(kernels);
     disassembler disassembler;
     for (std::size_t i = 0; i < changed.size() && i < limit; ++i) {
         const kernel_difference& kernel = *changed[i];
         fmt::print("\n<details><summary>{}: {}</summary>\n\n{}\n</details>\n",
                    markdown_code(printable(kernel.name)), name_of(kernel.change),
-                   markdown_block("diff", unified_diff(comparison.before, *kernel.before, comparison.after,
-                                                       *kernel.after, disassembler)));
+                   markdown_block("diff", unified_diff(*kernel.before, *kernel.after, disassembler)));
     }
     if (changed.size() > limit)
         fmt::print("\n{}\n", more_text(limit, changed.size()));
@@ -256,23 +249,23 @@ int diff(const diff_options& options)
     trouble = !require_kernels(before, options.before) || trouble;
     trouble = !require_kernels(after, options.after) || trouble;
 
-    comparison comparison{before.set, after.set, compare_sets(before.set, after.set)};
-    for (kernel_difference& kernel : comparison.kernels) {
+    kernel_differences kernels = compare_sets(before.set, after.set);
+    for (kernel_difference& kernel : kernels) {
         if (std::find(options.ignored.begin(), options.ignored.end(), name_of(kernel.change)) !=
             options.ignored.end())
             kernel.change = change_class::same;
     }
     if (options.common.format == "json")
-        print_json(comparison);
+        print_json(kernels);
     else if (options.common.format == "github")
-        print_github(comparison);
+        print_github(kernels);
     else if (options.common.format == "markdown")
-        print_markdown(comparison, options.limit);
+        print_markdown(kernels, options.limit);
     else
-        print_text(comparison, options.limit, use_colour(options.common));
+        print_text(kernels, options.limit, use_colour(options.common));
     if (trouble)
         return in_trouble;
-    return count_same(comparison) == comparison.kernels.size() ? nothing_found : something_found;
+    return count_same(kernels) == kernels.size() ? nothing_found : something_found;
 }
 
 } // namespace

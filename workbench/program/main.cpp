@@ -31,6 +31,7 @@ static int run(int argc, char** argv)
     add_check(program, status);
     add_explain(program, status);
     add_diff(program, status);
+    add_baseline(program, status);
     add_profile(program, status);
     add_report(program, status);
     add_show(program, status);

@@ -12,7 +12,7 @@ std::string markdown_code(std::string_view text)
 {
     std::string result = "<code>";
     for (const char c : utf8(text)) {
-        const bool plain = std::string_view("<>&\"'|`*_~[]()!\\$@#:").find(c) == std::string_view::npos;
+        const bool plain = std::string_view("<>&\"'|`*~[]!\\$@#:").find(c) == std::string_view::npos;
         result += plain ? std::string(1, c) : fmt::format("&#{};", static_cast<int>(c));
     }
     return result + "</code>";

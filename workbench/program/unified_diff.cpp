@@ -29,10 +29,10 @@ struct side {
     }
 };
 
-side code_side(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler)
+side code_side(const placed_kernel& kernel, disassembler& disassembler)
 {
     side result{{}, {}, kernel.text.size(), offset_digits(kernel)};
-    for (const listing_row& row : list_without_addresses(set, kernel, disassembler).rows) {
+    for (const listing_row& row : list_without_addresses(kernel, disassembler).rows) {
         result.lines.push_back(row_text(row, result.digits));
         result.offsets.push_back(row.offset);
     }
@@ -169,26 +169,14 @@ void append_hunks(std::vector<std::string>& lines, const row_alignment& alignmen
 
 } // namespace
 
-kernel_listing list_without_addresses(const kernel_set& set, const placed_kernel& kernel,
-                                      disassembler& disassembler)
-{
-    kernel_listing listing = list_kernel(set, kernel, disassembler);
-    for (listing_row& row : listing.rows) {
-        if (row.size == 4)
-            row.word = word_at(kernel.text, row.offset);
-    }
-    return listing;
-}
-
-std::vector<std::string> unified_diff(const kernel_set& before_set, const placed_kernel& before,
-                                      const kernel_set& after_set, const placed_kernel& after,
+std::vector<std::string> unified_diff(const placed_kernel& before, const placed_kernel& after,
                                       disassembler& disassembler)
 {
     std::vector<std::string> lines;
     lines.push_back(fmt::format("--- {} (before)", printable(before.name)));
     lines.push_back(fmt::format("+++ {} (after)", printable(after.name)));
-    append_hunks(lines, align_rows(before, after), code_side(before_set, before, disassembler),
-                 code_side(after_set, after, disassembler), ~std::size_t{0});
+    append_hunks(lines, align_rows(before, after), code_side(before, disassembler),
+                 code_side(after, disassembler), ~std::size_t{0});
     if (before.data != after.data) {
         const auto old_constants = constants_of(before);
         const auto new_constants = constants_of(after);
