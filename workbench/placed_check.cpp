@@ -367,8 +367,7 @@ private:
         if (kind == nullptr)
             error("unhandled-type", true, i, std::to_string(reloc.type),
                   "relocation type " + std::to_string(reloc.type) + " is none of 274, 275, 277 and 283",
-                  "use R_AARCH64_ADR_PREL_LO21, R_AARCH64_ADR_PREL_PG_HI21, R_AARCH64_ADD_ABS_LO12_NC or "
-                  "R_AARCH64_CALL26");
+                  "use one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26");
 
         const int64_t size = static_cast<int64_t>(k.text->size());
         const bool inside = reloc.offset >= 0 && reloc.offset <= size - 4;
