@@ -158,15 +158,16 @@ void check_name(const std::string& name, kernel_findings& findings)
             files);
     if (name == "." || name == "..")
         add("name-file", "the name is a directory's: there will be no dump", files);
-    if (name.size() > longest_file_name)
+    if (name.size() > longest_file_name) {
         add("name-file",
             "the name has " + std::to_string(name.size()) + " bytes, of which a file's has 255 at most",
             files);
-    else if (name.size() + hash_suffix > longest_file_name)
+    } else if (name.size() + hash_suffix > longest_file_name) {
         add("name-file",
             "the name has " + std::to_string(name.size()) +
                 " bytes: with \".hash\" more than the 255 of a file's name",
             files);
+    }
 
     if (name.find('\n') != std::string::npos)
         add("name-map", "the name holds a newline, which ends the line in the perf map",
@@ -301,12 +302,13 @@ private:
                           "end the text with a whole instruction");
         } else if (!text.empty()) {
             const uint32_t last = word_at(text, text.size() - 4);
-            if (!ends_block(last))
+            if (!ends_block(last)) {
                 findings_.add("falls-through", severity::warning, false, {},
                               static_cast<int64_t>(text.size() - 4), "",
                               "the last instruction is " + std::string(instruction_name(last)) +
                                   ", behind which there is nothing",
                               "end the text with RET, a branch or a trap");
+            }
         }
     }
 
@@ -364,22 +366,24 @@ private:
         const checked_kernel& k = kernel();
         const std::optional<target_place> target = find_target(i, reloc);
         const relocation_kind* const kind = find_relocation_kind(reloc.type);
-        if (kind == nullptr)
+        if (kind == nullptr) {
             error("unhandled-type", true, i, std::to_string(reloc.type),
                   "relocation type " + std::to_string(reloc.type) + " is none of 274, 275, 277 and 283",
                   "use one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26");
+        }
 
         const int64_t size = static_cast<int64_t>(k.text->size());
         const bool inside = reloc.offset >= 0 && reloc.offset <= size - 4;
-        if (!inside)
+        if (!inside) {
             error("offset", false, i, "",
                   "the word at " + signed_hex(reloc.offset) + " is outside the text, which has " +
                       std::to_string(size) + " bytes",
                   "give the offset of an instruction of this kernel");
-        else if (reloc.offset % 4 != 0)
+        } else if (reloc.offset % 4 != 0) {
             error("unaligned-offset", false, i, "",
                   "the offset is no multiple of 4: the field is in two instructions",
                   "give the offset of an instruction");
+        }
         const bool is_instruction = inside && reloc.offset % 4 == 0;
         if (kind == nullptr) {
             pages_in_doubt_ = true;
@@ -414,11 +418,12 @@ private:
                   advice);
             return true;
         }
-        if (reloc.type == R_AARCH64_CALL26 && (word & 0x02000000) != 0)
+        if (reloc.type == R_AARCH64_CALL26 && (word & 0x02000000) != 0) {
             findings_.add("call-bit-25", severity::warning, false, i, reloc.offset, "",
                           "the top bit of the BL's field is set (" + word_text(word) +
                               "), which the finaliser does not test",
                           "generate the BL with a zero field");
+        }
         return false;
     }
 
@@ -479,10 +484,11 @@ private:
             return;
         }
         const uint64_t S = target.address + static_cast<uint64_t>(int64_t{reloc.addend});
-        if (reloc.addend != 0 && !starts_.contains(S))
+        if (reloc.addend != 0 && !starts_.contains(S)) {
             findings_.add("call-target", severity::warning, false, i, reloc.offset, cause,
                           "BL to " + target_text(reloc) + ", where no kernel begins",
                           "call it with addend 0");
+        }
     }
 
     // Leaves in the copy what the finaliser leaves in the mapping. A distance that is not known leaves some
@@ -504,10 +510,11 @@ private:
     [[nodiscard]] std::optional<uint64_t> address_of(const std::string& name) const
     {
         const checked_kernel& k = kernel();
-        if (names_data(name))
+        if (names_data(name)) {
             return std::string_view(name).substr(data_prefix.size()) == *k.name
                        ? std::optional(k.data_address)
                        : std::nullopt;
+        }
         if (name == *k.name)
             return k.text_address;
         const target_place target = find_(index_, name);
@@ -539,14 +546,16 @@ private:
         for (size_t i = 0; i < k.relocs->size() && !pages_in_doubt_; ++i) {
             const tessjit::reloc_info& reloc = (*k.relocs)[i];
             if (reloc.type == R_AARCH64_ADR_PREL_PG_HI21 && completed.count(key(reloc)) == 0 &&
-                used.count(i) == 0)
+                used.count(i) == 0) {
                 findings_.add("pair", severity::warning, false, i, reloc.offset, "ADRP" + key(reloc),
                               "ADRP gives the page of " + target_text(reloc) + ", which nothing completes",
                               "add R_AARCH64_ADD_ABS_LO12_NC of the same target and addend");
-            if (reloc.type == R_AARCH64_ADD_ABS_LO12_NC && pages.count(key(reloc)) == 0)
+            }
+            if (reloc.type == R_AARCH64_ADD_ABS_LO12_NC && pages.count(key(reloc)) == 0) {
                 findings_.add("pair", severity::warning, false, i, reloc.offset, "ADD" + key(reloc),
                               "ADD completes the page of " + target_text(reloc) + ", which no ADRP gives",
                               "add R_AARCH64_ADR_PREL_PG_HI21 of the same target and addend");
+            }
         }
         for (const known_access& access : accesses)
             check_alignment(access);
@@ -617,11 +626,12 @@ private:
         const bool found =
             is_second(word(1)) &&
             (completes(word(2)) || (!ends_block(word(2)) && !writes_page(word(2)) && completes(word(3))));
-        if (found)
+        if (found) {
             findings_.add("erratum-843419", severity::warning, false, {}, static_cast<int64_t>(offset), "",
                           "ADRP at page offset " + hex((kernel().text_address + offset) & 0xfff) +
                               " before loads or stores that Cortex-A53 may get wrong",
                           "move the ADRP, or put an instruction that is no load or store behind it");
+        }
     }
 
     const std::vector<checked_kernel>& kernels_;

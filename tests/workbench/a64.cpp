@@ -173,6 +173,7 @@ TEST(A64, NamesClassifiesAndKnowsWhatIsWritten)
         {"incp x5, p0.d", "SVE instruction", fp_simd, every},
     };
     std::vector<std::string> lines;
+    lines.reserve(instructions.size());
     for (const instruction& i : instructions)
         lines.push_back(i.text);
     const std::vector<std::uint32_t> words = assemble(lines);
@@ -252,6 +253,7 @@ TEST(A64, KnowsHowMemoryIsAccessed)
         {"swpal x5, x3, [x1]", true, true, 8, 8, 1, 3, false, 1, plain, 0, true},
     };
     std::vector<std::string> texts;
+    texts.reserve(lines.size());
     for (const line& l : lines)
         texts.push_back(l.text);
     const std::vector<std::uint32_t> words = assemble(texts);
@@ -310,6 +312,7 @@ TEST(A64, KnowsWhereBranchesLead)
         {"ldr x1, #8", {}, false, false, false},
     };
     std::vector<std::string> texts;
+    texts.reserve(lines.size());
     for (const line& l : lines)
         texts.push_back(l.text);
     const std::vector<std::uint32_t> words = assemble(texts);

@@ -5,7 +5,6 @@
 #include "tests/support/assemble.hpp"
 #include "tests/support/kernels.hpp"
 
-#include <chrono>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -483,16 +482,16 @@ TEST(KernelCheck, SaysOnceWhatHasOneCause)
 TEST(KernelCheck, ChangesNothing)
 {
     const kernels_t kernels = {kernel("one", {nop(), bl(), ret()}, {{"one", 4, BL, 0}})};
-    kernel_registry_map registry = registry_of("far", 0x1000);
-    const kernels_t before = kernels;
+    const kernel_registry_map registry = registry_of("far", 0x1000);
     check_kernels(registry, kernels);
-    EXPECT_EQ(kernels[0].text, before[0].text);
+    EXPECT_EQ(kernels[0].text, code({nop(), bl(), ret()}));
     EXPECT_EQ(registry.size(), 1U);
 }
 
 TEST(KernelCheck, TakesLargeSets)
 {
     kernels_t kernels;
+    kernels.reserve(50'000);
     for (int i = 0; i < 50'000; ++i) {
         const std::string name = "wfta_" + std::to_string(i);
         const std::string callee = "wfta_" + std::to_string(i / 2);
