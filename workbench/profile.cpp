@@ -668,11 +668,10 @@ profile profile_reader::implementation::finish()
         throw std::runtime_error("there are no kernels to look for in it");
     if (!joined) {
         std::string reason =
-            "dumps and profile are of different runs: no process has executable memory where "
-            "the kernels are";
+            "dumps and profile are of different runs: no process maps the memory of the kernels";
         if (most_held != 0)
-            reason = fmt::format("dumps and profile are of different runs: no process has all kernels of the "
-                                 "dumps; process {} has {} of their {} mappings",
+            reason = fmt::format("dumps and profile are of different runs: no process maps all "
+                                 "of the kernels; process {} has {} of their {} mappings",
                                  most_held_by, most_held, mappings.size());
         throw std::runtime_error(reason);
     }

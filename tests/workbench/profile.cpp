@@ -437,8 +437,8 @@ TEST(Profile, TakesPeriodsUpToTheLargestAndNoSumBeyond)
 
 TEST(Profile, IsOfAnotherRunIfNoProcessHoldsTheKernels)
 {
-    const std::string nowhere = "dumps and profile are of different runs: no process has executable memory "
-                                "where the kernels are";
+    const std::string nowhere =
+        "dumps and profile are of different runs: no process maps the memory of the kernels";
     EXPECT_EQ(refusal(one_mapping(), mapped(5, "20000", "2000") + sample(5, "10000")), nowhere);
     EXPECT_EQ(refusal(one_mapping(), mapped(5, "10000", "1000") + sample(5, "10000")), nowhere);
     EXPECT_EQ(refusal(one_mapping(), mapped(5, "11000", "1000") + sample(5, "10000")), nowhere);
@@ -450,8 +450,7 @@ TEST(Profile, IsOfAnotherRunIfNoProcessHoldsTheKernels)
     EXPECT_EQ(refusal(one_mapping(), mapped(5, "10000", "1000") + mapped(6, "11000", "1000")), nowhere);
     EXPECT_EQ(
         refusal(two_mappings(), whole + sample(5, "10000")),
-        "dumps and profile are of different runs: no process has all kernels of the dumps; process 5 has "
-        "1 of their 2 mappings");
+        "dumps and profile are of different runs: no process maps all of the kernels; process 5 has 1 of their 2 mappings");
 }
 
 TEST(Profile, NeedsOnlyTheKernelsThatThereAreDumpsOf)

@@ -207,9 +207,9 @@ TEST_F(ProfileCommand, SaysInOneLineWhatIsWrong)
                    "no event cycles in the profile; there is cycles:u, arm_spe//");
     write_file(directory.path() / "other",
                "  5 1.0: PERF_RECORD_MMAP2 5/5: [0x1000(0x1000) @ 0 0:0 0 0]: r-xp x\n");
-    expect_trouble({"dumps", "--perf-script=other"},
-                   "other: dumps and profile are of different runs: no process "
-                   "has executable memory where the kernels are");
+    expect_trouble(
+        {"dumps", "--perf-script=other"},
+        "other: dumps and profile are of different runs: no process maps the memory of the kernels");
     std::filesystem::create_directory(directory.path() / "empty");
     expect_trouble({"empty", "--perf-script=text"}, "empty: no dumps in it");
 }
