@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fmt/format.h>
+#include <functional>
 #include <limits>
 #include <map>
 #include <optional>
@@ -229,7 +230,7 @@ struct profile_reader::implementation {
     bool any_line = false;
     bool any_mapping = false;
     std::vector<memory_counts> counts; // of memory that holds kernels, by number of the event
-    std::unordered_map<std::string, std::size_t> event_numbers;
+    std::map<std::string, std::size_t, std::less<>> event_numbers;
     std::size_t last_event = 0;
 
     std::unordered_map<std::int64_t, std::shared_ptr<address_space>> processes; // those with pieces
@@ -359,10 +360,11 @@ std::size_t profile_reader::implementation::event_number(std::string_view name)
 {
     if (last_event < result.events.size() && result.events[last_event].event == name)
         return last_event;
-    const auto [entry, added] = event_numbers.try_emplace(std::string(name), result.events.size());
-    if (added) {
+    auto entry = event_numbers.find(name);
+    if (entry == event_numbers.end()) {
         if (result.events.size() == most_events)
             throw std::runtime_error(fmt::format("more than {} events", most_events));
+        entry = event_numbers.emplace(name, result.events.size()).first;
         result.events.emplace_back();
         result.events.back().event = name;
     }

@@ -412,7 +412,7 @@ TEST(Profile, PassesOverLinesThatArePerfScriptsNot)
         "  5   237.439996: PERF_RECORD_MMAP2 5/5: [0x10000(0x2000) @ 0 00:00 0 0]: rwxp",
         "  5   237.439996: PERF_RECORD_MMAP2 5: [0x10000(0x2000) @ 0 00:00 0 0]: rwxp //anon",
         "  5   237.439996: PERF_RECORD_MMAP2 5/5: [(0x2000) @ 0 00:00 0 0]: rwxp //anon",
-        std::string("  5   237.439996:     1 e:  10000\0", 36),
+        std::string("  5   237.439996:     1 e:  10000") + '\0',
         std::string(70000, ' '),
         std::string(70000, 'x'),
     };
@@ -425,6 +425,19 @@ TEST(Profile, PassesOverLinesThatArePerfScriptsNot)
         EXPECT_EQ(summary(set, made.events[0]), "2/3 = 2/3 + 0/0 + 0/0; a 2/3 (+0 2/3)")
             << line.substr(0, 100);
     }
+}
+
+TEST(Profile, TellsTheFirstOfTheLinesThatArePassedOver)
+{
+    const profile made = read(one_mapping(), "one\n" + whole + "two\n" + sample(5, "10000") + "three");
+    EXPECT_EQ(made.bad_lines, 3U);
+    EXPECT_EQ(made.first_bad_line, 1U);
+}
+
+TEST(Profile, TakesAMappingUpToTheLastAddress)
+{
+    EXPECT_EQ(summary(one_mapping(), mapped(5, "10000", "ffffffffffffffff") + sample(5, "10000")),
+              "1/1 = 1/1 + 0/0 + 0/0; a 1/1 (+0 1/1)");
 }
 
 TEST(Profile, TakesPeriodsUpToTheLargestAndNoSumBeyond)
