@@ -204,7 +204,7 @@ struct profile_reader::implementation {
     void forget_last();
 
     void map(std::int64_t pid, const address_range& range, bool anonymous, bool executable, bool writable);
-    void release(std::shared_ptr<address_space> space);
+    void release(address_space& space);
     void forget_process(std::int64_t pid);
     void take_in(const sampled_memory& memory);
     void make_place(address_space& space, const address_range& range, bool grown);
@@ -510,11 +510,9 @@ bool profile_reader::implementation::read_command(cursor line)
 }
 
 // A process has ended, or left its memory by an exec; the last one to do so leaves its samples behind.
-void profile_reader::implementation::release(std::shared_ptr<address_space> space)
+void profile_reader::implementation::release(address_space& space)
 {
-    if (space.use_count() != 1)
-        return;
-    for (auto& [address, piece] : space->pieces) {
+    for (auto& [address, piece] : space.pieces) {
         const std::shared_ptr<sampled_memory> memory = std::move(piece.memory);
         if (memory.use_count() == 1 && memory->holds_kernels && !memory->replaced)
             take_in(*memory);
@@ -526,9 +524,10 @@ void profile_reader::implementation::forget_process(std::int64_t pid)
     const auto process = processes.find(pid);
     if (process == processes.end())
         return;
-    std::shared_ptr<address_space> space = std::move(process->second);
+    const std::shared_ptr<address_space> space = std::move(process->second);
     processes.erase(process);
-    release(std::move(space));
+    if (space.use_count() == 1)
+        release(*space);
 }
 
 void profile_reader::implementation::take_in(const sampled_memory& memory)
@@ -669,13 +668,12 @@ profile profile_reader::implementation::finish()
     if (mappings.empty())
         throw std::runtime_error("there are no kernels to look for in it");
     if (!joined) {
-        std::string reason =
-            "dumps and profile are of different runs: no process maps the memory of the kernels";
-        if (most_held != 0)
-            reason = fmt::format("dumps and profile are of different runs: no process maps all "
-                                 "of the kernels; process {} has {} of their {} mappings",
+        std::string reason = "no process maps the memory of the kernels";
+        if (most_held != 0) {
+            reason = fmt::format("no process maps all of the kernels; process {} has {} of their {} mappings",
                                  most_held_by, most_held, mappings.size());
-        throw std::runtime_error(reason);
+        }
+        throw std::runtime_error("dumps and profile are of different runs: " + reason);
     }
     while (!processes.empty())
         forget_process(processes.begin()->first);
