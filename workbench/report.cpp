@@ -231,6 +231,12 @@ std::string colours(const page& page, const entry& one)
     return classes;
 }
 
+/// "1 byte", "2,000 kernels".
+std::string many(std::uint64_t count, const char* noun)
+{
+    return fmt::format("{} {}{}", grouped(count), noun, count == 1 ? "" : "s");
+}
+
 std::string kernel_link(const std::string& id, const std::string& name)
 {
     return fmt::format("<a href=\"#{}\"><bdi>{}</bdi></a>", id, html(name));
@@ -255,7 +261,7 @@ std::string set_card(const page& page)
         "<section class=\"card\"><h2>Set</h2><strong>{}</strong>"
         "<dl><dt>{}</dt><dd>{}</dd><dt>{}</dt><dd>bytes of code, {} instructions</dd>"
         "<dt>{}</dt><dd>bytes of constants</dd><dt>{}</dt><dd>bytes of padding</dd></dl></section>\n",
-        grouped(set.kernels.size()) + (set.kernels.size() == 1 ? " kernel" : " kernels"), set.mappings.size(),
+        many(set.kernels.size(), "kernel"), grouped(set.mappings.size()),
         set.mappings.size() == 1 ? "mapping" : "mappings", grouped(code), grouped(instructions),
         grouped(data), grouped(mapped > used ? mapped - used : 0));
 }
@@ -278,17 +284,16 @@ std::string finding_item(const page& page, const wfta::kernel_finding& finding)
 
 std::string findings_card(const page& page)
 {
-    std::string text = "<section class=\"card\"><h2>Findings of check</h2>";
     const severity_counts& counts = page.severities;
-    fmt::format_to(std::back_inserter(text), "<strong{}>{}</strong><dl>",
-                   counts.of[2] != 0 ? " class=\"bad\"" : "",
-                   counts.all() == 0 ? "none" : counted(counts.all(), "finding"));
+    std::string text =
+        fmt::format("<section class=\"card\"><h2>Findings of check</h2><strong{}>{}</strong><dl>",
+                    counts.of[2] != 0 ? " class=\"bad\"" : "",
+                    counts.all() == 0 ? "none" : many(counts.all(), "finding"));
     for (std::size_t severity = 3; severity-- > 0;) {
-        if (counts.of[severity] != 0)
-            fmt::format_to(std::back_inserter(text), "<dt>{}</dt><dd class=\"{}\">{}</dd>",
-                           grouped(counts.of[severity]), severity_names[severity],
-                           counted(counts.of[severity], severity_names[severity])
-                               .substr(std::to_string(counts.of[severity]).size() + 1));
+        const std::size_t count = counts.of[severity];
+        if (count != 0)
+            text += fmt::format("<dt>{0}</dt><dd class=\"{1}\">{1}{2}</dd>", grouped(count),
+                                severity_names[severity], count == 1 ? "" : "s");
     }
     return text + "</dl></section>\n";
 }
@@ -426,8 +431,8 @@ std::string block(const page& page, std::size_t index, bool data)
     const std::uint64_t address = data ? one.kernel->data_address : one.kernel->text_address;
     const std::size_t size = data ? one.kernel->data.size() : one.kernel->text.size();
     const double width = 100 * static_cast<double>(size) / length;
-    std::string title = fmt::format("{}: {} at {:#x}, {} bytes", html(one.kernel->name),
-                                    data ? "constants" : "code", address, grouped(size));
+    std::string title = fmt::format("{}: {} at {:#x}, {}", html(one.kernel->name),
+                                    data ? "constants" : "code", address, many(size, "byte"));
     if (page.profile() != nullptr)
         title += fmt::format(", {} % of all samples", html(percent(page.share(one))));
     if (page.compares())
@@ -453,8 +458,8 @@ std::string strips(const page& page)
     for (std::size_t i = 0; i < set.mappings.size(); ++i) {
         const kernel_mapping& mapping = set.mappings[i];
         const std::uint64_t length = mapping.end - mapping.begin;
-        text += fmt::format("<h3>{:#x}, {} bytes, {}</h3>\n<div class=\"strip\" style=\"--width:{:.4f}%\">\n",
-                            mapping.begin, grouped(length), counted(members[i].size(), "kernel"),
+        text += fmt::format("<h3>{:#x}, {}, {}</h3>\n<div class=\"strip\" style=\"--width:{:.4f}%\">\n",
+                            mapping.begin, many(length, "byte"), many(members[i].size(), "kernel"),
                             100 * static_cast<double>(length) / static_cast<double>(longest));
         for (const bool data : {false, true}) {
             for (const std::size_t kernel : members[i]) {
@@ -594,14 +599,15 @@ std::string list_of(const page& page, const std::vector<std::size_t>& entries)
 
 std::string facts(const page& page, const entry& one)
 {
-    std::string text = fmt::format("{:#x} · {} bytes of code, {} instructions", one.kernel->text_address,
-                                   grouped(one.kernel->text.size()), grouped(sum(one.instructions)));
+    std::string text =
+        fmt::format("{:#x} · {} of code, {}", one.kernel->text_address, many(one.kernel->text.size(), "byte"),
+                    many(sum(one.instructions), "instruction"));
     if (!one.kernel->data.empty())
-        text += fmt::format(" · {} bytes of constants at {:#x}", grouped(one.kernel->data.size()),
+        text += fmt::format(" · {} of constants at {:#x}", many(one.kernel->data.size(), "byte"),
                             one.kernel->data_address);
     if (one.profile != nullptr)
-        text += fmt::format(" · {} % of all samples ({})", html(percent(page.share(one))),
-                            grouped(one.profile->count.samples));
+        text += fmt::format(" · {} % of all samples, {}", html(percent(page.share(one))),
+                            many(one.profile->count.samples, "sample"));
     if (page.compares())
         text += fmt::format(" · <span class=\"change {0}\">{0}</span>", name_of(one.change));
     if (!one.callees.empty())

@@ -495,9 +495,9 @@ listing_section make_listing_section(const listing_input& input, bool drawn)
     fmt::format_to(out, "<div class=\"listing\" tabindex=\"0\">{}</div>\n",
                    drawn ? listing_html(listing) : "");
     if (!dump.empty()) {
-        fmt::format_to(out,
-                       "<details><summary>Constants, {} bytes</summary><div class=\"constants\">{}</div>",
-                       grouped(input.data->size()), drawn ? dump_html(dump) : "");
+        fmt::format_to(out, "<details><summary>Constants, {} {}</summary><div class=\"constants\">{}</div>",
+                       grouped(input.data->size()), input.data->size() == 1 ? "byte" : "bytes",
+                       drawn ? dump_html(dump) : "");
         if (input.data->size() > most_dump_rows * bytes_in_dump_row)
             fmt::format_to(out, "<p>The first {} bytes.</p>", grouped(most_dump_rows * bytes_in_dump_row));
         text += "</details>\n";
