@@ -11,12 +11,17 @@
 
 namespace vorna::wfta {
 
-enum class finding_severity { note, warning, error };
+/// How serious a finding is.
+enum class finding_severity {
+    note,    ///< worth knowing
+    warning, ///< hardly what is meant
+    error    ///< the finaliser ends the process, or the kernel cannot do what it should
+};
 
 /// Something that is wrong with a kernel, or that its generator should know.
 struct kernel_finding {
-    std::string id; ///< what kind of finding, from the table in docs/workbench.md
-    finding_severity severity;
+    std::string id;                        ///< what kind of finding, from the table in docs/workbench.md
+    finding_severity severity;             ///< how serious it is
     bool aborts;                           ///< finalise_kernels would end the process here
     std::string kernel;                    ///< name of the kernel
     std::optional<std::size_t> relocation; ///< index in kernel_data::relocs
