@@ -61,9 +61,16 @@ std::string distance_text(int64_t distance)
     return text;
 }
 
+// A name in a message. No file has a longer one, and a dump that was made up is not to fill the memory.
+std::string shown(const std::string& name)
+{
+    constexpr size_t longest = 255;
+    return name.size() <= longest ? name : name.substr(0, longest) + "...";
+}
+
 std::string target_text(const tessjit::reloc_info& reloc)
 {
-    return reloc.addend == 0 ? reloc.name : reloc.name + signed_hex(reloc.addend);
+    return reloc.addend == 0 ? shown(reloc.name) : shown(reloc.name) + signed_hex(reloc.addend);
 }
 
 uint32_t word_at(const std::vector<std::uint8_t>& text, size_t offset)
@@ -89,14 +96,16 @@ public:
              std::optional<int64_t> offset, const std::string& cause, const std::string& message,
              const std::string& advice = {})
     {
-        const auto [found, fresh] = by_cause_.try_emplace(id + ('\0' + cause), all_.size());
+        // A kernel with so many causes is beyond telling them apart.
+        constexpr size_t most_causes = 1000;
+        const std::string key = by_cause_.size() < most_causes ? id + ('\0' + cause) : std::string(id);
+        const auto [found, fresh] = by_cause_.try_emplace(std::hash<std::string>{}(key), all_.size());
         if (fresh) {
             places_.resize(all_.size() + 1);
             all_.push_back({id, level, aborts, *kernel_, relocation, offset, message, advice});
             return;
         }
-        // The first that aborts is the one to point at.
-        kernel_finding& first = all_[found->second];
+        const kernel_finding& first = all_[found->second];
         places& others = places_[found->second];
         if (offset && offset != first.offset) {
             if (++others.count <= shown_places)
@@ -126,7 +135,7 @@ private:
 
     std::vector<kernel_finding>& all_;
     const std::string* kernel_ = nullptr;
-    std::unordered_map<std::string, size_t> by_cause_;
+    std::unordered_map<size_t, size_t> by_cause_; // by the hash of id and cause
     std::vector<places> places_;
 };
 
@@ -202,16 +211,16 @@ public:
                          "rename one of the two");
         };
         if (names_.count(name + std::string(hash)) != 0)
-            add("its hash file is the dump of " + name + std::string(hash));
+            add("its hash file is the dump of " + shown(name + std::string(hash)));
         if (name.size() > hash.size() && name.substr(name.size() - hash.size()) == hash) {
             const std::string other = name.substr(0, name.size() - hash.size());
             if (names_.count(other) != 0)
-                add("its dump is the hash file of " + other);
+                add("its dump is the hash file of " + shown(other));
         }
         const auto [begin, end] = by_lower_case_.equal_range(lower_case(name));
         for (auto other = begin; other != end; ++other) {
             if (other->second != name) {
-                add("the name differs from " + other->second + " in case only");
+                add("the name differs from " + shown(other->second) + " in case only");
                 break;
             }
         }
@@ -327,8 +336,8 @@ private:
         if (names_data(reloc.name)) {
             if (std::string_view(reloc.name).substr(data_prefix.size()) != *k.name) {
                 error("foreign-data", true, i, reloc.name,
-                      reloc.name + " is not this kernel's data, and it reaches no other",
-                      "name " + std::string(data_prefix) + *k.name +
+                      shown(reloc.name) + " is not this kernel's data, and it reaches no other",
+                      "name " + std::string(data_prefix) + shown(*k.name) +
                           ", or have the other kernel's code pass the address");
                 return std::nullopt;
             }
@@ -339,22 +348,24 @@ private:
         }
         switch (target.state) {
         case target_place::where::nowhere:
-            error("unknown-target", true, i, reloc.name, "there is no kernel " + reloc.name,
-                  "place it before " + *k.name + ", or correct the name");
+            error("unknown-target", true, i, reloc.name, "there is no kernel " + shown(reloc.name),
+                  "place it before " + shown(*k.name) + ", or correct the name");
             return std::nullopt;
         case target_place::where::later:
             error("callee-order", true, i, reloc.name,
-                  reloc.name + " is not placed yet: it comes later in the set", "move it before " + *k.name);
+                  shown(reloc.name) + " is not placed yet: it comes later in the set",
+                  "move it before " + shown(*k.name));
             return std::nullopt;
         case target_place::where::unknown:
             findings_.add("unknown-target", severity::note, false, i, reloc.offset, reloc.name,
-                          reloc.name + " is not among the dumps", "dump all kernels to have this checked");
+                          shown(reloc.name) + " is not among the dumps",
+                          "dump all kernels to have this checked");
             return std::nullopt;
         default:
             break;
         }
         if (target.address == 0) {
-            error("null-target", true, i, reloc.name, reloc.name + " lies at address null",
+            error("null-target", true, i, reloc.name, shown(reloc.name) + " lies at address null",
                   "a set without any code and data has no mapping; give it some, or register a real address");
             return std::nullopt;
         }

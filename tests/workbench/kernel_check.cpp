@@ -479,6 +479,21 @@ TEST(KernelCheck, SaysOnceWhatHasOneCause)
               "ABORT one+0 #0 range\n");
 }
 
+TEST(KernelCheck, DoesNotGrowWithWhatIsMadeUp)
+{
+    // A relocation of some bytes in a file may name a target of 64 KiB, and its kernel have a name as long.
+    const std::string name(65536, 'n');
+    std::vector<tessjit::reloc_info> relocs;
+    for (int i = 0; i < 5000; ++i)
+        relocs.push_back({name + std::to_string(i), 0, BL, 0});
+    const auto findings = check_kernels({}, {kernel(name, {bl(), ret()}, relocs)});
+    EXPECT_LE(findings.size(), 1010U);
+    for (const kernel_finding& finding : findings) {
+        ASSERT_LT(finding.message.size(), 600U);
+        ASSERT_LT(finding.advice.size(), 600U);
+    }
+}
+
 TEST(KernelCheck, ChangesNothing)
 {
     const kernels_t kernels = {kernel("one", {nop(), bl(), ret()}, {{"one", 4, BL, 0}})};
