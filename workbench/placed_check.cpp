@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <elf.h>
+#include <set>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
@@ -293,6 +294,8 @@ private:
         check_end_of_text();
         if (!k.relocs->empty()) {
             linked_ = *k.text;
+            in_doubt_.clear();
+            surely_filled_.clear();
             pages_in_doubt_ = false;
             for (size_t i = 0; i < k.relocs->size(); ++i)
                 check_relocation(i, (*k.relocs)[i]);
@@ -417,8 +420,10 @@ private:
     {
         const auto offset = static_cast<size_t>(reloc.offset);
         const uint32_t word = word_at(linked_, offset);
-        if ((word & kind.filled_mask) != 0) {
-            const bool by_relocation = word != word_at(*kernel().text, offset);
+        // Distances to another mapping are not zero.
+        const bool surely_filled = surely_filled_.count({reloc.offset, kind.filled_mask}) != 0;
+        if ((word & kind.filled_mask) != 0 || surely_filled) {
+            const bool by_relocation = surely_filled || word != word_at(*kernel().text, offset);
             const bool expected = reloc.offset % 4 == 0 && (word & kind.opcode_mask) == kind.opcode;
             const char* const advice = by_relocation ? "remove one of the two relocations"
                                        : expected    ? "generate the instruction with a zero field"
@@ -427,6 +432,15 @@ private:
                   std::string(kind.name) + ": the field of " + word_text(word) + " is not zero" +
                       (by_relocation ? " behind an earlier relocation" : ""),
                   advice);
+            return true;
+        }
+        if (!in_doubt_.empty() && (word_at(in_doubt_, offset) & kind.filled_mask) != 0) {
+            findings_.add(
+                "placement", severity::note, false, i, reloc.offset, "field",
+                std::string(kind.name) +
+                    ": whether an earlier relocation to another mapping fills the field depends on " +
+                    "where the system places this set",
+                "remove one of the two relocations");
             return true;
         }
         if (reloc.type == R_AARCH64_CALL26 && (word & 0x02000000) != 0) {
@@ -502,19 +516,23 @@ private:
         }
     }
 
-    // Leaves in the copy what the finaliser leaves in the mapping. A distance that is not known leaves some
-    // bits, and so that no relocation can fill the field again.
+    // Leaves in the copy what the finaliser leaves in the mapping. A distance that is not known surely fills
+    // the field, but which of its bits is in doubt, and so whether they are under the mask of another kind.
     void apply(const tessjit::reloc_info& reloc, const relocation_kind& kind, const target_place& target)
     {
         const auto offset = static_cast<size_t>(reloc.offset);
         uint32_t word = word_at(linked_, offset);
         const uint64_t S = target.address + static_cast<uint64_t>(int64_t{reloc.addend});
         const uint64_t P = kernel().text_address + offset;
-        if (target.state == target_place::where::elsewhere && kind.relative)
-            word |= kind.filled_mask;
-        else
+        if (target.state != target_place::where::elsewhere || !kind.relative) {
             word |= relocation_field(kind, relocation_value(kind, S, P));
-        std::memcpy(linked_.data() + offset, &word, sizeof word);
+            std::memcpy(linked_.data() + offset, &word, sizeof word);
+            return;
+        }
+        in_doubt_.resize(linked_.size());
+        const uint32_t bits = word_at(in_doubt_, offset) | relocation_field(kind, ~uint64_t{0});
+        std::memcpy(in_doubt_.data() + offset, &bits, sizeof bits);
+        surely_filled_.emplace(reloc.offset, kind.filled_mask);
     }
 
     // Address of a target of this kernel's relocations that is placed.
@@ -652,8 +670,11 @@ private:
     text_starts starts_;
     kernel_findings findings_;
     size_t index_ = 0;
-    bool pages_in_doubt_ = false;      // another finding may be why an ADRP lacks its ADD, or the reverse
-    std::vector<std::uint8_t> linked_; // the kernel's text with the relocations applied so far
+    bool pages_in_doubt_ = false;        // another finding may be why an ADRP lacks its ADD, or the reverse
+    std::vector<std::uint8_t> linked_;   // the kernel's text with the relocations applied so far
+    std::vector<std::uint8_t> in_doubt_; // bits that may be set in it besides; empty if there are none
+    // Offsets and masks under which not all bits in doubt are zero.
+    std::set<std::pair<std::int32_t, uint32_t>> surely_filled_;
 };
 
 } // namespace

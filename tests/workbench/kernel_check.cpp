@@ -162,6 +162,15 @@ TEST(KernelCheck, FindsFieldsThatAnEarlierRelocationHasFilled)
               "note twice+0 #0 placement\nABORT twice+0 #1 field-filled\n");
 }
 
+TEST(KernelCheck, LeavesOpenWhetherAnUnknownDistanceFillsTheFieldOfAnotherKind)
+{
+    // One page on, an ADRP's distance has its only bit where a BL's field has none; one page back, all are
+    // set.
+    EXPECT_EQ(found({kernel("twice", {bl(), ret()}, {{"far", 0, ADRP, 0}, {"far", 0, BL, 0}})},
+                    registry_of("far", 0x100000001000)),
+              "note twice+0 #0 placement\nerror twice+0 #0 opcode\nnote twice+0 #1 placement\n");
+}
+
 TEST(KernelCheck, FindsDistancesOutOfRangeExactly)
 {
     const auto adr_to = [](std::int32_t addend) {

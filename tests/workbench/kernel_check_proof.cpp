@@ -41,7 +41,8 @@ struct progress {
     std::size_t relocation; ///< no_relocation for none
     bool mapped;            ///< what the finaliser has done when it ends the process: its kernel's code
     std::uint64_t text_address;
-    char trouble[256]; ///< a failed expectation of the child
+    std::size_t in_doubt; ///< sets that were left out
+    char trouble[256];    ///< a failed expectation of the child
 };
 
 constexpr std::size_t no_relocation = ~std::size_t{0};
@@ -155,7 +156,11 @@ std::size_t number_of(const std::vector<kernel_data>& kernels, const kernel_find
         finalise_kernels(registry, set.earlier);
 
         shared.predicted = false;
+        bool in_doubt = false; // where the system places the set decides
         for (const kernel_finding& finding : check_kernels(registry, set.kernels)) {
+            in_doubt = finding.message.find("whether an earlier relocation") != std::string::npos;
+            if (in_doubt)
+                break;
             if (!finding.aborts)
                 continue;
             shared.predicted = true;
@@ -168,6 +173,10 @@ std::size_t number_of(const std::vector<kernel_data>& kernels, const kernel_find
             else
                 check_place(shared, registry, set.kernels);
             break;
+        }
+        if (in_doubt) {
+            ++shared.in_doubt;
+            continue;
         }
         if (ftruncate(stderr_file, 0) != 0 || lseek(stderr_file, 0, SEEK_SET) != 0)
             fail(shared, "cannot empty the file of messages");
@@ -281,6 +290,7 @@ TEST(KernelCheckProof, SaysWhatTheFinaliserDoes)
         ++ended[shared.id];
     }
     std::fclose(messages);
+    const std::size_t in_doubt = shared.in_doubt;
     munmap(&shared, sizeof shared);
 
     // The sets were what they are meant to be: of every kind that ends a process there were some.
@@ -291,6 +301,7 @@ TEST(KernelCheckProof, SaysWhatTheFinaliserDoes)
         std::printf("%s: %zu\n", id, ended[id]);
         all += ended[id];
     }
+    EXPECT_LT(in_doubt, sets / 100);
     EXPECT_GT(all, sets / 4);
     EXPECT_LE(all, sets / 2);
 }
