@@ -695,28 +695,28 @@ std::string report_page(const report_input& input)
     disassembler disassembler;
     for (const entry& one : page.entries)
         listings += article(page, one, disassembler, at_once);
-    return filled(
-        page_html,
-        {{"COLOUR", colour_choices(page).front()},
-         {"SCRIPT_HASH", std::string(page_js_hash)},
-         {"TITLE", "Kernels of " + html(input.name)},
-         {"STYLE", std::string(page_css)},
-         {"CARDS", cards(page)},
-         {"COLOUR_CHOICES", colour_inputs(page)},
-         {"LEGEND", legend(page)},
-         {"STRIPS", strips(page)},
-         {"FILTER_EXAMPLE", page.profile() != nullptr ? "short share&gt;=1"
-                            : page.compares()         ? "short change=code"
-                                                      : "short load&gt;20"},
-         {"TALL", at_once ? "" : " tall"},
-         {"TABLE", table(page, data)},
-         {"LISTINGS_NOTE",
-          at_once
-              ? ""
-              : "<noscript><p>With more than 200 kernels the listings are drawn by a script.</p></noscript>\n"},
-         {"LISTINGS", listings},
-         {"DATA", json_in_html(json{{"version", 1}, {"kernels", data}}.dump())},
-         {"SCRIPT", std::string(page_js)}});
+    constexpr const char* listings_note =
+        "<noscript><p>The listings of more than 200 kernels are drawn by a script.</p></noscript>\n";
+    std::map<std::string_view, std::string> parts;
+    parts["TITLE"] = "Kernels of " + html(input.name);
+    parts["SCRIPT"] = page_js;
+    parts["SCRIPT_HASH"] = page_js_hash;
+    parts["STYLE"] = page_css;
+    parts["COLOUR"] = colour_choices(page).front();
+    parts["COLOUR_CHOICES"] = colour_inputs(page);
+    parts["CARDS"] = cards(page);
+    parts["LEGEND"] = legend(page);
+    parts["ONE_MAPPING"] = input.set->mappings.size() == 1 ? " hidden" : "";
+    parts["STRIPS"] = strips(page);
+    parts["FILTER_EXAMPLE"] = page.profile() != nullptr ? "short share&gt;=1"
+                              : page.compares()         ? "short change=code"
+                                                        : "short load&gt;20";
+    parts["TALL"] = at_once ? "" : " tall";
+    parts["TABLE"] = table(page, data);
+    parts["LISTINGS_NOTE"] = at_once ? "" : listings_note;
+    parts["LISTINGS"] = std::move(listings);
+    parts["DATA"] = json_in_html(json{{"version", 1}, {"kernels", data}}.dump());
+    return filled(page_html, parts);
 }
 
 } // namespace vorna::workbench
