@@ -2,10 +2,14 @@
 
 #include "workbench/difference.hpp"
 #include "tests/support/a64.hpp"
+#include "tests/support/assemble.hpp"
 #include "tests/support/kernels.hpp"
 
+#include <chrono>
+#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <random>
 
 namespace {
 
@@ -73,19 +77,251 @@ TEST(Sets, AreComparedByNameInTheOrderOfNames)
     EXPECT_EQ(text, "a new\nb same\ngone gone\n");
 }
 
+TEST(Sets, HaveTheirKernelsOfOneNameComparedInOrder)
+{
+    placed_kernel second = kernel("k", {a64::ret()}, {}, {1});
+    second.text_address += 0x100000;
+    const auto before = make_kernel_set({kernel("k", {a64::ret()})});
+    const auto after = make_kernel_set({kernel("k", {a64::ret()}), second});
+    const std::vector<kernel_difference> differences = compare_sets(before, after);
+    ASSERT_EQ(differences.size(), 2U);
+    EXPECT_EQ(differences[0].change, change_class::same);
+    EXPECT_EQ(differences[1].change, change_class::added);
+    EXPECT_EQ(differences[1].after->data.size(), 1U);
+}
+
+TEST(Alignment, ShowsAsChangedALoadThatGetsAnotherConstant)
+{
+    // adr x3, .rodata; ldr d7, [x3, #8]; ret
+    const placed_kernel before =
+        kernel("k", {a64::adr(3), 0xfd400467, a64::ret()}, {{".rodata.k", 0, 274, 0}},
+               {1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2, 2, 2, 2});
+    placed_kernel after = before;
+    after.data[0] = 9;
+    EXPECT_EQ(signs(align_rows(before, after)), "===");
+    after.data[15] = 9;
+    EXPECT_EQ(signs(align_rows(before, after)), "=~=");
+}
+
+TEST(Alignment, IsBoundedForKernelsThatAreTooLong)
+{
+    std::mt19937 random(1); // NOLINT(cert-msc32-c,cert-msc51-cpp): any numbers do
+    const auto words = [&](std::size_t count) {
+        std::vector<std::uint32_t> all(count);
+        for (std::uint32_t& word : all)
+            word = a64::movz(static_cast<unsigned>(random() % 2), 1);
+        return all;
+    };
+    const auto start = std::chrono::steady_clock::now();
+    const row_alignment alignment = align_rows(kernel("k", words(1'000'000)), kernel("k", words(1'000'000)));
+    EXPECT_FALSE(alignment.complete);
+    EXPECT_TRUE(align_rows(kernel("k", words(20'000)), kernel("k", words(20'000))).complete);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+}
+
+TEST(Alignment, Of5000InstructionsHalfChangedTakesUnderASecond)
+{
+    std::mt19937 random(2); // NOLINT(cert-msc32-c,cert-msc51-cpp): any numbers do
+    std::vector<std::uint32_t> words(5000);
+    for (std::uint32_t& word : words)
+        word = a64::movz(static_cast<unsigned>(random() % 31), static_cast<unsigned>(random() % 65536));
+    std::vector<std::uint32_t> changed = words;
+    for (std::uint32_t& word : changed) {
+        if (random() % 2 == 0)
+            word = a64::movz(static_cast<unsigned>(random() % 31), static_cast<unsigned>(random() % 65536));
+    }
+    const placed_kernel before = kernel("k", words);
+    const placed_kernel after = kernel("k", changed);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(compare_kernels(before, after), change_class::code);
+    EXPECT_TRUE(align_rows(before, after).complete);
+    const auto taken = std::chrono::steady_clock::now() - start;
+#ifdef NDEBUG // not with sanitizers
+    EXPECT_LT(taken, std::chrono::seconds(1));
+#else
+    (void)taken;
+#endif
+}
+
+// The class of a change from some lines of assembly to others; "data" in them is for a relocation to fill.
+std::string change(const std::vector<std::string>& before, const std::vector<std::string>& after,
+                   const std::vector<double>& old_data = {}, const std::vector<double>& new_data = {})
+{
+    const auto made = [](const std::vector<std::string>& lines, const std::vector<double>& data) {
+        std::vector<tessjit::reloc_info> relocs;
+        std::vector<std::string> plain = lines;
+        for (std::size_t i = 0; i < plain.size(); ++i) {
+            const auto offset = static_cast<std::int32_t>(4 * i);
+            if (const std::size_t at = plain[i].find("data"); at != std::string::npos) {
+                const std::string addend = plain[i].substr(at + 4);
+                relocs.push_back({".rodata.k", offset, 274, addend.empty() ? 0 : std::stoi(addend)});
+                plain[i] = plain[i].substr(0, at) + "#0";
+            } else if (plain[i].compare(0, 3, "bl ") == 0) {
+                relocs.push_back({plain[i].substr(3), offset, 283, 0});
+                plain[i] = "bl #0";
+            }
+        }
+        std::vector<std::uint8_t> bytes(8 * data.size());
+        if (!data.empty())
+            std::memcpy(bytes.data(), data.data(), bytes.size());
+        const std::vector<std::uint32_t> words = support::assemble(plain);
+        EXPECT_EQ(words.size(), lines.size());
+        return kernel("k", words, relocs, bytes);
+    };
+    const placed_kernel a = made(before, old_data);
+    const placed_kernel b = made(after, new_data);
+    EXPECT_EQ(name_of(compare_kernels(a, b)), name_of(compare_kernels(b, a)));
+    return std::string(name_of(compare_kernels(a, b)));
+}
+
+using lines = std::vector<std::string>;
+
 TEST(Classes, TellWordsReferencesAndConstantsApart)
 {
-    const placed_kernel before = kernel("k", {a64::bl(), a64::ret()}, {{"f", 0, 283, 0}}, {1, 2});
-    EXPECT_EQ(compare_kernels(before, before), change_class::same);
-    placed_kernel after = before;
-    after.data[1] = 3;
-    EXPECT_EQ(compare_kernels(before, after), change_class::constants);
-    after = before;
-    after.relocs[0].name = "g";
-    EXPECT_EQ(compare_kernels(before, after), change_class::references);
-    after = before;
-    after.text = support::code({a64::bl(), a64::nop(), a64::ret()});
-    EXPECT_EQ(compare_kernels(before, after), change_class::code);
+    const lines code = {"adr x3, data", "ldr d0, [x3]", "bl f", "ret"};
+    const lines calls_other = {"adr x3, data", "ldr d0, [x3]", "bl g", "ret"};
+    const lines another_addend = {"adr x3, data8", "ldr d0, [x3]", "bl f", "ret"};
+    EXPECT_EQ(change(code, code, {1, 2}, {1, 2}), "same");
+    EXPECT_EQ(change(code, code, {1, 2}, {1, 3}), "constants");
+    EXPECT_EQ(change(code, calls_other, {1, 2}, {1, 2}), "references");
+    EXPECT_EQ(change(code, another_addend, {1, 2}, {1, 2}), "references");
+    EXPECT_EQ(change(code, calls_other, {1, 2}, {1, 3}), "references");
+    EXPECT_EQ(change(code, {"adr x3, data", "ldr d1, [x3]", "bl f", "ret"}, {1, 2}, {1, 2}), "code");
+    EXPECT_EQ(change(code, {"adr x3, data", "ldr d0, [x3]", "nop", "bl f", "ret"}, {1, 2}, {1, 2}), "code");
+}
+
+TEST(Classes, TakeConstantsForMovedIfEveryLoadGetsTheSame)
+{
+    const lines code = {"adr x3, data", "ldr d0, [x3, #8]", "str d0, [x1]", "ret"};
+    const lines first = {"adr x3, data", "ldr d0, [x3]", "str d0, [x1]", "ret"};
+    EXPECT_EQ(change(code, first, {1, 2}, {2, 1}), "moved");
+    EXPECT_EQ(change(code, first, {1, 2}, {2, 7}), "moved"); // nobody loads the other one
+    EXPECT_EQ(change(code, first, {1, 2}, {2}), "moved");
+    EXPECT_EQ(change(code, first, {1, 2}, {1, 2}), "code");
+    EXPECT_EQ(change(code, {"adr x3, data8", "ldr d0, [x3, #8]", "str d0, [x1]", "ret"}, {1, 2}, {0, 1, 2}),
+              "moved");
+    EXPECT_EQ(change(code, {"adr x3, data", "ldr d1, [x3]", "str d1, [x1]", "ret"}, {1, 2}, {2, 1}), "code");
+    EXPECT_EQ(change(code, {"adr x3, data", "ldr s0, [x3]", "str d0, [x1]", "ret"}, {1, 2}, {2, 1}), "code");
+    EXPECT_EQ(change({"adr x3, data", "ldp d0, d1, [x3, #16]", "stp d0, d1, [x1]", "ret"},
+                     {"adr x3, data", "ldp d0, d1, [x3]", "stp d0, d1, [x1]", "ret"}, {1, 2, 3, 4},
+                     {3, 4, 1, 2}),
+              "moved");
+    EXPECT_EQ(change({"adr x3, data", "ldur d0, [x3, #4]", "str d0, [x1]", "ret"},
+                     {"adr x3, data", "ldur d0, [x3, #12]", "str d0, [x1]", "ret"}, {1, 1, 1}, {1, 1, 1}),
+              "moved");
+}
+
+TEST(Classes, DoNotTakeConstantsForMovedThatMayBeSeenOtherwise)
+{
+    const auto with = [](const lines& rest, const std::string& offset) {
+        lines all = {"adr x3, data", "ldr d0, [x3, " + offset + "]", "str d0, [x1]"};
+        all.insert(all.end(), rest.begin(), rest.end());
+        return all;
+    };
+    const auto moved_with = [&](const lines& rest) {
+        return change(with(rest, "#0"), with(rest, "#8"), {1, 2}, {2, 1});
+    };
+    EXPECT_EQ(moved_with({"ret"}), "moved");
+    EXPECT_EQ(moved_with({"mov x9, x3", "add x9, x9, #8", "ret"}), "moved"); // of no use
+    EXPECT_EQ(moved_with({"ldr d1, [x3, x2]", "ret"}), "code");              // some place
+    EXPECT_EQ(moved_with({"str x3, [x1]", "ret"}), "code");                  // for whoever reads that
+    EXPECT_EQ(moved_with({"mov x9, x3", "str x9, [x1]", "ret"}), "code");
+    EXPECT_EQ(moved_with({"mov x9, x3", "mov x9, x2", "str x9, [x1]", "ret"}), "moved");
+    EXPECT_EQ(moved_with({"cmp x3, x2", "b.eq #4", "ret"}), "code");
+    EXPECT_EQ(moved_with({"mov x0, x3", "ret"}), "code");         // the caller gets it
+    EXPECT_EQ(moved_with({"mov x0, x3", "bl f", "ret"}), "code"); // the callee
+    EXPECT_EQ(moved_with({"bl f", "ret"}), "code");               // X3 is a parameter
+    EXPECT_EQ(moved_with({"mov x3, x2", "bl f", "ret"}), "moved");
+    EXPECT_EQ(moved_with({"mov x9, #4", "ldr d1, [x3]", "sub x9, x9, #1", "cbnz x9, #-8", "ret"}),
+              "code"); // not followed
+    EXPECT_EQ(moved_with({"br x2"}), "code");
+    EXPECT_EQ(moved_with({"fadd z0.d, z1.d, z2.d", "ret"}), "code"); // operands are not known
+    EXPECT_EQ(change({"adr x3, data", "ret"}, {"adr x3, data8", "ret"}, {1, 2}, {2, 1}), "references");
+}
+
+TEST(Classes, TakeRegistersForRenamedThatAreExchangedThroughout)
+{
+    const lines code = {"ldr q4, [x0]", "fadd v5.2d, v4.2d, v4.2d", "str q5, [x1]", "ret"};
+    EXPECT_EQ(change(code, {"ldr q16, [x0]", "fadd v5.2d, v16.2d, v16.2d", "str q5, [x1]", "ret"}),
+              "renamed");
+    EXPECT_EQ(change(code, {"ldr q5, [x0]", "fadd v4.2d, v5.2d, v5.2d", "str q4, [x1]", "ret"}), "renamed");
+    EXPECT_EQ(change(code, {"ldr q16, [x0]", "fadd v5.2d, v16.2d, v4.2d", "str q5, [x1]", "ret"}), "code");
+    EXPECT_EQ(change(code, {"ldr q5, [x0]", "fadd v5.2d, v5.2d, v5.2d", "str q5, [x1]", "ret"}), "code");
+    EXPECT_EQ(change(code, {"ldr q16, [x0]", "fsub v5.2d, v16.2d, v16.2d", "str q5, [x1]", "ret"}), "code");
+    EXPECT_EQ(change(code, {"ldr q16, [x0]", "fadd v5.2d, v16.2d, v16.2d", "str q5, [x1]", "ret"}, {1}, {2}),
+              "code");
+    // Lists of registers keep their order.
+    const lines list = {"ld1 {v4.2d, v5.2d}, [x0]", "st1 {v4.2d, v5.2d}, [x1]", "ret"};
+    EXPECT_EQ(change(list, {"ld1 {v6.2d, v7.2d}, [x0]", "st1 {v6.2d, v7.2d}, [x1]", "ret"}), "renamed");
+    EXPECT_EQ(change({"ld1 {v4.2d, v5.2d}, [x0]", "str q4, [x1]", "str q5, [x1, #16]", "ret"},
+                     {"ld1 {v6.2d, v7.2d}, [x0]", "str q7, [x1]", "str q6, [x1, #16]", "ret"}),
+              "code");
+}
+
+TEST(Classes, DoNotTakeRegistersForRenamedThatHaveARole)
+{
+    const auto renamed = [](const lines& before, const lines& after) { return change(before, after); };
+    // Parameters.
+    EXPECT_EQ(renamed({"ldr q4, [x0]", "str q4, [x1]", "ret"}, {"ldr q4, [x1]", "str q4, [x0]", "ret"}),
+              "code");
+    EXPECT_EQ(renamed({"fmul d4, d4, d0", "str d4, [x1]", "ret"}, {"fmul d4, d4, d5", "str d4, [x1]", "ret"}),
+              "code");
+    EXPECT_EQ(renamed({"cbz x2, #8", "mov x9, #0", "str x9, [x1]", "ret"},
+                      {"cbz x2, #8", "mov x0, #0", "str x0, [x1]", "ret"}),
+              "code");
+    // Results; a register that was written and read again holds none.
+    EXPECT_EQ(renamed({"mov x0, #5", "ret"}, {"mov x9, #5", "ret"}), "code");
+    EXPECT_EQ(renamed({"mov x9, #5", "ret"}, {"mov x10, #5", "ret"}), "renamed");
+    EXPECT_EQ(renamed({"fmov d0, #1.0", "ret"}, {"fmov d4, #1.0", "ret"}), "code");
+    EXPECT_EQ(renamed({"fmov d0, #1.0", "str d0, [x1]", "ret"}, {"fmov d4, #1.0", "str d4, [x1]", "ret"}),
+              "renamed");
+    // Preserved and reserved registers, zero and the stack pointer.
+    EXPECT_EQ(renamed({"mov x9, #5", "str x9, [x1]", "ret"}, {"mov x19, #5", "str x19, [x1]", "ret"}),
+              "code");
+    EXPECT_EQ(renamed({"mov x9, #5", "str x9, [x1]", "ret"}, {"mov x18, #5", "str x18, [x1]", "ret"}),
+              "code");
+    EXPECT_EQ(renamed({"fmov d16, #1.0", "str d16, [x1]", "ret"}, {"fmov d8, #1.0", "str d8, [x1]", "ret"}),
+              "code");
+    EXPECT_EQ(renamed({"mov x9, #5", "str x9, [x1]", "ret"}, {"mov x9, #5", "str xzr, [x1]", "ret"}), "code");
+    EXPECT_EQ(renamed({"str x9, [sp]", "ret"}, {"str x9, [x10]", "ret"}), "code");
+    EXPECT_EQ(renamed({"ret"}, {"ret x9"}), "code");
+    // Across a call.
+    EXPECT_EQ(renamed({"mov x2, #5", "bl f", "ret"}, {"mov x3, #5", "bl f", "ret"}), "code");
+    EXPECT_EQ(renamed({"mov x9, #5", "str x9, [x1]", "bl f", "ret"},
+                      {"mov x10, #5", "str x10, [x1]", "bl f", "ret"}),
+              "renamed");
+    // What cannot be followed.
+    const std::string sve = "fadd z0.d, z1.d, z2.d";
+    EXPECT_EQ(
+        renamed({sve, "mov x9, #5", "str x9, [x1]", "ret"}, {sve, "mov x10, #5", "str x10, [x1]", "ret"}),
+        "code");
+    EXPECT_EQ(renamed({"mov x9, #5", "str x9, [x1]", "br x2"}, {"mov x10, #5", "str x10, [x1]", "br x2"}),
+              "code");
+}
+
+TEST(Classes, TakeInstructionsForReorderedWithinABlockOnly)
+{
+    EXPECT_EQ(change({"mov x9, #1", "movk x9, #2", "ret"}, {"movk x9, #2", "mov x9, #1", "ret"}),
+              "reordered");
+    EXPECT_EQ(change({"mov x9, #1", "cbz x0, #8", "movk x9, #2", "ret"},
+                     {"movk x9, #2", "cbz x0, #8", "mov x9, #1", "ret"}),
+              "code");
+    EXPECT_EQ(
+        change({"mov x9, #1", "bl f", "movk x9, #2", "ret"}, {"movk x9, #2", "bl f", "mov x9, #1", "ret"}),
+        "code");
+    // A place that a branch leads to begins a block.
+    EXPECT_EQ(change({"mov x9, #1", "movk x9, #2", "cbz x0, #-4", "ret"},
+                     {"movk x9, #2", "mov x9, #1", "cbz x0, #-4", "ret"}),
+              "code");
+    EXPECT_EQ(change({"adr x3, data", "adr x4, data8", "ret"}, {"adr x4, data8", "adr x3, data", "ret"}),
+              "reordered");
+    EXPECT_EQ(
+        change({"adr x3, data", "movk x9, #2", "ret"}, {"movk x9, #2", "adr x3, data", "ret"}, {1}, {2}),
+        "code");
+    // A distance in an instruction is to the same place from wherever it is.
+    EXPECT_EQ(change({"ldr x9, #8", "movk x10, #2", "ret"}, {"movk x10, #2", "ldr x9, #4", "ret"}),
+              "reordered");
+    EXPECT_EQ(change({"ldr x9, #8", "movk x10, #2", "ret"}, {"movk x10, #2", "ldr x9, #8", "ret"}), "code");
 }
 
 } // namespace

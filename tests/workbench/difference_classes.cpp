@@ -5,23 +5,19 @@
 #include "workbench/difference.hpp"
 
 #include <algorithm>
-#include <chrono>
 #include <gtest/gtest.h>
+#include <map>
 #include <numeric>
+#include <optional>
 #include <random>
 #include <set>
 
 namespace {
 
-using vorna::workbench::align_rows;
 using vorna::workbench::change_class;
 using vorna::workbench::compare_kernels;
-using vorna::workbench::compare_sets;
-using vorna::workbench::kernel_difference;
-using vorna::workbench::make_kernel_set;
 using vorna::workbench::name_of;
 using vorna::workbench::placed_kernel;
-using vorna::workbench::row_pair;
 
 enum class bank { general, vector };
 
@@ -404,7 +400,6 @@ std::optional<placed_kernel> changed(program program, change_class to, random_en
         return assemble(program, names);
     }
     default: { // registers and constants, or registers and references, at once
-        placed_kernel kernel = *changed(program, change_class::same, random);
         auto renamed = changed(program, change_class::renamed, random);
         if (!renamed)
             return std::nullopt;
