@@ -282,6 +282,7 @@ void add_diff(CLI::App& program, int& status)
         ->delimiter(',')
         ->check(CLI::IsMember({"moved", "renamed", "reordered"}));
     command->add_option("--limit", options->limit, "Changed kernels to show the diff of, the smallest first")
+        ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
     add_common_options(*command, options->common, {"text", "json", "github", "markdown"});
     command->footer("Exit status: 0 all the same, 1 different, 2 trouble.");

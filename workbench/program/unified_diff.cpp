@@ -22,16 +22,17 @@ struct side {
     std::vector<std::size_t> offsets;
     std::size_t size;
     int digits;
+    std::string section; // of the offsets; empty for code
 
     [[nodiscard]] std::string offset(const std::optional<std::size_t>& line) const
     {
-        return fmt::format("+{:0{}x}", line ? offsets[*line] : size, digits);
+        return fmt::format("{}+{:0{}x}", section, line ? offsets[*line] : size, digits);
     }
 };
 
 side code_side(const placed_kernel& kernel, disassembler& disassembler)
 {
-    side result{{}, {}, kernel.text.size(), offset_digits(kernel)};
+    side result{{}, {}, kernel.text.size(), offset_digits(kernel), ""};
     for (const listing_row& row : list_without_addresses(kernel, disassembler).rows) {
         result.lines.push_back(row_text(row, result.digits));
         result.offsets.push_back(row.offset);
@@ -63,7 +64,11 @@ std::vector<std::vector<std::uint8_t>> constants_of(const placed_kernel& kernel)
 side data_side(const placed_kernel& kernel, const std::vector<std::vector<std::uint8_t>>& constants)
 {
     const std::size_t last = kernel.data.empty() ? 0 : kernel.data.size() - 1;
-    side result{{}, {}, kernel.data.size(), std::max(2, static_cast<int>(fmt::formatted_size("{:x}", last)))};
+    side result{{},
+                {},
+                kernel.data.size(),
+                std::max(2, static_cast<int>(fmt::formatted_size("{:x}", last))),
+                ".rodata"};
     for (const std::vector<std::uint8_t>& bytes : constants) {
         const std::size_t offset = 8 * result.lines.size();
         std::uint64_t bits = 0;
@@ -145,7 +150,7 @@ void append_hunks(std::vector<std::string>& lines, const row_alignment& alignmen
             std::size_t run = k;
             while (run < end && !rows[run].same)
                 ++run;
-            const std::size_t shown = std::min(run, k + (most_changes - std::min(most_changes, changes)));
+            const std::size_t shown = k + std::min(run - k, most_changes - std::min(most_changes, changes));
             for (std::size_t r = k; r < shown; ++r) {
                 if (rows[r].before)
                     lines.push_back("- " + before.lines[*rows[r].before]);
