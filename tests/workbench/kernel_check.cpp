@@ -168,7 +168,8 @@ TEST(KernelCheck, LeavesOpenWhetherAnUnknownDistanceFillsTheFieldOfAnotherKind)
     // set.
     EXPECT_EQ(found({kernel("twice", {bl(), ret()}, {{"far", 0, ADRP, 0}, {"far", 0, BL, 0}})},
                     registry_of("far", 0x100000001000)),
-              "note twice+0 #0 placement\nerror twice+0 #0 opcode\nnote twice+0 #1 placement\n");
+              "note twice+0 #0 placement\nerror twice+0 #0 opcode\nnote twice+0 #1 placement\n"
+              "note twice+0 #1 placement\n");
 }
 
 TEST(KernelCheck, FindsDistancesOutOfRangeExactly)
