@@ -418,7 +418,10 @@ TEST(Profile, PassesOverLinesThatArePerfScriptsNot)
     };
     const kernel_set set = one_mapping();
     for (const std::string& line : bad) {
-        const profile made = read(set, whole + sample(5, "10000") + line + "\n" + sample(5, "10000", 2));
+        std::string text = whole + sample(5, "10000");
+        text += line;
+        text += "\n" + sample(5, "10000", 2);
+        const profile made = read(set, text);
         EXPECT_EQ(made.bad_lines, 1U) << line.substr(0, 100);
         EXPECT_EQ(made.first_bad_line, 3U) << line.substr(0, 100);
         ASSERT_EQ(made.events.size(), 1U);

@@ -357,6 +357,8 @@ const std::vector<std::uint8_t> countdown = {0x48, 0xff, 0xcf, // loop: dec %rdi
 
 using count = void (*)(std::uint64_t);
 
+void no_kernel(std::uint64_t) {}
+
 void run_for(count kernel, std::chrono::milliseconds time)
 {
     const auto end = std::chrono::steady_clock::now() + time;
@@ -372,8 +374,8 @@ vorna::wfta::kernel_data native(const std::string& name, count* entry)
 /// Finalises two kernels in two calls, and runs the first here and in a process that is forked in between.
 void be_profiled()
 {
-    count first = nullptr;
-    count second = nullptr;
+    count first = no_kernel;
+    count second = no_kernel;
     vorna::wfta::kernel_registry_map registry;
     vorna::wfta::finalise_kernels(registry, {native("countdown", &first)});
     const pid_t child = fork();
@@ -401,8 +403,8 @@ public:
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             setenv("VORNA_WFTA_DUMP_KERNEL", "", 1);
             std::filesystem::current_path(directory);
-            count first = nullptr;
-            count second = nullptr;
+            count first = no_kernel;
+            count second = no_kernel;
             vorna::wfta::kernel_registry_map registry;
             vorna::wfta::finalise_kernels(registry, {native("countdown", &first)});
             vorna::wfta::finalise_kernels(registry, {native("second", &second)});

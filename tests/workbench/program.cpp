@@ -54,7 +54,7 @@ TEST_F(Program, SaysWhatItsCommandsAre)
     const child_result help = run({"--help"});
     EXPECT_EQ(help.exit_status, 0);
     EXPECT_EQ(help.err, "");
-    for (const char* command : {"show"}) {
+    for (const char* command : {"profile", "show"}) {
         EXPECT_THAT(help.out, HasSubstr("\n  " + std::string(command) + " "));
         const child_result own = run({command, "--help"});
         EXPECT_EQ(own.exit_status, 0) << own;
