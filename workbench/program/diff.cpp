@@ -278,12 +278,17 @@ void add_diff(CLI::App& program, int& status)
     command->add_option("OLD", options->before, "Directory of dumps, or one dump, before the change")
         ->required();
     command->add_option("NEW", options->after, "The same after it")->required();
-    command->add_option("--ignore", options->ignored, "Classes to take for the same: moved,renamed,reordered")
+    command->add_option("--ignore", options->ignored, "Classes to take for the same, with commas between")
         ->delimiter(',')
         ->check(CLI::IsMember({"moved", "renamed", "reordered"}));
-    command->add_option("--limit", options->limit, "Changed kernels to show the diff of, the smallest first")
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str();
+    command
+        ->add_option("--limit", options->limit,
+                     "Changed kernels to show in detail, the smallest first; 10 without")
+        ->check(
+            [](const std::string& value) {
+                return value.find('-') == std::string::npos ? "" : std::string("not a number of kernels");
+            },
+            "N");
     add_common_options(*command, options->common, {"text", "json", "github", "markdown"});
     command->footer("Exit status: 0 all the same, 1 different, 2 trouble.");
     command->callback([options, &status] { status = diff(*options); });
