@@ -778,10 +778,11 @@ bool never_falls_through(std::uint32_t word)
            (word & 0xffe0001f) == 0xd4400000 || (word & 0xffff0000) == 0; // HLT, UDF
 }
 
-// A bit for a register; 31 is the zero register, which cannot be written.
+// A bit for a register; 31 is the zero register, which cannot be written. The second of a pair may be said to
+// be 32, in a word that is no instruction.
 static std::uint32_t general(unsigned number)
 {
-    return number == 31 ? 0 : std::uint32_t{1} << number;
+    return number >= 31 ? 0 : std::uint32_t{1} << number;
 }
 
 // A bit for a register; 31 is SP.

@@ -186,6 +186,11 @@ TEST(A64, NamesClassifiesAndKnowsWhatIsWritten)
     }
 }
 
+TEST(A64, WritesNoRegisterBehindTheLast)
+{
+    EXPECT_EQ(written_registers(0x083f7c42), 0U); // CASP of W31 and the register behind it
+}
+
 TEST(A64, KnowsHowMemoryIsAccessed)
 {
     constexpr auto plain = addressing_mode::offset;

@@ -66,7 +66,7 @@ class Checkout:
         dumps = self.file("blessed")
         os.mkdir(dumps)
         environment = {"PATH": os.environ["PATH"], "VORNA_WFTA_DUMP_KERNEL": ""}
-        subprocess.run([WFTA_HOST, "1008", "5040"], cwd=dumps, env=environment, check=True, stdout=subprocess.DEVNULL)
+        subprocess.run([WFTA_HOST, "10", "20", "24", "1008", "5040"], cwd=dumps, env=environment, check=True, stdout=subprocess.DEVNULL)
         subprocess.run([VORNA_KERNELS, "baseline", "bless", "--all", self.file(BASELINE), dumps], check=True,
                        stdout=subprocess.DEVNULL, env={"PATH": os.environ["PATH"]})
 

@@ -386,8 +386,9 @@ TEST(Link, LeavesOtherFilesAlone)
     ASSERT_EQ(stat("/dev/null", &status), 0);
     EXPECT_TRUE(S_ISCHR(status.st_mode));
 
+    EXPECT_EQ(trouble("k", "./k"), "vorna-kernels: ./k: is one of the dumps\n");
     std::filesystem::create_directory(directory.path() / "none");
-    EXPECT_EQ(trouble("none", "image"), "vorna-kernels: none: no dump in it\n");
+    EXPECT_EQ(trouble("none", "image"), "vorna-kernels: none: no dumps in it\n");
     write_file(directory.path() / "kept", "kept");
     write_dump(directory.path() / "none", "wide", 0x10000, {a64::ret()}, {}, {1}, 0x10000'00000000);
     EXPECT_EQ(trouble("none", "kept"),

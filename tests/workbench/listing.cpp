@@ -440,4 +440,13 @@ TEST_F(ShowCommand, NamesTheNearestOfANameThatIsNotThere)
     EXPECT_THAT(show.out, testing::StartsWith("caller  0x10000"));
 }
 
+TEST_F(ShowCommand, SaysThatThereAreNoDumps)
+{
+    std::filesystem::create_directory(directory.path() / "none");
+    const child_result show = run_tool({VORNA_KERNELS, "show", "none"}, directory.path());
+    EXPECT_EQ(show.exit_status, 2);
+    EXPECT_EQ(show.out, "");
+    EXPECT_EQ(show.err, "vorna-kernels: none: no dumps in it\n");
+}
+
 } // namespace

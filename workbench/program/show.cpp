@@ -58,6 +58,8 @@ json to_json(const listed_kernel& listed)
 int show(const show_options& options)
 {
     read_result read = read_set({options.dumps}, options.common);
+    if (!require_kernels(read, options.dumps))
+        return in_trouble;
     const bool colour = use_colour(options.common);
     disassembler disassembler;
     json kernels = json::array();
