@@ -339,10 +339,11 @@ std::string change_card(const page& page)
         changed == 0 ? "no difference"
                      : grouped(changed) + (changed == 1 ? " kernel differs" : " kernels differ"));
     for (const auto& [change, count] : counts) {
-        if (count != 0)
+        if (count != 0) {
             fmt::format_to(std::back_inserter(text),
-                           "<dt>{}</dt><dd><span class=\"change {}\">{}</span></dd>", grouped(count),
-                           name_of(change), name_of(change));
+                           "<dt>{0}</dt><dd><span class=\"change {1}\">{1}</span></dd>", grouped(count),
+                           name_of(change));
+        }
     }
     return text + "</dl></section>\n";
 }
@@ -558,11 +559,12 @@ std::string cell(const page& page, const entry& one, const std::string& key, con
     if (key == "findings") {
         std::string text = "<td>";
         for (std::size_t severity = 3; severity-- > 0;) {
-            if (one.severities.of[severity] != 0)
+            const std::size_t count = one.severities.of[severity];
+            if (count != 0) {
                 text += fmt::format("<span class=\"count {0}\" title=\"{1}\">{2} {3}</span>",
-                                    severity_names[severity],
-                                    counted(one.severities.of[severity], severity_names[severity]),
-                                    severity_signs[severity], one.severities.of[severity]);
+                                    severity_names[severity], counted(count, severity_names[severity]),
+                                    severity_signs[severity], count);
+            }
         }
         return text + "</td>";
     }

@@ -327,11 +327,12 @@ void add_row(std::string& text, const page_listing& listing, std::size_t index)
     } else if (listing.compares) {
         text += "<td class=\"before\"></td><td class=\"before old\"></td>";
     }
-    if (listing.shares && row.after && !row.after->share.empty())
+    if (listing.shares && row.after && !row.after->share.empty()) {
         fmt::format_to(out, "<td class=\"share h{}\" style=\"--bar:{}\">{}</td>", row.after->step,
                        row.after->bar, html(row.after->share));
-    else if (listing.shares)
+    } else if (listing.shares) {
         text += "<td></td>";
+    }
     if (index == 0)
         fmt::format_to(out, "<td class=\"arrows\" rowspan=\"{}\">{}</td>", listing.rows.size(),
                        listing.arrows.arrows.empty() ? "" : arrows_svg(listing.arrows, listing.rows.size()));
@@ -356,11 +357,12 @@ void add_row(std::string& text, const page_listing& listing, std::size_t index)
 std::string listing_html(const page_listing& listing)
 {
     std::string text = "<table class=\"rows\">";
-    if (listing.compares)
+    if (listing.compares) {
         fmt::format_to(
             std::back_inserter(text),
             "<thead><tr><td></td><td class=\"old\">before</td><td colspan=\"{}\">after</td></tr></thead>",
             listing.shares ? 8 : 7);
+    }
     text += "<tbody>";
     for (std::size_t i = 0; i < listing.rows.size(); ++i)
         add_row(text, listing, i);
@@ -442,12 +444,13 @@ std::vector<dump_row> dump_rows(const listing_input& input)
         for (std::size_t i = 0; i < size; ++i)
             fmt::format_to(std::back_inserter(hexadecimal), "{}{:02x}", i == 0 ? "" : " ", bytes[i]);
         row.cells = {fmt::format("+{:02x}", at), hexadecimal};
-        if (size == bytes_in_dump_row)
+        if (size == bytes_in_dump_row) {
             row.cells.insert(row.cells.end(), {fmt::format("{}", value_at<double>(bytes)),
                                                fmt::format("{}", value_at<float>(bytes)),
                                                fmt::format("{}", value_at<float>(bytes + 4)),
                                                fmt::format("{}", value_at<std::int32_t>(bytes)),
                                                fmt::format("{}", value_at<std::int32_t>(bytes + 4))});
+        }
         rows.push_back(std::move(row));
     }
     return rows;

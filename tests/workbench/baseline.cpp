@@ -100,6 +100,16 @@ TEST(Fingerprint, IsXxh3OfTheBytes)
     EXPECT_EQ(fingerprint_of(kernel).constants, hash_of_nothing);
 }
 
+TEST(Fingerprint, OfReferencesCoversWhatTheDocumentSays)
+{
+    // XXH3_128bits of 00000000 13010000 00000000 01, 04000000 1b010000 f8ffffff 00 01000000 66, by Python's
+    // ctypes.
+    placed_kernel kernel;
+    kernel.name = "k";
+    kernel.relocs = {{".rodata.k", 0, 275, 0}, {"f", 4, 283, -8}};
+    EXPECT_EQ(fingerprint_of(kernel).references, "07a542c4bc085fc1810ebe27902160ff");
+}
+
 TEST(Fingerprint, KnowsTheOwnConstantsByNoName)
 {
     placed_kernel kernel = two_calls();

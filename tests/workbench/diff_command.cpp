@@ -307,13 +307,13 @@ TEST_F(Diff, ShowsTheFirstConstantsOfMany)
 
 TEST_F(Diff, AlignsConstantsOfAnotherNumber)
 {
-    dump("before", "k", {a64::ret()}, doubles({1, 2, 3}));
-    dump("after", "k", {a64::ret()}, doubles({1, 4, 2, 3}));
+    dump("before", "k", {a64::ret()}, doubles({-0.0, 2, 1e300}));
+    dump("after", "k", {a64::ret()}, doubles({-0.0, 4, 2, 1e300}));
     EXPECT_THAT(run({}).out, HasSubstr("@@ .rodata+00 .rodata+00 @@\n"
-                                       "  .rodata+00  3ff0000000000000  1\n"
+                                       "  .rodata+00  8000000000000000  -0\n"
                                        "+ .rodata+08  4010000000000000  4\n"
                                        "  .rodata+10  4000000000000000  2\n"
-                                       "  .rodata+18  4008000000000000  3\n"));
+                                       "  .rodata+18  7e37e43c8800759c  {2281731484, 2117592124}\n"));
 }
 
 } // namespace

@@ -58,6 +58,14 @@ TEST(Alignment, PairsRowsAroundWhatWasInsertedAndRemoved)
     EXPECT_EQ(signs(align_rows(before, after)), "=-=+=");
 }
 
+TEST(Alignment, TellsReferencesWithOtherAddendsApart)
+{
+    const placed_kernel before = kernel("k", {a64::adr(3), a64::ret()}, {{".rodata.k", 0, 274, 0}});
+    placed_kernel after = before;
+    after.relocs[0].addend = 8;
+    EXPECT_EQ(signs(align_rows(before, after)), "-+=");
+}
+
 TEST(Alignment, TakesABranchForTheSameWhenItLeadsToTheSameRow)
 {
     const placed_kernel before = kernel("k", {a64::cbz(0, 2), a64::nop(), a64::ret()});
@@ -309,6 +317,9 @@ TEST(Classes, TakeInstructionsForReorderedWithinABlockOnly)
     EXPECT_EQ(
         change({"mov x9, #1", "bl f", "movk x9, #2", "ret"}, {"movk x9, #2", "bl f", "mov x9, #1", "ret"}),
         "code");
+    // What ends a block stays at its end.
+    EXPECT_EQ(change({"mov x9, #1", "cbz x0, #8", "nop", "ret"}, {"cbz x0, #12", "mov x9, #1", "nop", "ret"}),
+              "code");
     // A place that a branch leads to begins a block.
     EXPECT_EQ(change({"mov x9, #1", "movk x9, #2", "cbz x0, #-4", "ret"},
                      {"movk x9, #2", "mov x9, #1", "cbz x0, #-4", "ret"}),

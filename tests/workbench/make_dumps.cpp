@@ -61,7 +61,7 @@ std::uint64_t rounded(std::uint64_t address, std::uint64_t alignment)
 }
 
 // Places the kernels as the finaliser does, in one mapping.
-std::vector<tessjit::elf_fn_entry> placed(std::vector<made_kernel> kernels, std::uint64_t base)
+std::vector<tessjit::elf_fn_entry> placed(const std::vector<made_kernel>& kernels, std::uint64_t base)
 {
     std::vector<tessjit::elf_fn_entry> entries;
     std::uint64_t text = base;
@@ -69,7 +69,7 @@ std::vector<tessjit::elf_fn_entry> placed(std::vector<made_kernel> kernels, std:
         text = rounded(text, 32) + 4 * kernel.words.size();
     std::uint64_t data = rounded(text, 32);
     text = base;
-    for (made_kernel& kernel : kernels) {
+    for (const made_kernel& kernel : kernels) {
         text = rounded(text, 32);
         data = rounded(data, 16);
         entries.emplace_back(kernel.name, support::address(text), support::code(kernel.words),
@@ -97,8 +97,8 @@ int main(int argc, char** argv)
     for (int i = 3; i < argc; ++i)
         second.push_back({argv[i], {0x94000000, 0xd65f03c0}, {}, {{"kernel_0", 0, R_AARCH64_CALL26, 0}}});
 
-    std::vector<tessjit::elf_fn_entry> entries = placed(std::move(first), 0x7f0000000000);
-    for (tessjit::elf_fn_entry& entry : placed(std::move(second), 0x7f0000400000))
+    std::vector<tessjit::elf_fn_entry> entries = placed(first, 0x7f0000000000);
+    for (tessjit::elf_fn_entry& entry : placed(second, 0x7f0000400000))
         entries.push_back(std::move(entry));
     for (std::size_t i = 0; i < entries.size(); ++i) {
         // Not the kernel's name, which need not be one of a file.

@@ -134,13 +134,12 @@ TEST(Report, HoldsTheFactsOfEachKernel)
     EXPECT_EQ(kernel["data"], 1);
     EXPECT_EQ(kernel["instructions"], 4);
     EXPECT_EQ(kernel["branch"], 3); // bl, cbnz, ret
-    EXPECT_EQ(kernel["callees"], nlohmann::json({0}));
+    EXPECT_EQ(kernel["callees"], nlohmann::json::array({0U}));
     EXPECT_EQ(data["kernels"][0]["callers"], 1);
     EXPECT_THAT(page, HasSubstr("<title>Kernels of dumps</title>"));
     EXPECT_THAT(
-        page,
-        HasSubstr("<p class=\"facts\">0x10020 · 16 bytes of code, 4 instructions · 1 byte of constants "
-                  "at 0x10088 · calls <a href=\"#wfta_3\"><bdi>wfta_3</bdi></a></p>"));
+        page, HasSubstr("<p class=\"facts\">0x10020 · 16 bytes of code, 4 instructions · 1 byte of constants "
+                        "at 0x10088 · calls <a href=\"#wfta_3\"><bdi>wfta_3</bdi></a></p>"));
 }
 
 TEST(Report, GivesEachInstructionAPlaceAndALinkToWhereItLeads)
@@ -174,7 +173,7 @@ TEST(Report, ShowsFindingsAtTheirKernelAndInstruction)
     report_input input;
     input.name = "dumps";
     input.set = &set;
-    vorna::wfta::kernel_finding finding;
+    vorna::wfta::kernel_finding finding{};
     finding.id = "opcode";
     finding.severity = vorna::wfta::finding_severity::error;
     finding.kernel = "wfta_12";

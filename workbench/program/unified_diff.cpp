@@ -46,7 +46,7 @@ std::string constant_text(std::uint64_t bits)
     double value = 0;
     std::memcpy(&value, &bits, sizeof value);
     const double magnitude = std::fabs(value);
-    if (bits == 0 || (magnitude > 1e-30 && magnitude < 1e30))
+    if (value == 0 || (magnitude > 1e-30 && magnitude < 1e30))
         return fmt::format("{}", value);
     return fmt::format("{{{}, {}}}", bits & 0xffffffff, bits >> 32);
 }
