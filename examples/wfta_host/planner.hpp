@@ -34,8 +34,8 @@ std::vector<unsigned> factors_of(unsigned length);
 /// places and links them, with calls to the kernels that it holds. Throws std::invalid_argument for an
 /// impossible length.
 ///
-/// With `broken`, the relocation of the driver's first call is one instruction too far on, as it might be in a
-/// generator with a mistake: the finaliser then ends the process.
+/// With `broken`, the relocation of the driver's first call is one instruction too far on, as it might be in
+/// a generator with a mistake: the finaliser then ends the process.
 plan make_plan(vorna::wfta::kernel_registry_map& registry, unsigned length, direction dir,
                bool broken = false);
 
