@@ -229,10 +229,11 @@ std::vector<baseline_difference> compare_with_baseline(const baseline& entries, 
         const placed_kernel& kernel = set.kernels[i];
         baseline_difference& difference = kernels[kernel.name];
         const kernel_fingerprint fingerprint = fingerprint_of(kernel);
-        if (difference.after && !(*difference.after == fingerprint))
+        if (difference.after && !(*difference.after == fingerprint)) {
             throw std::runtime_error(fmt::format("{} and {}: {} is in both and not the same",
                                                  set.kernels[difference.kernel].file, kernel.file,
                                                  escaped_name(kernel.name)));
+        }
         if (!difference.after)
             difference.kernel = i;
         difference.after = fingerprint;

@@ -175,9 +175,10 @@ TEST(BaselineText, IsRefusedWithTheLineThatIsWrong)
               "line 2: a hash that is not 32 hexadecimal digits");
     EXPECT_EQ(refusal(head + "a A" + hashes.substr(1) + " 5\n"),
               "line 2: a hash that is not 32 hexadecimal digits");
+    std::string line = head;
+    line.append("a ").append(hashes).append(" ");
     for (const char* number : {"", "-5", "5x", "0x5", "99999999999999999999"})
-        EXPECT_EQ(refusal(head + "a " + hashes + " " + number + "\n"),
-                  "line 2: a number of instructions that is none");
+        EXPECT_EQ(refusal(line + number + "\n"), "line 2: a number of instructions that is none");
     EXPECT_EQ(refusal(head + "a\\n " + hashes + " 5\n"), "line 2: an escape that is not \\x and two digits");
     EXPECT_EQ(refusal(head + "a\\x6 " + hashes + " 5\n"), "line 2: an escape that is not \\x and two digits");
     EXPECT_EQ(refusal(head + "a\\x41 " + hashes + " 5\n"),

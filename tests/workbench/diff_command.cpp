@@ -249,7 +249,7 @@ TEST_F(Diff, OfTwoRunsAtOtherAddressesIsAllSame)
 {
     const auto finalise = [](std::size_t pages_before) {
         // What is mapped first takes the place that the kernels had in the other run.
-        mmap(nullptr, pages_before * 4096, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        (void)mmap(nullptr, pages_before * 4096, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         vorna::wfta::kernel_registry_map registry;
         for (int set = 0; set < 3; ++set) {
             std::vector<vorna::wfta::kernel_data> kernels;
@@ -295,7 +295,7 @@ TEST_F(Diff, OfTwoRunsAtOtherAddressesIsAllSame)
 
 TEST_F(Diff, ShowsTheFirstConstantsOfMany)
 {
-    std::vector<std::uint8_t> data(8 * 1000);
+    std::vector<std::uint8_t> data(8000);
     dump("before", "k", {a64::ret()}, data);
     for (std::size_t i = 0; i < data.size(); i += 8)
         data[i] = 1;

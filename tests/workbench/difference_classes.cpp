@@ -203,19 +203,22 @@ placed_kernel assemble(const program& program, const naming& names, std::uint64_
     for (std::size_t i = 0; i < program.code.size(); ++i) {
         const instruction& from = program.code[i];
         std::uint32_t word = from.word;
-        for (const operand& operand : from.operands)
+        for (const operand& operand : from.operands) {
             word |= (operand.bank == bank::general ? names.general : names.vector)[operand.number]
                     << operand.low_bit;
-        if (from.slot >= 0)
+        }
+        if (from.slot >= 0) {
             word |= static_cast<std::uint32_t>(16 * names.slots[static_cast<std::size_t>(from.slot)] /
                                                from.slot_bytes)
                     << 10;
+        }
         if (from.target >= 0)
             word |= (static_cast<std::uint32_t>(from.target - static_cast<int>(i)) & 0x7ffff) << 5;
-        if (from.relocation_type != 0)
+        if (from.relocation_type != 0) {
             kernel.relocs.push_back(
                 {from.relocation_target.empty() ? ".rodata.kernel" : from.relocation_target,
                  static_cast<std::int32_t>(4 * i), from.relocation_type, 0});
+        }
         words.push_back(word);
     }
     kernel.text = support::code(words);
@@ -266,6 +269,7 @@ std::set<std::size_t> targets(const program& program)
 }
 
 // Changes the kernel in the way of the class, and returns it as it is then. Nothing if this one cannot be.
+// One class is made of another's change, which goes one level deep. NOLINTNEXTLINE(misc-no-recursion)
 std::optional<placed_kernel> changed(program program, change_class to, random_engine& random)
 {
     naming names(program);
@@ -361,11 +365,12 @@ std::optional<placed_kernel> changed(program program, change_class to, random_en
     case 3: { // another register in one place of several
         const unsigned number = chosen.operands.front().number;
         std::size_t places = 0;
-        for (const instruction& i : program.code)
+        for (const instruction& i : program.code) {
             places += static_cast<std::size_t>(
                 std::count_if(i.operands.begin(), i.operands.end(), [&](const operand& o) {
                     return o.bank == bank::vector && o.number == number;
                 }));
+        }
         if (places == 1)
             return std::nullopt;
         chosen.operands.front().number = number == 20 ? 21 : 20;

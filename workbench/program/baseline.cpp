@@ -236,10 +236,11 @@ void print_json(const std::vector<kernel_state>& states)
         json kernel = {{"kernel", state.difference.name},
                        {"status", name_of(state.difference.status)},
                        {"changed", fingerprint_parts(state.difference)}};
-        if (state.listing != listing_status::not_asked)
+        if (state.listing != listing_status::not_asked) {
             kernel["listing"] = state.listing == listing_status::same      ? "same"
                                 : state.listing == listing_status::changed ? "changed"
                                                                            : "missing";
+        }
         kernels.push_back(std::move(kernel));
     }
     fmt::print("{}", json_text({{"version", 1}, {"kernels", kernels}}));
@@ -290,21 +291,23 @@ void print_lines(const baseline_options& options, const std::vector<kernel_state
 void print_annotations(const baseline_options& options, const std::vector<kernel_state>& states, bool blessed)
 {
     for (const kernel_state& state : states) {
-        if (!state.same())
+        if (!state.same()) {
             fmt::print("{}", github_annotation("error", state.difference.name,
                                                fmt::format("{}: {}", printable(state.difference.name),
                                                            state_text(state, blessed)),
                                                options.file, state.difference.line));
+        }
     }
 }
 
 int check(const baseline_options& options)
 {
     const std::optional<std::string> text = read_file(options.file);
-    if (!text)
+    if (!text) {
         throw std::runtime_error(
             fmt::format("{}: no such file; vorna-kernels baseline bless {} {} --all makes it", options.file,
                         shell_word(options.file), shell_word(options.dumps)));
+    }
     const baseline entries = parse_file(options.file, *text);
     const read_result read = read_set({options.dumps}, options.common);
     if (!require_kernels(read, options.dumps))

@@ -96,6 +96,7 @@ row_alignment align_constants(const std::vector<std::vector<std::uint8_t>>& befo
     std::map<std::vector<std::uint8_t>, std::uint32_t> numbers;
     const auto number = [&](const std::vector<std::vector<std::uint8_t>>& constants) {
         std::vector<std::uint32_t> sequence;
+        sequence.reserve(constants.size());
         for (const std::vector<std::uint8_t>& bytes : constants)
             sequence.push_back(
                 numbers.emplace(bytes, static_cast<std::uint32_t>(numbers.size())).first->second);
@@ -166,10 +167,11 @@ void append_hunks(std::vector<std::string>& lines, const row_alignment& alignmen
     }
     if (left_out != 0)
         lines.push_back(fmt::format("@@ {} more lines that differ @@", left_out));
-    if (!alignment.complete)
+    if (!alignment.complete) {
         lines.emplace_back(
             "@@ too long to be compared line by line: what is between the equal beginnings and "
             "ends is shown as replaced @@");
+    }
 }
 
 } // namespace
