@@ -82,6 +82,9 @@ TEST(Html, HasNothingThatHtmlGivesAMeaning)
     EXPECT_EQ(html("tab\tline\n\x7f"), "tab\\tline\\n\\x7f");
     EXPECT_EQ(html("\xe2\x80\xa8 \xff<"), "\xe2\x80\xa8 \xef\xbf\xbd&lt;");
     EXPECT_EQ(html("plain text"), "plain text");
+    for (const auto& [character, reference] :
+         {std::pair("<", "&lt;"), {">", "&gt;"}, {"&", "&amp;"}, {"\"", "&quot;"}, {"'", "&#39;"}})
+        EXPECT_EQ(html(character), reference);
 }
 
 TEST(Html, JsonCannotEndItsElement)
@@ -135,6 +138,9 @@ TEST(Report, HoldsTheFactsOfEachKernel)
     EXPECT_EQ(kernel["instructions"], 4);
     EXPECT_EQ(kernel["branch"], 3); // bl, cbnz, ret
     EXPECT_EQ(kernel["callees"], nlohmann::json::array({0U}));
+    EXPECT_EQ(kernel["calls"], 1);
+    EXPECT_EQ(kernel["callers"], 0);
+    EXPECT_EQ(data["kernels"][0]["calls"], 0);
     EXPECT_EQ(data["kernels"][0]["callers"], 1);
     EXPECT_THAT(page, HasSubstr("<title>Kernels of dumps</title>"));
     EXPECT_THAT(

@@ -126,6 +126,14 @@ def make_dumps(directory, count, names=()):
     return directory
 
 
+def change_instruction(dump):
+    """Makes the fourth instruction before the last one a NOP."""
+    with open(dump, "r+b") as file:
+        at = file.read().index(bytes.fromhex("c0035fd6")) - 4 * 4
+        file.seek(at)
+        file.write(bytes.fromhex("1f2003d5"))
+
+
 def make_report(dumps, page, *options):
     result = subprocess.run([VORNA_KERNELS, "report", dumps, "-o", page, *options], capture_output=True, text=True,
                             check=False)
@@ -255,10 +263,12 @@ class Report(unittest.TestCase):
         dimmed = self.browser.texts(".strip a.dimmed")
         self.assertTrue(dimmed)
         self.assertFalse([name for name in dimmed if "_1" in name])
-        self.browser.keys(*" code>=160")
-        self.assertEqual(self.column("name"), [n for n, size in code.items() if "_1" in n and size >= 160])
+        limit = code["kernel_12"]
+        self.browser.keys(*f" code>={limit}")
+        self.assertEqual(self.column("name"), [n for n, size in code.items() if "_1" in n and size >= limit])
         self.assertEqual(self.browser.texts("#\\:shown"), [f"{len(self.column('name'))} of 40"])
-        self.browser.keys(*" nobody")
+        self.browser.keys(*" /nobody")
+        self.assertTrue(self.browser.run("return document.getElementById(':filter').value").endswith(" /nobody"))
         self.assertEqual(self.column("name"), [])
         self.browser.keys(ESCAPE)
         self.assertEqual(len(self.column("name")), 40)
@@ -447,12 +457,7 @@ class Report(unittest.TestCase):
         before = self.path("before")
         shutil.copytree(self.few_dumps, before)
         os.remove(os.path.join(before, "39"))
-        shutil.copy(self.few_dumps + "/0", before)
-        with open(os.path.join(before, "5"), "r+b") as dump:  # an instruction of kernel_5 is another
-            image = dump.read()
-            at = image.index(bytes.fromhex("c0035fd6")) - 4 * 4
-            dump.seek(at)
-            dump.write(bytes.fromhex("1f2003d5"))
+        change_instruction(os.path.join(before, "5"))
         after = self.path("after")
         shutil.copytree(self.few_dumps, after)
         os.remove(os.path.join(after, "38"))
@@ -478,13 +483,17 @@ class Report(unittest.TestCase):
         small = self.path("small")
         shutil.copytree(large, small)
         os.remove(os.path.join(small, "200"))
+        before = self.path("small_before")
+        shutil.copytree(small, before)
+        change_instruction(os.path.join(before, "5"))
         listings = """
             return [...document.querySelectorAll('article')].slice(0, 200).map((article) =>
                 article.querySelector('.listing').innerHTML + article.querySelector('.constants').innerHTML)"""
-        self.open(make_report(small, self.path("small.html")))
+        self.open(make_report(small, self.path("small.html"), "--against", before))
         static = self.browser.run(listings)
         self.assertEqual(len(static), 200)
-        self.open(make_report(large, self.path("large.html")))
+        self.assertEqual(len([listing for listing in static if 'class="differs"' in listing]), 1)
+        self.open(make_report(large, self.path("large.html"), "--against", before))
         self.assertGreater(self.browser.run("return document.querySelectorAll('article.undrawn').length"), 100)
         self.browser.run_async("""
             const done = arguments[0];
@@ -514,6 +523,7 @@ class Report(unittest.TestCase):
         self.assertEqual(len(self.column("name")), 200)
         self.browser.run("location.hash = 'kernel_1700+0x20'")
         self.browser.wait_for(*self.browser.in_view("kernel_1700+0x20"))
+        self.assertEqual(self.browser.run("return document.querySelector('.here').id"), "kernel_1700+0x20")
         self.assertGreater(self.browser.run(undrawn), 1800)
         self.browser.click("th[data-key=code] button")
         code = self.numbers("code")
