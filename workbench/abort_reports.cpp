@@ -182,6 +182,25 @@ bool parse_registered_kernel(std::string_view& line, registered_kernel& kernel)
     return true;
 }
 
+// What a line of a log may end with besides its newline: CR, and sequences that set a terminal's colour or
+// clear the rest of its line.
+void remove_line_end(std::string_view& line)
+{
+    while (!line.empty()) {
+        if (line.back() == '\r') {
+            line.remove_suffix(1);
+            continue;
+        }
+        if (line.back() != 'm' && line.back() != 'K')
+            return;
+        const std::size_t escape = line.rfind("\x1b[");
+        if (escape == std::string_view::npos ||
+            line.find_first_not_of("0123456789;", escape + 2) != line.size() - 1)
+            return;
+        line.remove_suffix(line.size() - escape);
+    }
+}
+
 bool contains(std::string_view text, std::string_view words)
 {
     return memmem(text.data(), text.size(), words.data(), words.size()) != nullptr;
@@ -247,8 +266,7 @@ private:
     {
         if (line.size() > longest_line)
             line.remove_prefix(line.size() - longest_line);
-        if (!line.empty() && line.back() == '\r')
-            line.remove_suffix(1);
+        remove_line_end(line);
         if (contains(line, message_begin) && take_message(line))
             return;
         if (contains(line, source_file) && take_assertion(line))
@@ -314,15 +332,18 @@ private:
         log_.reports.push_back(std::move(report));
     }
 
-    // The line without what the message had in front of it: the same words, or as many bytes (a time).
+    // The line without what the message had in front of it: the same words, or, as a time or a number has
+    // them, others that end with the same character, best if they are as long.
     [[nodiscard]] std::string_view without_prefix(std::string_view line) const
     {
         if (starts_with(line, prefix_))
             return line.substr(prefix_.size());
-        if (!starts_with(line, indent) && line.size() > prefix_.size() &&
-            starts_with(line.substr(prefix_.size()), indent))
+        const std::string end_of_prefix = prefix_.back() + std::string(indent);
+        const std::size_t last = prefix_.size() - 1;
+        if (line.size() > last && starts_with(line.substr(last), end_of_prefix))
             return line.substr(prefix_.size());
-        return line;
+        const std::size_t at = line.find(end_of_prefix);
+        return at == std::string_view::npos || starts_with(line, indent) ? line : line.substr(at + 1);
     }
 
     void take_registry_line(std::string_view line)

@@ -11,6 +11,7 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::IsEmpty;
 using vorna::workbench::abort_log;
 using vorna::workbench::abort_report;
 using vorna::workbench::read_abort_reports;
@@ -217,11 +218,36 @@ TEST(AbortReports, AreReadBehindThePrefixesOfALogsLines)
                     ElementsAre("a b  c|0x7f0000|0x10|0x7f0020|0x4", "d|0x7f0000|0x10|0x7f0020|0x4"));
         EXPECT_TRUE(log.listings[0].complete);
     }
+    // Times that are written as short as they can be, and lines that are numbered.
+    for (const auto& prefixes : {std::array{"1.25Z ", "1.3Z ", "2Z ", "2.125Z "},
+                                 std::array{"[9.8] ", "[10.25] ", "[10.5] ", "[11] "},
+                                 std::array{"    98\t", "    99\t", "   100\t", "   101\t"}}) {
+        std::string text;
+        for (std::size_t i = 0; i < std::size(lines); ++i)
+            text += prefixes.at(i) + lines[i];
+        EXPECT_THAT(listing(read_abort_reports(text)),
+                    ElementsAre("a b  c|0x7f0000|0x10|0x7f0020|0x4", "d|0x7f0000|0x10|0x7f0020|0x4"))
+            << text;
+    }
     EXPECT_THAT(ids(read_abort_reports("resolving R_AARCH64_CALL26 reloc but " + message)),
                 ElementsAre("field-filled"));
     // Not a prefix, but what another thread had printed last.
     const abort_log log = read_abort_reports("12345" + message + lines[1]);
     EXPECT_THAT(listing(log), ElementsAre("a b  c|0x7f0000|0x10|0x7f0020|0x4"));
+}
+
+TEST(AbortReports, AreReadWhateverALogsLinesEndWith)
+{
+    for (const std::string end : {"\r", "\x1b[0m", "\x1b[0m\x1b[K", "\x1b[0;39m\r"}) {
+        std::string text;
+        for (const std::string& line : {message, line_of_a, end_of_listing})
+            text += "\x1b[1;31m" + line.substr(0, line.size() - 1) + end + "\n";
+        EXPECT_EQ(listing(read_abort_reports(text)), listing(read_abort_reports(message + line_of_a)));
+        EXPECT_TRUE(read_abort_reports(text).listings.at(0).complete);
+    }
+    EXPECT_THAT(listing(read_abort_reports(message + "  a \t 0x7f0000 0x10 0x7f0020 0x4 1m\n")), IsEmpty());
+    EXPECT_THAT(listing(read_abort_reports(message + "  a \t 0x7f0000 0x10 0x7f0020 0x4\x1b[x1m\n")),
+                IsEmpty());
 }
 
 TEST(AbortReports, OfSeveralThreadsShareTheirListing)
