@@ -2,6 +2,7 @@
 
 #include "workbench/placed_check.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -60,13 +61,15 @@ std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set)
         const auto named = by_name.find(name);
         if (named == by_name.end())
             return {last[kernel] ? where::nowhere : where::unknown, 0};
-        std::size_t target = named->second.front();
-        for (const std::size_t candidate : named->second) { // of several registries, the own
-            if (set.kernels[candidate].mapping == set.kernels[kernel].mapping) {
-                target = candidate;
-                break;
-            }
-        }
+        // Of several registries, the own. Kernels are in the order of their mappings.
+        const auto own =
+            std::lower_bound(named->second.begin(), named->second.end(), set.kernels[kernel].mapping,
+                             [&](std::size_t candidate, std::size_t mapping) {
+                                 return set.kernels[candidate].mapping < mapping;
+                             });
+        const bool found =
+            own != named->second.end() && set.kernels[*own].mapping == set.kernels[kernel].mapping;
+        const std::size_t target = found ? *own : named->second.front();
         if (target > kernel && set.kernels[target].mapping == set.kernels[kernel].mapping)
             return {where::later, 0};
         return {where::placed, set.kernels[target].text_address};

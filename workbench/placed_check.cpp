@@ -199,8 +199,8 @@ public:
 
     void add(const std::string& name)
     {
-        names_.insert(name);
-        by_lower_case_.emplace(lower_case(name), name);
+        if (names_.insert(name).second)
+            by_lower_case_.emplace(lower_case(name), name);
     }
 
     // Looks for those among the kernels added before.

@@ -12,6 +12,7 @@
 #include "workbench/dumps.hpp"
 
 #include <csignal>
+#include <ctime>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -100,6 +101,20 @@ TEST(Checks, TakeOneNameTwiceForTwoRegistriesButInAMapping)
     EXPECT_EQ(found({placed("same", 0x1000, 0x1020, {ret()}), placed("same", 0x5000000, 0x5000080, {ret()}),
                      placed("user", 0x5000020, 0x5000088, {adr(0), ret()}, {{"same", 0, ADR, 0}})}),
               "");
+}
+
+TEST(Checks, TakeTimeInProportionToTheKernelsOfOneName)
+{
+    std::vector<placed_kernel> kernels;
+    for (std::uint64_t page = 0x1000; page <= 0xc000000; page += 0x1000) {
+        const bool calls = page > 0x6000000;
+        kernels.push_back(placed(calls ? "caller" : "callee", page, page + 0x20, {bl(), ret()}));
+        if (calls)
+            kernels.back().relocs = {{"callee", 0, BL, 0}};
+    }
+    const std::clock_t begin = std::clock();
+    EXPECT_NE(found(kernels), "");
+    EXPECT_LT((std::clock() - begin) / CLOCKS_PER_SEC, 5);
 }
 
 TEST(Checks, TakeAMissingTargetForTheEndOnlyWhereTheProcessMayHaveEnded)
