@@ -9,6 +9,7 @@
 #include <elf.h>
 #include <fmt/format.h>
 #include <set>
+#include <stdexcept>
 
 namespace vorna::workbench {
 
@@ -136,6 +137,9 @@ void append(std::string& comment, const std::string& text)
 kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
                            bool linked)
 {
+    if (kernel.text.size() > largest_listing)
+        throw std::runtime_error(fmt::format("{}: {} of code, more than is listed", kernel.name,
+                                             counted(kernel.text.size(), "byte")));
     kernel_listing listing;
     listing.instructions = kernel.text.size() / word_size;
     for (const std::size_t caller : set.callers[static_cast<std::size_t>(&kernel - set.kernels.data())])

@@ -31,14 +31,18 @@ struct kernel_listing {
     std::vector<listing_row> rows;
 };
 
+/// Bytes of code beyond which a kernel is not listed: its rows take some fifty times their size.
+inline constexpr std::size_t largest_listing = std::size_t{4} << 20;
+
 /// Lists a kernel of the set. With `linked` the relocations are applied, and their targets stand in the text;
 /// one that cannot be applied leaves the word as it is and is told in the comment. Otherwise the words are
-/// those that were generated, and the relocations are comments.
+/// those that were generated, and the relocations are comments. Throws std::runtime_error for a kernel that
+/// is larger than the largest listing.
 kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
                            bool linked = true);
 
 /// Lists a kernel by itself: targets by name, words as they were generated. Nothing in it depends on where
-/// the kernel and its callees were placed.
+/// the kernel and its callees were placed. Throws as list_kernel does.
 kernel_listing list_without_addresses(const placed_kernel& kernel, disassembler& disassembler);
 
 /// The row as the command `show` prints it, without colour and newline, and without its label; the offset

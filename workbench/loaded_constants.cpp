@@ -79,8 +79,24 @@ std::string number_text(const std::uint8_t* bytes, const element& element)
     return fmt::format("{}", static_cast<std::int64_t>(value << unused_bits) >> unused_bits);
 }
 
+/// Whether operands name the FP and SIMD register, under any of its names: "v7.2d", "d7", "z7.d".
+bool names_register(std::string_view operands, unsigned number)
+{
+    const std::string digits = std::to_string(number);
+    for (std::size_t at = operands.find(digits); at != std::string_view::npos;
+         at = operands.find(digits, at + 1)) {
+        const auto is_in = [&](std::size_t index, std::string_view characters) {
+            return index < operands.size() && characters.find(operands[index]) != std::string_view::npos;
+        };
+        if (at > 0 && is_in(at - 1, "vzbhsdq") && !is_in(at + digits.size(), "0123456789") &&
+            (at == 1 || is_in(at - 2, " {[")))
+            return true;
+    }
+    return false;
+}
+
 /// The size of the elements as which an instruction's text names the vector register: 8 for "v7.2d" and
-/// "v7.d[0]"; 0 if it does not name it. `behind` is where the first source operand begins.
+/// "v7.d[0]"; 0 if it does not name it.
 std::size_t element_size_in(std::string_view operands, unsigned number)
 {
     const std::string name = fmt::format("v{}.", number);
@@ -114,19 +130,25 @@ element used_as(const std::vector<listing_row>& rows, std::size_t load, unsigned
                                                               "mls",   "cmeq", "cmgt", "cmhi", "scvtf",
                                                               "ucvtf", "sshl", "ushl", "tbl",  "tbx"};
     const element doubles = {number_kind::floating_point, 8};
-    for (std::size_t i = load + 1; i < rows.size() && rows[i].label.empty(); ++i) {
+    constexpr std::size_t farthest = 1000; // instructions, beyond which nobody would look either
+    const std::size_t end = std::min(rows.size(), load + 1 + farthest);
+    for (std::size_t i = load + 1; i < end && rows[i].label.empty(); ++i) {
         const std::string_view text = rows[i].text;
         const std::size_t blank = std::min(text.find(' '), text.size());
         const std::string_view mnemonic = text.substr(0, blank);
         const std::string_view operands = text.substr(std::min(blank + 1, text.size()));
-        const std::size_t size = element_size_in(operands, number);
+        const std::size_t comma = std::min(operands.find(','), operands.size());
+        const std::string_view destination = operands.substr(0, comma);
+        const std::string_view sources = operands.substr(comma);
+        const std::size_t source_size = element_size_in(sources, number);
+        const std::size_t size = source_size != 0 ? source_size : element_size_in(destination, number);
         if (size > 1 && mnemonic.front() == 'f')
             return {number_kind::floating_point, size};
         if (size != 0 && std::find(std::begin(integer_arithmetic), std::end(integer_arithmetic), mnemonic) !=
                              std::end(integer_arithmetic))
             return {number_kind::signed_integer, size};
-        const std::string_view sources = operands.substr(std::min(operands.find(','), operands.size()));
-        const bool overwritten = size != 0 && element_size_in(sources, number) == 0;
+        const bool overwritten = names_register(destination, number) && !names_register(sources, number) &&
+                                 !starts_with(mnemonic, "st");
         if (overwritten || wfta::ends_block(rows[i].word))
             break;
     }
@@ -260,7 +282,8 @@ describe_loads(const kernel_set& set, const placed_kernel& kernel, const std::ve
     // Where a loop begins nothing is known of a register any more. A load that walks through a table begins
     // with what the register holds when the loop is entered: as if the branches back were not there.
     const std::vector<loop> loops = find_loops(rows);
-    if (loops.empty())
+    constexpr std::size_t most_loops = 1000; // all are searched for each load
+    if (loops.empty() || loops.size() > most_loops)
         return comments;
     constexpr std::uint32_t nop = 0xd503201f;
     std::vector<std::uint8_t> first_pass = kernel.text;
@@ -269,10 +292,11 @@ describe_loads(const kernel_set& set, const placed_kernel& kernel, const std::ve
     for (const known_access& access :
          wfta::known_accesses(kernel.name, first_pass, kernel.relocs, address_of)) {
         constexpr std::size_t values = 4;
+        if (!walks(rows, loops, access))
+            continue;
         const std::size_t values_each = std::max<std::size_t>(
             1, access.access.bytes / element_of(access.access, rows, access.offset / word_size).size);
-        if (walks(rows, loops, access))
-            add(access, std::max<std::size_t>(1, values / values_each));
+        add(access, std::max<std::size_t>(1, values / values_each));
     }
     return comments;
 }

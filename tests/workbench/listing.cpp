@@ -10,6 +10,7 @@
 #include "tests/support/tool.hpp"
 #include "workbench/linking.hpp"
 
+#include <ctime>
 #include <elf.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -252,10 +253,19 @@ TEST(Listing, TakesAVectorForWhatTheNextInstructionTakesItFor)
     EXPECT_EQ(comment_of<std::int16_t>({"ldr d7, [x3]", "mul v0.4h, v1.4h, v7.4h"}, {1, -1, 2, -2}),
               ".rodata  {1, -1, 2, -2}");
     EXPECT_EQ(comment_of({"ldr d7, [x3]", "fmul v0.2s, v1.2s, v7.2s"}, floats), ".rodata  {1.0, 2.0}");
+    EXPECT_EQ(
+        comment_of({"ldr q7, [x3]", "st1 {v7.4s}, [x0]", "str q7, [x0]", "fadd v0.4s, v7.4s, v7.4s"}, floats),
+        as_floats);
+    // As it is read, not as it is written.
+    EXPECT_EQ(comment_of({"ldr d7, [x3]", "fcvtl v7.2d, v7.2s"}, floats), ".rodata  {1.0, 2.0}");
     // Not of the same register, behind another value in it, or behind a branch.
     EXPECT_EQ(comment_of({"ldr q7, [x3]", "fadd v0.4s, v17.4s, v17.4s"}, floats), as_doubles);
     EXPECT_EQ(comment_of({"ldr q7, [x3]", "mov v7.16b, v1.16b", "fadd v0.4s, v7.4s, v7.4s"}, floats),
               as_doubles);
+    for (const char* other : {"ldr q7, [x4]", "fmov d7, x0", "ld1 {v7.4s}, [x4]", "ldr z7, [x4]"})
+        EXPECT_EQ(comment_of({"ldr q7, [x3]", other, "fadd v0.4s, v7.4s, v7.4s"}, floats), as_doubles);
+    for (const char* another : {"ldr q17, [x4]", "ldr x7, [x4]", "ldr q0, [x7]"})
+        EXPECT_EQ(comment_of({"ldr q7, [x3]", another, "fadd v0.4s, v7.4s, v7.4s"}, floats), as_floats);
     EXPECT_EQ(comment_of({"ldr q7, [x3]", "ret", "fadd v0.4s, v7.4s, v7.4s"}, floats), as_doubles);
 }
 
@@ -300,6 +310,39 @@ TEST(Listing, ShowsTheFirstValuesOfATableThatIsWalkedThrough)
     EXPECT_EQ(comments({"ldr w6, [x3], #4", "add x3, x3, #4", "cbnz x6, #-8"}, table), "");
     EXPECT_EQ(comments({"ldr w6, [x3]", "cbnz x6, #-4"}, table), "");
     EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #4"}, table), ".rodata+0x4  10");
+}
+
+TEST(Listing, TakesTimeInProportionToTheRows)
+{
+    const auto comment = [](const std::vector<std::string>& lines) {
+        const std::vector<std::uint32_t> pattern = assemble(lines);
+        std::vector<std::uint32_t> words = {a64::adr(3)};
+        while (words.size() < 100'000)
+            words.insert(words.end(), pattern.begin(), pattern.end());
+        const kernel_set set = make_kernel_set({placed(
+            "k", 0x10000, words, {{".rodata.k", 0, R_AARCH64_ADR_PREL_LO21, 0}}, bytes_of<double>({1, 2}))});
+        return list(set, "k").rows[1].comment;
+    };
+    const std::clock_t begin = std::clock();
+    EXPECT_EQ(comment({"ldr q7, [x3]"}), ".rodata  {1.0, 2.0}");
+    EXPECT_EQ(comment({"ldp q0, q1, [x3]", "str q0, [x1]"}),
+              ".rodata, outside the constants, which have 16 bytes");
+    EXPECT_EQ(comment({"ldr x6, [x3], #8", "cbnz x6, #-4"}), "");
+    // Searched to the end for each load, these rows would take minutes.
+    EXPECT_LT((std::clock() - begin) / CLOCKS_PER_SEC, 30);
+}
+
+TEST(Listing, OfMoreThanItsLargestSizeIsRefused)
+{
+    placed_kernel kernel = placed("k", 0x10000, {});
+    kernel.text.resize(largest_listing + 1);
+    const kernel_set set = make_kernel_set({kernel});
+    try {
+        list(set, "k");
+        ADD_FAILURE();
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "k: 4194305 bytes of code, more than is listed");
+    }
 }
 
 // What the generator or a hostile file may hold: words at random, offsets and addends anywhere.
@@ -438,6 +481,18 @@ TEST_F(ShowCommand, NamesTheNearestOfANameThatIsNotThere)
     EXPECT_EQ(show.exit_status, 2);
     EXPECT_EQ(show.err, "vorna-kernels: no kernel calle in the dumps; the nearest name is caller\n");
     EXPECT_THAT(show.out, testing::StartsWith("caller  0x10000"));
+}
+
+TEST_F(ShowCommand, ListsTheOthersWhereAKernelIsTooLarge)
+{
+    tessjit::elf_data elf;
+    elf.fns.emplace_back("large", address(0x1000000), std::vector<std::uint8_t>(largest_listing + 4),
+                         address(0x2000000), std::vector<std::uint8_t>(), std::vector<tessjit::reloc_info>());
+    write_file(directory.path() / "large", to_string(tessjit::emit_elf(elf)));
+    const child_result show = run_tool({VORNA_KERNELS, "show", "."}, directory.path());
+    EXPECT_EQ(show.exit_status, 2);
+    EXPECT_EQ(show.err, "vorna-kernels: large: 4194308 bytes of code, more than is listed\n");
+    EXPECT_THAT(show.out, HasSubstr("caller  0x10000"));
 }
 
 TEST_F(ShowCommand, SaysThatThereAreNoDumps)

@@ -79,6 +79,8 @@ std::vector<std::int64_t> times_of_files(const kernel_set& set)
 // The refused instruction between its neighbours.
 void print_instructions(const kernel_set& set, const abort_explanation& found, bool colour_enabled)
 {
+    if (set.kernels[*found.dump].text.size() > largest_listing)
+        return;
     constexpr std::size_t neighbours = 2;
     disassembler disassembler;
     std::vector<listing_row> rows = list_kernel(set, set.kernels[*found.dump], disassembler).rows;

@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 #include <memory>
+#include <optional>
+#include <stdexcept>
 
 namespace vorna::workbench {
 
@@ -62,13 +64,22 @@ int show(const show_options& options)
         return in_trouble;
     const bool colour = use_colour(options.common);
     disassembler disassembler;
-    json kernels = json::array();
+    // Kernel by kernel, since the listings of all would be many times the size of their dumps.
+    std::optional<json_array_document> document;
+    if (options.common.format == "json")
+        document.emplace("kernels");
     bool first = true;
     for (const placed_kernel* kernel : select_kernels(read.set, options.kernels, read.trouble)) {
-        const listed_kernel listed = {*kernel,
-                                      list_kernel(read.set, *kernel, disassembler, !options.unlinked)};
-        if (options.common.format == "json") {
-            kernels.push_back(to_json(listed));
+        listed_kernel listed = {*kernel, {}};
+        try {
+            listed.listing = list_kernel(read.set, *kernel, disassembler, !options.unlinked);
+        } catch (const std::runtime_error& error) {
+            report_trouble(error.what());
+            read.trouble = true;
+            continue;
+        }
+        if (document) {
+            document->add(to_json(listed));
             continue;
         }
         if (!first)
@@ -76,8 +87,8 @@ int show(const show_options& options)
         first = false;
         print_text(listed, colour);
     }
-    if (options.common.format == "json")
-        fmt::print("{}", json_text({{"version", 1}, {"kernels", kernels}}));
+    if (document)
+        document->finish();
     return read.trouble ? in_trouble : nothing_found;
 }
 
