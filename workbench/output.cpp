@@ -16,6 +16,8 @@ std::string printable(std::string_view name)
             text += "\\t";
         else if (byte < 0x20 || byte == 0x7f)
             text += fmt::format("\\x{:02x}", byte);
+        else if (byte >= 0x80 && byte < 0xa0 && !text.empty() && text.back() == '\xc2')
+            text.replace(text.size() - 1, 1, fmt::format("\\x{:02x}", byte)); // U+0080 to U+009F in UTF-8
         else
             text += c;
     }

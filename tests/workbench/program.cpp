@@ -162,6 +162,16 @@ TEST_F(Program, KeepsAnEscapeSequenceInANameFromTheTerminal)
     EXPECT_THAT(result.out, Not(HasSubstr("\x1b")));
 }
 
+TEST_F(Program, KeepsAControlCharacterOfUnicodeFromTheTerminal)
+{
+    dump("evil\xc2\x9b"
+         "31m \xc2\xa0\xc3\x9f",
+         0x1040, 0x1090); // CSI; a blank and a letter
+    const child_result result = run({"show", "."});
+    EXPECT_THAT(result.out, HasSubstr("evil\\x9b31m \xc2\xa0\xc3\x9f"));
+    EXPECT_THAT(result.out, Not(HasSubstr("\xc2\x9b")));
+}
+
 TEST_F(Program, EndsQuietlyWhenNobodyReadsItsOutput)
 {
     const child_result result = support::run_tool(
