@@ -180,6 +180,23 @@ TEST_F(Program, EndsQuietlyWhenNobodyReadsItsOutput)
     EXPECT_EQ(result.err, "");
 }
 
+TEST_F(Program, EndsAsEverWhereTroubleCannotBeTold)
+{
+    for (const std::string redirection : {"2>&-", "2>/dev/full"}) {
+        const child_result result = support::run_tool(
+            {"bash", "-c", "'" VORNA_KERNELS "' show absent " + redirection}, directory.path());
+        EXPECT_EQ(result.exit_status, 2) << redirection << result;
+    }
+}
+
+TEST_F(Program, TakesAClosedOutputForTrouble)
+{
+    const child_result result =
+        support::run_tool({"bash", "-c", "'" VORNA_KERNELS "' show . >&-"}, directory.path());
+    EXPECT_EQ(result.exit_status, 2);
+    EXPECT_EQ(result.err, "vorna-kernels: cannot write the output: Bad file descriptor\n");
+}
+
 TEST_F(Program, TakesAFullDiskForTrouble)
 {
     const child_result result =

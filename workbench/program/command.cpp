@@ -32,7 +32,8 @@ bool use_colour(const common_options& options)
 
 void report_trouble(const std::string& text)
 {
-    fmt::print(stderr, "vorna-kernels: {}\n", printable(text));
+    const std::string line = fmt::format("vorna-kernels: {}\n", printable(text));
+    std::fwrite(line.data(), 1, line.size(), stderr); // where it fails there is nobody to tell
 }
 
 read_result read_set(const std::vector<std::string>& paths, const common_options& options)
