@@ -9,6 +9,7 @@
 #include <gelf.h>
 #include <limits>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -223,15 +224,19 @@ std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
 
 namespace {
 
-enum class file_kind { dump, empty, not_elf, not_object };
+enum class file_kind { dump, read_before, empty, not_elf, not_object };
 
 std::string error_text()
 {
     return std::strerror(errno);
 }
 
+/// Files by device and inode: one may have several names, and be named several times.
+using file_set = std::set<std::pair<dev_t, ino_t>>;
+
 // Throws std::runtime_error with what is wrong.
-file_kind read_file(const std::string& path, std::vector<placed_kernel>& kernels, std::vector<char>& buffer)
+file_kind read_file(const std::string& path, std::vector<placed_kernel>& kernels, std::vector<char>& buffer,
+                    file_set& files_read)
 {
     constexpr std::size_t largest = std::size_t{1} << 30;
     struct stat status;
@@ -247,6 +252,8 @@ file_kind read_file(const std::string& path, std::vector<placed_kernel>& kernels
         throw std::runtime_error(error_text());
     if (!S_ISREG(status.st_mode))
         return file_kind::not_elf;
+    if (!files_read.emplace(status.st_dev, status.st_ino).second)
+        return file_kind::read_before;
     if (status.st_size == 0)
         return file_kind::empty;
     char magic[SELFMAG];
@@ -281,10 +288,12 @@ dump_reading read_dumps(const std::vector<std::string>& paths, const reading_pro
     dump_reading reading;
     std::vector<placed_kernel> kernels;
     std::vector<char> buffer;
+    file_set files_read;
     const auto read_one = [&](const std::string& path, bool named) {
         try {
-            switch (read_file(path, kernels, buffer)) {
+            switch (read_file(path, kernels, buffer, files_read)) {
             case file_kind::dump:
+            case file_kind::read_before:
                 break;
             case file_kind::empty: // which is what a process that is killed leaves of a dump
                 reading.troubles.push_back(path + ": empty");
@@ -300,24 +309,30 @@ dump_reading read_dumps(const std::vector<std::string>& paths, const reading_pro
             reading.troubles.push_back(fmt::format("{}: {}", path, error.what()));
         }
     };
+    struct found_file {
+        std::string path;
+        bool named;
+    };
+    std::vector<found_file> files;
     for (const std::string& path : paths) {
         std::error_code error;
         if (!std::filesystem::is_directory(path, error)) {
-            read_one(path, true);
+            files.push_back({path, true});
             continue;
         }
-        std::vector<std::string> files;
+        const auto first = static_cast<std::ptrdiff_t>(files.size());
         for (std::filesystem::directory_iterator entry(path, error), end; !error && entry != end;
              entry.increment(error))
-            files.push_back(entry->path().string());
+            files.push_back({entry->path().string(), false});
         if (error)
             reading.troubles.push_back(fmt::format("{}: {}", path, error.message()));
-        std::sort(files.begin(), files.end());
-        for (std::size_t i = 0; i < files.size(); ++i) {
-            read_one(files[i], false);
-            if (progress)
-                progress(i + 1, files.size());
-        }
+        std::sort(files.begin() + first, files.end(),
+                  [](const found_file& a, const found_file& b) { return a.path < b.path; });
+    }
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        read_one(files[i].path, files[i].named);
+        if (progress)
+            progress(i + 1, files.size());
     }
     reading.set = make_kernel_set(std::move(kernels));
     if (const auto overlap = find_overlap(reading.set)) {

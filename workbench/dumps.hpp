@@ -18,11 +18,11 @@ struct dump_reading {
         passed_over; ///< what is no ELF file, or no object file, in a directory, a line each
 };
 
-/// Told, while files of a directory are read, how many of how many are done.
+/// Told, while files are read, how many of how many are done.
 using reading_progress = std::function<void(std::size_t done, std::size_t all)>;
 
 /// Reads every dump: each of `paths` is a file, or a directory (not its subdirectories) of which every ELF
-/// file is read. Kernels that overlap are a trouble, in one line that names both, and leave the set empty:
+/// file is read; a file that is there twice is read once. Kernels that overlap are a trouble, in one line that names both, and leave the set empty:
 /// they are of two runs. Reports what is wrong with a file in one line and goes on with the others.
 dump_reading read_dumps(const std::vector<std::string>& paths, const reading_progress& progress = {});
 

@@ -119,6 +119,14 @@ TEST_F(Program, RefusesDumpsOfTwoRuns)
         "./wfta_short_4 and ./other: wfta_short_4 and other are placed in the same memory: dumps of two runs");
 }
 
+TEST_F(Program, ReadsAFileOnceThatIsThereTwice)
+{
+    std::filesystem::create_symlink("wfta_short_3", directory.path() / "link");
+    const child_result result = run({"check", ".", "wfta_short_4"});
+    EXPECT_EQ(result.err, "");
+    EXPECT_THAT(result.out, testing::StartsWith("2 kernels, "));
+}
+
 TEST_F(Program, TakesOneDump)
 {
     const child_result result = run({"show", "wfta_short_3"});
