@@ -300,6 +300,18 @@ TEST_F(CheckCommand, TakesFilesAndDirectoriesAndGoesOnBehindTrouble)
     EXPECT_THAT(result.err, testing::HasSubstr("vorna-kernels: absent: "));
 }
 
+TEST_F(CheckCommand, TakesDirectoriesWithoutDumpsForTrouble)
+{
+    std::filesystem::create_directory(directory.path() / "none");
+    const child_result one = check({"none"});
+    EXPECT_EQ(one.exit_status, 2);
+    EXPECT_EQ(one.out, "");
+    EXPECT_EQ(one.err, "vorna-kernels: none: no dumps in it\n");
+    EXPECT_EQ(check({"none", ".", "--format=json"}).err, "vorna-kernels: none, .: no dumps in it\n");
+    dump(placed("k", 0x1000, 0x1080, {ret()}));
+    EXPECT_EQ(check({"none", "."}).exit_status, 0);
+}
+
 TEST_F(CheckCommand, MakesNamesPrintable)
 {
     placed_kernel kernel = placed("two\nlines", 0x1000, 0x1080, {ret()});

@@ -209,6 +209,12 @@ TEST_F(Explain, EndsWithTwoInTroubleAndStillExplains)
     EXPECT_THAT(broken.err, StartsWith("vorna-kernels: broken: "));
     EXPECT_EQ(broken.exit_status, 2);
 
+    std::filesystem::create_directory(directory_.path() / "none");
+    const child_result none = explain({"log", "--dumps", "none"});
+    EXPECT_EQ(none.out, explained_without_dumps);
+    EXPECT_EQ(none.err, "vorna-kernels: none: no dumps in it\n");
+    EXPECT_EQ(none.exit_status, 2);
+
     write_dump();
     write_dump(0x5502d5e008, "dumps/other"); // overlaps
     const child_result two = explain({"log", "--dumps", "dumps"});

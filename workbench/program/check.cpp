@@ -144,6 +144,8 @@ void print_json(const checked_set& checked)
 int check(const check_options& options)
 {
     const read_result read = read_set(options.dumps, options.common);
+    if (!require_kernels(read, few_of(options.dumps)))
+        return in_trouble;
     checked_set checked = {read.set, check_dumps(read.set)};
     for (const placed_kernel& kernel : read.set.kernels)
         checked.relocations += kernel.relocs.size();

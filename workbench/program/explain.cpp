@@ -182,7 +182,7 @@ int explain(const explain_options& options)
     dumps_of_process dumps;
     if (!options.dumps.empty() && !log.reports.empty()) {
         read_result read = read_set({options.dumps}, options.common);
-        trouble = read.trouble;
+        trouble = !require_kernels(read, options.dumps) || read.trouble;
         dumps.set = std::move(read.set);
         dumps.written = times_of_files(dumps.set);
     }
