@@ -46,6 +46,13 @@ protected:
         EXPECT_EQ(result.err, "vorna-kernels: " + line + "\n");
     }
 
+    static void expect_narrow(const std::string& text)
+    {
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_LE(line.size(), 100U) << line;
+    }
+
     temp_directory directory;
 };
 
@@ -54,15 +61,46 @@ TEST_F(Program, SaysWhatItsCommandsAre)
     const child_result help = run({"--help"});
     EXPECT_EQ(help.exit_status, 0);
     EXPECT_EQ(help.err, "");
-    for (const char* command : {"profile", "show"}) {
-        EXPECT_THAT(help.out, HasSubstr("\n  " + std::string(command) + " "));
+    expect_narrow(help.out);
+    // In the order in which somebody new needs them.
+    std::size_t at = help.out.find("\nSubcommands:\n");
+    for (const std::string command :
+         {"explain", "check", "show", "link", "objdump", "diff", "baseline", "profile", "report"}) {
+        at = help.out.find("\n  " + command + " ", at);
+        ASSERT_NE(at, std::string::npos) << command;
         const child_result own = run({command, "--help"});
         EXPECT_EQ(own.exit_status, 0) << own;
-        EXPECT_THAT(own.out, HasSubstr("--format {text,json")) << command;
-        std::istringstream lines(own.out);
-        for (std::string line; std::getline(lines, line);)
-            EXPECT_LE(line.size(), 100U) << command << ": " << line;
+        EXPECT_EQ(own.err, "");
+        EXPECT_THAT(own.out, HasSubstr("\nUsage: vorna-kernels " + command + " "));
+        expect_narrow(own.out);
+        const bool prints = command != "baseline" && command != "objdump"; // their parts, another program
+        EXPECT_EQ(own.out.find("--format {text,json") != std::string::npos, prints) << command;
     }
+    EXPECT_THAT(help.out.substr(at), HasSubstr("\nTo start, in an empty directory:\n"));
+}
+
+TEST_F(Program, ShowsOptionsThatAreRequiredInTheUsage)
+{
+    EXPECT_THAT(run({"link", "--help"}).out,
+                HasSubstr("\nUsage: vorna-kernels link -o IMAGE [OPTIONS] DUMPS\n"));
+    EXPECT_THAT(run({"objdump", "--help"}).out,
+                HasSubstr("\nUsage: vorna-kernels objdump --image IMAGE [OPTIONS]\n"));
+}
+
+TEST_F(Program, MakesItsManualPageOfItsHelp)
+{
+    const child_result page = run({"--man-page"});
+    EXPECT_EQ(page.exit_status, 0);
+    for (const char* line : {".B vorna\\-kernels check\n[\\fIOPTIONS\\fR] \\fIDUMPS...\\fR\n",
+                             ".B vorna\\-kernels link\n\\-o IMAGE [\\fIOPTIONS\\fR] \\fIDUMPS\\fR\n",
+                             ".B vorna\\-kernels baseline bless\n", ".SS report\n", "\n.SH EXAMPLES\n",
+                             "Exit status: 0 explained, 1 no report in the input, 2 trouble.\n"})
+        EXPECT_THAT(page.out, HasSubstr(line));
+    const child_result read = support::run_tool(
+        {"bash", "-c", "'" VORNA_KERNELS "' --man-page | groff -man -ww -z"}, directory.path());
+    if (read.exit_status == 127)
+        GTEST_SKIP() << "groff is not installed";
+    EXPECT_EQ(read.err, "");
 }
 
 TEST_F(Program, SaysItsVersion)
@@ -72,8 +110,9 @@ TEST_F(Program, SaysItsVersion)
 
 TEST_F(Program, TakesWrongArgumentsForTroubleInOneLine)
 {
-    expect_trouble({}, "A subcommand is required");
-    expect_trouble({"shwo"}, "A subcommand is required");
+    expect_trouble({}, "a command is required; vorna-kernels --help lists them");
+    expect_trouble({"shwo"}, "shwo is no command; vorna-kernels --help lists them");
+    expect_trouble({"baseline", "chekc"}, "chekc is no command; vorna-kernels baseline --help lists them");
     expect_trouble({"show"}, "DUMPS is required");
     expect_trouble({"show", ".", "--format=xml"}, "--format: xml not in {text,json}");
     expect_trouble({"show", ".", "--color=blue"}, "--color: blue not in {always,never,auto}");

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <string_view>
+#include <vector>
 
 namespace vorna::workbench {
 
@@ -11,6 +12,27 @@ std::string help_formatter::make_option_opts(const CLI::Option* option) const
         return "";
     const std::string type = option->get_type_name(); // "TEXT", or "TEXT:" and the possible values
     return " " + type.substr(type.find(':') + 1);
+}
+
+// "-o IMAGE"
+static std::string required_option(const CLI::Option& option)
+{
+    const std::string name =
+        option.get_snames().empty() ? "--" + option.get_lnames().front() : "-" + option.get_snames().front();
+    return name + " " + option.get_type_name();
+}
+
+static std::vector<const CLI::Option*> required_options(const CLI::App& app)
+{
+    return app.get_options([](const CLI::Option* o) { return o->get_required() && !o->get_positional(); });
+}
+
+std::string help_formatter::make_usage(const CLI::App* app, std::string name) const
+{
+    std::string usage = CLI::Formatter::make_usage(app, std::move(name));
+    for (const CLI::Option* const option : required_options(*app))
+        usage.insert(usage.find(" [OPTIONS]"), " " + required_option(*option));
+    return usage;
 }
 
 // Text as roff takes it: hyphens that can be copied, no escapes, no line that begins like a macro.
@@ -47,41 +69,56 @@ static std::string options_of(const CLI::App& app)
     return text;
 }
 
-static std::string synopsis(const CLI::App& command)
+static std::vector<const CLI::App*> commands_of(const CLI::App& app)
 {
-    std::string text = fmt::format(".B vorna\\-kernels {}\n[\\fIOPTIONS\\fR]", roff(command.get_name()));
+    return app.get_subcommands([](const CLI::App*) { return true; });
+}
+
+static std::string synopsis(const CLI::App& command, const std::string& words)
+{
+    if (const std::vector<const CLI::App*> parts = commands_of(command); !parts.empty()) {
+        std::string text;
+        for (const CLI::App* const part : parts)
+            text += synopsis(*part, words + " " + part->get_name());
+        return text;
+    }
+    std::string text = fmt::format(".B {}\n", roff(words));
+    for (const CLI::Option* const option : required_options(command))
+        text += roff(required_option(*option)) + " ";
+    text += "[\\fIOPTIONS\\fR]";
     for (const CLI::Option* const option : command.get_options()) {
         if (!option->get_positional())
             continue;
         const std::string name = option->get_name(true) + (option->get_items_expected_max() > 1 ? "..." : "");
         text += fmt::format(option->get_required() ? " \\fI{}\\fR" : " [\\fI{}\\fR]", roff(name));
     }
-    return text + "\n";
+    return text + "\n.br\n";
 }
 
-std::string man_page(const CLI::App& program, const std::string& version)
+std::string man_page(const CLI::App& program, const help_texts& texts)
 {
-    const std::vector<const CLI::App*> commands =
-        program.get_subcommands([](const CLI::App*) { return true; });
+    const auto words = [&](const CLI::App& command) { return program.get_name() + " " + command.get_name(); };
     std::string text =
         fmt::format(".TH VORNA\\-KERNELS 1 \"\" \"vorna\\-kernels {}\" \"User Commands\"\n"
                     ".SH NAME\nvorna\\-kernels \\- workbench for generated machine\\-code kernels\n"
                     ".SH SYNOPSIS\n",
-                    version);
-    for (const CLI::App* const command : commands)
-        text += synopsis(*command) + ".br\n";
+                    texts.version);
+    for (const CLI::App* const command : commands_of(program))
+        text += synopsis(*command, words(*command));
     text += ".SH DESCRIPTION\n" + roff(program.get_description()) + "\n.SH OPTIONS\n" + options_of(program);
     text += ".SH COMMANDS\n";
-    for (const CLI::App* const command : commands) {
-        text += fmt::format(".SS {}\n{}\n.PP\n{}{}", roff(command->get_name()),
-                            roff(command->get_description()), synopsis(*command), options_of(*command));
-        for (const CLI::App* const part : command->get_subcommands([](const CLI::App*) { return true; }))
+    for (const CLI::App* const command : commands_of(program)) {
+        text +=
+            fmt::format(".SS {}\n{}\n.PP\n{}{}", roff(command->get_name()), roff(command->get_description()),
+                        synopsis(*command, words(*command)), options_of(*command));
+        for (const CLI::App* const part : commands_of(*command))
             text += fmt::format(".TP\n.B {} {}\n{}\n.RS\n{}.RE\n", roff(command->get_name()),
                                 roff(part->get_name()), roff(part->get_description()), options_of(*part));
-        if (command->get_footer() != program.get_footer())
+        if (command->get_footer() != texts.exit_statuses)
             text += ".PP\n.nf\n" + roff(command->get_footer()) + "\n.fi\n";
     }
-    return text + ".SH EXIT STATUS\n" + roff(program.get_footer()) + "\n";
+    text += ".SH EXAMPLES\n.nf\n" + roff(texts.examples) + "\n.fi\n";
+    return text + ".SH EXIT STATUS\n" + roff(texts.exit_statuses) + "\n";
 }
 
 } // namespace vorna::workbench

@@ -142,7 +142,7 @@ void add_link(CLI::App& program, int& status)
     CLI::App* const command =
         program.add_subcommand("link", "Make one image of all kernels at their addresses, for gdb and perf");
     command->add_option("DUMPS", options->dumps, "Directory of dumps, or one dump")->required();
-    command->add_option("-o,--output", options->image, "The image")->required();
+    command->add_option("-o,--output", options->image, "The file to write")->type_name("IMAGE")->required();
     add_common_options(*command, options->common, {"text", "json"});
     command->callback([options, &status] { status = link(*options); });
 }

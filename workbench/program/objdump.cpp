@@ -100,15 +100,18 @@ void run_objdump(const objdump_options& options, std::vector<std::string> argume
 void add_objdump(CLI::App& program)
 {
     const auto options = std::make_shared<objdump_options>();
-    CLI::App* const command = program.add_subcommand(
-        "objdump",
-        "Stand in for perf's objdump: perf annotate --objdump='vorna-kernels objdump --image=IMAGE'");
+    CLI::App* const command =
+        program.add_subcommand("objdump", "Stand in for objdump, so that perf annotate shows kernels");
     command->set_help_flag("--help", "Print this help message and exit"); // -h is one of objdump's options
     command->add_option("--image", options->image, "Image that link made, in the place of a perf map (*.map)")
+        ->type_name("IMAGE")
         ->required();
-    command->add_option("--objdump", options->program,
-                        "The real program; without it, one that knows the machine of the file");
-    command->footer("Everything behind these options goes to objdump.");
+    command
+        ->add_option("--objdump", options->program,
+                     "The real program; without it, one that knows the machine of the file")
+        ->type_name("PROGRAM");
+    command->footer("  perf annotate --objdump='vorna-kernels objdump --image=IMAGE'\n"
+                    "Everything behind these options goes to objdump.");
     command->prefix_command();
     command->callback([options, command] { run_objdump(*options, command->remaining()); });
 }
