@@ -76,12 +76,6 @@ static std::vector<const CLI::App*> commands_of(const CLI::App& app)
 
 static std::string synopsis(const CLI::App& command, const std::string& words)
 {
-    if (const std::vector<const CLI::App*> parts = commands_of(command); !parts.empty()) {
-        std::string text;
-        for (const CLI::App* const part : parts)
-            text += synopsis(*part, words + " " + part->get_name());
-        return text;
-    }
     std::string text = fmt::format(".B {}\n", roff(words));
     for (const CLI::Option* const option : required_options(command))
         text += roff(required_option(*option)) + " ";
@@ -95,22 +89,32 @@ static std::string synopsis(const CLI::App& command, const std::string& words)
     return text + "\n.br\n";
 }
 
+// Of a command, or of each of its parts.
+static std::string synopses(const CLI::App& program, const CLI::App& command)
+{
+    const std::string words = program.get_name() + " " + command.get_name();
+    const std::vector<const CLI::App*> parts = commands_of(command);
+    std::string text = parts.empty() ? synopsis(command, words) : "";
+    for (const CLI::App* const part : parts)
+        text += synopsis(*part, words + " " + part->get_name());
+    return text;
+}
+
 std::string man_page(const CLI::App& program, const help_texts& texts)
 {
-    const auto words = [&](const CLI::App& command) { return program.get_name() + " " + command.get_name(); };
     std::string text =
         fmt::format(".TH VORNA\\-KERNELS 1 \"\" \"vorna\\-kernels {}\" \"User Commands\"\n"
                     ".SH NAME\nvorna\\-kernels \\- workbench for generated machine\\-code kernels\n"
                     ".SH SYNOPSIS\n",
                     texts.version);
     for (const CLI::App* const command : commands_of(program))
-        text += synopsis(*command, words(*command));
+        text += synopses(program, *command);
     text += ".SH DESCRIPTION\n" + roff(program.get_description()) + "\n.SH OPTIONS\n" + options_of(program);
     text += ".SH COMMANDS\n";
     for (const CLI::App* const command : commands_of(program)) {
         text +=
             fmt::format(".SS {}\n{}\n.PP\n{}{}", roff(command->get_name()), roff(command->get_description()),
-                        synopsis(*command, words(*command)), options_of(*command));
+                        synopses(program, *command), options_of(*command));
         for (const CLI::App* const part : commands_of(*command))
             text += fmt::format(".TP\n.B {} {}\n{}\n.RS\n{}.RE\n", roff(command->get_name()),
                                 roff(part->get_name()), roff(part->get_description()), options_of(*part));
