@@ -143,10 +143,11 @@ linked_set link_set(const kernel_set& set)
     linked.texts.reserve(set.kernels.size());
     for (std::size_t k = 0; k < set.kernels.size(); ++k) {
         const placed_kernel& kernel = set.kernels[k];
-        if (&kernel != find_kernel(set, kernel.name))
+        if (&kernel != find_kernel(set, kernel.name)) {
             linked.findings.push_back({"duplicate-name", k, kernel.relocs.size(),
                                        "a second kernel of that name: other kernels' calls lead to the first",
                                        ""});
+        }
         linked_kernel of_kernel = link_kernel(set, kernel);
         for (std::size_t r = 0; r < kernel.relocs.size(); ++r) {
             const tessjit::reloc_info& relocation = kernel.relocs[r];

@@ -167,12 +167,10 @@ kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, d
         for (const std::size_t i : of_row) {
             const tessjit::reloc_info& relocation = kernel.relocs[i];
             const std::string outcome = outcome_text(code.outcomes[i]);
-            if (plain && linked)
-                append(row.comment, outcome);
-            else
-                append(row.comment,
-                       fmt::format("{} {}{}{}", type_text(relocation.type), target_text(kernel, relocation),
-                                   outcome.empty() ? "" : ", ", outcome));
+            append(row.comment, plain && linked ? outcome
+                                                : fmt::format("{} {}{}{}", type_text(relocation.type),
+                                                              target_text(kernel, relocation),
+                                                              outcome.empty() ? "" : ", ", outcome));
         }
         listing.rows.push_back(std::move(row));
     }

@@ -270,10 +270,10 @@ describe_loads(const kernel_set& set, const placed_kernel& kernel, const std::ve
     std::unordered_map<std::size_t, std::string> comments;
     const auto add = [&](const known_access& load, std::size_t times) {
         if (load.access.load && load.target_offset &&
-            is_own_data(kernel, kernel.relocs[load.relocation].name))
-            comments.emplace(
-                load.offset,
-                describe(kernel, load, element_of(load.access, rows, load.offset / word_size), times));
+            is_own_data(kernel, kernel.relocs[load.relocation].name)) {
+            const element element = element_of(load.access, rows, load.offset / word_size);
+            comments.emplace(load.offset, describe(kernel, load, element, times));
+        }
     };
     for (const known_access& access :
          wfta::known_accesses(kernel.name, kernel.text, kernel.relocs, address_of))

@@ -67,13 +67,14 @@ void print_json(const kernel_set& set, const linked_set& linked, const std::stri
         mappings.push_back(
             {{"begin", fmt::format("{:#x}", mapping.begin)}, {"end", fmt::format("{:#x}", mapping.end)}});
     json kernels = json::array();
-    for (const placed_kernel& kernel : set.kernels)
+    for (const placed_kernel& kernel : set.kernels) {
         kernels.push_back({{"kernel", kernel.name},
                            {"mapping", kernel.mapping},
                            {"address", fmt::format("{:#x}", kernel.text_address)},
                            {"bytes", kernel.text.size()},
                            {"data_address", fmt::format("{:#x}", kernel.data_address)},
                            {"data_bytes", kernel.data.size()}});
+    }
     json findings = json::array();
     for (const link_finding& finding : linked.findings) {
         const placed_kernel& kernel = set.kernels[finding.kernel];
