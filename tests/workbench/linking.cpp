@@ -4,13 +4,13 @@
 #include "workbench/linking.hpp"
 #include "jit/elf.hpp"
 #include "tests/support/a64.hpp"
+#include "tests/support/binary_tools.hpp"
 #include "tests/support/child.hpp"
 #include "tests/support/files.hpp"
 #include "tests/support/kernels.hpp"
 #include "tests/support/platform_spy.hpp"
 #include "tests/support/random_kernel_sets.hpp"
 #include "tests/support/random_seed.hpp"
-#include "tests/support/sections.hpp"
 #include "tests/support/tool.hpp"
 #include "workbench/dumps.hpp"
 
@@ -26,18 +26,6 @@ using namespace support;
 using namespace vorna::workbench;
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-std::string hex_digits(std::uint64_t value, int digits = 0)
-{
-    char text[32];
-    std::snprintf(text, sizeof text, "%0*lx", digits, static_cast<unsigned long>(value));
-    return text;
-}
-
-std::string binutil(const char* name)
-{
-    return std::string("aarch64-linux-gnu-") + name;
-}
 
 child_result vorna_kernels(std::vector<std::string> arguments, const std::filesystem::path& directory)
 {
@@ -94,21 +82,6 @@ void compare_images(unsigned seed)
     }
     registry.erase("far");
 
-    std::map<std::pair<std::uint64_t, std::string>, std::string> by_address;
-    std::vector<std::string> ld = {binutil("ld"), "-T", "script", "-e", "0", "-o", "by_ld"};
-    for (const auto& [name, entry] : registry) {
-        by_address[{number(entry.text_ptr), ".text." + name}] = name;
-        by_address[{number(entry.data_ptr), ".rodata." + name}] = name;
-        ld.push_back(name);
-    }
-    std::string script = "far = 0x" + hex_digits(sets.far_kernel) + ";\nSECTIONS {\n";
-    for (const auto& [section, file] : by_address)
-        script += "  " + section.second + " 0x" + hex_digits(section.first) + " : { " + file + "(" +
-                  section.second + ") . = .; }\n";
-    write_file("script", script + "}\n");
-    const child_result tool = run_tool(ld, directory.path());
-    ASSERT_TRUE(tool.succeeded()) << tool << script;
-
     std::vector<std::string> dumps;
     for (const auto& [name, entry] : registry)
         dumps.push_back(name);
@@ -124,7 +97,7 @@ void compare_images(unsigned seed)
     const std::string image = make_image(set, linked);
 
     auto ours = read_sections(image);
-    auto theirs = read_sections(contents("by_ld"));
+    const auto theirs = link_where_placed({binutil("ld")}, registry, sets.far_kernel);
     std::size_t compared = 0;
     std::size_t expected = 0;
     for (const auto& [name, entry] : registry)
@@ -216,13 +189,6 @@ protected:
     std::uint64_t base = 0;
 };
 
-void expect_no_complaint(const child_result& tool)
-{
-    EXPECT_TRUE(tool.succeeded()) << tool;
-    EXPECT_EQ(tool.err, "");
-    EXPECT_THAT(tool.out, testing::Not(HasSubstr("arning"))) << tool;
-}
-
 TEST_F(TwoMappings, BecomeALoadSegmentEach)
 {
     const child_result link = vorna_kernels({"link", ".", "-o", "image.elf"}, directory.path());
@@ -251,11 +217,7 @@ TEST_F(TwoMappings, AreAcceptedByEveryTool)
     expect_no_complaint(run({binutil("objcopy"), "image.elf", "copy.elf"}));
     expect_no_complaint(run({"llvm-objdump", "-dxs", "image.elf"}));
     expect_no_complaint(run({"llvm-readobj", "--all", "image.elf"}));
-    for (const char* mode : {"--strict", "--gnu-ld"}) {
-        const child_result elflint = run({"eu-elflint", mode, "image.elf"});
-        EXPECT_TRUE(elflint.succeeded()) << elflint;
-        EXPECT_EQ(elflint.out + elflint.err, "No errors\n");
-    }
+    expect_no_elf_errors("image.elf", directory.path());
 }
 
 TEST_F(TwoMappings, HaveSymbolsWithSizesAndMappingSymbols)
@@ -426,8 +388,9 @@ TEST(LinkedImage, HasMoreSectionsThanOneHeaderFieldCounts)
     const child_result nm = run({binutil("nm"), "-S", "image"});
     EXPECT_EQ(nm.err, "");
     EXPECT_THAT(nm.out, HasSubstr(hex_digits(0x100000 + 32 * 39'999, 16) + " 0000000000000008 T k39999\n"));
-    EXPECT_THAT(nm.out, HasSubstr(hex_digits(0x100000 + 32 * count + 8 * 39'999, 16) +
-                                  " 0000000000000008 r .rodata.k39999\n"));
+    EXPECT_THAT(nm.out,
+                HasSubstr(hex_digits(0x100000 + std::uint64_t{32} * count + std::uint64_t{8} * 39'999, 16) +
+                          " 0000000000000008 r .rodata.k39999\n"));
     const child_result llvm = run({"llvm-nm", "-S", "image"});
     EXPECT_EQ(llvm.err, "");
     EXPECT_THAT(llvm.out, HasSubstr("T k39999\n"));
