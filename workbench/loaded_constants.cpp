@@ -200,7 +200,7 @@ std::string describe(const placed_kernel& kernel, const known_access& load, cons
 {
     std::string text = with_addend(".rodata", *load.target_offset);
     const auto lies_in_data = [&](std::int64_t offset) {
-        return offset >= 0 && load.access.bytes <= kernel.data.size() &&
+        return load.access.bytes <= kernel.data.size() && // and a negative offset is a large one
                static_cast<std::uint64_t>(offset) <= kernel.data.size() - load.access.bytes;
     };
     if (!lies_in_data(*load.target_offset))

@@ -318,6 +318,47 @@ TEST(Link, SaysWhatTheFinaliserWouldEndTheProcessFor)
               to_string(code({a64::bl(), a64::bl(), a64::bl() | 1, a64::adr(0), a64::adr(0), a64::ret()})));
 }
 
+TEST(LinkedKernels, OfOneNameCallThemselvesByIt)
+{
+    std::vector<placed_kernel> kernels(2);
+    for (const std::size_t i : {0U, 1U}) {
+        kernels[i].name = "k";
+        kernels[i].text_address = 0x10000 + 0x1000 * i;
+        kernels[i].data_address = kernels[i].text_address + 32;
+        kernels[i].text = code({a64::bl(), a64::ret()});
+        kernels[i].relocs = {{"k", 0, R_AARCH64_CALL26, 0}};
+    }
+    const kernel_set set = make_kernel_set(kernels);
+    for (const placed_kernel& kernel : set.kernels)
+        EXPECT_EQ(link_kernel(set, kernel).text, code({a64::bl(), a64::ret()}));
+}
+
+TEST(LinkedImage, HasASegmentForEachMappingWithBytes)
+{
+    const auto segments = [](const std::vector<std::pair<std::uint64_t, std::size_t>>& texts) {
+        std::vector<placed_kernel> kernels;
+        for (const auto& [address, size] : texts) {
+            placed_kernel& kernel = kernels.emplace_back();
+            kernel.name = "k" + std::to_string(address);
+            kernel.text_address = address;
+            kernel.text.resize(size);
+            kernel.data_address = address + size;
+        }
+        const kernel_set set = make_kernel_set(std::move(kernels));
+        std::vector<std::uint64_t> places;
+        for (const Elf64_Phdr& segment : load_segments(make_image(set, link_set(set)))) {
+            places.push_back(segment.p_vaddr);
+            places.push_back(segment.p_filesz);
+        }
+        return places;
+    };
+    EXPECT_THAT(segments({{0x10000, 0}}), ElementsAre());
+    EXPECT_THAT(segments({{0x10000, 0x1000}, {0x11000, 4}}), ElementsAre(0x10000, 0x1000, 0x11000, 4));
+    EXPECT_THAT(segments({{0x10000, 0x1004}, {0x13000, 4}}), ElementsAre(0x10000, 0x1004, 0x13000, 4));
+    // Not of the finaliser, whose mappings begin on pages of their own.
+    EXPECT_THAT(segments({{0x10000, 4}, {0x10010, 4}}), ElementsAre(0x10000, 0x14));
+}
+
 TEST(Link, RefusesDumpsOfTwoRuns)
 {
     const temp_directory directory;
@@ -329,6 +370,18 @@ TEST(Link, RefusesDumpsOfTwoRuns)
     EXPECT_EQ(link.err,
               "vorna-kernels: ./a and ./b: a and b are placed in the same memory: dumps of two runs\n");
     EXPECT_FALSE(exists(directory.path() / "image"));
+}
+
+TEST(Link, WritesTheImageOfTheOtherDumpsWhereOneIsBad)
+{
+    const temp_directory directory;
+    write_dump(directory.path(), "k", 0x10000, {a64::ret()});
+    write_file(directory.path() / "bad", "\177ELF");
+    const child_result link = vorna_kernels({"link", ".", "-o", "image"}, directory.path());
+    EXPECT_EQ(link.exit_status, 2);
+    EXPECT_EQ(link.err, "vorna-kernels: ./bad: not an ELF file, or a cut one\n");
+    EXPECT_EQ(read_sections(contents(directory.path() / "image"))[".text.k"].contents,
+              to_string(code({a64::ret()})));
 }
 
 TEST(Link, LeavesOtherFilesAlone)

@@ -163,6 +163,15 @@ TEST(Listing, LabelsWhereBranchesLead)
     EXPECT_EQ(other.rows[3].callee, "other");
 }
 
+TEST(Listing, ShowsWhereInstructionsWithoutRelocationsLead)
+{
+    const kernel_set set = make_kernel_set({placed(
+        "k", 0x10804,
+        assemble({"adrp x3, #0x2000", "adr x3, #-3", "ldr x3, #1048572", "ldrsw x3, #-8", "ldr q3, #0"}))});
+    EXPECT_THAT(texts(list(set, "k")), ElementsAre("adrp x3, 0x12000", "adr x3, 0x10805", "ldr x3, 0x110808",
+                                                   "ldrsw x3, 0x10808", "ldr q3, 0x10814"));
+}
+
 TEST(Listing, KnowsTheExtensions)
 {
     const std::vector<std::string> lines = {"cmla z0.s, z1.s, z2.s[0], #90",
@@ -258,8 +267,15 @@ TEST(Listing, TakesAVectorForWhatTheNextInstructionTakesItFor)
         as_floats);
     // As it is read, not as it is written.
     EXPECT_EQ(comment_of({"ldr d7, [x3]", "fcvtl v7.2d, v7.2s"}, floats), ".rodata  {1.0, 2.0}");
-    // Not of the same register, behind another value in it, or behind a branch.
+    // Not of the same register or of a name like it, behind another value in it, or behind a branch or a
+    // label.
     EXPECT_EQ(comment_of({"ldr q7, [x3]", "fadd v0.4s, v17.4s, v17.4s"}, floats), as_doubles);
+    EXPECT_EQ(comment_of({"ldr q7, [x3]", "fadd v0.4s, v7.4s, v7.4s", "cbz x0, #-4"}, floats), as_doubles);
+    const kernel_set named = make_kernel_set(
+        {placed("k", 0x10000, {a64::adr(3), 0x3dc00067, a64::add(0, 0, 0)}, // ldr q7, [x3]
+                {{".rodata.k", 0, R_AARCH64_ADR_PREL_LO21, 0}, {"conv7.s", 8, R_AARCH64_ADD_ABS_LO12_NC, 0}},
+                bytes_of(floats))});
+    EXPECT_EQ(list(named, "k").rows[1].comment, as_doubles);
     EXPECT_EQ(comment_of({"ldr q7, [x3]", "mov v7.16b, v1.16b", "fadd v0.4s, v7.4s, v7.4s"}, floats),
               as_doubles);
     for (const char* other : {"ldr q7, [x4]", "fmov d7, x0", "ld1 {v7.4s}, [x4]", "ldr z7, [x4]"})
@@ -306,7 +322,11 @@ TEST(Listing, ShowsTheFirstValuesOfATableThatIsWalkedThrough)
     EXPECT_EQ(comments({"ldp w6, w7, [x3], #8", "cbnz x6, #-4"}, table), ".rodata+0x4  10, 20, 30, 40, ...");
     EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #-4"}, {0, 10, 20, 30, 40}),
               ".rodata+0x4  10, 20, 30, 40");
+    // The innermost loop counts.
+    EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #-4", "add x3, x3, #4", "cbnz x5, #-12"}, table),
+              ".rodata+0x4  10, 20, 30, 40, ...");
     // Not one element after the other, or not in a loop.
+    EXPECT_EQ(comments({"ldr w6, [x3, #4]!", "cbnz x6, #-4"}, table), "");
     EXPECT_EQ(comments({"ldr w6, [x3], #4", "add x3, x3, #4", "cbnz x6, #-8"}, table), "");
     EXPECT_EQ(comments({"ldr w6, [x3]", "cbnz x6, #-4"}, table), "");
     EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #4"}, table), ".rodata+0x4  10");
