@@ -539,6 +539,8 @@ void find_kernel_of_message(explaining& e)
         e.result.notes.push_back(
             fmt::format("no relocation in the dump of {} fits the message: it is of other code",
                         printable(e.dump->name)));
+    } else if (e.result.kernel && !e.dumps.set.kernels.empty()) {
+        e.result.notes.push_back(fmt::format("there is no dump of {}", printable(*e.result.kernel)));
     }
     if (e.result.kernel && knows_place(e))
         e.result.offset = as_signed(place - e.addresses.text);

@@ -389,6 +389,11 @@ TEST(AnExplanation, MatchesDumpsOfAnotherRunByNameAndOffset)
 
     EXPECT_THAT(explain(log, dumps_of({callee, k({a64::bl(), a64::bl()}, broken.relocs)})).notes, IsEmpty());
 
+    const abort_explanation undumped = explain(log, dumps_of({other_callee}));
+    EXPECT_EQ(undumped.kernel, "k");
+    EXPECT_EQ(undumped.relocation, std::nullopt);
+    EXPECT_THAT(undumped.notes, ElementsAre("there is no dump of k"));
+
     broken.text.resize(4);
     broken.relocs.resize(1);
     EXPECT_THAT(explain(log, dumps_of({other_callee, broken})).notes,
