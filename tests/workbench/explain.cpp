@@ -97,10 +97,12 @@ TEST_F(Explain, SaysWhatTheReportAloneTells)
 TEST_F(Explain, ReadsStandardInputWithoutALog)
 {
     write("log", log_of_qemu);
-    const child_result child =
-        run_tool({"sh", "-c", std::string(VORNA_KERNELS) + " explain <log"}, directory_.path());
-    EXPECT_THAT(child.out, HasSubstr("    log    standard input:1\n"));
-    EXPECT_EQ(child.exit_status, 0);
+    for (const std::string arguments : {" explain <log", " explain - <log"}) {
+        const child_result child =
+            run_tool({"sh", "-c", std::string(VORNA_KERNELS) + arguments}, directory_.path());
+        EXPECT_THAT(child.out, HasSubstr("    log    standard input:1\n")) << arguments;
+        EXPECT_EQ(child.exit_status, 0) << child;
+    }
 }
 
 TEST_F(Explain, PrintsTheSameFactsAsJson)

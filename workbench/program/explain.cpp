@@ -20,7 +20,7 @@ namespace {
 
 struct explain_options {
     common_options common;
-    std::string log;
+    std::string log = "-";
     std::string dumps;
 };
 
@@ -28,8 +28,8 @@ struct explain_options {
 class log_file {
 public:
     explicit log_file(const std::string& path)
-        : descriptor_(path.empty() ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)),
-          name_(path.empty() ? "standard input" : path)
+        : descriptor_(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)),
+          name_(path == "-" ? "standard input" : path)
     {
         if (descriptor_ < 0)
             fail();
@@ -215,7 +215,8 @@ void add_explain(CLI::App& program, int& status)
     const auto options = std::make_shared<explain_options>();
     CLI::App* const command =
         program.add_subcommand("explain", "Say what a process that the finaliser ended died of");
-    command->add_option("LOG", options->log, "What the process wrote to stderr; standard input without");
+    command->add_option("LOG", options->log,
+                        "What the process wrote to stderr; standard input without, or -");
     command->add_option("--dumps", options->dumps, "Directory of the dumps that it wrote, or one dump")
         ->type_name("DUMPS");
     command->footer("Exit status: 0 explained, 1 no report in the input, 2 trouble.");
