@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Runs the steps of the CI job that docs/workbench.md shows: ci_job.py WORKBENCH_MD VORNA_KERNELS WFTA_HOST
+"""Runs the steps of the CI job that docs/workbench.md shows, and scripts/baseline: ci_job.py WORKBENCH_MD VORNA_KERNELS
+WFTA_HOST
 
 In a directory that stands for the checkout of a repository whose build is done, as GitHub's runner does: each step's
 shell by "bash -e", and behind a failed step only those that ask for it. Exit status 77, and why, without PyYAML.
@@ -7,6 +8,7 @@ shell by "bash -e", and behind a failed step only those that ask for it. Exit st
 
 import os
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -135,11 +137,48 @@ class CiJob(unittest.TestCase):
             self.assertRegex(checkout.text("summary"), rf"(?m)^\|.*{kernel}.*{what}")
         self.assert_artefact(checkout)
 
+    def test_wrong_results_fail_and_the_kernels_are_looked_at_all_the_same(self):
+        checkout = Checkout(self, '"$HOST" "$@"; exit 1')
+        self.assertTrue(checkout.run(self.steps))
+        self.assertEqual(list(checkout.statuses.values()), [0, 1, 0, 0, 0], checkout.outputs)
+        self.assert_artefact(checkout)
+
+    def test_a_host_that_the_finaliser_ends_is_explained_by_the_check(self):
+        checkout = Checkout(self, 'ulimit -c 0; "$HOST" --break "$@"; exit $?')
+        self.assertTrue(checkout.run(self.steps))
+        self.assertEqual(list(checkout.statuses.values()), [0, 134, 1, 1, 0], checkout.outputs)
+        self.assertIn("::error title=wfta_10", checkout.outputs["Check them"])
+        self.assert_artefact(checkout)
+
     def assert_artefact(self, checkout):
         (upload,) = [step for step in self.steps if step.get("uses", "").startswith("actions/upload-artifact")]
         for path in upload["with"]["path"].split():
             self.assertTrue(os.path.exists(checkout.file(path)), path)
         self.assertIn("<!DOCTYPE html>", checkout.text("kernels.html"))
+
+
+class BaselineScript(unittest.TestCase):
+    def run_script(self, host):
+        checkout = Checkout(self, host)
+        shutil.copy(os.path.join(os.path.dirname(DOCUMENT), "../scripts/baseline"), checkout.file("scripts"))
+        result = subprocess.run([checkout.file("scripts/baseline")], cwd="/", env=checkout.environment, text=True,
+                                capture_output=True, check=False)
+        return result.returncode, result.stdout, result.stderr
+
+    def test_the_same_kernels_pass(self):
+        self.assertEqual(self.run_script('exec "$HOST" "$@"'), (0, "13 kernels: 13 same\n", ""))
+
+    def test_kernels_that_compute_something_else_are_compared(self):
+        status, output, trouble = self.run_script('"$HOST" "$@"; rm wfta_10; exit 1')
+        self.assertEqual(status, 1)
+        self.assertIn(f"{BASELINE}:2: wfta_10: missing in the dumps, 51 instructions\n", output)
+        self.assertEqual(trouble, "scripts/baseline: the kernels' results are not those of FFTW\n")
+
+    def test_a_host_that_ends_before_its_time_is_trouble(self):
+        status, output, trouble = self.run_script("exit 134")
+        self.assertEqual((status, output), (2, ""))
+        self.assertEqual(trouble, "scripts/baseline: wfta_host ended with exit status 134; its kernels until then are in"
+                         " build/demo/kernels\n")
 
 
 if __name__ == "__main__":
