@@ -4,6 +4,8 @@
 #include "examples/wfta_host/machine.hpp"
 #include "examples/wfta_host/planner.hpp"
 #include "examples/wfta_host/short_dft.hpp"
+#include "tests/support/files.hpp"
+#include "tests/support/temp_directory.hpp"
 
 #include <aarch64/decoder-aarch64.h>
 #include <aarch64/disasm-aarch64.h>
@@ -20,7 +22,9 @@
 #include <map>
 #include <numeric>
 #include <random>
+#include <regex>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <sys/wait.h>
@@ -505,6 +509,70 @@ TEST(Program, ListsTheRegistry)
     EXPECT_THAT(result.output, ContainsRegex("\nwfta_15 +0x[0-9a-f]+ +[0-9]+ +0x[0-9a-f]+ +128\n"
                                              "wfta_short_3 +0x[0-9a-f]+ +[0-9]+ +0x[0-9a-f]+ +32\n"
                                              "wfta_short_5 +0x[0-9a-f]+ +[0-9]+ +0x[0-9a-f]+ +64\n"));
+}
+
+TEST(Program, WritesHowOftenEachInstructionRan)
+{
+    const support::temp_directory directory;
+    const std::filesystem::path file = directory.path() / "profile";
+    const program_result result = run_program("--profile " + file.string() + " 12");
+    if (!wfta_host::machine_counts) {
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.output,
+                  "wfta_host: --profile counts in a simulator; perf record profiles this processor\n");
+        return;
+    }
+    EXPECT_EQ(result.status, 0) << result.output;
+
+    kernel_registry_map registry; // of other addresses
+    const plan p = make_plan(registry, 12, direction::forward);
+    const kernel_registry_entry& last = registry.at("wfta_12");
+    std::istringstream text(support::contents(file));
+    std::string line;
+    std::getline(text, line);
+    const std::regex mapping(" *([0-9]+) +0\\.000000: PERF_RECORD_MMAP2 \\1/\\1: "
+                             "\\[0x([0-9a-f]+)\\(0x([0-9a-f]+)\\) @ 0x\\2 00:00 0 0\\]: rwxp //anon");
+    std::smatch parts;
+    ASSERT_TRUE(std::regex_match(line, parts, mapping)) << line;
+    const std::string pid = parts[1];
+    const std::uintptr_t begin = std::stoull(parts[2], nullptr, 16);
+    EXPECT_EQ(std::stoull(parts[3], nullptr, 16),
+              static_cast<std::uintptr_t>(last.data_ptr + last.data_len - p.mapping));
+
+    // Four transforms of three points, three of four; each runs through without a branch.
+    std::map<std::uintptr_t, unsigned> expected;
+    for (const auto& [name, times] : {std::pair("wfta_short_3", 4U), std::pair("wfta_short_4", 3U)}) {
+        const kernel_registry_entry& kernel = registry.at(name);
+        for (std::size_t offset = 0; offset < kernel.text_len; offset += 4)
+            expected[static_cast<std::uintptr_t>(kernel.text_ptr - p.mapping) + offset] = times;
+    }
+    const std::regex sample(" *" + pid + " +1\\.000000: +([0-9]+) instructions: +([0-9a-f]+)");
+    const std::uintptr_t driver = last.text_ptr - p.mapping;
+    std::size_t of_driver = 0;
+    while (std::getline(text, line)) {
+        ASSERT_TRUE(std::regex_match(line, parts, sample)) << line;
+        const std::uintptr_t offset = std::stoull(parts[2], nullptr, 16) - begin;
+        if (offset >= driver && offset < driver + last.text_len)
+            ++of_driver;
+        else
+            EXPECT_EQ(std::stoul(parts[1]), expected[offset]) << offset;
+        expected.erase(offset);
+    }
+    EXPECT_EQ(of_driver, last.text_len / 4);
+    EXPECT_THAT(expected, IsEmpty());
+}
+
+TEST(Program, SaysThatItCannotWriteTheProfile)
+{
+    if (!wfta_host::machine_counts)
+        GTEST_SKIP() << "nothing is counted on this machine";
+    for (const auto& [file, reason] : {std::pair("/dev/full", "No space left on device"),
+                                       std::pair("/dev/null/profile", "Not a directory")}) {
+        const program_result result = run_program(std::string("--profile ") + file + " 12");
+        EXPECT_EQ(result.status, 2);
+        EXPECT_THAT(result.output,
+                    testing::HasSubstr(std::string("wfta_host: ") + file + ": " + reason + "\n"));
+    }
 }
 
 TEST(Program, NamesThePossibleLengthsNearestToABadOne)

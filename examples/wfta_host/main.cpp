@@ -3,6 +3,7 @@
 #include "examples/wfta_host/comparison.hpp"
 #include "examples/wfta_host/machine.hpp"
 #include "examples/wfta_host/planner.hpp"
+#include "examples/wfta_host/profile.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -18,6 +19,7 @@
 using vorna::wfta::kernel_registry_map;
 using wfta_host::complex_signal;
 using wfta_host::direction;
+using wfta_host::instruction_counts;
 using wfta_host::plan;
 
 namespace {
@@ -35,11 +37,11 @@ complex_signal random_signal(unsigned length)
     return values;
 }
 
-complex_signal transform_by_kernels(const plan& p, const complex_signal& in)
+complex_signal transform_by_kernels(const plan& p, const complex_signal& in, instruction_counts* counts)
 {
     complex_signal out(in.size());
     complex_signal work(in.size());
-    wfta_host::run_driver(p.entry, in.data(), out.data(), work.data());
+    wfta_host::run_driver(p.entry, in.data(), out.data(), work.data(), counts);
     return out;
 }
 
@@ -107,6 +109,7 @@ int run(int argc, char** argv)
     bool inverse = false;
     bool list = false;
     bool broken = false;
+    std::string profile;
 
     CLI::App app("Generates Winograd kernels, places and links them with the kernel finaliser, runs them and "
                  "compares the results with FFTW's.",
@@ -116,10 +119,17 @@ int run(int argc, char** argv)
     app.add_flag("--inverse", inverse, "transform with the other sign of the exponent");
     app.add_flag("--list", list, "print the kernel registry at the end");
     app.add_flag("--break", broken, "misplace a relocation, to see how the finaliser ends the process");
+    app.add_option("--profile", profile, "write how often each instruction ran, for vorna-kernels profile")
+        ->type_name("FILE");
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& help) {
         return app.exit(help);
+    }
+    if (!profile.empty() && !wfta_host::machine_counts) {
+        std::fprintf(stderr, "wfta_host: --profile counts in a simulator; perf record profiles %s\n",
+                     wfta_host::machine_name);
+        return 2;
     }
     const std::vector<unsigned>& possible = wfta_host::possible_lengths();
     if (all)
@@ -138,13 +148,19 @@ int run(int argc, char** argv)
     kernel_registry_map registry;
     const direction dir = inverse ? direction::inverse : direction::forward;
     std::size_t good = 0;
+    std::vector<plan> plans;
+    instruction_counts counts;
     for (const std::int64_t length : lengths) {
-        const plan p = make_plan(registry, static_cast<unsigned>(length), dir, broken);
+        plans.push_back(make_plan(registry, static_cast<unsigned>(length), dir, broken));
+        const plan& p = plans.back();
         const complex_signal in = random_signal(p.length);
         const complex_signal expected = transform_by_fftw(in, dir);
-        if (report(p, wfta_host::largest_error(transform_by_kernels(p, in), expected)))
+        const complex_signal got = transform_by_kernels(p, in, profile.empty() ? nullptr : &counts);
+        if (report(p, wfta_host::largest_error(got, expected)))
             ++good;
     }
+    if (!profile.empty())
+        write_profile(profile, registry, plans, counts);
     if (list)
         print_registry(registry);
     std::printf("%zu of %zu lengths good, run by %s\n", good, lengths.size(), wfta_host::machine_name);
