@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cstring>
 #include <fmt/format.h>
+#include <iterator>
 #include <map>
 #include <stdexcept>
 #include <tuple>
@@ -80,15 +81,18 @@ baseline_entry parse_line(std::string_view text, std::size_t line)
             break;
         text.remove_prefix(end + 1);
     }
-    const bool marker = fields[0] == "<<<<<<<" || fields[0] == "=======" || fields[0] == ">>>>>>>";
-    if (fields.size() != 5 && marker)
+    static constexpr std::string_view markers[] = {"<<<<<<<", "|||||||", "=======", ">>>>>>>"};
+    const bool marked = std::find(std::begin(markers), std::end(markers), fields[0]) != std::end(markers);
+    const auto is_hash = [](std::string_view field) {
+        return field.size() == hash_digits && is_hexadecimal(field);
+    };
+    const bool hashed = fields.size() == 5 && is_hash(fields[1]) && is_hash(fields[2]) && is_hash(fields[3]);
+    if (marked && !hashed)
         fail(line, "a conflict of a merge");
     if (fields.size() != 5 || fields[0].empty())
         fail(line, "not a name, three hashes and a number");
-    for (const std::string_view hash : {fields[1], fields[2], fields[3]}) {
-        if (hash.size() != hash_digits || !is_hexadecimal(hash))
-            fail(line, "a hash that is not 32 hexadecimal digits");
-    }
+    if (!hashed)
+        fail(line, "a hash that is not 32 hexadecimal digits");
     baseline_entry entry;
     entry.line = line;
     entry.name = unescaped_name(fields[0], line);

@@ -289,7 +289,7 @@ void profile_reader::implementation::read_start(std::string_view piece)
     if (start == perf_data)
         throw std::runtime_error("data of perf record, not the text that perf script makes of it");
     if (start.substr(0, 2) == "\x1f\x8b")
-        throw std::runtime_error("compressed by gzip");
+        throw std::runtime_error("compressed by gzip: unpack it first");
     started = start.size() == perf_data.size();
 }
 
@@ -661,7 +661,7 @@ profile profile_reader::implementation::finish()
     if (!carry.empty() || too_long)
         read("\n");
     if (!any_line)
-        throw std::runtime_error("no line of perf script's text in it");
+        throw std::runtime_error("no line of the text of perf script -F pid,time,event,period,ip");
     if (!any_mapping)
         throw std::runtime_error("no process's mappings in it: perf script was run without "
                                  "--show-mmap-events");

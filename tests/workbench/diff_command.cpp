@@ -127,9 +127,9 @@ TEST_F(Diff, ShowsAsManyKernelsAsItIsTold)
     EXPECT_THAT(two, HasSubstr("--- r (before)"));
     EXPECT_THAT(two, HasSubstr("--- c (before)"));
     EXPECT_THAT(two, Not(HasSubstr("--- k (before)")));
-    EXPECT_THAT(two, testing::EndsWith("\n\n1 changed kernel more: --limit=3 shows all\n"));
+    EXPECT_THAT(two, testing::EndsWith("\n\n1 more changed kernel: --limit=3 shows all\n"));
     EXPECT_THAT(run({"--limit=0"}).out,
-                testing::EndsWith("1 same\n\n3 changed kernels more: --limit=3 shows all\n"));
+                testing::EndsWith("1 same\n\n3 more changed kernels: --limit=3 shows all\n"));
     EXPECT_EQ(run({"--limit=3"}).out, run({}).out);
     EXPECT_EQ(run({"--limit=-1"}).exit_status, 2);
 }
@@ -162,6 +162,26 @@ TEST_F(Diff, AnnotatesForGithub)
         run({"--format=github"}).out,
         "::notice title=n::n: new; instructions 0 -> 1 (+1), bytes of code 0 -> 4 (+4), of constants 0\n"
         "::warning title=a%2Cb::a,b: code; instructions 1 -> 2 (+1), bytes of code 4 -> 8 (+4), of constants 0\n");
+}
+
+TEST_F(Diff, AnnotatesKernelsOfAnyNameInALineEach)
+{
+    dump("after", "a\nb\x1b[31m%::error::", {a64::ret()});
+    dump("before", "k", {a64::ret()});
+    dump("after", "k", {a64::ret()});
+    EXPECT_EQ(run({"--format=github"}).out,
+              "::notice title=a\\nb\\x1b[31m%25%3A%3Aerror%3A%3A::a\\nb\\x1b[31m%25::error::: new; "
+              "instructions 0 -> 1 (+1), bytes of code 0 -> 4 (+4), of constants 0\n");
+}
+
+TEST_F(Diff, ComparesNothingWithADirectoryWithoutDumps)
+{
+    dump("before", "k", {a64::ret()});
+    std::filesystem::create_directory(directory.path() / "after");
+    const child_result result = run({});
+    EXPECT_EQ(result.exit_status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "vorna-kernels: after: no dumps in it\n");
 }
 
 TEST_F(Diff, WritesASummaryInMarkdown)

@@ -492,11 +492,13 @@ TEST(Profile, HasNoEventIfThereIsNoSample)
 TEST(Profile, SaysWhatOtherTextsAre)
 {
     const kernel_set set = one_mapping();
-    EXPECT_EQ(refusal(set, ""), "no line of perf script's text in it");
-    EXPECT_EQ(refusal(set, "something else\n"), "no line of perf script's text in it");
-    EXPECT_EQ(refusal(set, std::string(1000000, 'x')), "no line of perf script's text in it");
+    EXPECT_EQ(refusal(set, ""), "no line of the text of perf script -F pid,time,event,period,ip");
+    EXPECT_EQ(refusal(set, "something else\n"),
+              "no line of the text of perf script -F pid,time,event,period,ip");
+    EXPECT_EQ(refusal(set, std::string(1000000, 'x')),
+              "no line of the text of perf script -F pid,time,event,period,ip");
     EXPECT_EQ(refusal(set, "PERFILE2..."), "data of perf record, not the text that perf script makes of it");
-    EXPECT_EQ(refusal(set, "\x1f\x8b\b"), "compressed by gzip");
+    EXPECT_EQ(refusal(set, "\x1f\x8b\b"), "compressed by gzip: unpack it first");
     EXPECT_EQ(refusal(set, sample(5, "10000")),
               "no process's mappings in it: perf script was run without --show-mmap-events");
     EXPECT_EQ(refusal({}, whole), "there are no kernels to look for in it");

@@ -31,6 +31,7 @@ namespace {
 
 using namespace support;
 using nlohmann::json;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -188,7 +189,15 @@ TEST_F(ProfileCommand, EndsWithOneIfNoSampleIsInAKernel)
     EXPECT_THAT(result.out,
                 StartsWith("e by period, 1 sample; in kernels 0.0 %, mapping without dump 100.0 %, "
                            "elsewhere 0.0 %\n"));
+    EXPECT_THAT(result.out, EndsWith("\nnote: no sample is in a kernel with a dump; others ran\n"));
     EXPECT_EQ(run({"dumps", "--perf-script=text", "--format=json"}).exit_status, 1);
+
+    write_file(directory.path() / "text", mapping + "  662     2.000000:  3 e:  70030\n");
+    const child_result elsewhere = run({"dumps", "--perf-script=text"});
+    EXPECT_EQ(elsewhere.exit_status, 1);
+    EXPECT_EQ(elsewhere.out,
+              "e by period, 1 sample; in kernels 0.0 %, mapping without dump 0.0 %, elsewhere 100.0 %\n\n"
+              "note: no sample is in a kernel; perf does not see what a simulator or an emulator runs\n");
 
     write_file(directory.path() / "text", mapping);
     const child_result none = run({"dumps", "--perf-script=text"});
@@ -219,9 +228,10 @@ TEST_F(ProfileCommand, ShowsWhatItCanBesidesTrouble)
     write_file(directory.path() / "text", text + "some words\nand more\n");
     const child_result result = run({"dumps", "--perf-script=text", "wfta_12", "wfta_124"});
     EXPECT_EQ(result.exit_status, 2);
-    EXPECT_EQ(result.err,
-              "vorna-kernels: text:9: not a line of perf script's text, as 2 in all; they are passed "
-              "over\nvorna-kernels: no kernel wfta_124 in the dumps; the nearest name is wfta_12\n");
+    EXPECT_EQ(
+        result.err,
+        "vorna-kernels: text:9: not a line of the text of perf script -F pid,time,event,period,ip, as 2 in "
+        "all; they are passed over\nvorna-kernels: no kernel wfta_124 in the dumps; the nearest name is wfta_12\n");
     EXPECT_THAT(result.out, HasSubstr("\nwfta_12, 3 samples"));
 }
 
@@ -256,7 +266,8 @@ TEST_F(ProfileCommand, SaysInOneLineWhatIsWrongWithPerf)
     fake_perf("cat text; kill -9 $$");
     expect_trouble({"dumps", "perf.data"}, "perf.data: perf script was ended by signal 9");
     fake_perf("exit 0");
-    expect_trouble({"dumps", "perf.data"}, "perf.data: no line of perf script's text in it");
+    expect_trouble({"dumps", "perf.data"},
+                   "perf.data: no line of the text of perf script -F pid,time,event,period,ip");
     fake_perf("echo warning >&2; cat text");
     EXPECT_EQ(run({"dumps", "perf.data"}).err, "");
     std::filesystem::remove_all(directory.path() / "bin");

@@ -292,7 +292,7 @@ void print_annotations(const baseline_options& options, const std::vector<kernel
 {
     for (const kernel_state& state : states) {
         if (!state.same()) {
-            fmt::print("{}", github_annotation("error", state.difference.name,
+            fmt::print("{}", github_annotation("error", printable(state.difference.name),
                                                fmt::format("{}: {}", printable(state.difference.name),
                                                            state_text(state, blessed)),
                                                options.file, state.difference.line));

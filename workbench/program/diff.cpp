@@ -130,7 +130,8 @@ colour colour_of(change_class change)
 
 std::string more_text(std::size_t limit, std::size_t all)
 {
-    return fmt::format("{} more: --limit={} shows all", counted(all - limit, "changed kernel"), all);
+    return fmt::format("{} more changed {}: --limit={} shows all", all - limit,
+                       all - limit == 1 ? "kernel" : "kernels", all);
 }
 
 void print_table(const std::vector<const kernel_difference*>& kernels, bool coloured)
@@ -208,7 +209,7 @@ void print_github(const kernel_differences& kernels)
         const bool harmless = c == colour::cyan || c == colour::green;
         const table_row row = row_of(*kernel);
         fmt::print("{}",
-                   github_annotation(harmless ? "notice" : "warning", kernel->name,
+                   github_annotation(harmless ? "notice" : "warning", row[0],
                                      fmt::format("{}: {}; instructions {}, bytes of code {}, of constants {}",
                                                  row[0], row[1], row[2], row[3], row[4])));
     }
@@ -245,9 +246,10 @@ int diff(const diff_options& options)
 {
     const read_result before = read_set({options.before}, options.common);
     const read_result after = read_set({options.after}, options.common);
-    bool trouble = before.trouble || after.trouble;
-    trouble = !require_kernels(before, options.before) || trouble;
-    trouble = !require_kernels(after, options.after) || trouble;
+    const bool trouble = before.trouble || after.trouble;
+    const bool any_before = require_kernels(before, options.before);
+    if (!require_kernels(after, options.after) || !any_before)
+        return in_trouble;
 
     kernel_differences kernels = compare_sets(before.set, after.set);
     for (kernel_difference& kernel : kernels) {

@@ -155,6 +155,17 @@ bool is_spe(std::string_view event)
            std::find(std::begin(made), std::end(made), event) != std::end(made);
 }
 
+std::string note_text(const event_profile& event)
+{
+    if (event.kernels.empty() && event.unknown.samples != 0)
+        return "no sample is in a kernel with a dump; others ran";
+    if (event.kernels.empty())
+        return "no sample is in a kernel; perf does not see what a simulator or an emulator runs";
+    if (is_spe(event.event))
+        return "arm_spe samples are of operations, not of time, each at its own instruction";
+    return "interrupts come late: read a row with those before it; perf record -e arm_spe// is exact";
+}
+
 void print_text(const kernel_set& set, const profile& profile, const event_profile& event,
                 const std::vector<const placed_kernel*>& listed, bool coloured)
 {
@@ -167,11 +178,7 @@ void print_text(const kernel_set& set, const profile& profile, const event_profi
     disassembler disassembler;
     for (const placed_kernel* kernel : listed)
         print_listing(set, event, *kernel, disassembler, coloured);
-    fmt::print(
-        "\nnote: {}\n",
-        is_spe(event.event)
-            ? "arm_spe samples are of operations, not of time, each at its own instruction"
-            : "interrupts come late: read a row with those before it; perf record -e arm_spe// is exact");
+    fmt::print("\nnote: {}\n", note_text(event));
 }
 
 json counts(const event_profile& event, const kernel_set& set, const std::vector<const placed_kernel*>& named)
@@ -251,6 +258,7 @@ void add_profile(CLI::App& program, int& status)
     std::string footer = "The text for --perf-script is made by\n ";
     for (const std::string& word : perf_script_command())
         footer += " " + word;
+    footer += "\nExit status: 0 samples in kernels, 1 none, 2 trouble.";
     command->footer(footer);
     command->callback([options, data, &status] {
         if (options->perf_script.empty() && data->empty())

@@ -192,7 +192,8 @@ void report_profile_trouble(const profile& profile, const std::string& file, boo
 {
     if (profile.bad_lines == 0)
         return;
-    report_trouble(fmt::format("{}:{}: not a line of perf script's text{}", file, profile.first_bad_line,
+    report_trouble(fmt::format("{}:{}: not a line of the text of perf script -F pid,time,event,period,ip{}",
+                               file, profile.first_bad_line,
                                profile.bad_lines == 1
                                    ? ""
                                    : fmt::format(", as {} in all; they are passed over", profile.bad_lines)));

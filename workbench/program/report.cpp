@@ -106,6 +106,7 @@ void add_report(CLI::App& program, int& status)
     command->add_option("--against", options->against, "Dumps from before a change, to be compared with")
         ->type_name("OLD");
     add_common_options(*command, options->common, {"text", "json"});
+    command->footer("Exit status: 0 done, 2 trouble.");
     command->callback([options, text, data, &status] {
         if (!options->event.empty() && text->empty() && data->empty())
             throw CLI::ValidationError("--event", "there is no profile");
