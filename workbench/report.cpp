@@ -66,6 +66,7 @@ struct page {
     severity_counts severities;
     std::size_t smallest = 0; ///< code and constants of a kernel
     std::size_t largest = 0;
+    double most_share = 0; ///< of a kernel
     [[nodiscard]] bool compares() const { return input->against != nullptr; }
     [[nodiscard]] const event_profile* profile() const { return input->profile; }
     [[nodiscard]] double share(const entry& one) const
@@ -182,6 +183,7 @@ void add_profile(page& page)
         one.profile = &kernel;
         one.heat_step = heat_step(kernel.count.weight, heaviest);
         page.shares.emplace(one.kernel->name, page.share(one));
+        page.most_share = std::max(page.most_share, page.share(one));
     }
 }
 
@@ -237,9 +239,26 @@ std::string many(std::uint64_t count, const char* noun)
     return fmt::format("{} {}{}", grouped(count), noun, count == 1 ? "" : "s");
 }
 
+/// As it is shown, since nobody can see or click an empty name.
+std::string shown_name(const std::string& name)
+{
+    return name.empty() ? "(no name)" : name;
+}
+
 std::string kernel_link(const std::string& id, const std::string& name)
 {
-    return fmt::format("<a href=\"#{}\"><bdi>{}</bdi></a>", id, html(name));
+    return fmt::format("<a href=\"#{}\"><bdi>{}</bdi></a>", id, html(shown_name(name)));
+}
+
+std::string list_of(const page& page, const std::vector<std::size_t>& entries)
+{
+    std::string text;
+    for (std::size_t i = 0; i < entries.size() && i < most_named; ++i)
+        text += (i == 0 ? "" : ", ") +
+                kernel_link(page.entries[entries[i]].id, page.entries[entries[i]].kernel->name);
+    if (entries.size() > most_named)
+        text += fmt::format(" and {} more", grouped(entries.size() - most_named));
+    return text;
 }
 
 std::string set_card(const page& page)
@@ -271,8 +290,8 @@ std::string finding_item(const page& page, const wfta::kernel_finding& finding)
     const auto severity = static_cast<std::size_t>(finding.severity);
     const auto id = page.ids.find(finding.kernel);
     const bool in_row = finding.offset && *finding.offset >= 0 && *finding.offset % 4 == 0;
-    std::string place =
-        html(finding.offset ? place_text(finding.kernel, *finding.offset) : place_text(finding.kernel));
+    const std::string name = shown_name(finding.kernel);
+    std::string place = html(finding.offset ? place_text(name, *finding.offset) : place_text(name));
     if (id != page.ids.end())
         place = fmt::format("<a href=\"#{}{}\">{}</a>", id->second,
                             in_row ? fmt::format("+{:#x}", *finding.offset) : "", place);
@@ -330,19 +349,20 @@ std::string profile_card(const page& page)
 
 std::string change_card(const page& page)
 {
-    std::map<change_class, std::size_t> counts;
-    for (const entry& one : page.entries)
-        ++counts[one.change];
-    const std::size_t changed = page.entries.size() - counts[change_class::same];
+    std::map<change_class, std::vector<std::size_t>> classes;
+    for (std::size_t i = 0; i < page.entries.size(); ++i)
+        classes[page.entries[i].change].push_back(i);
+    const std::size_t changed = page.entries.size() - classes[change_class::same].size();
     std::string text = fmt::format(
         "<section class=\"card\"><h2>Against {}</h2><strong>{}</strong><dl>", html(page.input->against_name),
         changed == 0 ? "no difference"
                      : grouped(changed) + (changed == 1 ? " kernel differs" : " kernels differ"));
-    for (const auto& [change, count] : counts) {
-        if (count != 0) {
+    for (const auto& [change, entries] : classes) {
+        if (!entries.empty()) {
             fmt::format_to(std::back_inserter(text),
-                           "<dt>{0}</dt><dd><span class=\"change {1}\">{1}</span></dd>", grouped(count),
-                           name_of(change));
+                           "<dt>{0}</dt><dd><span class=\"change {1}\">{1}</span>{2}</dd>",
+                           grouped(entries.size()), name_of(change),
+                           change == change_class::same ? "" : ": " + list_of(page, entries));
         }
     }
     return text + "</dl></section>\n";
@@ -406,11 +426,8 @@ std::string legend(const page& page)
         fmt::format("<span class=\"for-size\">{} bytes {} {} bytes of code and constants</span>",
                     grouped(page.smallest), scale("size"), grouped(page.largest));
     if (page.profile() != nullptr) {
-        double most = 0;
-        for (const entry& one : page.entries)
-            most = std::max(most, page.share(one));
         text += fmt::format("<span class=\"for-heat\">0 {} {} % of all samples, a step is half</span>",
-                            scale("heat"), html(percent(most)));
+                            scale("heat"), html(percent(page.most_share)));
     }
     if (page.compares()) {
         std::set<change_class> classes;
@@ -432,7 +449,7 @@ std::string block(const page& page, std::size_t index, bool data)
     const std::uint64_t address = data ? one.kernel->data_address : one.kernel->text_address;
     const std::size_t size = data ? one.kernel->data.size() : one.kernel->text.size();
     const double width = 100 * static_cast<double>(size) / length;
-    std::string title = fmt::format("{}: {} at {:#x}, {}", html(one.kernel->name),
+    std::string title = fmt::format("{}: {} at {:#x}, {}", html(shown_name(one.kernel->name)),
                                     data ? "constants" : "code", address, many(size, "byte"));
     if (page.profile() != nullptr)
         title += fmt::format(", {} % of all samples", html(percent(page.share(one))));
@@ -507,7 +524,7 @@ std::vector<column> columns(const page& page)
 json entry_data(const page& page, const entry& one)
 {
     json data = {{"id", one.id},
-                 {"name", utf8(printable(one.kernel->name))},
+                 {"name", utf8(printable(shown_name(one.kernel->name)))},
                  {"address", fmt::format("{:#018x}", one.kernel->text_address)},
                  {"code", one.kernel->text.size()},
                  {"data", one.kernel->data.size()},
@@ -541,7 +558,7 @@ json entry_data(const page& page, const entry& one)
 std::string cell(const page& page, const entry& one, const std::string& key, const json& value)
 {
     if (key == "name")
-        return fmt::format("<th scope=\"row\" title=\"{}\">{}</th>", html(one.kernel->name),
+        return fmt::format("<th scope=\"row\" title=\"{}\">{}</th>", html(shown_name(one.kernel->name)),
                            kernel_link(one.id, one.kernel->name));
     if (key == "address")
         return fmt::format("<td class=\"address\">{:#x}</td>", one.kernel->text_address);
@@ -554,8 +571,8 @@ std::string cell(const page& page, const entry& one, const std::string& key, con
         return fmt::format("<td>{}{}</td>", value > 0 ? "+" : "−",
                            grouped(static_cast<std::uint64_t>(std::abs(value.get<std::int64_t>()))));
     if (key == "share")
-        return fmt::format("<td class=\"share\" style=\"--bar:{:.2f}%\">{}</td>", 100 * page.share(one),
-                           html(percent(page.share(one))));
+        return fmt::format("<td class=\"share\" style=\"--bar:{:.2f}%\">{}</td>",
+                           100 * page.share(one) / page.most_share, html(percent(page.share(one))));
     if (key == "findings") {
         std::string text = "<td>";
         for (std::size_t severity = 3; severity-- > 0;) {
@@ -576,8 +593,9 @@ std::string table(const page& page, const std::vector<json>& data)
     const std::vector<column> all = columns(page);
     std::string text = "<thead><tr>";
     for (const column& one : all)
-        text += fmt::format("<th scope=\"col\" data-key=\"{}\" title=\"{}\"><span>{}</span></th>", one.key,
-                            one.meaning, one.title);
+        text += fmt::format(
+            "<th scope=\"col\" data-key=\"{0}\" title=\"{1}{2}in the filter: {0}\"><span>{3}</span></th>",
+            one.key, one.meaning, *one.meaning == '\0' ? "" : "; ", one.title);
     text += "</tr></thead>\n<tbody>\n";
     for (std::size_t i = 0; i < page.entries.size(); ++i) {
         text += i < most_at_once ? "<tr>" : "<tr class=\"beyond\">";
@@ -586,17 +604,6 @@ std::string table(const page& page, const std::vector<json>& data)
         text += "</tr>\n";
     }
     return text + "</tbody>\n";
-}
-
-std::string list_of(const page& page, const std::vector<std::size_t>& entries)
-{
-    std::string text;
-    for (std::size_t i = 0; i < entries.size() && i < most_named; ++i)
-        text += (i == 0 ? "" : ", ") +
-                kernel_link(page.entries[entries[i]].id, page.entries[entries[i]].kernel->name);
-    if (entries.size() > most_named)
-        text += fmt::format(" and {} more", grouped(entries.size() - most_named));
-    return text;
 }
 
 std::string facts(const page& page, const entry& one)
@@ -705,6 +712,7 @@ std::string report_page(const report_input& input)
     parts["SCRIPT_HASH"] = page_js_hash;
     parts["STYLE"] = page_css;
     parts["COLOUR"] = colour_choices(page).front();
+    parts["ONE_COLOUR"] = colour_choices(page).size() == 1 ? " hidden" : "";
     parts["COLOUR_CHOICES"] = colour_inputs(page);
     parts["CARDS"] = cards(page);
     parts["LEGEND"] = legend(page);

@@ -422,44 +422,67 @@ T value_at(const std::uint8_t* bytes)
 }
 
 struct dump_row {
-    std::vector<std::string> cells; ///< offset, bytes, double, two floats, two integers
+    std::vector<std::string>
+        cells; ///< offset, bytes, double, two floats, two integers; before: bytes, double
     bool differs = false;
 };
 
 constexpr std::size_t bytes_in_dump_row = 8;
 constexpr std::size_t most_dump_rows = 512;
 
+/// The bytes of a row of the dump, as they are and as a number of each kind.
+std::vector<std::string> dump_cells(const std::vector<std::uint8_t>& data, std::size_t at)
+{
+    if (at >= data.size())
+        return {""};
+    const std::uint8_t* const bytes = data.data() + at;
+    const std::size_t size = std::min(bytes_in_dump_row, data.size() - at);
+    std::string hexadecimal;
+    for (std::size_t i = 0; i < size; ++i)
+        fmt::format_to(std::back_inserter(hexadecimal), "{}{:02x}", i == 0 ? "" : " ", bytes[i]);
+    std::vector<std::string> cells = {hexadecimal};
+    if (size == bytes_in_dump_row) {
+        cells.insert(cells.end(),
+                     {fmt::format("{}", value_at<double>(bytes)), fmt::format("{}", value_at<float>(bytes)),
+                      fmt::format("{}", value_at<float>(bytes + 4)),
+                      fmt::format("{}", value_at<std::int32_t>(bytes)),
+                      fmt::format("{}", value_at<std::int32_t>(bytes + 4))});
+    }
+    return cells;
+}
+
 std::vector<dump_row> dump_rows(const listing_input& input)
 {
-    const std::vector<std::uint8_t>& data = *input.data;
+    const std::vector<std::uint8_t>& before = input.data_before == nullptr ? *input.data : *input.data_before;
+    const std::size_t size = std::max(input.data->size(), before.size());
     std::vector<dump_row> rows;
-    for (std::size_t at = 0; at < data.size() && rows.size() < most_dump_rows; at += bytes_in_dump_row) {
-        const std::uint8_t* const bytes = data.data() + at;
-        const std::size_t size = std::min(bytes_in_dump_row, data.size() - at);
+    for (std::size_t at = 0; at < size && rows.size() < most_dump_rows; at += bytes_in_dump_row) {
         dump_row row;
-        row.differs =
-            input.data_before != nullptr && (input.data_before->size() < at + size ||
-                                             std::memcmp(input.data_before->data() + at, bytes, size) != 0);
-        std::string hexadecimal;
-        for (std::size_t i = 0; i < size; ++i)
-            fmt::format_to(std::back_inserter(hexadecimal), "{}{:02x}", i == 0 ? "" : " ", bytes[i]);
-        row.cells = {fmt::format("+{:02x}", at), hexadecimal};
-        if (size == bytes_in_dump_row) {
-            row.cells.insert(row.cells.end(), {fmt::format("{}", value_at<double>(bytes)),
-                                               fmt::format("{}", value_at<float>(bytes)),
-                                               fmt::format("{}", value_at<float>(bytes + 4)),
-                                               fmt::format("{}", value_at<std::int32_t>(bytes)),
-                                               fmt::format("{}", value_at<std::int32_t>(bytes + 4))});
+        row.cells = dump_cells(*input.data, at);
+        std::vector<std::string> old_cells = dump_cells(before, at);
+        row.differs = row.cells.front() != old_cells.front();
+        row.cells.insert(row.cells.begin(), fmt::format("+{:02x}", at));
+        if (row.differs) {
+            row.cells.resize(7);
+            old_cells.resize(2);
+            row.cells.insert(row.cells.end(), old_cells.begin(), old_cells.end());
         }
         rows.push_back(std::move(row));
     }
     return rows;
 }
 
+bool any_differs(const std::vector<dump_row>& rows)
+{
+    return std::any_of(rows.begin(), rows.end(), [](const dump_row& row) { return row.differs; });
+}
+
 std::string dump_html(const std::vector<dump_row>& rows)
 {
-    std::string text = "<table class=\"dump\"><thead><tr><th>offset</th><th>bytes</th><th>double</th>"
-                       "<th colspan=\"2\">floats</th><th colspan=\"2\">integers</th></tr></thead><tbody>";
+    std::string text =
+        fmt::format("<table class=\"dump\"><thead><tr><th>offset</th><th>bytes</th><th>double</th>"
+                    "<th colspan=\"2\">floats</th><th colspan=\"2\">integers</th>{}</tr></thead><tbody>",
+                    any_differs(rows) ? "<th colspan=\"2\">before</th>" : "");
     for (const dump_row& row : rows) {
         text += row.differs ? "<tr class=\"differs\">" : "<tr>";
         for (const std::string& cell : row.cells)
@@ -471,10 +494,10 @@ std::string dump_html(const std::vector<dump_row>& rows)
 
 json dump_json(const std::vector<dump_row>& rows)
 {
-    json document = json::array();
+    json list = json::array();
     for (const dump_row& row : rows)
-        document.push_back({{"cells", row.cells}, {"differs", row.differs}});
-    return document;
+        list.push_back({{"cells", row.cells}, {"differs", row.differs}});
+    return {{"differs", any_differs(rows)}, {"rows", std::move(list)}};
 }
 
 } // namespace
@@ -498,9 +521,9 @@ listing_section make_listing_section(const listing_input& input, bool drawn)
     fmt::format_to(out, "<div class=\"listing\" tabindex=\"0\">{}</div>\n",
                    drawn ? listing_html(listing) : "");
     if (!dump.empty()) {
-        fmt::format_to(out, "<details><summary>Constants, {} {}</summary><div class=\"constants\">{}</div>",
-                       grouped(input.data->size()), input.data->size() == 1 ? "byte" : "bytes",
-                       drawn ? dump_html(dump) : "");
+        fmt::format_to(out, "<details{}><summary>Constants, {} {}</summary><div class=\"constants\">{}</div>",
+                       any_differs(dump) ? " open" : "", grouped(input.data->size()),
+                       input.data->size() == 1 ? "byte" : "bytes", drawn ? dump_html(dump) : "");
         if (input.data->size() > most_dump_rows * bytes_in_dump_row)
             fmt::format_to(out, "<p>The first {} bytes.</p>", grouped(most_dump_rows * bytes_in_dump_row));
         text += "</details>\n";

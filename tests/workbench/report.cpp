@@ -171,6 +171,41 @@ TEST(Report, ShowsConstantsAsBytesAndNumbers)
         HasSubstr("<tr><td>+00</td><td>00 00 00 00 00 00 f8 bf</td><td>-1.5</td><td>0</td><td>-1.9375</td>"
                   "<td>0</td><td>-1074266112</td></tr>"));
     EXPECT_THAT(page, HasSubstr("<td>1</td><td>2</td></tr><tr><td>+10</td><td>07</td></tr>"));
+    EXPECT_THAT(page, HasSubstr("<details><summary>Constants, 17 bytes</summary>"));
+}
+
+TEST(Report, ShowsConstantsThatChangedBesideWhatTheyWere)
+{
+    const auto set_with = [](std::vector<std::uint8_t> data) {
+        return make_kernel_set({placed("k", 0x10000, {a64::ret()}, 0x10020, std::move(data))});
+    };
+    const kernel_set before = set_with({0, 0, 0, 0, 0, 0, 0xf0, 0x3f, 0, 0, 0, 0, 0, 0, 0xf8, 0xbf, 7});
+    const auto compared = [&](const kernel_set& set) {
+        report_input input;
+        input.name = "dumps";
+        input.set = &set;
+        input.against_name = "before";
+        input.against = &before;
+        return report_page(input);
+    };
+    const std::string changed =
+        compared(set_with({0, 0, 0, 0, 0, 0, 0xf0, 0x3f, 0, 0, 0, 0, 0, 0, 0xf4, 0xbf}));
+    EXPECT_THAT(changed, HasSubstr("<details open><summary>Constants, 16 bytes</summary>"));
+    EXPECT_THAT(changed, HasSubstr("<th colspan=\"2\">before</th></tr></thead><tbody><tr><td>+00</td>"));
+    EXPECT_THAT(changed,
+                HasSubstr("<tr class=\"differs\"><td>+08</td><td>00 00 00 00 00 00 f4 bf</td><td>-1.25</td>"
+                          "<td>0</td><td>-1.90625</td><td>0</td><td>-1074528256</td>"
+                          "<td>00 00 00 00 00 00 f8 bf</td><td>-1.5</td></tr>"));
+    EXPECT_THAT(changed,
+                HasSubstr("<tr class=\"differs\"><td>+10</td><td></td><td></td><td></td><td></td><td></td>"
+                          "<td></td><td>07</td><td></td></tr></tbody>"));
+    EXPECT_THAT(
+        changed,
+        HasSubstr("<strong>1 kernel differs</strong><dl><dt>1</dt><dd><span class=\"change constants\">"
+                  "constants</span>: <a href=\"#k\"><bdi>k</bdi></a></dd></dl>"));
+    const std::string same = compared(before);
+    EXPECT_THAT(same, HasSubstr("<details><summary>Constants, 17 bytes</summary>"));
+    EXPECT_THAT(same, testing::Not(HasSubstr(">before</th>")));
 }
 
 TEST(Report, ShowsFindingsAtTheirKernelAndInstruction)

@@ -5,6 +5,7 @@ Drives Chromium by the WebDriver protocol of chromedriver, with the standard lib
 where either is missing.
 """
 
+import base64
 import contextlib
 import gzip
 import json
@@ -32,6 +33,7 @@ HOSTILE_NAMES = [
     ":kernels",
     "right-to-left \u202egnp",
     "kernel_7",  # there are two of it
+    "",
 ]
 INVALID_UTF8 = b"bad\xff\xfename"
 
@@ -237,6 +239,12 @@ class Report(unittest.TestCase):
         for name, target in listing["links"][1:]:
             self.assertEqual(target, "#" + name)
 
+    def test_leaves_out_what_there_is_no_choice_of_and_says_that_nothing_calls(self):
+        self.open(make_report(make_dumps(self.path("one"), 1), self.path("one.html")))
+        self.assertEqual(self.browser.run("return [':colour', ':one-scale'].map("
+                                          "(id) => document.getElementById(id).offsetHeight)"), [0, 0])
+        self.assertEqual(self.browser.texts("#\\:graph-of"), ["No kernel calls another."])
+
     # ---- Sorting and filtering
 
     def test_sorts_by_a_column_and_back(self):
@@ -267,6 +275,10 @@ class Report(unittest.TestCase):
         self.browser.keys(*f" code>={limit}")
         self.assertEqual(self.column("name"), [n for n, size in code.items() if "_1" in n and size >= limit])
         self.assertEqual(self.browser.texts("#\\:shown"), [f"{len(self.column('name'))} of 40"])
+        shown = self.column("name")
+        self.browser.run("document.getElementById(':filter').value = ''")
+        self.browser.keys(*f"_1 code >= {limit}")
+        self.assertEqual(self.column("name"), shown)
         self.browser.keys(*" /nobody")
         self.assertTrue(self.browser.run("return document.getElementById(':filter').value").endswith(" /nobody"))
         self.assertEqual(self.column("name"), [])
@@ -326,7 +338,7 @@ class Report(unittest.TestCase):
     def test_hostile_names_stay_text(self):
         dumps = make_dumps(self.path("hostile"), 8, [name.encode() for name in HOSTILE_NAMES] + [INVALID_UTF8])
         page = make_report(dumps, self.path("hostile.html"))
-        shown = HOSTILE_NAMES + ["bad\ufffd\ufffdname"]
+        shown = [name or "(no name)" for name in HOSTILE_NAMES] + ["bad\ufffd\ufffdname"]
         self.open(page)
         self.assertEqual(self.column("name")[-len(shown):], shown)
         self.assertEqual(self.browser.texts("article h3")[-len(shown):], shown)
@@ -386,6 +398,13 @@ class Report(unittest.TestCase):
             self.assertGreater(self.browser.run(height, selector), 0, selector)
         self.assertEqual(self.browser.run("return getComputedStyle(document.body).backgroundColor"),
                          "rgb(255, 255, 255)")
+
+    def test_print_divides_listings_among_pages(self):
+        self.open(self.few)
+        pdf = base64.b64decode(self.browser.devtools("Page.printToPDF", paperWidth=8, paperHeight=10)["data"])
+        pages = len(re.findall(rb"/Type */Page\b", pdf))
+        self.assertGreater(pages, 20)
+        self.assertLess(pages, 40)  # as many as there are kernels, if each began on a page of its own
 
     def test_colours_can_be_read_in_light_and_dark(self):
         for scheme in ("light", "dark"):
@@ -450,6 +469,9 @@ class Report(unittest.TestCase):
             return [row.querySelector('.share').textContent, row.querySelector('.share').className]""")
         self.assertEqual(hottest, ["27.5", "share h7"])
         self.assertIn("; 0.02 % of all in wfta_short_7", self.browser.texts("[id='wfta_5040+0x84'] .comment"))
+        bars = self.browser.run("return [...document.querySelectorAll('.kernels td.share')].map("
+                                "(cell) => cell.style.getPropertyValue('--bar'))")
+        self.assertEqual(bars[-1], "100.00%")
         self.browser.click("input[value=size]")
         self.assertEqual(self.browser.run("return document.documentElement.dataset.colour"), "size")
 
@@ -474,7 +496,14 @@ class Report(unittest.TestCase):
         self.assertEqual(differing[0][2], "kernel_5:old" + offset)
         self.browser.run("location.hash = arguments[0]", "kernel_5:old" + offset)
         self.browser.wait_for("document.querySelector('td.here')?.id === arguments[0]", "kernel_5:old" + offset)
+        marked = self.browser.run("""
+            const [here] = document.querySelectorAll('td.here');
+            const probe = document.body.appendChild(document.createElement('p'));
+            probe.style.background = 'var(--here)';
+            return [probe, here, here.nextSibling].map((one) => getComputedStyle(one).backgroundColor)""")
+        self.assertEqual(len(set(marked)), 1, marked)
         self.assertEqual(self.browser.run("return document.querySelectorAll('#kernel_6 .old').length"), 0)
+        self.assertEqual(self.browser.texts(".card dd a"), ["kernel_5", "kernel_39", "kernel_38"])
 
     # ---- Large sets
 

@@ -8,6 +8,7 @@
     const kernels = JSON.parse(byId(':data').textContent).kernels;
     const indexOfId = new Map(kernels.map((kernel, index) => [kernel.id, index]));
     root.classList.add('running');
+    const grouped = (count) => count.toLocaleString('en');
 
     // ---- Which kernel is pointed at, anywhere on the page
 
@@ -168,7 +169,8 @@
     const filter = byId(':filter');
 
     function applyFilter() {
-        const conditions = filter.value.split(/\s+/).filter(Boolean).map(condition);
+        const terms = filter.value.replace(/\s*([<>]=?|=)\s*/g, '$1').split(/\s+/).filter(Boolean);
+        const conditions = terms.map(condition);
         let shown = 0;
         kernels.forEach((kernel, index) => {
             const fits = conditions.every((holds) => holds(kernel));
@@ -178,7 +180,7 @@
             shown += fits;
         });
         showRows(rowsAtOnce);
-        byId(':shown').textContent = conditions.length ? `${shown} of ${kernels.length}` : '';
+        byId(':shown').textContent = conditions.length ? `${grouped(shown)} of ${grouped(kernels.length)}` : '';
     }
     filter.addEventListener('input', applyFilter);
     document.addEventListener('keydown', (event) => {
@@ -398,14 +400,17 @@
     const calling = kernels.map((_, index) => index).filter((index) =>
         kernels[index].callees.length || callers[index].length);
     const whole = calling.length <= mostAtOnce;
-    const counted = (count) => `${count.toLocaleString('en')} ${count === 1 ? 'kernel' : 'kernels'}`;
 
     function showGraph(index) {
         const members = index < 0 ? new Set(calling) : around(index);
-        byId(':graph-of').textContent = index < 0
-            ? `${counted(calling.length)} of ${kernels.length} that call another or are called; callers stand above callees.`
-            : `${kernels[index].name} with its nearest callers, above, and callees, below: ${counted(members.size)}` +
-                ` of ${calling.length.toLocaleString('en')}. Go to another kernel to see it here.`;
+        byId(':graph-of').textContent = !calling.length
+            ? 'No kernel calls another.'
+            : index < 0
+                ? `${grouped(calling.length)} of ${grouped(kernels.length)} kernels call another or are called; ` +
+                    'callers stand above callees.'
+                : `${kernels[index].name} with its nearest callers, above, and callees, below: ` +
+                    `${grouped(members.size)} of ${grouped(calling.length)} kernels. ` +
+                    'Go to another kernel to see it here.';
         byId(':graph-whole').hidden = index < 0 || calling.length > mostDrawn;
         if (!members.size)
             return;
@@ -517,8 +522,10 @@
         return table;
     }
 
-    function constantsTable(rows) {
+    function constantsTable({differs: anyDiffers, rows}) {
         const head = [['offset'], ['bytes'], ['double'], ['floats', 2], ['integers', 2]];
+        if (anyDiffers)
+            head.push(['before', 2]);
         return element('table', {class: 'dump'},
             element('thead', {}, element('tr', {},
                 ...head.map(([title, columns]) => element('th', columns ? {colspan: columns} : {}, title)))),
