@@ -24,13 +24,8 @@ void require(bool condition)
 placed_kernel kernel(const char* name, std::uint64_t text_address, std::size_t text,
                      std::uint64_t data_address, std::size_t data)
 {
-    placed_kernel made;
-    made.name = name;
-    made.text_address = text_address;
-    made.text.resize(text);
-    made.data_address = data_address;
-    made.data.resize(data);
-    return made;
+    using bytes = std::vector<std::uint8_t>;
+    return {name, text_address, bytes(text), data_address, bytes(data), {}, 0, ""};
 }
 
 /// Two mappings, at 0x10000 and at 0x30000.

@@ -28,14 +28,8 @@ constexpr std::uint32_t load = 0xb9400000; // ldr w0, [x0]
 placed_kernel kernel(const std::string& name, std::uint64_t text, const std::vector<std::uint32_t>& words,
                      std::uint64_t data, std::vector<tessjit::reloc_info> relocs = {})
 {
-    placed_kernel kernel;
-    kernel.name = name;
-    kernel.text_address = text;
-    kernel.text = support::code(words);
-    kernel.data_address = data;
-    kernel.data.assign(64, 1);
-    kernel.relocs = std::move(relocs);
-    return kernel;
+    return {name, text, support::code(words), data, std::vector<std::uint8_t>(64, 1), std::move(relocs),
+            0,    ""};
 }
 
 // The kernel "k" that the tests break.

@@ -35,14 +35,9 @@ const std::string hash_of_nothing = "99aa06d3014798d86001c324468d497f"; // XXH3'
 
 placed_kernel two_calls()
 {
-    placed_kernel kernel;
-    kernel.name = "k";
-    kernel.text_address = 0x1000;
-    kernel.text = support::code({a64::adr(0), a64::bl(), a64::bl(), a64::ret()});
-    kernel.data_address = 0x2000;
-    kernel.data = {1, 2, 3};
-    kernel.relocs = {{".rodata.k", 0, 274, 0}, {"f", 4, 283, 0}, {"g", 8, 283, 0}};
-    return kernel;
+    return {"k",    0x1000,    support::code({a64::adr(0), a64::bl(), a64::bl(), a64::ret()}),
+            0x2000, {1, 2, 3}, {{".rodata.k", 0, 274, 0}, {"f", 4, 283, 0}, {"g", 8, 283, 0}},
+            0,      ""};
 }
 
 TEST(Fingerprint, TellsCodeReferencesAndConstantsApart)

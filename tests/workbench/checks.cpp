@@ -34,15 +34,8 @@ placed_kernel placed(const std::string& name, std::uint64_t text, std::uint64_t 
                      const std::vector<std::uint32_t>& words, std::vector<tessjit::reloc_info> relocs = {},
                      std::size_t data_size = 8)
 {
-    placed_kernel kernel;
-    kernel.name = name;
-    kernel.text_address = text;
-    kernel.text = code(words);
-    kernel.data_address = data;
-    kernel.data.resize(data_size);
-    kernel.relocs = std::move(relocs);
-    kernel.file = "dumps/" + name;
-    return kernel;
+    return {name, text,           code(words), data, std::vector<std::uint8_t>(data_size), std::move(relocs),
+            0,    "dumps/" + name};
 }
 
 /// The findings, a line each: kernel, relocation, id.

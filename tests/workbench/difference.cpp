@@ -28,14 +28,7 @@ using vorna::workbench::row_pair;
 placed_kernel kernel(const std::string& name, const std::vector<std::uint32_t>& words,
                      std::vector<tessjit::reloc_info> relocs = {}, std::vector<std::uint8_t> data = {})
 {
-    placed_kernel kernel;
-    kernel.name = name;
-    kernel.text_address = 0x10000;
-    kernel.text = support::code(words);
-    kernel.data_address = 0x20000;
-    kernel.data = std::move(data);
-    kernel.relocs = std::move(relocs);
-    return kernel;
+    return {name, 0x10000, support::code(words), 0x20000, std::move(data), std::move(relocs), 0, ""};
 }
 
 // The alignment in signs: "=" a pair that is the same, "~" one that is not, "-" and "+" rows of one side.

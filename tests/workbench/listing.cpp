@@ -27,14 +27,7 @@ using testing::HasSubstr;
 placed_kernel placed(const std::string& name, std::uint64_t text, const std::vector<std::uint32_t>& words,
                      std::vector<tessjit::reloc_info> relocs = {}, std::vector<std::uint8_t> data = {})
 {
-    placed_kernel kernel;
-    kernel.name = name;
-    kernel.text_address = text;
-    kernel.text = code(words);
-    kernel.data_address = text + 0x800;
-    kernel.data = std::move(data);
-    kernel.relocs = std::move(relocs);
-    return kernel;
+    return {name, text, code(words), text + 0x800, std::move(data), std::move(relocs), 0, ""};
 }
 
 kernel_listing list(const kernel_set& set, const std::string& name, bool linked = true)

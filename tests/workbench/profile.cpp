@@ -14,13 +14,8 @@ using namespace vorna::workbench;
 placed_kernel kernel(const std::string& name, std::uint64_t text_address, std::size_t text,
                      std::uint64_t data_address, std::size_t data)
 {
-    placed_kernel made;
-    made.name = name;
-    made.text_address = text_address;
-    made.text.resize(text);
-    made.data_address = data_address;
-    made.data.resize(data);
-    return made;
+    using bytes = std::vector<std::uint8_t>;
+    return {name, text_address, bytes(text), data_address, bytes(data), {}, 0, ""};
 }
 
 /// Three kernels in the mapping from 0x10000 to 0x12000.

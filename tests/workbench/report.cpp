@@ -31,14 +31,7 @@ placed_kernel placed(const std::string& name, std::uint64_t text, const std::vec
                      std::uint64_t data = 0, std::vector<std::uint8_t> data_bytes = {},
                      std::vector<tessjit::reloc_info> relocs = {})
 {
-    placed_kernel kernel;
-    kernel.name = name;
-    kernel.text_address = text;
-    kernel.text = code(words);
-    kernel.data_address = data;
-    kernel.data = std::move(data_bytes);
-    kernel.relocs = std::move(relocs);
-    return kernel;
+    return {name, text, code(words), data, std::move(data_bytes), std::move(relocs), 0, ""};
 }
 
 /// wfta_3 and wfta_12, which calls it, with a loop and constants.
