@@ -437,6 +437,9 @@ TEST_F(BaselineCommand, KeepsListingsBesideIt)
 {
     const std::vector<std::string> check = {"check", "base", "dumps", "--listing=listings"};
     const std::vector<std::string> bless = {"bless", "base", "dumps", "--all", "--listing=listings"};
+    const child_result among_dumps = run({"bless", "base", "dumps", "--all", "--listing=./dumps"});
+    EXPECT_EQ(among_dumps.exit_status, 2);
+    EXPECT_EQ(among_dumps.err, "vorna-kernels: ./dumps: is the directory of the dumps\n");
     dump("../up", {a64::ret()}, {}, {}, "other");
     std::filesystem::rename(directory.path() / "up", directory.path() / "dumps" / "up");
     ASSERT_EQ(run(bless).exit_status, 0);

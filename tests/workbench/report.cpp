@@ -391,6 +391,20 @@ TEST_F(ReportCommand, LeavesTheOldPageInTrouble)
     EXPECT_EQ(page(), "old");
 }
 
+TEST_F(ReportCommand, DoesNotWriteThePageOverWhatItReads)
+{
+    std::filesystem::copy(directory.path() / "dumps", directory.path() / "before");
+    write_file(directory.path() / "text", "some words\n");
+    for (const char* const dumps : {"dumps", "before"}) {
+        const std::string dump = dumps + ("/" + *names_in(directory.path() / dumps).begin());
+        const std::string bytes = contents(directory.path() / dump);
+        expect_trouble({"dumps", "--against=before", "-o", dump}, dump + ": is one of the dumps");
+        EXPECT_EQ(contents(directory.path() / dump), bytes);
+    }
+    expect_trouble({"dumps", "--perf-script=text", "-o", "./text"}, "./text: is the profile");
+    EXPECT_EQ(contents(directory.path() / "text"), "some words\n");
+}
+
 TEST_F(ReportCommand, RefusesArgumentsThatDoNotGoTogether)
 {
     expect_trouble({"dumps"}, "--output is required");

@@ -362,6 +362,8 @@ void write_listings(const baseline_options& options, const std::vector<kernel_st
     std::filesystem::create_directories(options.listing, error);
     if (error)
         throw std::runtime_error(fmt::format("{}: {}", options.listing, error.message()));
+    if (std::filesystem::equivalent(options.listing, options.dumps, error))
+        throw std::runtime_error(options.listing + ": is the directory of the dumps");
     disassembler disassembler;
     for (const kernel_state& state : accepted) {
         if (state.difference.after)

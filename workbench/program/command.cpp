@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fmt/format.h>
+#include <stdexcept>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace vorna::workbench {
@@ -68,6 +70,19 @@ bool require_kernels(const read_result& read, const std::string& path)
     if (read.set.kernels.empty() && !read.trouble)
         report_trouble(path + ": no dumps in it");
     return !read.set.kernels.empty();
+}
+
+void refuse_dump(const kernel_set& set, const std::string& file)
+{
+    struct stat of_file;
+    if (stat(file.c_str(), &of_file) != 0)
+        return;
+    for (const placed_kernel& kernel : set.kernels) {
+        struct stat of_dump;
+        if (stat(kernel.file.c_str(), &of_dump) == 0 && of_dump.st_dev == of_file.st_dev &&
+            of_dump.st_ino == of_file.st_ino)
+            throw std::runtime_error(file + ": is one of the dumps");
+    }
 }
 
 std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const std::vector<std::string>& names,

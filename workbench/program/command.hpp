@@ -47,6 +47,9 @@ read_result read_set(const std::vector<std::string>& paths, const common_options
 /// reported already.
 bool require_kernels(const read_result& read, const std::string& path);
 
+/// Throws std::runtime_error if `file`, which is to be written, is one of the dumps.
+void refuse_dump(const kernel_set& set, const std::string& file);
+
 /// The kernels of these names, of all if there are none. A name that is not in the set is reported, with the
 /// nearest one, and sets `trouble`.
 std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const std::vector<std::string>& names,

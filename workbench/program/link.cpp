@@ -7,7 +7,6 @@
 #include <fmt/format.h>
 #include <memory>
 #include <stdexcept>
-#include <sys/stat.h>
 
 namespace vorna::workbench {
 
@@ -96,20 +95,6 @@ void print_json(const kernel_set& set, const linked_set& linked, const std::stri
                                 {"kernels", kernels},
                                 {"missing", linked.missing},
                                 {"findings", findings}}));
-}
-
-// An image by the name of a dump would replace it.
-void refuse_dump(const kernel_set& set, const std::string& image)
-{
-    struct stat of_image;
-    if (stat(image.c_str(), &of_image) != 0)
-        return;
-    for (const placed_kernel& kernel : set.kernels) {
-        struct stat of_dump;
-        if (stat(kernel.file.c_str(), &of_dump) == 0 && of_dump.st_dev == of_image.st_dev &&
-            of_dump.st_ino == of_image.st_ino)
-            throw std::runtime_error(image + ": is one of the dumps");
-    }
 }
 
 int link(const link_options& options)

@@ -211,11 +211,8 @@ json counts(const event_profile& event, const kernel_set& set, const std::vector
 int show_profile(const profile_options& options)
 {
     read_result read = read_set({options.dumps}, options.common);
-    if (read.set.kernels.empty()) {
-        if (!read.trouble)
-            report_trouble(options.dumps + ": no dumps in it");
+    if (!require_kernels(read, options.dumps))
         return in_trouble;
-    }
     const bool text = !options.perf_script.empty();
     const std::string& file = text ? options.perf_script : options.perf_data;
     const profile profile = text ? read_perf_script(file, read.set) : read_perf_data(file, read.set);

@@ -7,9 +7,11 @@
 #include "workbench/program/profile_input.hpp"
 #include "workbench/replace_file.hpp"
 
+#include <filesystem>
 #include <fmt/format.h>
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 
 namespace vorna::workbench {
 
@@ -25,23 +27,19 @@ struct report_options {
     std::string page;
 };
 
-/// Reads dumps of which there must be some.
-read_result read_some(const std::string& dumps, const common_options& options)
-{
-    read_result read = read_set({dumps}, options);
-    if (read.set.kernels.empty() && !read.trouble)
-        report_trouble(dumps + ": no dumps in it");
-    return read;
-}
-
 int report(const report_options& options)
 {
-    read_result read = read_some(options.dumps, options.common);
+    read_result read = read_set({options.dumps}, options.common);
+    bool any = require_kernels(read, options.dumps);
     read_result before;
-    if (!options.against.empty())
-        before = read_some(options.against, options.common);
-    if (read.set.kernels.empty() || (!options.against.empty() && before.set.kernels.empty()))
+    if (!options.against.empty()) {
+        before = read_set({options.against}, options.common);
+        any = require_kernels(before, options.against) && any;
+    }
+    if (!any)
         return in_trouble;
+    refuse_dump(read.set, options.page);
+    refuse_dump(before.set, options.page);
 
     report_input input;
     input.name = options.dumps;
@@ -55,6 +53,9 @@ int report(const report_options& options)
     const bool text = !options.perf_script.empty();
     if (text || !options.perf_data.empty()) {
         const std::string& file = text ? options.perf_script : options.perf_data;
+        std::error_code ignored;
+        if (std::filesystem::equivalent(file, options.page, ignored))
+            throw std::runtime_error(options.page + ": is the profile");
         profile = text ? read_perf_script(file, read.set) : read_perf_data(file, read.set);
         report_profile_trouble(profile, file == "-" ? "standard input" : file, read.trouble);
         input.profile = choose_event(profile, options.event);
