@@ -592,10 +592,11 @@ std::string table(const page& page, const std::vector<json>& data)
 {
     const std::vector<column> all = columns(page);
     std::string text = "<thead><tr>";
-    for (const column& one : all)
+    for (const column& one : all) {
         text += fmt::format(
             "<th scope=\"col\" data-key=\"{0}\" title=\"{1}{2}in the filter: {0}\"><span>{3}</span></th>",
             one.key, one.meaning, *one.meaning == '\0' ? "" : "; ", one.title);
+    }
     text += "</tr></thead>\n<tbody>\n";
     for (std::size_t i = 0; i < page.entries.size(); ++i) {
         text += i < most_at_once ? "<tr>" : "<tr class=\"beyond\">";
