@@ -1,5 +1,7 @@
 #include "workbench/disassembler.hpp"
 
+#include "workbench/a64.hpp"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
@@ -71,43 +73,22 @@ std::string disassembler::text_with_last_operand(std::uint32_t word, std::string
     return text;
 }
 
-namespace {
-
-// Where instructions that lead somewhere relative to themselves hold the distance: "Arm A-profile A64
-// Instruction Set Architecture".
-struct distance_field {
-    std::uint32_t mask;
-    std::uint32_t opcode;
-    unsigned low_bit;
-    unsigned bits;
-};
-
-constexpr distance_field distance_fields[] = {
-    {0x7c000000, 0x14000000, 0, 26}, // B, BL
-    {0xff000000, 0x54000000, 5, 19}, // B.cond, BC.cond
-    {0x7e000000, 0x34000000, 5, 19}, // CBZ, CBNZ
-    {0x7e000000, 0x36000000, 5, 14}, // TBZ, TBNZ
-    {0x3b000000, 0x18000000, 5, 19}, // LDR, LDRSW, PRFM (literal)
-};
-
-std::uint64_t sign_extended(std::uint64_t value, unsigned bits)
+static std::uint64_t sign_extended(std::uint64_t value, unsigned bits)
 {
     const std::uint64_t sign = std::uint64_t{1} << (bits - 1);
     return (value ^ sign) - sign;
 }
 
-} // namespace
-
+// The fields are those of the "Arm A-profile A64 Instruction Set Architecture".
 std::optional<std::uint64_t> pc_relative_target(std::uint32_t word, std::uint64_t pc)
 {
-    for (const distance_field& field : distance_fields) {
-        if ((word & field.mask) == field.opcode) {
-            const std::uint64_t words = word >> field.low_bit & ((std::uint32_t{1} << field.bits) - 1);
-            return pc + 4 * sign_extended(words, field.bits);
-        }
-    }
+    if (const std::optional<std::int64_t> displacement = wfta::branch_displacement(word))
+        return pc + static_cast<std::uint64_t>(*displacement);
+    const std::uint64_t immediate = word >> 5 & 0x7ffff;
+    if ((word & 0x3b000000) == 0x18000000) // LDR, LDRSW, PRFM (literal)
+        return pc + 4 * sign_extended(immediate, 19);
     if ((word & 0x1f000000) == 0x10000000) { // ADR, ADRP
-        const std::uint64_t distance = sign_extended((word >> 5 & 0x7ffff) << 2 | (word >> 29 & 3), 21);
+        const std::uint64_t distance = sign_extended(immediate << 2 | (word >> 29 & 3), 21);
         return word >> 31 == 0 ? pc + distance : (pc & ~std::uint64_t{0xfff}) + (distance << 12);
     }
     return std::nullopt;
