@@ -215,16 +215,15 @@ class log_reader {
 public:
     void add(std::string_view bytes)
     {
-        while (!bytes.empty()) {
-            const void* const newline = std::memchr(bytes.data(), '\n', bytes.size());
-            if (newline == nullptr) {
-                keep(bytes);
-                return;
-            }
-            const auto length = static_cast<std::size_t>(static_cast<const char*>(newline) - bytes.data());
-            end_line(bytes.substr(0, length));
-            bytes.remove_prefix(length + 1);
+        take_lines(bytes, 1); // the first may have begun in the piece before
+        if (!open_ && !contains(bytes, message_begin) && !contains(bytes, source_file)) {
+            const std::size_t noise = bytes.rfind('\n') + 1;
+            line_ += static_cast<std::size_t>(
+                std::count(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(noise), '\n'));
+            bytes.remove_prefix(noise);
         }
+        take_lines(bytes, bytes.size());
+        keep(bytes);
     }
 
     abort_log finish()
@@ -236,6 +235,19 @@ public:
 
 private:
     static constexpr std::string_view indent = "  ";
+
+    // Takes so many lines at most from the front, as far as they end there.
+    void take_lines(std::string_view& bytes, std::size_t most)
+    {
+        for (std::size_t lines = 0; lines < most && !bytes.empty(); ++lines) {
+            const void* const newline = std::memchr(bytes.data(), '\n', bytes.size());
+            if (newline == nullptr)
+                return;
+            const auto length = static_cast<std::size_t>(static_cast<const char*>(newline) - bytes.data());
+            end_line(bytes.substr(0, length));
+            bytes.remove_prefix(length + 1);
+        }
+    }
 
     // The beginning of a line whose end is still to come.
     void keep(std::string_view bytes)

@@ -295,7 +295,8 @@ TEST(AbortReports, WithoutTheirMessageAreFoundToo)
 
 TEST(AbortReports, AreReadInPiecesOfAnySize)
 {
-    const std::string text = "x\n" + message + "  new\nline \t 0x7f0000 0x10 0x7f0020 0x4\n" + end_of_listing;
+    const std::string text =
+        "x\n\ny\nz\n" + message + "  new\nline \t 0x7f0000 0x10 0x7f0020 0x4\n" + end_of_listing;
     for (std::size_t size = 1; size < text.size(); ++size) {
         std::size_t at = 0;
         const abort_log log = read_abort_reports([&](char* buffer, std::size_t most) {
@@ -304,6 +305,7 @@ TEST(AbortReports, AreReadInPiecesOfAnySize)
             return count;
         });
         ASSERT_EQ(ids(log), std::vector<std::string>{"field-filled"}) << size;
+        EXPECT_EQ(log.reports[0].line, 5U);
         EXPECT_THAT(listing(log), ElementsAre("new\nline|0x7f0000|0x10|0x7f0020|0x4"));
         EXPECT_TRUE(log.listings[0].complete);
     }
