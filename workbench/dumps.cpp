@@ -9,10 +9,10 @@
 #include <gelf.h>
 #include <limits>
 #include <memory>
-#include <set>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <unordered_set>
 
 namespace vorna::workbench {
 
@@ -232,7 +232,11 @@ std::string error_text()
 }
 
 /// Files by device and inode: one may have several names, and be named several times.
-using file_set = std::set<std::pair<dev_t, ino_t>>;
+using file_id = std::pair<dev_t, ino_t>;
+struct file_hash {
+    std::size_t operator()(const file_id& id) const { return id.first * 31 + id.second; }
+};
+using file_set = std::unordered_set<file_id, file_hash>;
 
 // Throws std::runtime_error with what is wrong.
 file_kind read_file(const std::string& path, std::vector<placed_kernel>& kernels, std::vector<char>& buffer,

@@ -90,21 +90,32 @@ public:
     {
     }
 
-    void forget() { registers_ = {}; }
+    void forget()
+    {
+        if (any_known_)
+            registers_ = {};
+        any_known_ = false;
+    }
 
     void step(std::size_t offset, std::uint32_t word, std::size_t relocation)
     {
-        if (relocation != several)
-            look_at_access(offset, word);
+        if (!any_known_ && relocation == none)
+            return; // nothing is known behind it either
+        const std::optional<memory_access> access =
+            relocation == several ? std::nullopt : decode_memory_access(word);
+        if (access)
+            look_at_access(offset, *access);
         const std::optional<std::pair<unsigned, register_value>> result = computed(word, relocation);
         const std::uint32_t written =
-            relocation == several ? ~std::uint32_t{0} : written_registers(word) & ~(writeback(word));
+            relocation == several ? ~std::uint32_t{0} : written_registers(word) & ~writeback(word, access);
         for (unsigned i = 0; i < 32; ++i) {
             if ((written >> i & 1) != 0)
                 registers_[i] = {};
         }
-        if (result && relocation != several)
+        if (result && relocation != several) {
             registers_[result->first] = result->second;
+            any_known_ = true;
+        }
         if (never_falls_through(word))
             forget();
     }
@@ -113,9 +124,8 @@ public:
 
 private:
     // The bit of a base register that a load or a store adds a constant to, and does not load itself.
-    static std::uint32_t writeback(std::uint32_t word)
+    static std::uint32_t writeback(std::uint32_t word, const std::optional<memory_access>& access)
     {
-        const auto access = decode_memory_access(word);
         if (!access || (access->addressing != addressing_mode::pre_index &&
                         access->addressing != addressing_mode::post_index))
             return 0;
@@ -125,20 +135,18 @@ private:
         return std::uint32_t{1} << access->base;
     }
 
-    void look_at_access(std::size_t offset, std::uint32_t word)
+    void look_at_access(std::size_t offset, const memory_access& access)
     {
-        const auto access = decode_memory_access(word);
-        if (!access || registers_[access->base].what == register_value::kind::unknown)
+        register_value& base = registers_[access.base];
+        if (base.what == register_value::kind::unknown ||
+            access.addressing == addressing_mode::register_index)
             return;
-        register_value& base = registers_[access->base];
-        if (access->addressing == addressing_mode::register_index)
-            return;
-        const bool after = access->addressing == addressing_mode::post_index ||
-                           access->addressing == addressing_mode::post_register;
-        add_access(offset, *access, base, after ? 0 : access->offset);
-        if (access->addressing == addressing_mode::pre_index ||
-            access->addressing == addressing_mode::post_index)
-            base.displacement += access->offset;
+        const bool after = access.addressing == addressing_mode::post_index ||
+                           access.addressing == addressing_mode::post_register;
+        add_access(offset, access, base, after ? 0 : access.offset);
+        if (access.addressing == addressing_mode::pre_index ||
+            access.addressing == addressing_mode::post_index)
+            base.displacement += access.offset;
     }
 
     void add_access(std::size_t offset, const memory_access& access, const register_value& base,
@@ -204,6 +212,7 @@ private:
     const std::vector<tessjit::reloc_info>& relocs_;
     const target_address& address_of_;
     register_file registers_;
+    bool any_known_ = false; // whether a register may hold what is known
 };
 
 } // namespace
