@@ -71,9 +71,10 @@ struct page {
     [[nodiscard]] const event_profile* profile() const { return input->profile; }
     [[nodiscard]] double share(const entry& one) const
     {
-        return one.profile == nullptr ? 0
-                                      : static_cast<double>(one.profile->count.weight) /
-                                            static_cast<double>(profile()->total.weight);
+        return one.profile == nullptr || profile()->total.weight == 0
+                   ? 0
+                   : static_cast<double>(one.profile->count.weight) /
+                         static_cast<double>(profile()->total.weight);
     }
 };
 

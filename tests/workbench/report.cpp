@@ -373,6 +373,18 @@ TEST_F(ReportCommand, WritesWhatIsLeftWhereADumpIsBad)
     EXPECT_EQ(nlohmann::json::parse(data_of(page()))["kernels"].size(), 2U);
 }
 
+TEST_F(ReportCommand, ShowsNoShareOfSamplesWithoutWeight)
+{
+    write_file(
+        directory.path() / "text",
+        "    7     1.000000: PERF_RECORD_MMAP2 7/7: [0x10000(0x1000) @ 0x10000 00:00 0 0]: rwxp //anon\n"
+        "    7     1.100000:          0 cycles:u:             10000\n");
+    EXPECT_EQ(run({"dumps", "-o", "page.html", "--perf-script=text"}).exit_status, 0);
+    EXPECT_THAT(page(), HasSubstr("<strong>0 % in kernels</strong>"));
+    EXPECT_THAT(page(), HasSubstr("\"share\":0.0,\"samples\":1"));
+    EXPECT_THAT(page(), Not(HasSubstr("nan%")));
+}
+
 TEST_F(ReportCommand, LeavesTheOldPageInTrouble)
 {
     write_file(directory.path() / "page.html", "old");

@@ -389,6 +389,8 @@ class Report(unittest.TestCase):
 
     def test_print_leaves_out_what_paper_cannot_do(self):
         self.open(self.few)
+        longest = "return getComputedStyle(document.querySelector('.strips')).maxHeight"
+        self.assertLess(float(self.browser.run(longest).removesuffix("px")), self.browser.run("return innerHeight"))
         self.browser.devtools("Emulation.setEmulatedMedia", media="print")
         self.addCleanup(self.browser.devtools, "Emulation.setEmulatedMedia", media="")
         height = "return document.querySelector(arguments[0]).offsetHeight"
@@ -396,6 +398,7 @@ class Report(unittest.TestCase):
             self.assertEqual(self.browser.run(height, selector), 0, selector)
         for selector in (".kernels", ".strip", "#kernel_39 .rows"):
             self.assertGreater(self.browser.run(height, selector), 0, selector)
+        self.assertEqual(self.browser.run(longest), "none")
         self.assertEqual(self.browser.run("return getComputedStyle(document.body).backgroundColor"),
                          "rgb(255, 255, 255)")
 
