@@ -179,9 +179,9 @@ TEST(BaselineText, IsRefusedWithTheLineThatIsWrong)
     EXPECT_EQ(refusal(head + "a\\x41 " + hashes + " 5\n"),
               "line 2: a name that is not written as it would be");
     EXPECT_EQ(refusal(head + good + good), "line 3: a is in line 2 already");
-    for (const char* marker : {"<<<<<<< HEAD", "||||||| 1a2b3c4", "=======", ">>>>>>> change",
-                               ">>>>>>> 1a2b3c4 (Turn the other way)"})
-        EXPECT_EQ(refusal(head + marker + "\n" + good), "line 2: a conflict of a merge");
+    for (const char* marker : {"<<<<<<< HEAD\n", "||||||| 1a2b3c4\n", "=======\n", ">>>>>>> change\n",
+                               ">>>>>>> 1a2b3c4 (Turn the other way)\n"})
+        EXPECT_EQ(refusal(std::string(head).append(marker).append(good)), "line 2: a conflict of a merge");
     EXPECT_EQ(refusal(head + "======= " + hashes + " 5\n"), "") << "a kernel's name";
 }
 
