@@ -46,6 +46,15 @@ std::vector<Elf64_Phdr> load_segments(const std::string& image)
     return headers;
 }
 
+std::vector<Elf64_Shdr> section_headers(const std::string& image)
+{
+    Elf64_Ehdr header;
+    std::memcpy(&header, image.data(), sizeof header);
+    std::vector<Elf64_Shdr> headers(header.e_shnum);
+    std::memcpy(headers.data(), &image[header.e_shoff], headers.size() * sizeof headers[0]);
+    return headers;
+}
+
 // A kernel at an address, as a dump.
 void write_dump(const std::filesystem::path& directory, const std::string& name, std::uint64_t text,
                 const std::vector<std::uint32_t>& words, std::vector<tessjit::reloc_info> relocs = {},
@@ -112,6 +121,11 @@ void compare_images(unsigned seed)
     }
     EXPECT_EQ(compared, expected);
 
+    for (const Elf64_Shdr& section : section_headers(image)) {
+        if (section.sh_addralign != 0) {
+            EXPECT_EQ(section.sh_addr % section.sh_addralign, 0U);
+        }
+    }
     for (const Elf64_Phdr& segment : load_segments(image)) {
         EXPECT_EQ(segment.p_vaddr % 4096, 0U);
         EXPECT_EQ(segment.p_offset % 4096, 0U);

@@ -136,6 +136,15 @@ TEST(Listing, SaysWhichRelocationsCannotBeApplied)
             "adr x0, 0x1001c ; R_AARCH64_CALL26 k, the field is not zero"));
 }
 
+TEST(Listing, ShowsARelocationOfAnotherInstructionBesideIt)
+{
+    const kernel_set set = make_kernel_set(
+        {placed("k", 0x10000, {a64::bl(), 0xd4000000}, // of no field that its kind tests
+                {{".rodata.k", 0, R_AARCH64_ADR_PREL_LO21, 0}, {"k", 4, R_AARCH64_ADD_ABS_LO12_NC, 0}})});
+    EXPECT_THAT(texts(list(set, "k")), ElementsAre("bl 0x20000 ; R_AARCH64_ADR_PREL_LO21 .rodata",
+                                                   ".word 0xd4000000 ; R_AARCH64_ADD_ABS_LO12_NC k"));
+}
+
 TEST(Listing, LabelsWhereBranchesLead)
 {
     const kernel_set set = make_kernel_set(
