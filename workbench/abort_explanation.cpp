@@ -171,15 +171,16 @@ struct kernel_addresses {
 
 class known_targets {
 public:
-    known_targets(listing_range listing, const kernel_set& set) : set_(set)
-    {
-        for (const registered_kernel* kernel = listing.first; kernel != listing.second; ++kernel)
-            listed_.emplace(kernel->name, kernel->text_address);
-    }
+    known_targets(listing_range listing, const kernel_set& set) : listing_(listing), set_(set) {}
 
     // The address of a kernel's code: by the listing, otherwise by the dumps.
     [[nodiscard]] std::optional<std::uint64_t> find(const std::string& name) const
     {
+        // A listing may be long, and few reports ask for its names.
+        if (listed_.empty()) {
+            for (const registered_kernel* kernel = listing_.first; kernel != listing_.second; ++kernel)
+                listed_.emplace(kernel->name, kernel->text_address);
+        }
         if (const auto listed = listed_.find(name); listed != listed_.end())
             return listed->second;
         const placed_kernel* const dumped = find_kernel(set_, name);
@@ -187,8 +188,9 @@ public:
     }
 
 private:
+    listing_range listing_;
     const kernel_set& set_;
-    std::unordered_map<std::string, std::uint64_t> listed_;
+    mutable std::unordered_map<std::string, std::uint64_t> listed_;
 };
 
 std::optional<std::uint64_t> find_target(const placed_kernel& kernel, const kernel_addresses& addresses,
