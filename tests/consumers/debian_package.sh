@@ -36,7 +36,9 @@ if [ "$workbench" = ON ]; then
                 COMPREPLY=(); _vorna_kernels vorna-kernels "${@: -1}" "${@: -2:1}"; echo "${COMPREPLY[@]}"; }
             complete_words vorna-kernels ""
             complete_words vorna-kernels show --form
-            complete_words vorna-kernels show --format js' - "$work/debian/usr/share/bash-completion/completions/vorna-kernels")
-        [ "$offered" = "$(echo $commands)"$'\n--format\njson' ] || fail "completion offers: $offered"
+            complete_words vorna-kernels show --format js
+            complete_words vorna-kernels baseline ""
+            complete_words vorna-kernels baseline bless --li' - "$work/debian/usr/share/bash-completion/completions/vorna-kernels")
+        [ "$offered" = "$(echo $commands)"$'\n--format\njson\ncheck bless\n--listing' ] || fail "completion offers: $offered"
     fi
 fi

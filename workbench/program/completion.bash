@@ -4,13 +4,17 @@ _vorna_kernels() {
     local cur prev words cword split
     _init_completion -s || return
 
-    local command=${words[1]}
-    if [[ $cword -eq 1 && $cur != -* ]]; then
-        # shellcheck disable=SC2207
-        COMPREPLY=($(compgen -W "$("$1" --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p')" -- "$cur"))
-        return
-    fi
-    [[ $command != -* && $cword -gt 1 ]] || command=
+    # The words of the command, which may have commands of its own.
+    local command="" at=1 names
+    while names=$("$1" $command --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p') && [[ $names ]]; do
+        if [[ $cword -eq $at && $cur != -* ]]; then
+            # shellcheck disable=SC2207
+            COMPREPLY=($(compgen -W "$names" -- "$cur"))
+            return
+        fi
+        [[ $at -lt $cword && $'\n'$names$'\n' == *$'\n'${words[at]}$'\n'* ]] || break
+        command+=${command:+ }${words[at++]}
+    done
 
     local values
     if [[ $prev == --* ]]; then # "  --format {text,json}"
@@ -30,10 +34,12 @@ _vorna_kernels() {
 
     # Behind a directory of dumps come names of kernels, which are the names of its files.
     local word
-    for word in "${words[@]:2:cword-2}"; do
-        if [[ -d $word && $command == @(show|profile|bless) ]]; then
+    for word in "${words[@]:at:cword-at}"; do
+        if [[ -d $word && $command == @(show|profile|"baseline bless") ]]; then
+            local IFS=$'\n'
             # shellcheck disable=SC2207
             COMPREPLY=($(cd "$word" && compgen -f -- "$cur"))
+            compopt -o filenames # blanks in names are quoted
             return
         fi
     done
