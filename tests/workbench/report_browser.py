@@ -34,6 +34,7 @@ HOSTILE_NAMES = [
     "right-to-left \u202egnp",
     "kernel_7",  # there are two of it
     "",
+    "long" * 100,
 ]
 INVALID_UTF8 = b"bad\xff\xfename"
 
@@ -337,7 +338,7 @@ class Report(unittest.TestCase):
 
     def test_hostile_names_stay_text(self):
         dumps = make_dumps(self.path("hostile"), 8, [name.encode() for name in HOSTILE_NAMES] + [INVALID_UTF8])
-        page = make_report(dumps, self.path("hostile.html"))
+        page = make_report(dumps, self.path("hostile.html"), "--against", make_dumps(self.path("harmless"), 8))
         shown = [name or "(no name)" for name in HOSTILE_NAMES] + ["bad\ufffd\ufffdname"]
         self.open(page)
         self.assertEqual(self.column("name")[-len(shown):], shown)
@@ -346,6 +347,8 @@ class Report(unittest.TestCase):
         data = self.browser.run("return JSON.parse(document.getElementById(':data').textContent)")
         self.assertEqual([kernel["name"] for kernel in data["kernels"]][-len(shown):], shown)
         self.assertEqual(self.browser.run("return document.querySelectorAll('img').length"), 0)
+        self.assertEqual(self.browser.run("return [document.documentElement, ...document.querySelectorAll('.card')]"
+                                          ".filter((box) => box.scrollWidth > box.clientWidth).length"), 0)
         ids = self.browser.run("return [...document.querySelectorAll('[id]')].map((element) => element.id)")
         self.assertEqual(len(ids), len(set(ids)))
         for kernel in data["kernels"]:
