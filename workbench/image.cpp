@@ -98,7 +98,7 @@ Elf64_Word add_string(image_tables& tables, std::string_view prefix, std::string
     const std::size_t offset = tables.strings.size();
     if (offset > std::numeric_limits<Elf64_Word>::max())
         throw std::runtime_error("the names do not fit into one string table");
-    tables.strings.append(prefix).append(name.substr(0, name.find('\0'))).push_back('\0');
+    tables.strings.append(prefix).append(name).push_back('\0');
     return static_cast<Elf64_Word>(offset);
 }
 

@@ -345,6 +345,10 @@ TEST(LinkedKernels, OfOneNameCallThemselvesByIt)
     const kernel_set set = make_kernel_set(kernels);
     for (const placed_kernel& kernel : set.kernels)
         EXPECT_EQ(link_kernel(set, kernel).text, code({a64::bl(), a64::ret()}));
+    const linked_set linked = link_set(set);
+    ASSERT_EQ(linked.findings.size(), 1U);
+    EXPECT_EQ(linked.findings[0].id, std::string("duplicate-name"));
+    EXPECT_EQ(linked.findings[0].kernel, 1U);
 }
 
 TEST(LinkedImage, HasASegmentForEachMappingWithBytes)
@@ -360,7 +364,9 @@ TEST(LinkedImage, HasASegmentForEachMappingWithBytes)
         }
         const kernel_set set = make_kernel_set(std::move(kernels));
         std::vector<std::uint64_t> places;
-        for (const Elf64_Phdr& segment : load_segments(make_image(set, link_set(set)))) {
+        const std::vector<Elf64_Phdr> headers = load_segments(make_image(set, link_set(set)));
+        for (const Elf64_Phdr& segment : headers) {
+            EXPECT_GE(segment.p_offset, sizeof(Elf64_Ehdr) + headers.size() * sizeof segment);
             places.push_back(segment.p_vaddr);
             places.push_back(segment.p_filesz);
         }
@@ -369,8 +375,32 @@ TEST(LinkedImage, HasASegmentForEachMappingWithBytes)
     EXPECT_THAT(segments({{0x10000, 0}}), ElementsAre());
     EXPECT_THAT(segments({{0x10000, 0x1000}, {0x11000, 4}}), ElementsAre(0x10000, 0x1000, 0x11000, 4));
     EXPECT_THAT(segments({{0x10000, 0x1004}, {0x13000, 4}}), ElementsAre(0x10000, 0x1004, 0x13000, 4));
+    // With so many that their headers take more than a page.
+    std::vector<std::pair<std::uint64_t, std::size_t>> many;
+    for (std::uint64_t i = 0; i < 100; ++i)
+        many.emplace_back(0x10000 + 0x2000 * i, 4);
+    EXPECT_EQ(segments(many).size(), 2 * many.size());
     // Not of the finaliser, whose mappings begin on pages of their own.
     EXPECT_THAT(segments({{0x10000, 4}, {0x10010, 4}}), ElementsAre(0x10000, 0x14));
+}
+
+TEST(LinkedImage, OfKernelsFarApartIsRefused)
+{
+    placed_kernel kernel;
+    kernel.text = code({a64::ret()});
+    kernel.data = {1};
+    for (const std::uint64_t data : {0x40001000UL, ~0UL - 8}) {
+        kernel.data_address = data;
+        const kernel_set set = make_kernel_set({kernel});
+        EXPECT_THROW(make_image(set, link_set(set)), std::runtime_error) << data;
+    }
+    std::vector<placed_kernel> large(2, kernel); // each of less than 1 GiB, but not both
+    for (const std::uint64_t i : {0U, 1U}) {
+        large[i].text_address = i << 40;
+        large[i].data_address = large[i].text_address + 0x30000000;
+    }
+    const kernel_set set = make_kernel_set(large);
+    EXPECT_THROW(make_image(set, link_set(set)), std::runtime_error);
 }
 
 TEST(Link, RefusesDumpsOfTwoRuns)
