@@ -38,6 +38,7 @@ std::vector<Elf64_Phdr> load_segments(const std::string& image)
     Elf64_Ehdr header;
     std::memcpy(&header, image.data(), sizeof header);
     EXPECT_EQ(header.e_type, ET_EXEC);
+    EXPECT_EQ(header.e_shoff % alignof(Elf64_Shdr), 0U);
     std::vector<Elf64_Phdr> headers(header.e_phnum);
     std::memcpy(headers.data(), &image[header.e_phoff], headers.size() * sizeof headers[0]);
     headers.erase(std::remove_if(headers.begin(), headers.end(),
@@ -209,6 +210,8 @@ TEST_F(TwoMappings, BecomeALoadSegmentEach)
     EXPECT_EQ(link.exit_status, 0) << link;
     EXPECT_EQ(link.err, "");
     const std::string image = contents(directory.path() / "image.elf");
+    EXPECT_EQ(read_sections(image).count(".text.empty"), 1U);
+    EXPECT_EQ(read_sections(image).count(".rodata.first"), 0U);
     const std::vector<Elf64_Phdr> segments = load_segments(image);
     ASSERT_EQ(segments.size(), 2U);
     for (const std::size_t i : {0U, 1U}) {
