@@ -114,8 +114,7 @@ void name_target(const kernel_set& set, const placed_kernel& kernel, listing_row
     if (!branch)
         return;
     const std::uint64_t offset = *target - kernel.text_address;
-    if (offset % word_size == 0 && lies_within(kernel.text, static_cast<std::int64_t>(offset)) &&
-        !(call && offset == 0)) {
+    if (lies_within(kernel.text, static_cast<std::int64_t>(offset)) && !(call && offset == 0)) {
         row.branch_target = offset;
         row.text = disassembler.text_with_last_operand(row.word, label_of(offset));
         return;

@@ -143,6 +143,24 @@ TEST(Listing, ShowsARelocationOfAnotherInstructionBesideIt)
                 {{".rodata.k", 0, R_AARCH64_ADR_PREL_LO21, 0}, {"k", 4, R_AARCH64_ADD_ABS_LO12_NC, 0}})});
     EXPECT_THAT(texts(list(set, "k")), ElementsAre("bl 0x20000 ; R_AARCH64_ADR_PREL_LO21 .rodata",
                                                    ".word 0xd4000000 ; R_AARCH64_ADD_ABS_LO12_NC k"));
+    EXPECT_EQ(texts(list(set, "k", false)).front(), "bl 0x10000 ; R_AARCH64_ADR_PREL_LO21 .rodata");
+}
+
+TEST(Listing, HasTheDigitsOfTheLastOffset)
+{
+    placed_kernel kernel;
+    for (const auto& [size, digits] : {std::pair(0U, 2), {1, 2}, {256, 2}, {257, 3}, {4096, 3}, {4097, 4}}) {
+        kernel.text.resize(size);
+        EXPECT_EQ(offset_digits(kernel), digits) << size;
+    }
+}
+
+TEST(Listing, CountsNoCallOfConstants)
+{
+    const kernel_set set =
+        make_kernel_set({placed("k", 0x10000, {a64::bl()}, {{".rodata.k", 0, R_AARCH64_CALL26, 0}})});
+    EXPECT_THAT(texts(list(set, "k")), ElementsAre("bl .rodata"));
+    EXPECT_THAT(list(set, "k").calls, ElementsAre());
 }
 
 TEST(Listing, LabelsWhereBranchesLead)
