@@ -85,11 +85,10 @@ bool names_register(std::string_view operands, unsigned number)
     const std::string digits = std::to_string(number);
     for (std::size_t at = operands.find(digits); at != std::string_view::npos;
          at = operands.find(digits, at + 1)) {
-        const auto is_in = [&](std::size_t index, std::string_view characters) {
-            return index < operands.size() && characters.find(operands[index]) != std::string_view::npos;
-        };
-        if (at > 0 && is_in(at - 1, "vzbhsdq") && !is_in(at + digits.size(), "0123456789") &&
-            (at == 1 || is_in(at - 2, " {[")))
+        const std::size_t end = at + digits.size();
+        const bool is_whole = end == operands.size() || operands[end] < '0' || operands[end] > '9';
+        if (is_whole && at > 0 &&
+            std::string_view("vzbhsdq").find(operands[at - 1]) != std::string_view::npos)
             return true;
     }
     return false;
@@ -171,11 +170,8 @@ element element_of(const memory_access& access, const std::vector<listing_row>& 
     if (structure)
         return {access.element_bytes > 1 ? number_kind::floating_point : number_kind::unsigned_integer,
                 access.element_bytes};
-    if (register_size >= 8) {
-        const element element = used_as(rows, load, access.first_register);
-        return element.size <= register_size ? element
-                                             : vorna::workbench::element{element.kind, register_size};
-    }
+    if (register_size >= 8)
+        return used_as(rows, load, access.first_register);
     return {register_size > 1 ? number_kind::floating_point : number_kind::unsigned_integer, register_size};
 }
 

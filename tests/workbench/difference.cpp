@@ -68,6 +68,21 @@ TEST(Alignment, TakesABranchForTheSameWhenItLeadsToTheSameRow)
     EXPECT_EQ(signs(align_rows(before, elsewhere)), "~=+=");
 }
 
+TEST(Alignment, TakesAnAdrOfThisKernelForTheSameWhenItLeadsToTheSamePlace)
+{
+    const auto adr = [](std::uint32_t distance) { // to x0
+        return a64::adr(0) | (distance & 3) << 29 | distance >> 2 << 5;
+    };
+    const placed_kernel before = kernel("k", {adr(8), a64::nop(), a64::ret()});
+    EXPECT_EQ(signs(align_rows(before, kernel("k", {adr(12), a64::nop(), a64::movz(1, 1), a64::ret()}))),
+              "==+=");
+    EXPECT_EQ(signs(align_rows(before, kernel("k", {adr(4), a64::nop(), a64::ret()}))), "~==");
+    // Between two instructions.
+    EXPECT_NE(signs(align_rows(before, kernel("k", {adr(9), a64::nop(), a64::ret()}))), "===");
+    EXPECT_EQ(signs(align_rows(kernel("k", {adr(9), a64::ret()}), kernel("k", {adr(9), a64::ret()}))), "==");
+    EXPECT_NE(signs(align_rows(kernel("k", {adr(9), a64::ret()}), kernel("k", {adr(10), a64::ret()}))), "==");
+}
+
 TEST(Sets, AreComparedByNameInTheOrderOfNames)
 {
     const auto before = make_kernel_set({kernel("b", {a64::ret()}), kernel("gone", {a64::ret()})});

@@ -221,6 +221,9 @@ TEST(Listing, ShowsWhatIsNoInstruction)
     EXPECT_EQ(listing.rows[3].size, 1U);
     EXPECT_EQ(row_text(listing.rows[2]), "+08  ab        .byte 0xab");
     EXPECT_EQ(row_text(listing.rows[1], 4), "+0004  d65f03c0  ret");
+    disassembler disassembler;
+    EXPECT_EQ(texts(list_without_addresses(kernel, disassembler)), texts(listing));
+    EXPECT_EQ(list_without_addresses(kernel, disassembler).rows[3].word, 1U);
 }
 
 TEST(Listing, PrintsDoublesAndFloatsAsShortAsTheyReadBack)
@@ -285,6 +288,10 @@ TEST(Listing, TakesAVectorForWhatTheNextInstructionTakesItFor)
     EXPECT_EQ(
         comment_of({"ldr q7, [x3]", "st1 {v7.4s}, [x0]", "str q7, [x0]", "fadd v0.4s, v7.4s, v7.4s"}, floats),
         as_floats);
+    EXPECT_EQ(comment_of({"ldr q7, [x3]", "eor v7.16b, v7.16b, v1.16b", "fadd v0.4s, v7.4s, v7.4s"}, floats),
+              as_floats);
+    EXPECT_EQ(comment_of({"ldr q1, [x3]", "mov v17.16b, v2.16b", "fadd v0.4s, v1.4s, v1.4s"}, floats),
+              as_floats);
     // As it is read, not as it is written.
     EXPECT_EQ(comment_of({"ldr d7, [x3]", "fcvtl v7.2d, v7.2s"}, floats), ".rodata  {1.0, 2.0}");
     // Not of the same register or of a name like it, behind another value in it, or behind a branch or a
@@ -342,6 +349,8 @@ TEST(Listing, ShowsTheFirstValuesOfATableThatIsWalkedThrough)
     EXPECT_EQ(comments({"ldp w6, w7, [x3], #8", "cbnz x6, #-4"}, table), ".rodata+0x4  10, 20, 30, 40, ...");
     EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #-4"}, {0, 10, 20, 30, 40}),
               ".rodata+0x4  10, 20, 30, 40");
+    EXPECT_EQ(comments({"ld1 {v0.16b}, [x3], #16", "cbnz x6, #-4"}, table),
+              ".rodata+0x4  {10, 0, 0, 0, 20, 0, 0, 0, 30, 0, 0, 0, 40, 0, 0, 0}");
     // The innermost loop counts.
     EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #-4", "add x3, x3, #4", "cbnz x5, #-12"}, table),
               ".rodata+0x4  10, 20, 30, 40, ...");
@@ -350,6 +359,7 @@ TEST(Listing, ShowsTheFirstValuesOfATableThatIsWalkedThrough)
     EXPECT_EQ(comments({"ldr w6, [x3], #4", "add x3, x3, #4", "cbnz x6, #-8"}, table), "");
     EXPECT_EQ(comments({"ldr w6, [x3]", "cbnz x6, #-4"}, table), "");
     EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #4"}, table), ".rodata+0x4  10");
+    EXPECT_EQ(comments({"cbz x0, #8", "add x3, x3, #8", "ldr w6, [x3], #4", "cbnz x6, #-4"}, table), "");
 }
 
 TEST(Listing, TakesTimeInProportionToTheRows)
