@@ -51,12 +51,17 @@ TEST(Alignment, PairsRowsAroundWhatWasInsertedAndRemoved)
     EXPECT_EQ(signs(align_rows(before, after)), "=-=+=");
 }
 
-TEST(Alignment, TellsReferencesWithOtherAddendsApart)
+TEST(Alignment, TellsReferencesApart)
 {
     const placed_kernel before = kernel("k", {a64::adr(3), a64::ret()}, {{".rodata.k", 0, 274, 0}});
-    placed_kernel after = before;
-    after.relocs[0].addend = 8;
-    EXPECT_EQ(signs(align_rows(before, after)), "-+=");
+    for (const tessjit::reloc_info& other : {tessjit::reloc_info{".rodata.k", 0, 274, 8},
+                                             {".rodata.k", 0, 275, 0},
+                                             {".rodata.k", 1, 274, 0},
+                                             {"k", 0, 274, 0}}) {
+        placed_kernel after = before;
+        after.relocs = {other};
+        EXPECT_EQ(signs(align_rows(before, after)), "-+=");
+    }
 }
 
 TEST(Alignment, TakesABranchForTheSameWhenItLeadsToTheSameRow)
@@ -66,6 +71,10 @@ TEST(Alignment, TakesABranchForTheSameWhenItLeadsToTheSameRow)
     const placed_kernel elsewhere = kernel("k", {a64::cbz(0, 2), a64::nop(), a64::movz(1, 1), a64::ret()});
     EXPECT_EQ(signs(align_rows(before, longer)), "==+=");
     EXPECT_EQ(signs(align_rows(before, elsewhere)), "~=+=");
+    // To the end of the kernel.
+    EXPECT_EQ(signs(align_rows(kernel("k", {a64::cbz(0, 2), a64::ret()}),
+                               kernel("k", {a64::cbz(0, 3), a64::nop(), a64::ret()}))),
+              "=+=");
 }
 
 TEST(Alignment, TakesAnAdrOfThisKernelForTheSameWhenItLeadsToTheSamePlace)
