@@ -22,8 +22,9 @@ struct dump_reading {
 using reading_progress = std::function<void(std::size_t done, std::size_t all)>;
 
 /// Reads every dump: each of `paths` is a file, or a directory (not its subdirectories) of which every ELF
-/// file is read; a file that is there twice is read once. Kernels that overlap are a trouble, in one line that names both, and leave the set empty:
-/// they are of two runs. Reports what is wrong with a file in one line and goes on with the others.
+/// file is read; a file that is there twice is read once. Kernels that overlap are a trouble, in one line
+/// that names both, and leave the set empty: they are of two runs. Reports what is wrong with a file in one
+/// line and goes on with the others.
 dump_reading read_dumps(const std::vector<std::string>& paths, const reading_progress& progress = {});
 
 /// The kernels of one dump's image. Throws std::runtime_error with what is wrong with it, in a few words that
