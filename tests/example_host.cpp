@@ -547,7 +547,7 @@ TEST(Program, WritesHowOftenEachInstructionRan)
             expected[static_cast<std::uintptr_t>(kernel.text_ptr - p.mapping) + offset] = times;
     }
     const std::regex sample(" *" + pid + " +1\\.000000: +([0-9]+) instructions: +([0-9a-f]+)");
-    const std::uintptr_t driver = last.text_ptr - p.mapping;
+    const auto driver = static_cast<std::uintptr_t>(last.text_ptr - p.mapping);
     std::size_t of_driver = 0;
     while (std::getline(text, line)) {
         ASSERT_TRUE(std::regex_match(line, parts, sample)) << line;
