@@ -422,8 +422,9 @@ T value_at(const std::uint8_t* bytes)
 }
 
 struct dump_row {
-    std::vector<std::string>
-        cells; ///< offset, bytes, double, two floats, two integers; before: bytes, double
+    /// Offset, bytes, double, two floats, two integers; in a row that differs also the bytes and the double
+    /// of before.
+    std::vector<std::string> cells;
     bool differs = false;
 };
 
