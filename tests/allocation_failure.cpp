@@ -126,8 +126,17 @@ long fail_every_allocation()
     }
 }
 
+class AllocationFailure : public testing::Test {
+#ifdef _GLIBCXX_DEBUG
+    void SetUp() override
+    {
+        GTEST_SKIP() << "in the debug mode's containers, iterators of the call that an exception left remain";
+    }
+#endif
+};
+
 // In children, which leave no leak report: an exception that passes through code without clean-up leaks.
-TEST(AllocationFailure, ReachesTheHostFromEveryAllocationOfACall)
+TEST_F(AllocationFailure, ReachesTheHostFromEveryAllocationOfACall)
 {
     const child_result child = run_in_child([] {
         EXPECT_EQ(fail_every_allocation(), 6); // a node and a name for each kernel
@@ -136,7 +145,7 @@ TEST(AllocationFailure, ReachesTheHostFromEveryAllocationOfACall)
     EXPECT_EQ(child.err, "");
 }
 
-TEST(AllocationFailure, ReachesTheHostFromEveryAllocationOfTheDiagnostics)
+TEST_F(AllocationFailure, ReachesTheHostFromEveryAllocationOfTheDiagnostics)
 {
     child_options options;
     options.environment = {{"VORNA_WFTA_DUMP_KERNEL", "kernel of"}, {"VORNA_WFTA_CHECK_HASH", "1"}};
@@ -147,7 +156,7 @@ TEST(AllocationFailure, ReachesTheHostFromEveryAllocationOfTheDiagnostics)
     EXPECT_TRUE(child.succeeded()) << child;
 }
 
-TEST(AllocationFailure, TheHostMayGoOnWithTheSameRegistry)
+TEST_F(AllocationFailure, TheHostMayGoOnWithTheSameRegistry)
 {
     const child_result child = run_in_child([] {
         std::vector<void*> slots;

@@ -419,16 +419,17 @@ public:
             vorna::wfta::kernel_registry_map registry;
             vorna::wfta::finalise_kernels(registry, {native("countdown", &first)});
             vorna::wfta::finalise_kernels(registry, {native("second", &second)});
-            (void)write(ready[1], "", 1);
+            if (write(ready[1], "", 1) != 1)
+                _exit(1);
             for (;;) {
                 first(2'000'000);
                 second(1'000'000);
             }
         }
-        char byte = 0;
-        (void)read(ready[0], &byte, 1);
-        close(ready[0]);
         close(ready[1]);
+        char byte = 0;
+        EXPECT_EQ(read(ready[0], &byte, 1), 1);
+        close(ready[0]);
     }
     ~busy_process()
     {
