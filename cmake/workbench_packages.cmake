@@ -55,6 +55,28 @@ execute_process(COMMAND ${LLVM_CONFIG} --link-static --system-libs
   OUTPUT_VARIABLE llvm_system_libraries OUTPUT_STRIP_TRAILING_WHITESPACE)
 separate_arguments(llvm_system_libraries)
 list(FILTER llvm_system_libraries EXCLUDE REGEX "z3|xml2|edit|ffi")
+
+# Not with another C++ library than LLVM's own, nor statically without its system libraries.
+include(CheckCXXSourceCompiles)
+set(CMAKE_REQUIRED_INCLUDES ${llvm_include})
+set(CMAKE_REQUIRED_LIBRARIES ${llvm_libraries} ${llvm_system_libraries})
+check_cxx_source_compiles("
+#include <llvm-c/Target.h>
+#include <llvm-c/Disassembler.h>
+int main()
+{
+    LLVMInitializeAArch64Disassembler();
+    return LLVMCreateDisasm(\"aarch64\", nullptr, 0, nullptr, nullptr) == nullptr;
+}" VORNA_WFTA_LLVM_LINKS)
+unset(CMAKE_REQUIRED_INCLUDES)
+unset(CMAKE_REQUIRED_LIBRARIES)
+if(NOT VORNA_WFTA_LLVM_LINKS)
+  message(STATUS "The workbench is left out, since LLVM's disassembler does not link with this C++ library and these \
+flags (VORNA_WFTA_WORKBENCH)")
+  set(VORNA_WFTA_WORKBENCH OFF)
+  return()
+endif()
+
 add_library(vorna_wfta_llvm INTERFACE)
 target_include_directories(vorna_wfta_llvm SYSTEM INTERFACE ${llvm_include})
 target_link_libraries(vorna_wfta_llvm INTERFACE ${llvm_libraries} ${llvm_system_libraries})

@@ -135,7 +135,7 @@ element used_as(const std::vector<listing_row>& rows, std::size_t load, unsigned
         const std::string_view text = rows[i].text;
         const std::size_t blank = std::min(text.find(' '), text.size());
         const std::string_view mnemonic = text.substr(0, blank);
-        const std::string_view operands = text.substr(std::min(blank + 1, text.size()));
+        const std::string_view operands = text.substr(blank);
         const std::size_t comma = std::min(operands.find(','), operands.size());
         const std::string_view destination = operands.substr(0, comma);
         const std::string_view sources = operands.substr(comma);

@@ -65,7 +65,7 @@ std::string grouped(std::uint64_t number)
 {
     std::string digits = std::to_string(number);
     for (std::size_t at = digits.size(); at > 3; at -= 3)
-        digits.insert(at - 3, ",");
+        digits.insert(at - 3, 1, ',');
     return digits;
 }
 

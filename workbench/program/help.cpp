@@ -84,7 +84,8 @@ static std::string synopsis(const CLI::App& command, const std::string& words)
         if (!option->get_positional())
             continue;
         const std::string name = option->get_name(true) + (option->get_items_expected_max() > 1 ? "..." : "");
-        text += fmt::format(option->get_required() ? " \\fI{}\\fR" : " [\\fI{}\\fR]", roff(name));
+        const std::string argument = fmt::format("\\fI{}\\fR", roff(name));
+        text += option->get_required() ? " " + argument : " [" + argument + "]";
     }
     return text + "\n.br\n";
 }
