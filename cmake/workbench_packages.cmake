@@ -56,10 +56,10 @@ execute_process(COMMAND ${LLVM_CONFIG} --link-static --system-libs
 separate_arguments(llvm_system_libraries)
 list(FILTER llvm_system_libraries EXCLUDE REGEX "z3|xml2|edit|ffi")
 
-# Not with another C++ library than LLVM's own, nor statically without its system libraries.
+# They do not with another C++ library than theirs, nor in a static program.
 include(CheckCXXSourceCompiles)
 set(CMAKE_REQUIRED_INCLUDES ${llvm_include})
-set(CMAKE_REQUIRED_LIBRARIES ${llvm_libraries} ${llvm_system_libraries})
+set(CMAKE_REQUIRED_LIBRARIES ${llvm_libraries} ${llvm_system_libraries} fmt::fmt PkgConfig::libelf PkgConfig::libxxhash)
 check_cxx_source_compiles("
 #include <llvm-c/Target.h>
 #include <llvm-c/Disassembler.h>
@@ -67,12 +67,12 @@ int main()
 {
     LLVMInitializeAArch64Disassembler();
     return LLVMCreateDisasm(\"aarch64\", nullptr, 0, nullptr, nullptr) == nullptr;
-}" VORNA_WFTA_LLVM_LINKS)
+}" VORNA_WFTA_WORKBENCH_LINKS)
 unset(CMAKE_REQUIRED_INCLUDES)
 unset(CMAKE_REQUIRED_LIBRARIES)
-if(NOT VORNA_WFTA_LLVM_LINKS)
-  message(STATUS "The workbench is left out, since LLVM's disassembler does not link with this C++ library and these \
-flags (VORNA_WFTA_WORKBENCH)")
+if(NOT VORNA_WFTA_WORKBENCH_LINKS)
+  message(STATUS "The workbench is left out, since its packages do not link with this C++ library and these flags \
+(VORNA_WFTA_WORKBENCH)")
   set(VORNA_WFTA_WORKBENCH OFF)
   return()
 endif()
