@@ -28,7 +28,7 @@ expect_built() {
 }
 expect_built installed 'find_package(vorna_wfta 0.1 CONFIG REQUIRED COMPONENTS wfta_check)' \
     -D CMAKE_PREFIX_PATH="$HOME/vorna"
-expect_built in_tree "add_subdirectory($work/vorna_wfta vorna_wfta)"
+expect_built in_tree "add_subdirectory($work/vorna_wfta vorna_wfta)" -D CMAKE_UNITY_BUILD=ON
 
 export PKG_CONFIG_PATH="$HOME/vorna/lib/pkgconfig"
 eval "$(block docs/workbench.md "$heading" sh)"
