@@ -56,7 +56,7 @@ execute_process(COMMAND ${LLVM_CONFIG} --link-static --system-libs
 separate_arguments(llvm_system_libraries)
 list(FILTER llvm_system_libraries EXCLUDE REGEX "z3|xml2|edit|ffi")
 
-# They do not with another C++ library than theirs, nor in a static program.
+# What is there need not link: it is built with one C++ library, and some of it is shared only.
 include(CheckCXXSourceCompiles)
 set(CMAKE_REQUIRED_INCLUDES ${llvm_include})
 set(CMAKE_REQUIRED_LIBRARIES ${llvm_libraries} ${llvm_system_libraries} fmt::fmt PkgConfig::libelf PkgConfig::libxxhash)

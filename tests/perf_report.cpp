@@ -18,7 +18,7 @@ TEST(PerfReport, NamesTheKernel)
     }
     const temp_directory directory;
     const std::string recording = " " + (directory.path() / "perf.data").string() + " ";
-    const busy_process busy(directory.path());
+    const busy_process busy(directory.path(), countdown_in_the_perf_map);
     const perf_map map(busy.pid());
     // :u, for on a busy machine the system's own work in the process takes a share too.
     const command_result record = shell("perf record --no-buildid-cache -e cpu-clock:u -o" + recording +

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/prctl.h>
@@ -54,10 +55,12 @@ inline command_result shell(const std::string& command)
     return {WEXITSTATUS(pclose(pipe)), output};
 }
 
-/// A process that has finalised the kernel countdown with the perf map on, and runs it until it is destroyed.
+/// A process that does the same again and again until it is destroyed.
 class busy_process {
 public:
-    explicit busy_process(const std::filesystem::path& directory)
+    /// `prepare` is called in the new process, in the directory, and returns what is done again and again.
+    busy_process(const std::filesystem::path& directory,
+                 const std::function<std::function<void()>()>& prepare)
     {
         int ready[2];
         if (pipe(ready) != 0) {
@@ -67,17 +70,13 @@ public:
         pid_ = fork();
         if (pid_ == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
-            setenv("VORNA_WFTA_PERF", "1", 1);
             std::filesystem::current_path(directory);
-            void (*count_down)(std::uint64_t) = nullptr;
-            vorna::wfta::kernel_registry_map registry;
-            finalise_kernels(registry,
-                             {{reinterpret_cast<void**>(&count_down), "countdown", countdown, {}, {}}});
+            const std::function<void()> work = prepare();
             if (write(ready[1], "", 1) != 1) {
                 _exit(1);
             }
             for (;;) {
-                count_down(1'000'000);
+                work();
             }
         }
         close(ready[1]);
@@ -98,6 +97,16 @@ public:
 private:
     pid_t pid_;
 };
+
+/// Finalises the kernel countdown with the perf map on. What a busy_process prepares: a call of it.
+inline std::function<void()> countdown_in_the_perf_map()
+{
+    setenv("VORNA_WFTA_PERF", "1", 1);
+    void (*count_down)(std::uint64_t) = nullptr;
+    vorna::wfta::kernel_registry_map registry;
+    finalise_kernels(registry, {{reinterpret_cast<void**>(&count_down), "countdown", countdown, {}, {}}});
+    return [count_down] { count_down(1'000'000); };
+}
 
 /// Why a test with perf is to be skipped; empty if perf works here.
 inline std::string why_perf_cannot_record()

@@ -101,7 +101,7 @@ TEST(PerfAnnotate, ShowsPercentagesBesideTheInstructionsOfAKernel)
     if (const std::string reason = why_perf_cannot_record(); !reason.empty())
         GTEST_SKIP() << reason;
     const temp_directory directory;
-    const busy_process busy(directory.path());
+    const busy_process busy(directory.path(), countdown_in_the_perf_map);
     const perf_map map(busy.pid());
     const std::string data = " " + (directory.path() / "perf.data").string() + " ";
     const command_result record = shell("perf record --no-buildid-cache -e cpu-clock -o" + data + "-p " +

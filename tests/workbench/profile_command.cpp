@@ -5,25 +5,23 @@
 #include "tests/support/a64.hpp"
 #include "tests/support/files.hpp"
 #include "tests/support/kernels.hpp"
+#include "tests/support/perf.hpp"
 #include "tests/support/temp_directory.hpp"
 #include "tests/support/tool.hpp"
 #include "workbench/dumps.hpp"
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <elf.h>
+#include <functional>
 #include <gmock/gmock.h>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <sstream>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/utsname.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <tuple>
 #include <unistd.h>
 
@@ -355,17 +353,7 @@ TEST_F(ProfileCommand, AgreesWithPerfOnARecordingOfAnAarch64System)
     EXPECT_THAT(profile(""), HasSubstr("\n  96.1 %  wfta_5040\n"));
 }
 
-// Counts its argument down to zero.
-#ifdef __aarch64__
-const std::vector<std::uint8_t> countdown = {0x00, 0x04, 0x00, 0xf1,  // loop: subs x0, x0, #1
-                                             0xe1, 0xff, 0xff, 0x54,  // b.ne loop
-                                             0xc0, 0x03, 0x5f, 0xd6}; // ret
-#elif defined(__x86_64__)
-const std::vector<std::uint8_t> countdown = {0x48, 0xff, 0xcf, // loop: dec %rdi
-                                             0x75, 0xfb,       // jne loop
-                                             0xc3};            // ret
-#endif
-
+/// The kernel countdown.
 using count = void (*)(std::uint64_t);
 
 void no_kernel(std::uint64_t) {}
@@ -400,50 +388,20 @@ void be_profiled()
     waitpid(child, nullptr, 0);
 }
 
-/// A process that has finalised two kernels, and runs them until it is destroyed.
-class busy_process {
-public:
-    explicit busy_process(const std::filesystem::path& directory)
-    {
-        int ready[2];
-        if (pipe(ready) != 0)
-            throw std::system_error(errno, std::generic_category(), "pipe");
-        std::fflush(nullptr);
-        pid_ = fork();
-        if (pid_ == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            setenv("VORNA_WFTA_DUMP_KERNEL", "", 1);
-            std::filesystem::current_path(directory);
-            count first = no_kernel;
-            count second = no_kernel;
-            vorna::wfta::kernel_registry_map registry;
-            vorna::wfta::finalise_kernels(registry, {native("countdown", &first)});
-            vorna::wfta::finalise_kernels(registry, {native("second", &second)});
-            if (write(ready[1], "", 1) != 1)
-                _exit(1);
-            for (;;) {
-                first(2'000'000);
-                second(1'000'000);
-            }
-        }
-        close(ready[1]);
-        char byte = 0;
-        EXPECT_EQ(read(ready[0], &byte, 1), 1);
-        close(ready[0]);
-    }
-    ~busy_process()
-    {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
-    busy_process(const busy_process&) = delete;
-    busy_process& operator=(const busy_process&) = delete;
-
-    [[nodiscard]] std::string pid() const { return std::to_string(pid_); }
-
-private:
-    pid_t pid_;
-};
+/// Finalises two kernels in two calls, with dumps. What a busy_process prepares: calls of both.
+std::function<void()> two_dumped_kernels()
+{
+    setenv("VORNA_WFTA_DUMP_KERNEL", "", 1);
+    count first = no_kernel;
+    count second = no_kernel;
+    vorna::wfta::kernel_registry_map registry;
+    vorna::wfta::finalise_kernels(registry, {native("countdown", &first)});
+    vorna::wfta::finalise_kernels(registry, {native("second", &second)});
+    return [first, second] {
+        first(2'000'000);
+        second(1'000'000);
+    };
+}
 
 class NativeProfile : public testing::Test {
 protected:
@@ -451,30 +409,14 @@ protected:
 
     [[nodiscard]] std::filesystem::path dumps() const { return directory.path() / "dumps"; }
 
-    /// perf record, its data in the directory of the dumps; false if it cannot work here.
-    [[nodiscard]] bool record(std::vector<std::string> arguments, std::string& reason) const
+    /// perf record, its data in the directory of the dumps.
+    void record(std::vector<std::string> arguments) const
     {
-        utsname own{};
-        uname(&own);
-        if (run_tool({"uname", "-m"}, dumps()).out != std::string(own.machine) + "\n") {
-            reason = "perf sees an emulator's code here, not the kernel's";
-            return false;
-        }
-        const std::vector<std::string> perf = {
-            "perf", "record", "--no-buildid-cache", "-e", "cpu-clock,task-clock", "-o"};
-        std::vector<std::string> trial = perf;
-        trial.insert(trial.end(), {"trial", "--", "true"});
-        const child_result tried = run_tool(trial, directory.path());
-        if (tried.exit_status != 0) {
-            reason = "perf cannot record here: " + tried.err;
-            return false;
-        }
-        arguments.insert(arguments.begin(), "perf.data");
-        arguments.insert(arguments.begin(), perf.begin(), perf.end());
+        arguments.insert(arguments.begin(), {"perf", "record", "--no-buildid-cache", "-e",
+                                             "cpu-clock,task-clock", "-o", "perf.data"});
         arguments.insert(arguments.begin(), {"env", "WFTA_BE_PROFILED=1", "VORNA_WFTA_DUMP_KERNEL="});
         const child_result recorded = run_tool(arguments, dumps());
         EXPECT_EQ(recorded.exit_status, 0) << recorded;
-        return true;
     }
 
     /// The samples of each kernel, and of all, as perf tells their addresses.
@@ -526,20 +468,19 @@ TEST_F(NativeProfile, HasTheSamplesOfAProgramAndItsChildren)
 {
     if (std::getenv("WFTA_BE_PROFILED") != nullptr)
         return be_profiled();
-    const std::string own_program = std::filesystem::read_symlink("/proc/self/exe");
-    std::string reason;
-    if (!record({"--", own_program, "--gtest_filter=NativeProfile.HasTheSamplesOfAProgramAndItsChildren"},
-                reason))
+    if (const std::string reason = why_perf_cannot_record(); !reason.empty())
         GTEST_SKIP() << reason;
+    const std::string own_program = std::filesystem::read_symlink("/proc/self/exe");
+    record({"--", own_program, "--gtest_filter=NativeProfile.HasTheSamplesOfAProgramAndItsChildren"});
     expect_samples();
 }
 
 TEST_F(NativeProfile, HasTheSamplesOfAProcessThatPerfWasAttachedTo)
 {
-    const busy_process busy(dumps());
-    std::string reason;
-    if (!record({"-p", busy.pid(), "--", "sleep", "0.5"}, reason))
+    if (const std::string reason = why_perf_cannot_record(); !reason.empty())
         GTEST_SKIP() << reason;
+    const busy_process busy(dumps(), two_dumped_kernels);
+    record({"-p", std::to_string(busy.pid()), "--", "sleep", "0.5"});
     expect_samples();
 }
 
