@@ -29,8 +29,7 @@ endforeach()
 
 # LLVM's disassembler for AArch64, statically, since the shared library holds all of LLVM. Through llvm-config: LLVM's
 # own CMake package asks for development packages of libraries that the disassembler does not use.
-find_program(LLVM_CONFIG NAMES llvm-config llvm-config-14 llvm-config-15 llvm-config-16 llvm-config-17
-  llvm-config-18 llvm-config-19 llvm-config-20)
+find_program(LLVM_CONFIG NAMES llvm-config-22 llvm-config-21 llvm-config-20 llvm-config-19 llvm-config)
 set(llvm_libraries "")
 if(LLVM_CONFIG)
   execute_process(COMMAND ${LLVM_CONFIG} --link-static --libfiles aarch64disassembler
@@ -39,8 +38,8 @@ if(LLVM_CONFIG)
   execute_process(COMMAND ${LLVM_CONFIG} --version OUTPUT_VARIABLE llvm_version OUTPUT_STRIP_TRAILING_WHITESPACE)
   separate_arguments(llvm_libraries)
 endif()
-if(NOT llvm_libraries OR NOT EXISTS "${llvm_include}/llvm-c/Disassembler.h" OR llvm_version VERSION_LESS 14)
-  list(APPEND missing llvm-dev)
+if(NOT llvm_libraries OR NOT EXISTS "${llvm_include}/llvm-c/Disassembler.h" OR llvm_version VERSION_LESS 19)
+  list(APPEND missing llvm-19-dev)
 endif()
 
 if(missing)

@@ -8,22 +8,11 @@
 #include <fmt/format.h>
 #include <llvm-c/Disassembler.h>
 #include <llvm-c/Target.h>
-#include <llvm/Config/llvm-config.h>
 #include <stdexcept>
 
 namespace vorna::workbench {
 
-#if LLVM_VERSION_MAJOR >= 15
 static constexpr char features[] = "+all";
-#else // "all" is not known yet, and a feature that is not known makes LLVM complain on stderr
-static constexpr char features[] =
-    "+v9.3a,+fp-armv8,+neon,+fullfp16,+fp16fml,+bf16,+i8mm,+f32mm,+f64mm,+dotprod,+complxnum,+jsconv,+rdm,+crc,"
-    "+lse,+lse2,+crypto,+aes,+sha2,+sha3,+sm4,+sve,+sve2,+sve2-aes,+sve2-sm4,+sve2-sha3,+sve2-bitperm,+sme,"
-    "+sme-f64,+sme-i64,+streaming-sve,+mte,+rand,+ls64,+mops,+hbc,+predres,+specrestrict,+ssbs,+sb,+pauth,+bti,"
-    "+rcpc,+rcpc-immo,+flagm,+altnzcv,+fptoint,+ccdp,+ccidx,+ccpp,+spe,+spe-eef,+tme,+brbe,+ete,+trbe,+tracev8.4,"
-    "+ras,+xs,+wfxt,+pan,+pan-rwv,+uaops,+dit,+am,+amvs,+ecv,+fgt,+hcx,+lor,+mpam,+nv,+perfmon,+rme,+sel2,"
-    "+tlb-rmi,+vh,+el2vmsa,+el3,+CONTEXTIDREL2";
-#endif
 
 struct disassembler::implementation {
     LLVMDisasmContextRef context = nullptr;
