@@ -1,5 +1,6 @@
 #include "workbench/html.hpp"
 
+#include "workbench/json.hpp"
 #include "workbench/output.hpp"
 
 #include <algorithm>

@@ -1,7 +1,6 @@
 #include "workbench/output.hpp"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace vorna::workbench {
 
@@ -75,12 +74,6 @@ std::string painted(std::string_view text, colour c, bool enabled)
     if (!enabled || c == colour::none)
         return std::string(text);
     return fmt::format("\x1b[{}m{}\x1b[0m", codes[static_cast<std::size_t>(c)], text);
-}
-
-std::string utf8(std::string_view bytes)
-{
-    return nlohmann::json::parse(
-        nlohmann::json(bytes).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
 }
 
 static std::string escaped(std::string_view text, std::string_view special)

@@ -37,9 +37,6 @@ enum class colour { none, red, yellow, green, cyan, bold, dim };
 /// The text in the terminal's colour; unchanged if `enabled` is false.
 std::string painted(std::string_view text, colour c, bool enabled);
 
-/// A string with U+FFFD in place of bytes that are no UTF-8.
-std::string utf8(std::string_view bytes);
-
 /// An annotation of GitHub's workflow commands, with its newline: "::error title=…::message", with what these
 /// commands want escaped. `level` is "error", "warning" or "notice"; an empty file is left out, as is a line
 /// 0.

@@ -3,6 +3,7 @@
 #include "workbench/a64.hpp"
 #include "workbench/difference.hpp"
 #include "workbench/html.hpp"
+#include "workbench/json.hpp"
 #include "workbench/listing.hpp"
 #include "workbench/output.hpp"
 #include "workbench/report_listing.hpp"
@@ -14,7 +15,6 @@
 #include <fmt/format.h>
 #include <iterator>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 #include <unordered_set>
@@ -22,8 +22,6 @@
 namespace vorna::workbench {
 
 namespace {
-
-using json = nlohmann::ordered_json;
 
 constexpr std::size_t most_at_once =
     200; // kernels: of more the script draws the listings, and shows the table in parts
@@ -566,11 +564,11 @@ std::string cell(const page& page, const entry& one, const std::string& key, con
     if (key == "change")
         return fmt::format("<td class=\"left\"><span class=\"change {0}\">{0}</span></td>",
                            name_of(one.change));
-    if (value.is_null() || value == 0)
+    if (value.is_null() || value.number() == 0)
         return fmt::format("<td class=\"none\">{}</td>", value.is_null() ? "" : "0");
     if (key == "delta")
-        return fmt::format("<td>{}{}</td>", value > 0 ? "+" : "−",
-                           grouped(static_cast<std::uint64_t>(std::abs(value.get<std::int64_t>()))));
+        return fmt::format("<td>{}{}</td>", value.number() > 0 ? "+" : "−",
+                           grouped(static_cast<std::uint64_t>(std::abs(value.number()))));
     if (key == "share")
         return fmt::format("<td class=\"share\" style=\"--bar:{:.2f}%\">{}</td>",
                            100 * page.share(one) / page.most_share, html(percent(page.share(one))));
@@ -586,7 +584,7 @@ std::string cell(const page& page, const entry& one, const std::string& key, con
         }
         return text + "</td>";
     }
-    return fmt::format("<td>{}</td>", grouped(value.get<std::uint64_t>()));
+    return fmt::format("<td>{}</td>", grouped(static_cast<std::uint64_t>(value.number())));
 }
 
 std::string table(const page& page, const std::vector<json>& data)
@@ -602,7 +600,7 @@ std::string table(const page& page, const std::vector<json>& data)
     for (std::size_t i = 0; i < page.entries.size(); ++i) {
         text += i < most_at_once ? "<tr>" : "<tr class=\"beyond\">";
         for (const column& one : all)
-            text += cell(page, page.entries[i], one.key, data[i][one.key]);
+            text += cell(page, page.entries[i], one.key, data[i].at(one.key));
         text += "</tr>\n";
     }
     return text + "</tbody>\n";

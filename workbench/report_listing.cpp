@@ -1,6 +1,7 @@
 #include "workbench/report_listing.hpp"
 
 #include "workbench/html.hpp"
+#include "workbench/json.hpp"
 #include "workbench/output.hpp"
 
 #include <algorithm>
@@ -8,15 +9,12 @@
 #include <fmt/format.h>
 #include <iterator>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
 
 namespace vorna::workbench {
 
 namespace {
-
-using json = nlohmann::ordered_json;
 
 constexpr std::size_t word_size = 4;
 constexpr std::size_t row_height = 20; // of page.css, in its pixels

@@ -444,41 +444,41 @@ int bless(const baseline_options& options)
     return nothing_found;
 }
 
-void add_arguments(CLI::App& command, baseline_options& options)
+void add_arguments(command_line& command, baseline_options& options)
 {
-    command.add_option("FILE", options.file, "The baseline")->required();
-    command.add_option("DUMPS", options.dumps, "Directory of dumps, or one dump")->required();
+    command.add_option("FILE", options.file, "The baseline").required();
+    command.add_option("DUMPS", options.dumps, "Directory of dumps, or one dump").required();
     command
         .add_option("--listing", options.listing,
                     "Directory of listings beside the baseline, a file a kernel")
-        ->type_name("DIR");
+        .type_name("DIR");
     add_common_options(command, options.common, {"text", "json", "github", "markdown"});
 }
 
 } // namespace
 
-void add_baseline(CLI::App& program, int& status)
+void add_baseline(command_line& program, int& status)
 {
-    CLI::App* const command =
-        program.add_subcommand("baseline", "Compare kernels with a file under version control");
-    command->require_subcommand(1);
+    command_line command =
+        program.add_command("baseline", "Compare kernels with a file under version control");
+    command.require_command();
 
     const auto checked = std::make_shared<baseline_options>();
-    CLI::App* const check_command =
-        command->add_subcommand("check", "Tell which kernels are not as the baseline has them");
-    add_arguments(*check_command, *checked);
-    check_command->footer("Exit status: 0 all the same, 1 different, 2 trouble.");
-    check_command->callback([checked, &status] { status = check(*checked); });
+    command_line check_command =
+        command.add_command("check", "Tell which kernels are not as the baseline has them");
+    add_arguments(check_command, *checked);
+    check_command.footer("Exit status: 0 all the same, 1 different, 2 trouble.");
+    check_command.run([checked, &status] { status = check(*checked); });
 
     const auto blessed = std::make_shared<baseline_options>();
-    CLI::App* const bless_command =
-        command->add_subcommand("bless", "Accept kernels as they are now, in the baseline");
-    add_arguments(*bless_command, *blessed);
-    bless_command->add_option("KERNEL", blessed->kernels, "Names of kernels to accept");
-    bless_command->add_flag("--all", blessed->all, "Accept all; make FILE if it is not there");
-    bless_command->add_flag("--force", blessed->force, "Also where the environment has CI set");
-    bless_command->footer("Exit status: 0 done, 2 trouble: then FILE is as it was.");
-    bless_command->callback([blessed, &status] { status = bless(*blessed); });
+    command_line bless_command =
+        command.add_command("bless", "Accept kernels as they are now, in the baseline");
+    add_arguments(bless_command, *blessed);
+    bless_command.add_option("KERNEL", blessed->kernels, "Names of kernels to accept");
+    bless_command.add_flag("--all", blessed->all, "Accept all; make FILE if it is not there");
+    bless_command.add_flag("--force", blessed->force, "Also where the environment has CI set");
+    bless_command.footer("Exit status: 0 done, 2 trouble: then FILE is as it was.");
+    bless_command.run([blessed, &status] { status = bless(*blessed); });
 }
 
 } // namespace vorna::workbench

@@ -164,16 +164,15 @@ int check(const check_options& options)
 
 } // namespace
 
-void add_check(CLI::App& program, int& status)
+void add_check(command_line& program, int& status)
 {
     const auto options = std::make_shared<check_options>();
-    CLI::App* const command =
-        program.add_subcommand("check", "Find what is wrong with kernels: exit status 1 with errors");
-    command->add_option("DUMPS", options->dumps, "Directories of dumps, or dumps, of one process")
-        ->required();
-    command->add_flag("--strict", options->strict, "Warnings are found too: exit status 1");
-    add_common_options(*command, options->common, {"text", "json", "github"});
-    command->callback([options, &status] { status = check(*options); });
+    command_line command =
+        program.add_command("check", "Find what is wrong with kernels: exit status 1 with errors");
+    command.add_option("DUMPS", options->dumps, "Directories of dumps, or dumps, of one process").required();
+    command.add_flag("--strict", options->strict, "Warnings are found too: exit status 1");
+    add_common_options(command, options->common, {"text", "json", "github"});
+    command.run([options, &status] { status = check(*options); });
 }
 
 } // namespace vorna::workbench

@@ -13,14 +13,14 @@
 
 namespace vorna::workbench {
 
-void add_common_options(CLI::App& command, common_options& options, const std::vector<std::string>& formats)
+void add_common_options(command_line& command, common_options& options,
+                        const std::vector<std::string>& formats)
 {
     options.format = formats.front();
-    command
-        .add_option("--format", options.format, "How results are printed; " + formats.front() + " without")
-        ->check(CLI::IsMember(formats));
+    command.add_option("--format", options.format, "How results are printed; " + formats.front() + " without")
+        .one_of(formats);
     command.add_option("--color", options.color, "When in colour; auto, on a terminal, without")
-        ->check(CLI::IsMember({"always", "never", "auto"}));
+        .one_of({"always", "never", "auto"});
     command.add_flag("--verbose", options.verbose, "Name the files that are passed over");
 }
 

@@ -2,8 +2,7 @@
 #pragma once
 
 #include "workbench/kernel_set.hpp"
-
-#include <CLI/CLI.hpp>
+#include "workbench/program/options.hpp"
 
 #include <string>
 #include <vector>
@@ -25,7 +24,8 @@ struct common_options {
 };
 
 /// Adds --format (of the `formats`, of which the first is the default), --color and --verbose.
-void add_common_options(CLI::App& command, common_options& options, const std::vector<std::string>& formats);
+void add_common_options(command_line& command, common_options& options,
+                        const std::vector<std::string>& formats);
 
 /// Whether text on stdout is to be coloured: as --color says; "auto" is a terminal without NO_COLOR.
 bool use_colour(const common_options& options);
@@ -56,14 +56,14 @@ std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const st
                                                  bool& trouble);
 
 /// The commands: each adds itself to the program and sets the exit status when it is run.
-void add_check(CLI::App& program, int& status);
-void add_baseline(CLI::App& program, int& status);
-void add_explain(CLI::App& program, int& status);
-void add_diff(CLI::App& program, int& status);
-void add_profile(CLI::App& program, int& status);
-void add_report(CLI::App& program, int& status);
-void add_show(CLI::App& program, int& status);
-void add_link(CLI::App& program, int& status);
-void add_objdump(CLI::App& program); ///< becomes another program, which has its own status
+void add_check(command_line& program, int& status);
+void add_baseline(command_line& program, int& status);
+void add_explain(command_line& program, int& status);
+void add_diff(command_line& program, int& status);
+void add_profile(command_line& program, int& status);
+void add_report(command_line& program, int& status);
+void add_show(command_line& program, int& status);
+void add_link(command_line& program, int& status);
+void add_objdump(command_line& program); ///< becomes another program, which has its own status
 
 } // namespace vorna::workbench

@@ -272,28 +272,28 @@ int diff(const diff_options& options)
 
 } // namespace
 
-void add_diff(CLI::App& program, int& status)
+void add_diff(command_line& program, int& status)
 {
     const auto options = std::make_shared<diff_options>();
-    CLI::App* const command =
-        program.add_subcommand("diff", "What a change did to kernels, wherever they were placed");
-    command->add_option("OLD", options->before, "Directory of dumps, or one dump, before the change")
-        ->required();
-    command->add_option("NEW", options->after, "The same after it")->required();
-    command->add_option("--ignore", options->ignored, "Classes to take for the same, with commas between")
-        ->delimiter(',')
-        ->check(CLI::IsMember({"moved", "renamed", "reordered"}));
+    command_line command =
+        program.add_command("diff", "What a change did to kernels, wherever they were placed");
+    command.add_option("OLD", options->before, "Directory of dumps, or one dump, before the change")
+        .required();
+    command.add_option("NEW", options->after, "The same after it").required();
+    command.add_option("--ignore", options->ignored, "Classes to take for the same, with commas between")
+        .delimiter(',')
+        .one_of({"moved", "renamed", "reordered"});
     command
-        ->add_option("--limit", options->limit,
-                     "Changed kernels to show in detail, the smallest first; 10 without")
-        ->check(
+        .add_option("--limit", options->limit,
+                    "Changed kernels to show in detail, the smallest first; 10 without")
+        .check(
             [](const std::string& value) {
                 return value.find('-') == std::string::npos ? "" : std::string("not a number of kernels");
             },
             "N");
-    add_common_options(*command, options->common, {"text", "json", "github", "markdown"});
-    command->footer("Exit status: 0 all the same, 1 different, 2 trouble.");
-    command->callback([options, &status] { status = diff(*options); });
+    add_common_options(command, options->common, {"text", "json", "github", "markdown"});
+    command.footer("Exit status: 0 all the same, 1 different, 2 trouble.");
+    command.run([options, &status] { status = diff(*options); });
 }
 
 } // namespace vorna::workbench

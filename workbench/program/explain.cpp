@@ -210,18 +210,17 @@ int explain(const explain_options& options)
 
 } // namespace
 
-void add_explain(CLI::App& program, int& status)
+void add_explain(command_line& program, int& status)
 {
     const auto options = std::make_shared<explain_options>();
-    CLI::App* const command =
-        program.add_subcommand("explain", "Say what a process that the finaliser ended died of");
-    command->add_option("LOG", options->log,
-                        "What the process wrote to stderr; standard input without, or -");
-    command->add_option("--dumps", options->dumps, "Directory of the dumps that it wrote, or one dump")
-        ->type_name("DUMPS");
-    command->footer("Exit status: 0 explained, 1 no report in the input, 2 trouble.");
-    add_common_options(*command, options->common, {"text", "json"});
-    command->callback([options, &status] { status = explain(*options); });
+    command_line command =
+        program.add_command("explain", "Say what a process that the finaliser ended died of");
+    command.add_option("LOG", options->log, "What the process wrote to stderr; standard input without, or -");
+    command.add_option("--dumps", options->dumps, "Directory of the dumps that it wrote, or one dump")
+        .type_name("DUMPS");
+    command.footer("Exit status: 0 explained, 1 no report in the input, 2 trouble.");
+    add_common_options(command, options->common, {"text", "json"});
+    command.run([options, &status] { status = explain(*options); });
 }
 
 } // namespace vorna::workbench

@@ -122,15 +122,15 @@ int link(const link_options& options)
 
 } // namespace
 
-void add_link(CLI::App& program, int& status)
+void add_link(command_line& program, int& status)
 {
     const auto options = std::make_shared<link_options>();
-    CLI::App* const command =
-        program.add_subcommand("link", "Make one image of all kernels at their addresses, for gdb and perf");
-    command->add_option("DUMPS", options->dumps, "Directory of dumps, or one dump")->required();
-    command->add_option("-o,--output", options->image, "The file to write")->type_name("IMAGE")->required();
-    add_common_options(*command, options->common, {"text", "json"});
-    command->callback([options, &status] { status = link(*options); });
+    command_line command =
+        program.add_command("link", "Make one image of all kernels at their addresses, for gdb and perf");
+    command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump").required();
+    command.add_option("-o,--output", options->image, "The file to write").type_name("IMAGE").required();
+    add_common_options(command, options->common, {"text", "json"});
+    command.run([options, &status] { status = link(*options); });
 }
 
 } // namespace vorna::workbench

@@ -1,5 +1,6 @@
 #include "workbench/program/markdown.hpp"
 
+#include "workbench/json.hpp"
 #include "workbench/output.hpp"
 
 #include <algorithm>

@@ -97,23 +97,23 @@ void run_objdump(const objdump_options& options, std::vector<std::string> argume
 
 } // namespace
 
-void add_objdump(CLI::App& program)
+void add_objdump(command_line& program)
 {
     const auto options = std::make_shared<objdump_options>();
-    CLI::App* const command =
-        program.add_subcommand("objdump", "Stand in for objdump, so that perf annotate shows kernels");
-    command->set_help_flag("--help", "Print this help message and exit"); // -h is one of objdump's options
-    command->add_option("--image", options->image, "Image that link made, in the place of a perf map (*.map)")
-        ->type_name("IMAGE")
-        ->required();
+    command_line command =
+        program.add_command("objdump", "Stand in for objdump, so that perf annotate shows kernels");
+    command.help_only_by("--help"); // -h is one of objdump's options
+    command.add_option("--image", options->image, "Image that link made, in the place of a perf map (*.map)")
+        .type_name("IMAGE")
+        .required();
     command
-        ->add_option("--objdump", options->program,
-                     "The real program; without it, one that knows the machine of the file")
-        ->type_name("PROGRAM");
-    command->footer("  perf annotate --objdump='vorna-kernels objdump --image=IMAGE'\n"
-                    "Everything behind these options goes to objdump.");
-    command->prefix_command();
-    command->callback([options, command] { run_objdump(*options, command->remaining()); });
+        .add_option("--objdump", options->program,
+                    "The real program; without it, one that knows the machine of the file")
+        .type_name("PROGRAM");
+    command.footer("  perf annotate --objdump='vorna-kernels objdump --image=IMAGE'\n"
+                   "Everything behind these options goes to objdump.");
+    command.keep_remaining();
+    command.run([options, command] { run_objdump(*options, command.remaining()); });
 }
 
 } // namespace vorna::workbench

@@ -238,30 +238,28 @@ int show_profile(const profile_options& options)
 
 } // namespace
 
-void add_profile(CLI::App& program, int& status)
+void add_profile(command_line& program, int& status)
 {
     const auto options = std::make_shared<profile_options>();
-    CLI::App* const command =
-        program.add_subcommand("profile", "Where the time goes, from what perf recorded");
-    command->add_option("DUMPS", options->dumps, "Directory of dumps, or one dump")->required();
-    CLI::Option* const data = command->add_option("PERF.DATA", options->perf_data,
-                                                  "What perf record wrote; not with --perf-script");
-    command->add_option("KERNEL", options->kernels, "Kernels to list; the heaviest one without");
-    command->add_option("--perf-script", options->perf_script,
-                        "Text that perf script made of it, - for standard input");
-    command->add_option("--event", options->event,
-                        "Event, as perf names it; the one of most samples without");
-    add_common_options(*command, options->common, {"text", "json"});
+    command_line command = program.add_command("profile", "Where the time goes, from what perf recorded");
+    command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump").required();
+    const command_option data =
+        command.add_option("PERF.DATA", options->perf_data, "What perf record wrote; not with --perf-script");
+    command.add_option("KERNEL", options->kernels, "Kernels to list; the heaviest one without");
+    command.add_option("--perf-script", options->perf_script,
+                       "Text that perf script made of it, - for standard input");
+    command.add_option("--event", options->event, "Event, as perf names it; the one of most samples without");
+    add_common_options(command, options->common, {"text", "json"});
     std::string footer = "The text for --perf-script is made by\n ";
     for (const std::string& word : perf_script_command())
         footer += " " + word;
     footer += "\nExit status: 0 samples in kernels, 1 none, 2 trouble.";
-    command->footer(footer);
-    command->callback([options, data, &status] {
-        if (options->perf_script.empty() && data->empty())
-            throw CLI::RequiredError("PERF.DATA or --perf-script");
+    command.footer(footer);
+    command.run([options, data, &status] {
+        if (options->perf_script.empty() && !data.given())
+            refuse_without("PERF.DATA or --perf-script");
         // What is in PERF.DATA's place is the first kernel then.
-        if (!options->perf_script.empty() && !data->empty())
+        if (!options->perf_script.empty() && data.given())
             options->kernels.insert(options->kernels.begin(), options->perf_data);
         status = show_profile(*options);
     });

@@ -85,32 +85,31 @@ int report(const report_options& options)
 
 } // namespace
 
-void add_report(CLI::App& program, int& status)
+void add_report(command_line& program, int& status)
 {
     const auto options = std::make_shared<report_options>();
-    CLI::App* const command = program.add_subcommand("report", "Make one page to look at, an HTML file");
-    command->add_option("DUMPS", options->dumps, "Directory of dumps, or one dump")->required();
-    command->add_option("-o,--output", options->page, "The page: one file, to be opened from anywhere")
-        ->type_name("FILE.html")
-        ->required();
-    CLI::Option* const data =
-        command->add_option("--profile", options->perf_data, "What perf record wrote: where the time goes")
-            ->type_name("PERF.DATA");
-    CLI::Option* const text = command
-                                  ->add_option("--perf-script", options->perf_script,
-                                               "Or the text of perf script; - is standard input")
-                                  ->type_name("FILE")
-                                  ->excludes(data);
-    command
-        ->add_option("--event", options->event, "The event of the profile; the one of most samples without")
-        ->type_name("E");
-    command->add_option("--against", options->against, "Dumps from before a change, to be compared with")
-        ->type_name("OLD");
-    add_common_options(*command, options->common, {"text", "json"});
-    command->footer("Exit status: 0 done, 2 trouble.");
-    command->callback([options, text, data, &status] {
-        if (!options->event.empty() && text->empty() && data->empty())
-            throw CLI::ValidationError("--event", "there is no profile");
+    command_line command = program.add_command("report", "Make one page to look at, an HTML file");
+    command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump").required();
+    command.add_option("-o,--output", options->page, "The page: one file, to be opened from anywhere")
+        .type_name("FILE.html")
+        .required();
+    const command_option data =
+        command.add_option("--profile", options->perf_data, "What perf record wrote: where the time goes")
+            .type_name("PERF.DATA");
+    const command_option text = command
+                                    .add_option("--perf-script", options->perf_script,
+                                                "Or the text of perf script; - is standard input")
+                                    .type_name("FILE")
+                                    .excludes(data);
+    command.add_option("--event", options->event, "The event of the profile; the one of most samples without")
+        .type_name("E");
+    command.add_option("--against", options->against, "Dumps from before a change, to be compared with")
+        .type_name("OLD");
+    add_common_options(command, options->common, {"text", "json"});
+    command.footer("Exit status: 0 done, 2 trouble.");
+    command.run([options, text, data, &status] {
+        if (!options->event.empty() && !text.given() && !data.given())
+            refuse_option("--event", "there is no profile");
         status = report(*options);
     });
 }

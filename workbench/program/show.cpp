@@ -94,16 +94,15 @@ int show(const show_options& options)
 
 } // namespace
 
-void add_show(CLI::App& program, int& status)
+void add_show(command_line& program, int& status)
 {
     const auto options = std::make_shared<show_options>();
-    CLI::App* const command =
-        program.add_subcommand("show", "List kernels as they run, with names and constants");
-    command->add_option("DUMPS", options->dumps, "Directory of dumps, or one dump")->required();
-    command->add_option("KERNEL", options->kernels, "Names of kernels; all of them without");
-    command->add_flag("--unlinked", options->unlinked, "As generated, without relocations");
-    add_common_options(*command, options->common, {"text", "json"});
-    command->callback([options, &status] { status = show(*options); });
+    command_line command = program.add_command("show", "List kernels as they run, with names and constants");
+    command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump").required();
+    command.add_option("KERNEL", options->kernels, "Names of kernels; all of them without");
+    command.add_flag("--unlinked", options->unlinked, "As generated, without relocations");
+    add_common_options(command, options->common, {"text", "json"});
+    command.run([options, &status] { status = show(*options); });
 }
 
 } // namespace vorna::workbench

@@ -1,0 +1,100 @@
+// JSON documents, as the commands and the report's page have them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace vorna::workbench {
+
+/// A value. An object keeps its members in the order in which they are added. The library that writes them is
+/// slow to compile, so that json.cpp alone includes it.
+class json {
+public:
+    using array_type = std::vector<json>;
+    using object_type = std::vector<std::pair<std::string, json>>;
+
+    json();
+    json(std::nullptr_t);
+    json(bool value);
+    json(double value);
+    json(const char* value);
+    json(std::string value);
+    json(std::string_view value);
+    /// An object where each of the elements is {"name", value}; else an array.
+    json(std::initializer_list<json> elements);
+
+    template <class Integer, std::enable_if_t<std::is_integral_v<Integer>, int> = 0>
+    json(Integer value) : json(integer(value))
+    {
+    }
+
+    template <class Element>
+    json(const std::vector<Element>& elements) : json(array())
+    {
+        for (const Element& element : elements)
+            push_back(element);
+    }
+
+    json(const json&);
+    json(json&&) noexcept;
+    json& operator=(const json&);
+    json& operator=(json&&) noexcept;
+    ~json();
+
+    static json array(std::initializer_list<json> elements = {});
+    static json object();
+
+    /// Adds an element to an array.
+    void push_back(json element);
+
+    /// The member of an object, or of null, which becomes one; a new member is null.
+    json& operator[](std::string_view name);
+
+    /// The member of an object, which has it.
+    [[nodiscard]] const json& at(std::string_view name) const;
+
+    /// Sets the members that the other object has.
+    void update(const json& other);
+
+    /// Removes the member, if there is one.
+    void erase(std::string_view name);
+
+    [[nodiscard]] bool is_null() const;
+
+    /// Of a number its value, else 0.
+    [[nodiscard]] double number() const;
+
+    /// The text, with that many blanks of indentation, or in one line. Bytes that are not UTF-8 become
+    /// U+FFFD.
+    [[nodiscard]] std::string dump(int indent = -1) const;
+
+    using value_type = std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string,
+                                    array_type, object_type>;
+    [[nodiscard]] const value_type& value() const { return value_; }
+
+private:
+    explicit json(value_type value);
+
+    template <class Integer>
+    static value_type integer(Integer value)
+    {
+        if constexpr (std::is_signed_v<Integer>)
+            return std::int64_t{value};
+        else
+            return std::uint64_t{value};
+    }
+
+    value_type value_;
+};
+
+/// A string with U+FFFD in place of bytes that are not UTF-8.
+std::string utf8(std::string_view bytes);
+
+} // namespace vorna::workbench
