@@ -18,6 +18,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
+#include <regex>
+#include <set>
 #include <sys/stat.h>
 
 namespace {
@@ -26,6 +28,7 @@ using namespace support;
 using namespace vorna::workbench;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 child_result vorna_kernels(std::vector<std::string> arguments, const std::filesystem::path& directory)
 {
@@ -54,6 +57,16 @@ std::vector<Elf64_Shdr> section_headers(const std::string& image)
     std::vector<Elf64_Shdr> headers(header.e_shnum);
     std::memcpy(headers.data(), &image[header.e_shoff], headers.size() * sizeof headers[0]);
     return headers;
+}
+
+// The build ID of an image, as tools read it.
+std::string build_id_of(const std::string& image, const std::filesystem::path& directory)
+{
+    const child_result notes = run_tool({binutil("readelf"), "-n", image}, directory);
+    EXPECT_EQ(notes.err, "");
+    std::smatch id;
+    EXPECT_TRUE(std::regex_search(notes.out, id, std::regex("Build ID: ([0-9a-f]{16})\n"))) << notes;
+    return id.str(1);
 }
 
 // A kernel at an address, as a dump.
@@ -104,7 +117,7 @@ void compare_images(unsigned seed)
     const kernel_set set = make_kernel_set(std::move(kernels));
     const linked_set linked = link_set(set);
     EXPECT_EQ(linked.findings.size(), 0U) << linked.findings.front().message;
-    const std::string image = make_image(set, linked);
+    const std::string image = make_image(set, linked).bytes;
 
     auto ours = read_sections(image);
     const auto theirs = link_where_placed({binutil("ld")}, registry, sets.far_kernel);
@@ -262,16 +275,38 @@ TEST_F(TwoMappings, AreDisassembledWithNames)
 
 TEST_F(TwoMappings, AreSummedUp)
 {
-    EXPECT_EQ(vorna_kernels({"link", ".", "-o", "image.elf"}, directory.path()).out,
-              "2 mappings, 7 kernels, 44 bytes of code, 9 of data -> image.elf\n"
-              "  0x" +
-                  hex_digits(base + 0x3000) +
-                  "  first, unaligned data, data only, empty, odd=\"name\" \xc3\xa9\xff\\n\n"
-                  "  0x" +
-                  hex_digits(base + 0x4000) + "  " + std::string(250, 'n') +
-                  ", caller\n"
-                  "gdb:  add-symbol-file image.elf\n"
-                  "perf: perf annotate --objdump='vorna-kernels objdump --image=image.elf'\n");
+    const child_result link = vorna_kernels({"link", ".", "-o", "image.elf"}, directory.path());
+    EXPECT_EQ(link.out, "2 mappings, 7 kernels, 44 bytes of code, 9 of data -> image.elf\n"
+                        "  0x" +
+                            hex_digits(base + 0x3000) +
+                            "  first, unaligned data, data only, empty, odd=\"name\" \xc3\xa9\xff\\n\n"
+                            "  0x" +
+                            hex_digits(base + 0x4000) + "  " + std::string(250, 'n') +
+                            ", caller\n"
+                            "gdb:  add-symbol-file image.elf\n"
+                            "perf: perf buildid-cache --add image.elf\n"
+                            "      perf inject -b --known-build-ids='" +
+                            build_id_of("image.elf", directory.path()) +
+                            " /tmp/perf-PID.map' -i perf.data -o kernels.data\n"
+                            "      perf annotate -i kernels.data\n");
+}
+
+TEST(Link, GivesEachImageABuildIdOfItsOwn)
+{
+    const temp_directory directory;
+    const auto link = [&directory](std::uint64_t text, std::uint32_t first, const std::string& name) {
+        std::filesystem::remove_all(directory.path() / "dumps");
+        std::filesystem::create_directory(directory.path() / "dumps");
+        write_dump(directory.path() / "dumps", name, text, {first, a64::ret()}, {}, {1}, text + 0x20);
+        EXPECT_TRUE(vorna_kernels({"link", "dumps", "-o", "image"}, directory.path()).succeeded());
+        return build_id_of("image", directory.path());
+    };
+    const std::string id = link(0x10000, a64::nop(), "k");
+    EXPECT_EQ(link(0x10000, a64::nop(), "k"), id);
+    std::set<std::string> ids = {id};
+    EXPECT_TRUE(ids.insert(link(0x10000, a64::ret(), "k")).second);
+    EXPECT_TRUE(ids.insert(link(0x10040, a64::nop(), "k")).second);
+    EXPECT_TRUE(ids.insert(link(0x10000, a64::nop(), "l")).second);
 }
 
 TEST(Link, NamesMissingCalleesOnceAndWritesTheImage)
@@ -285,20 +320,20 @@ TEST(Link, NamesMissingCalleesOnceAndWritesTheImage)
     const child_result link = vorna_kernels({"link", ".", "-o", "image"}, directory.path());
     EXPECT_EQ(link.exit_status, 1);
     EXPECT_EQ(link.err, "");
-    EXPECT_EQ(link.out, "a+0x0: error: gone is not in the dumps [unknown-target]\n"
-                        "    also at a+0x8 and 1 other place\n"
-                        "b+0x4: error: lost is not in the dumps [unknown-target]\n"
-                        "1 mapping, 2 kernels, 28 bytes of code, 0 of data -> image\n"
-                        "  0x10000  a, b\n"
-                        "gdb:  add-symbol-file image\n"
-                        "perf: perf annotate --objdump='vorna-kernels objdump --image=image'\n");
+    EXPECT_THAT(link.out, StartsWith("a+0x0: error: gone is not in the dumps [unknown-target]\n"
+                                     "    also at a+0x8 and 1 other place\n"
+                                     "b+0x4: error: lost is not in the dumps [unknown-target]\n"
+                                     "1 mapping, 2 kernels, 28 bytes of code, 0 of data -> image\n"
+                                     "  0x10000  a, b\n"
+                                     "gdb:  add-symbol-file image\n"));
     auto sections = read_sections(contents(directory.path() / "image"));
     EXPECT_EQ(sections[".text.a"].contents,
               to_string(code({a64::bl(), a64::bl() | 7, a64::bl(), a64::ret()})));
 
     const child_result json = vorna_kernels({"link", ".", "-o", "image", "--format=json"}, directory.path());
     EXPECT_EQ(json.exit_status, 1);
-    EXPECT_THAT(json.out, testing::StartsWith("{\n  \"version\": 1,\n  \"image\": \"image\",\n"));
+    EXPECT_THAT(json.out, StartsWith("{\n  \"version\": 1,\n  \"image\": \"image\",\n  \"build_id\": \"" +
+                                     build_id_of("image", directory.path()) + "\",\n"));
     EXPECT_THAT(json.out, HasSubstr("\"missing\": [\n    \"gone\",\n    \"lost\"\n  ]"));
     EXPECT_THAT(json.out, HasSubstr("\"begin\": \"0x10000\""));
 }
@@ -367,7 +402,7 @@ TEST(LinkedImage, HasASegmentForEachMappingWithBytes)
         }
         const kernel_set set = make_kernel_set(std::move(kernels));
         std::vector<std::uint64_t> places;
-        const std::vector<Elf64_Phdr> headers = load_segments(make_image(set, link_set(set)));
+        const std::vector<Elf64_Phdr> headers = load_segments(make_image(set, link_set(set)).bytes);
         for (const Elf64_Phdr& segment : headers) {
             EXPECT_GE(segment.p_offset, sizeof(Elf64_Ehdr) + headers.size() * sizeof segment);
             places.push_back(segment.p_vaddr);
@@ -477,14 +512,14 @@ TEST(LinkedImage, HasMoreSectionsThanOneHeaderFieldCounts)
     }
     const kernel_set set = make_kernel_set(std::move(kernels));
     const temp_directory directory;
-    write_file(directory.path() / "image", make_image(set, link_set(set)));
+    write_file(directory.path() / "image", make_image(set, link_set(set)).bytes);
     const auto run = [&](std::vector<std::string> arguments) {
         return run_tool(std::move(arguments), directory.path());
     };
 
     const child_result readelf = run({binutil("readelf"), "-SW", "image"});
     EXPECT_EQ(readelf.err, "");
-    EXPECT_THAT(readelf.out, HasSubstr("There are 80004 section headers"));
+    EXPECT_THAT(readelf.out, HasSubstr("There are 80005 section headers"));
     const child_result nm = run({binutil("nm"), "-S", "image"});
     EXPECT_EQ(nm.err, "");
     EXPECT_THAT(nm.out, HasSubstr(hex_digits(0x100000 + 32 * 39'999, 16) + " 0000000000000008 T k39999\n"));

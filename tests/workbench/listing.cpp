@@ -442,7 +442,7 @@ TEST(Listing, TakesAnySet)
         }
         const linked_set linked = link_set(set);
         try {
-            ASSERT_NE(make_image(set, linked), "");
+            ASSERT_NE(make_image(set, linked).bytes, "");
         } catch (const std::runtime_error& error) {
             ASSERT_THAT(error.what(), HasSubstr("so far apart"));
         }

@@ -8,8 +8,11 @@
 #include "tests/support/perf.hpp"
 #include "tests/support/tool.hpp"
 
+#include <cstddef>
+#include <elf.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <regex>
 
 namespace {
 
@@ -77,23 +80,20 @@ TEST_F(Objdump, SaysWhatKeepsItFromRunning)
     EXPECT_EQ(unreadable.err, "vorna-kernels: gone: No such file or directory\n");
 }
 
-// The image of the kernel at its address, from its dump. Dumps say that they hold AArch64 code; elsewhere the
-// machine's own linker makes the image.
-void link_native(const temp_directory& directory, const std::string& address)
+// Links the dump of the kernel and returns what is then to be done, in the words of link. Dumps and images
+// say that they hold AArch64 code; this kernel is the machine's own.
+std::string link_countdown(const std::filesystem::path& directory)
 {
-#ifdef __aarch64__
-    (void)address;
-    const std::string commands = VORNA_KERNELS " link countdown -o image";
-#else
-    const std::string commands =
-        "aarch64-linux-gnu-objcopy -O binary -j .text.countdown countdown code && "
-        "objcopy -I binary -O elf64-x86-64 --rename-section .data=.text,alloc,load,readonly,code,contents "
-        "--add-symbol countdown=.text:0,global,function code code.o && "
-        "ld -Ttext=0x" +
-        address + " -e 0 code.o -o image";
+    const child_result link = run_tool({VORNA_KERNELS, "link", "countdown", "-o", "image"}, directory);
+    EXPECT_TRUE(link.succeeded()) << link;
+#ifdef __x86_64__
+    std::string image = contents(directory / "image");
+    image[offsetof(Elf64_Ehdr, e_machine)] = EM_X86_64;
+    write_file(directory / "image", image);
 #endif
-    const command_result linker = shell("cd " + directory.path().string() + " && " + commands);
-    ASSERT_EQ(linker.status, 0) << linker.output;
+    std::smatch commands;
+    EXPECT_TRUE(std::regex_search(link.out, commands, std::regex("\nperf: ([^]*)\n$"))) << link;
+    return commands.str(1);
 }
 
 TEST(PerfAnnotate, ShowsPercentagesBesideTheInstructionsOfAKernel)
@@ -103,16 +103,17 @@ TEST(PerfAnnotate, ShowsPercentagesBesideTheInstructionsOfAKernel)
     const temp_directory directory;
     const busy_process busy(directory.path(), countdown_in_the_perf_map);
     const perf_map map(busy.pid());
-    const std::string data = " " + (directory.path() / "perf.data").string() + " ";
-    const command_result record = shell("perf record --no-buildid-cache -e cpu-clock -o" + data + "-p " +
+    // The cache of build IDs is in the home directory.
+    const std::string here = "cd " + directory.path().string() + " && export HOME=$PWD && ";
+    const command_result record = shell(here + "perf record -o perf.data -e cpu-clock -p " +
                                         std::to_string(busy.pid()) + " -- sleep 1");
     ASSERT_EQ(record.status, 0) << record.output;
-    const std::string annotate = "perf annotate -i" + data + "--stdio countdown";
-    EXPECT_THAT(shell(annotate).output, HasSubstr("Couldn't annotate countdown"));
+    EXPECT_THAT(shell(here + "perf annotate --stdio countdown").output,
+                HasSubstr("Couldn't annotate countdown"));
 
-    link_native(directory, map.text().substr(0, map.text().find(' ')));
-    const command_result annotated = shell(annotate + " --objdump='" VORNA_KERNELS " objdump --image=" +
-                                           (directory.path() / "image").string() + "'");
+    const std::string commands = std::regex_replace(link_countdown(directory.path()), std::regex("\\bPID\\b"),
+                                                    std::to_string(busy.pid()));
+    const command_result annotated = shell(here + "set -e\n" + commands + " --stdio countdown");
     EXPECT_EQ(annotated.status, 0) << annotated.output;
     EXPECT_THAT(annotated.output,
                 ContainsRegex(" [1-9][0-9]*\\.[0-9][0-9] : +[0-9a-f]+: +(dec|subs|jne|b\\.ne) "));

@@ -34,7 +34,8 @@ std::vector<std::vector<std::string>> names_by_mapping(const kernel_set& set)
     return names;
 }
 
-void print_text(const kernel_set& set, const linked_set& linked, const std::string& image, bool colour)
+void print_text(const kernel_set& set, const linked_set& linked, const std::string& image,
+                const std::string& build_id, bool colour)
 {
     for (const link_finding& finding : linked.findings) {
         fmt::print("{}: {} {} [{}]\n", place_of(set, finding), painted("error:", colour::red, colour),
@@ -55,11 +56,14 @@ void print_text(const kernel_set& set, const linked_set& linked, const std::stri
     for (std::size_t i = 0; i < set.mappings.size(); ++i)
         fmt::print("  {:#x}  {}\n", set.mappings[i].begin, few_of(names[i]));
     fmt::print("gdb:  add-symbol-file {0}\n"
-               "perf: perf annotate --objdump='vorna-kernels objdump --image={0}'\n",
-               printable(image));
+               "perf: perf buildid-cache --add {0}\n"
+               "      perf inject -b --known-build-ids='{1} /tmp/perf-PID.map' -i perf.data -o kernels.data\n"
+               "      perf annotate -i kernels.data\n",
+               printable(image), build_id);
 }
 
-void print_json(const kernel_set& set, const linked_set& linked, const std::string& image)
+void print_json(const kernel_set& set, const linked_set& linked, const std::string& image,
+                const std::string& build_id)
 {
     json mappings = json::array();
     for (const kernel_mapping& mapping : set.mappings)
@@ -91,6 +95,7 @@ void print_json(const kernel_set& set, const linked_set& linked, const std::stri
     }
     fmt::print("{}", json_text({{"version", 1},
                                 {"image", image},
+                                {"build_id", build_id},
                                 {"mappings", mappings},
                                 {"kernels", kernels},
                                 {"missing", linked.missing},
@@ -104,17 +109,17 @@ int link(const link_options& options)
         return in_trouble;
     refuse_dump(read.set, options.image);
     const linked_set linked = link_set(read.set);
-    std::string image;
+    linked_image image;
     try {
         image = make_image(read.set, linked);
     } catch (const std::runtime_error& error) {
         throw std::runtime_error(fmt::format("{}: {}", options.image, error.what()));
     }
-    replace_file(options.image, image);
+    replace_file(options.image, image.bytes);
     if (options.common.format == "json")
-        print_json(read.set, linked, options.image);
+        print_json(read.set, linked, options.image, image.build_id);
     else
-        print_text(read.set, linked, options.image, use_colour(options.common));
+        print_text(read.set, linked, options.image, image.build_id, use_colour(options.common));
     if (read.trouble)
         return in_trouble;
     return linked.findings.empty() ? nothing_found : something_found;
