@@ -583,6 +583,7 @@ static std::optional<memory_access> decode_pair(std::uint32_t word)
     const unsigned element = fp_simd ? 4U << opc : opc == 2 ? 8 : 4;
     memory_access access = access_of(word, bit(word, 22), element, 2);
     access.fp_simd = fp_simd;
+    access.sign_extended = opc == 1 && !fp_simd;
     access.offset = signed_bits(bits(word, 21, 15), 7) * element;
     switch (bits(word, 24, 23)) {
     case 1:
@@ -682,6 +683,7 @@ static std::optional<memory_access> decode_single_register(std::uint32_t word)
     const unsigned bytes = fp_simd && opc >= 2 ? 16 : 1U << size;
     memory_access access = access_of(word, fp_simd ? (opc & 1) != 0 : opc != 0, bytes, 1);
     access.fp_simd = fp_simd;
+    access.sign_extended = !fp_simd && opc >= 2;
     if (unsigned_offset) {
         access.offset = std::int64_t{bits(word, 21, 10)} * bytes;
     } else if (by_register) {
@@ -710,12 +712,32 @@ std::optional<memory_access> decode_memory_access(std::uint32_t word)
         const unsigned opc = bits(word, 23, 22);
         memory_access access = access_of(word, opc != 0, 1U << bits(word, 31, 30), 1);
         access.offset = signed_bits(bits(word, 20, 12), 9);
+        access.sign_extended = opc >= 2;
         access.faults_unaligned = true;
         return access;
     }
     if (is_single_register(word))
         return decode_single_register(word);
     return std::nullopt;
+}
+
+std::optional<memory_access> decode_literal_load(std::uint32_t word)
+{
+    const unsigned opc = bits(word, 31, 30);
+    const bool fp_simd = bit(word, 26);
+    if (!is_load_or_store(word) || !is_literal(word) || opc == 3)
+        return std::nullopt;
+    memory_access access = access_of(word, true, fp_simd ? 4U << opc : opc == 1 ? 8 : 4, 1);
+    access.base = 0;
+    access.fp_simd = fp_simd;
+    access.sign_extended = opc == 2 && !fp_simd;
+    access.offset = signed_bits(bits(word, 23, 5), 19) * 4;
+    return access;
+}
+
+std::int64_t adr_displacement(std::uint32_t word)
+{
+    return signed_bits(bits(word, 23, 5) << 2 | bits(word, 30, 29), 21);
 }
 
 static bool is_branch_or_system(std::uint32_t word)
@@ -736,6 +758,9 @@ instruction_class instruction_class_of(std::uint32_t word)
             return instruction_class::other;
         if (const std::optional<memory_access> access = decode_memory_access(word))
             return access->load ? instruction_class::load : instruction_class::store;
+        if (is_tag_access(word)) // LDG, LDGM; STG and its kind, of which STZG and STZ2G also store zeros
+            return bit(word, 22) && bits(word, 11, 10) == 0 ? instruction_class::load
+                                                            : instruction_class::store;
         return is_literal(word) || bit(word, 22) ? instruction_class::load : instruction_class::store;
     }
     if (is_branch_or_system(word))
@@ -757,6 +782,8 @@ std::optional<std::int64_t> branch_displacement(std::uint32_t word)
         return signed_bits(bits(word, 23, 5), 19) * 4;
     if ((word & 0x7e000000) == 0x36000000) // TBZ, TBNZ
         return signed_bits(bits(word, 18, 5), 14) * 4;
+    if ((word & 0x7e000000) == 0x74000000) // CB<cc>, CBB<cc>, CBH<cc>
+        return signed_bits(bits(word, 13, 5), 9) * 4;
     return std::nullopt;
 }
 
@@ -774,6 +801,7 @@ bool never_falls_through(std::uint32_t word)
 {
     return (word & 0xfc000000) == 0x14000000 ||                           // B
            ((word & 0xfe000000) == 0xd6000000 && !is_call(word)) ||       // BR, RET, ERET and their kind
+           (word & 0xffc0001f) == 0x5500001f ||                           // RETAASPPC, RETABSPPC
            (word & 0xffe0001f) == 0xd4200000 ||                           // BRK
            (word & 0xffe0001f) == 0xd4400000 || (word & 0xffff0000) == 0; // HLT, UDF
 }
@@ -839,6 +867,8 @@ static std::uint32_t written_by_branch_or_system(std::uint32_t word)
         const unsigned hint = bits(word, 11, 5);
         if (hint == 7 || (hint >= 24 && hint < 32))
             return general(30);
+        if (hint == 40) // CHKFEAT
+            return general(16);
         return hint >= 8 && hint < 16 ? general(17) : 0;
     }
     if ((word & 0xfff00000) == 0xd5000000 || (word & 0xfff80000) == 0xd5080000 ||
@@ -853,7 +883,7 @@ static std::uint32_t written_by_sve(std::uint32_t word)
     // with the vector's length or take an element out of a vector do not.
     const unsigned top = bits(word, 31, 24);
     if (top == 0x04)
-        return bit(word, 21) && (bits(word, 15, 14) == 3 || bits(word, 15, 11) == 10) ? every_register : 0;
+        return bit(word, 21) && (bits(word, 15, 14) == 3 || bits(word, 15, 12) == 5) ? every_register : 0;
     if (top == 0x05)
         return bit(word, 21) && bits(word, 15, 13) == 5 ? every_register : 0;
     if (top == 0x25)
@@ -879,13 +909,17 @@ std::uint32_t written_registers(std::uint32_t word)
         return written_by_branch_or_system(word);
     if ((group & 0xe) == 0x8) {
         const bool adds = (word & 0x3f000000) == 0x11000000 || (word & 0x3f800000) == 0x11800000; // also ADDG
+        if ((word & 0xffc0001f) == 0xf380001f) // AUTIASPPC, AUTIBSPPC
+            return general(30);
         const bool logical = (word & 0x1f800000) == 0x12000000 && bits(word, 30, 29) != 3;
         return adds || logical ? general_or_sp(Rd) : general(Rd);
     }
     if ((group & 0x7) == 0x5) {
         if ((word & 0x3fe00000) == 0x3a400000) // CCMP, CCMN, whose low bits are flags
             return 0;
-        return (word & 0x3fe00000) == 0x0b200000 ? general_or_sp(Rd) : general(Rd);
+        const bool to_sp = (word & 0x3fe00000) == 0x0b200000 || (word & 0xffe0fc00) == 0x9ac01000 || // IRG
+                           (word & 0xbfe0e000) == 0x9a002000; // ADDPT, SUBPT
+        return to_sp ? general_or_sp(Rd) : general(Rd);
     }
     if ((group & 0x7) == 0x7)
         return written_by_floating_point(word);

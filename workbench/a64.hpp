@@ -1,5 +1,6 @@
 // What an A64 instruction word tells by itself. Encodings are those of the "Arm A-profile A64 Instruction Set
-// Architecture" up to Armv8.6; later instructions have no names here, and are taken to write what they might.
+// Architecture" up to Armv8.6. Later instructions have no names here; what they write and where they lead is
+// known where they have operands that earlier ones do not have.
 #pragma once
 
 #include <cstdint>
@@ -40,6 +41,7 @@ struct memory_access {
     unsigned registers;         ///< that are loaded or stored
     unsigned first_register;    ///< number of the first of them
     bool fp_simd;               ///< they are FP or SIMD registers
+    bool sign_extended;         ///< what is loaded is smaller than the general register, and keeps its sign
     unsigned base;              ///< 0 to 30, 31 for SP
     addressing_mode addressing; ///< how the address is formed
     std::int64_t offset;        ///< in bytes; 0 where a register is added
@@ -51,7 +53,14 @@ struct memory_access {
 /// prefetches, memory tags, and copies of memory.
 std::optional<memory_access> decode_memory_access(std::uint32_t word);
 
-/// Distance in bytes from the instruction to where a B, B.cond, BL, CBZ, CBNZ, TBZ or TBNZ leads.
+/// LDR and LDRSW (literal). The offset is from the instruction; there is no base register.
+std::optional<memory_access> decode_literal_load(std::uint32_t word);
+
+/// Distance in bytes from an ADR, as it was generated, to the address that it gives.
+std::int64_t adr_displacement(std::uint32_t word);
+
+/// Distance in bytes from the instruction to where a B, B.cond, BL, CBZ, CBNZ, TBZ, TBNZ, CB<cc>, CBB<cc> or
+/// CBH<cc> leads.
 std::optional<std::int64_t> branch_displacement(std::uint32_t word);
 
 /// BL, BLR and the like: goes on behind the instruction, after having been elsewhere.

@@ -186,6 +186,76 @@ TEST(A64, NamesClassifiesAndKnowsWhatIsWritten)
     }
 }
 
+// As llvm-mc 19 encodes them; the assembler at hand may be older.
+TEST(A64, KnowsWhatLaterInstructionsWrite)
+{
+    constexpr auto x = [](unsigned number) { return std::uint32_t{1} << number; };
+    struct encoded {
+        const char* text;
+        std::uint32_t word;
+        std::uint32_t written;
+    };
+    for (const encoded& i : std::initializer_list<encoded>{{"irg sp, x9, x5", 0x9ac5113f, x(31)},
+                                                           {"irg x3, x9", 0x9adf1123, x(3)},
+                                                           {"chkfeat x16", 0xd503251f, x(16)},
+                                                           {"autiasppc #-4", 0xf380003f, x(30)},
+                                                           {"autibsppc #-4", 0xf3a0003f, x(30)},
+                                                           {"autiasppcr x9", 0xdac1913e, x(30)},
+                                                           {"addpt sp, x9, x5", 0x9a05213f, x(31)},
+                                                           {"subpt sp, x9, x5, lsl #3", 0xda052d3f, x(31)},
+                                                           {"addpt x3, x9, x5", 0x9a052123, x(3)},
+                                                           {"retaasppc #-4", 0x5500003f, 0},
+                                                           {"retaasppcr x9", 0xd65f0be9, 0}}) {
+        EXPECT_EQ(written_registers(i.word), i.written) << i.text;
+    }
+    for (const std::uint32_t word :
+         {0x04295825U, 0x04695825U, 0x04bf5825U}) // addsvl, addspl x5, x9, #1; rdsvl x5, #1
+        EXPECT_NE(written_registers(word) & x(5), 0U) << std::hex << word;
+    for (const std::uint32_t word :
+         {0x5500003fU, 0x5520003fU, 0xd65f0be9U}) { // retaasppc, retabsppc, retaasppcr
+        EXPECT_TRUE(never_falls_through(word)) << std::hex << word;
+        EXPECT_TRUE(ends_block(word)) << std::hex << word;
+    }
+}
+
+TEST(A64, TakesStoresOfTagsForStores)
+{
+    for (const std::string line : {"stg x0, [x1]", "stzg x0, [x1]", "st2g x0, [x1]", "stz2g x0, [x1]",
+                                   "stzg x0, [x1], #16", "stgm x0, [x1]", "stzgm x0, [x1]"})
+        EXPECT_EQ(instruction_class_of(assemble({line})[0]), instruction_class::store) << line;
+    for (const std::string line : {"ldg x0, [x1]", "ldgm x0, [x1]"})
+        EXPECT_EQ(instruction_class_of(assemble({line})[0]), instruction_class::load) << line;
+}
+
+TEST(A64, KnowsLoadsOfLiterals)
+{
+    struct line {
+        std::string text;
+        unsigned bytes;
+        bool fp_simd, sign_extended;
+        std::int64_t offset;
+    };
+    for (const line& l : std::vector<line>{{"ldr w3, #8", 4, false, false, 8},
+                                           {"ldr x3, #-8", 8, false, false, -8},
+                                           {"ldrsw x3, #1048572", 4, false, true, 1048572},
+                                           {"ldr s3, #-1048576", 4, true, false, -1048576},
+                                           {"ldr d3, #0", 8, true, false, 0},
+                                           {"ldr q3, #4", 16, true, false, 4}}) {
+        SCOPED_TRACE(l.text);
+        const auto literal = decode_literal_load(assemble({l.text})[0]);
+        ASSERT_TRUE(literal.has_value());
+        EXPECT_TRUE(literal->load);
+        EXPECT_FALSE(literal->store);
+        EXPECT_EQ(literal->bytes, l.bytes);
+        EXPECT_EQ(literal->fp_simd, l.fp_simd);
+        EXPECT_EQ(literal->sign_extended, l.sign_extended);
+        EXPECT_EQ(literal->first_register, 3U);
+        EXPECT_EQ(literal->offset, l.offset);
+    }
+    for (const std::uint32_t word : assemble({"prfm pldl1keep, #8", "ldr x3, [x1]", "adr x3, #8"}))
+        EXPECT_FALSE(decode_literal_load(word).has_value()) << std::hex << word;
+}
+
 TEST(A64, WritesNoRegisterBehindTheLast)
 {
     EXPECT_EQ(written_registers(0x083f7c42), 0U); // CASP of W31 and the register behind it
@@ -328,6 +398,21 @@ TEST(A64, KnowsWhereBranchesLead)
         EXPECT_EQ(is_call(words[i]), lines[i].call);
         EXPECT_EQ(ends_block(words[i]), lines[i].ends);
         EXPECT_EQ(never_falls_through(words[i]), lines[i].stops);
+    }
+}
+
+// FEAT_CMPBR, as the manual encodes it: no assembler at hand knows it.
+TEST(A64, KnowsWhereComparisonsThatBranchLead)
+{
+    for (const auto& [word, displacement] : {std::pair(0x7423a005U, -1024), // cbbge w5, w3, .-1024
+                                             {0x74039fe5U, 1020},           // cbbgt w5, w3, .+1020
+                                             {0x7403e005U, -1024},          // cbhgt w5, w3, .-1024
+                                             {0xf4030045U, 8},              // cbgt x5, x3, .+8
+                                             {0x75028045U, 8}}) {           // cbgt w5, #5, .+8
+        EXPECT_EQ(branch_displacement(word), displacement) << std::hex << word;
+        EXPECT_TRUE(ends_block(word));
+        EXPECT_FALSE(never_falls_through(word));
+        EXPECT_EQ(written_registers(word), 0U);
     }
 }
 
