@@ -1,5 +1,7 @@
 #include "workbench/listing.hpp"
 
+#include "workbench/a64.hpp"
+#include "workbench/code_map.hpp"
 #include "workbench/linking.hpp"
 #include "workbench/loaded_constants.hpp"
 #include "workbench/output.hpp"
@@ -101,19 +103,30 @@ std::string address_text(const kernel_set& set, std::uint64_t address)
     return fmt::format("{:#x}", address);
 }
 
-/// Names what an instruction leads to by a distance that it holds itself.
+/// Whether an instruction gives or reads a place by a distance that it holds itself: ADR, LDR (literal).
+bool reads_by_distance(std::uint32_t word)
+{
+    return (word & 0x9f000000) == 0x10000000 || (word & 0x3b000000) == 0x18000000;
+}
+
+/// Names what an instruction leads to by a distance that it holds itself. Places in the code that it reads
+/// are added to `read`.
 void name_target(const kernel_set& set, const placed_kernel& kernel, listing_row& row,
-                 disassembler& disassembler)
+                 disassembler& disassembler, std::vector<std::size_t>& read)
 {
     const std::optional<std::uint64_t> target =
         pc_relative_target(row.word, kernel.text_address + row.offset);
     if (!target || row.text.front() == '.')
         return;
-    const bool call = row.word >> 26 == 0x25;                          // BL
-    const bool branch = call || (row.word & 0x1c000000) == 0x14000000; // B, B.cond, CBZ, CBNZ, TBZ, TBNZ
-    if (!branch)
-        return;
+    const bool call = row.word >> 26 == 0x25; // BL
     const std::uint64_t offset = *target - kernel.text_address;
+    if (reads_by_distance(row.word) && offset % word_size == 0 &&
+        lies_within(kernel.text, static_cast<std::int64_t>(offset))) {
+        read.push_back(offset);
+        row.text = disassembler.text_with_last_operand(row.word, label_of(offset));
+    }
+    if (!wfta::branch_displacement(row.word))
+        return;
     if (lies_within(kernel.text, static_cast<std::int64_t>(offset)) && !(call && offset == 0)) {
         row.branch_target = offset;
         row.text = disassembler.text_with_last_operand(row.word, label_of(offset));
@@ -122,6 +135,19 @@ void name_target(const kernel_set& set, const placed_kernel& kernel, listing_row
     row.text = disassembler.text_with_last_operand(row.word, address_text(set, *target));
     if (const placed_kernel* const callee = find_kernel_by_text(set, *target); callee != nullptr && call)
         row.callee = callee->name;
+}
+
+/// Where the relocations of other kernels lead into this one.
+std::vector<wfta::code_entry> entries_by_others(const kernel_set& set, const placed_kernel& kernel)
+{
+    std::vector<wfta::code_entry> entries;
+    for (const std::size_t caller : set.callers[static_cast<std::size_t>(&kernel - set.kernels.data())]) {
+        for (const tessjit::reloc_info& reloc : set.kernels[caller].relocs) {
+            if (reloc.addend != 0 && reloc.name == kernel.name && set.kernels[caller].name != kernel.name)
+                entries.push_back({reloc.addend, reloc.type == R_AARCH64_CALL26});
+        }
+    }
+    return entries;
 }
 
 void append(std::string& comment, const std::string& text)
@@ -140,12 +166,17 @@ kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, d
         throw std::runtime_error(fmt::format("{}: {} of code, more than is listed", kernel.name,
                                              counted(kernel.text.size(), "byte")));
     kernel_listing listing;
-    listing.instructions = kernel.text.size() / word_size;
+    const std::size_t words = kernel.text.size() / word_size;
+    const wfta::code_map map =
+        wfta::map_code(kernel.name, kernel.text, kernel.relocs, entries_by_others(set, kernel));
+    listing.instructions =
+        words - static_cast<std::size_t>(std::count(map.uses.begin(), map.uses.end(), wfta::word_use::data));
     for (const std::size_t caller : set.callers[static_cast<std::size_t>(&kernel - set.kernels.data())])
         listing.callers.push_back(set.kernels[caller].name);
 
     const linked_kernel code = link_kernel(set, kernel);
     const std::vector<std::vector<std::size_t>> relocations = relocations_by_row(kernel);
+    std::vector<std::size_t> read; // places in the code
     for (std::size_t offset = 0; offset + word_size <= kernel.text.size(); offset += word_size) {
         listing_row row;
         row.offset = offset;
@@ -153,27 +184,30 @@ kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, d
         row.word = linked ? word_at(code.text, offset) : generated;
         const std::vector<std::size_t>& of_row = relocations[offset / word_size];
         const bool plain = of_row.size() == 1 && fits(kernel.relocs[of_row.front()], offset, generated);
-        row.text = disassembler.text(row.word, kernel.text_address + offset);
-        if (plain) {
+        row.is_data = !map.uses.empty() && map.uses[offset / word_size] == wfta::word_use::data;
+        row.text = row.is_data ? fmt::format(".word 0x{:08x}", row.word)
+                               : disassembler.text(row.word, kernel.text_address + offset);
+        if (plain && !row.is_data) {
             const tessjit::reloc_info& relocation = kernel.relocs[of_row.front()];
             if (linked)
                 row.text = relocated_text(kernel, relocation, generated, disassembler);
             if (relocation.type == R_AARCH64_CALL26 && !names_data(relocation.name))
                 row.callee = relocation.name;
         } else if (of_row.empty() || linked) {
-            name_target(set, kernel, row, disassembler);
+            name_target(set, kernel, row, disassembler, read);
         }
         for (const std::size_t i : of_row) {
             const tessjit::reloc_info& relocation = kernel.relocs[i];
             const std::string outcome = outcome_text(code.outcomes[i]);
-            append(row.comment, plain && linked ? outcome
-                                                : fmt::format("{} {}{}{}", type_text(relocation.type),
-                                                              target_text(kernel, relocation),
-                                                              outcome.empty() ? "" : ", ", outcome));
+            append(row.comment,
+                   plain && linked && !row.is_data
+                       ? outcome
+                       : fmt::format("{} {}{}{}", type_text(relocation.type), target_text(kernel, relocation),
+                                     outcome.empty() ? "" : ", ", outcome));
         }
         listing.rows.push_back(std::move(row));
     }
-    for (std::size_t offset = listing.instructions * word_size; offset < kernel.text.size(); ++offset) {
+    for (std::size_t offset = words * word_size; offset < kernel.text.size(); ++offset) {
         listing_row row;
         row.offset = offset;
         row.size = 1;
@@ -189,10 +223,18 @@ kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, d
         if (!row.callee.empty() && called.insert(row.callee).second)
             listing.calls.push_back(row.callee);
     }
-    const std::unordered_map<std::size_t, std::string> loads = describe_loads(set, kernel, listing.rows);
+    for (const std::size_t offset : read)
+        listing.rows[offset / word_size].label = label_of(offset);
+    const described_loads loads = describe_loads(set, kernel, map, listing.rows);
     for (listing_row& row : listing.rows) {
-        const auto load = loads.find(row.offset);
-        if (load != loads.end())
+        if (row.is_data) {
+            const auto value = loads.data.find(row.offset);
+            append(row.comment, value == loads.data.end() ? "data" : "data  " + value->second);
+            if (value != loads.data.end() && row.label.empty())
+                row.label = label_of(row.offset);
+        }
+        const auto load = loads.comments.find(row.offset);
+        if (load != loads.comments.end())
             append(row.comment, load->second);
     }
     return listing;

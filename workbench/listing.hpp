@@ -19,13 +19,15 @@ struct listing_row {
     std::uint32_t word = 0; ///< with relocations applied, unless the listing is of the code as generated
     std::string text;    ///< instruction with its targets by name; ".word 0x…", ".byte 0x…" if it is none
     std::string comment; ///< values of the constants that it loads, and the like; may be empty
-    std::string label;   ///< if a branch of the kernel leads here, its name in the branch's text; else empty
+    std::string
+        label; ///< if the kernel branches here or reads this, its name in the text of what does; else empty
+    bool is_data = false; ///< not an instruction: the code reads it, and never executes it
     std::optional<std::size_t> branch_target; ///< offset that a branch within the kernel leads to
     std::string callee;                       ///< name of the kernel that a BL calls; empty if it calls none
 };
 
 struct kernel_listing {
-    std::size_t instructions = 0;     ///< words of the text
+    std::size_t instructions = 0;     ///< words of the text that are not data
     std::vector<std::string> calls;   ///< names, each once, in the order of the calls
     std::vector<std::string> callers; ///< names of the kernels in the set that call this one, in their order
     std::vector<listing_row> rows;

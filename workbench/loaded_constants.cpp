@@ -12,7 +12,6 @@ namespace vorna::workbench {
 
 namespace {
 
-using wfta::addressing_mode;
 using wfta::known_access;
 using wfta::memory_access;
 
@@ -160,8 +159,7 @@ element element_of(const memory_access& access, const std::vector<listing_row>& 
     const std::string_view name = wfta::instruction_name(rows[load].word);
     const std::size_t register_size = access.bytes / access.registers;
     if (!access.fp_simd) {
-        const bool zero_extended = register_size < 4 && name.find("LDRS") == std::string_view::npos &&
-                                   name.find("LDURS") == std::string_view::npos;
+        const bool zero_extended = register_size < 4 && !access.sign_extended;
         return {zero_extended ? number_kind::unsigned_integer : number_kind::signed_integer,
                 std::min<std::size_t>(register_size, sizeof(std::uint64_t))};
     }
@@ -191,110 +189,203 @@ std::string values_text(const std::uint8_t* bytes, const memory_access& access, 
     return text;
 }
 
-std::string describe(const placed_kernel& kernel, const known_access& load, const element& element,
-                     std::size_t times)
-{
-    std::string text = with_addend(".rodata", *load.target_offset);
-    const auto lies_in_data = [&](std::int64_t offset) {
-        return load.access.bytes <= kernel.data.size() && // and a negative offset is a large one
-               static_cast<std::uint64_t>(offset) <= kernel.data.size() - load.access.bytes;
-    };
-    if (!lies_in_data(*load.target_offset))
-        return text +
-               fmt::format(", outside the constants, which have {}", counted(kernel.data.size(), "byte"));
-    text += "  ";
-    std::int64_t offset = *load.target_offset;
-    for (std::size_t i = 0; i < times && lies_in_data(offset); ++i, offset += load.access.offset) {
-        text += i == 0 ? "" : ", ";
-        text += values_text(kernel.data.data() + offset, load.access, element);
-    }
-    return times > 1 && lies_in_data(offset) ? text + ", ..." : text;
-}
-
 bool is_own_data(const placed_kernel& kernel, const std::string& target)
 {
     return names_data(target) && target.compare(data_prefix.size(), std::string::npos, kernel.name) == 0;
 }
 
-/// The branches back of a kernel: from where to where.
-struct loop {
-    std::size_t begin; ///< index of the first row
-    std::size_t end;   ///< index of the branch
+/// A part of the kernel's constants or of its code, by offsets.
+struct range {
+    bool in_code;
+    std::int64_t begin;
+    std::int64_t end;
 };
 
-std::vector<loop> find_loops(const std::vector<listing_row>& rows)
-{
-    std::vector<loop> loops;
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-        if (rows[i].branch_target && *rows[i].branch_target <= rows[i].offset && !wfta::is_call(rows[i].word))
-            loops.push_back({*rows[i].branch_target / word_size, i});
+/// What a kernel loads from its own constants and code.
+class load_describer {
+public:
+    load_describer(const kernel_set& set, const placed_kernel& kernel, const wfta::code_map& map,
+                   const std::vector<listing_row>& rows)
+        : kernel_(kernel), map_(map), rows_(rows)
+    {
+        const wfta::target_address address_of =
+            [&](const std::string& target) -> std::optional<std::uint64_t> {
+            if (is_own_data(kernel, target))
+                return kernel.data_address;
+            const placed_kernel* const callee = target == kernel.name ? &kernel : find_kernel(set, target);
+            return callee == nullptr ? std::nullopt : std::optional(callee->text_address);
+        };
+        known_ = wfta::find_known_addresses(map, kernel.name, kernel.text, kernel.relocs, address_of);
+        for (const known_access& access : known_.accesses) {
+            if (access.access.store && access.target_offset && is_own(access))
+                add_written(access);
+        }
+        std::sort(written_.begin(), written_.end(),
+                  [](const range& a, const range& b) { return a.begin < b.begin; });
     }
-    return loops;
-}
 
-/// Whether the load is executed again and again and it alone changes its base register meanwhile.
-bool walks(const std::vector<listing_row>& rows, const std::vector<loop>& loops, const known_access& load)
-{
-    const std::size_t row = load.offset / word_size;
-    const loop* innermost = nullptr;
-    for (const loop& candidate : loops) {
-        if (candidate.begin <= row && row <= candidate.end &&
-            (innermost == nullptr || candidate.end - candidate.begin < innermost->end - innermost->begin))
-            innermost = &candidate;
+    described_loads run()
+    {
+        for (const known_access& access : known_.accesses) {
+            if (access.access.load && access.target_offset && is_own(access))
+                add(access);
+        }
+        for (std::size_t i = 0; i < map_.uses.size(); ++i) {
+            if (map_.uses[i] != wfta::word_use::code)
+                continue;
+            if (const auto literal = wfta::decode_literal_load(word_at(kernel_.text, word_size * i))) {
+                known_access load{word_size * i, *literal, wfta::own_code, {}, {}, false, {}};
+                load.target_offset = static_cast<std::int64_t>(load.offset) + literal->offset;
+                add(load);
+            }
+        }
+        return std::move(described_);
     }
-    if (innermost == nullptr || load.access.addressing != addressing_mode::post_index ||
-        load.access.offset == 0)
+
+private:
+    [[nodiscard]] bool is_in_code(const known_access& access) const
+    {
+        return access.relocation == wfta::own_code || kernel_.relocs[access.relocation].name == kernel_.name;
+    }
+
+    [[nodiscard]] bool is_own(const known_access& access) const
+    {
+        return is_in_code(access) || is_own_data(kernel_, kernel_.relocs[access.relocation].name);
+    }
+
+    // The bytes that all executions of a store may write.
+    void add_written(const known_access& store)
+    {
+        const std::int64_t first = *store.target_offset;
+        if (store.walk && !store.walk->turns) {
+            known_.writes_somewhere = true;
+            return;
+        }
+        std::int64_t last = first;
+        if (store.walk) {
+            constexpr std::int64_t farthest = std::int64_t{1} << 31;
+            if (std::abs(store.walk->stride) > farthest) {
+                known_.writes_somewhere = true;
+                return;
+            }
+            last += static_cast<std::int64_t>(*store.walk->turns - 1) * store.walk->stride;
+        }
+        written_.push_back(
+            {is_in_code(store), std::min(first, last), std::max(first, last) + store.access.bytes});
+        longest_written_ = std::max(longest_written_, written_.back().end - written_.back().begin);
+    }
+
+    [[nodiscard]] bool is_written(bool in_code, std::int64_t begin, std::int64_t end) const
+    {
+        if (known_.writes_somewhere)
+            return true;
+        auto store = std::lower_bound(written_.begin(), written_.end(), begin - longest_written_,
+                                      [](const range& a, std::int64_t b) { return a.begin < b; });
+        for (; store != written_.end() && store->begin < end; ++store) {
+            if (store->in_code == in_code && store->end > begin)
+                return true;
+        }
         return false;
-    for (std::size_t i = innermost->begin; i <= innermost->end; ++i) {
-        if (i != row && (wfta::written_registers(rows[i].word) >> load.access.base & 1) != 0)
-            return false;
     }
-    return true;
-}
+
+    /// Whether the bytes are constants, so that a load has these values.
+    [[nodiscard]] bool are_constants(bool in_code, std::int64_t offset, std::size_t bytes) const
+    {
+        const std::vector<std::uint8_t>& memory = in_code ? kernel_.text : kernel_.data;
+        if (bytes > memory.size() || offset < 0 || static_cast<std::uint64_t>(offset) > memory.size() - bytes)
+            return false;
+        const auto begin = static_cast<std::size_t>(offset);
+        for (std::size_t word = begin / word_size; in_code && word_size * word < begin + bytes; ++word) {
+            if (word >= map_.uses.size() || map_.uses[word] != wfta::word_use::data ||
+                map_.relocations[word].what != wfta::word_relocation::kind::none)
+                return false;
+        }
+        return true;
+    }
+
+    void add(const known_access& load)
+    {
+        const bool in_code = is_in_code(load);
+        const std::int64_t offset = *load.target_offset;
+        const std::size_t bytes = load.access.bytes;
+        const bool there = are_constants(in_code, offset, bytes);
+        if (in_code && !there)
+            return;
+        std::string text = in_code ? fmt::format(".L{:x}", offset) : with_addend(".rodata", offset);
+        if (!there) {
+            text +=
+                fmt::format(", outside the constants, which have {}", counted(kernel_.data.size(), "byte"));
+        } else {
+            const element element = element_of(load.access, rows_, load.offset / word_size);
+            if (in_code)
+                described_.data.emplace(static_cast<std::size_t>(offset), data_text(load, element));
+            if (may_be_written(in_code, load))
+                text += ", to which the kernel writes";
+            else
+                text += "  " + all_values(load, element);
+        }
+        described_.comments.emplace(load.offset, text);
+    }
+
+    [[nodiscard]] bool may_be_written(bool in_code, const known_access& load) const
+    {
+        std::int64_t first = *load.target_offset;
+        std::int64_t last = first;
+        if (load.walk)
+            last += static_cast<std::int64_t>(shown_turns(load) - 1) * load.walk->stride;
+        if (last < first)
+            std::swap(first, last);
+        return is_written(in_code, first, last + load.access.bytes);
+    }
+
+    // Of a walk only what is certain is shown, and not much of it.
+    [[nodiscard]] std::size_t shown_turns(const known_access& load) const
+    {
+        if (!load.walk || !load.walk->turns)
+            return 1;
+        constexpr std::size_t values = 4;
+        const std::size_t in_turn = std::max<std::size_t>(
+            1, load.access.bytes / element_of(load.access, rows_, load.offset / word_size).size);
+        return static_cast<std::size_t>(
+            std::min<std::uint64_t>(*load.walk->turns, std::max<std::size_t>(1, values / in_turn)));
+    }
+
+    [[nodiscard]] std::string data_text(const known_access& load, const element& element) const
+    {
+        return values_text(kernel_.text.data() + *load.target_offset, load.access, element);
+    }
+
+    [[nodiscard]] std::string all_values(const known_access& load, const element& element) const
+    {
+        const bool in_code = is_in_code(load);
+        const std::vector<std::uint8_t>& memory = in_code ? kernel_.text : kernel_.data;
+        const std::size_t turns = shown_turns(load);
+        std::string text;
+        std::int64_t offset = *load.target_offset;
+        for (std::size_t i = 0; i < turns; ++i, offset += load.walk ? load.walk->stride : 0) {
+            text += i == 0 ? "" : ", ";
+            if (!are_constants(in_code, offset, load.access.bytes))
+                return text + "then outside the constants";
+            text += values_text(memory.data() + offset, load.access, element);
+        }
+        return load.walk && load.walk->turns != turns ? text + ", ..." : text;
+    }
+
+    const placed_kernel& kernel_;
+    const wfta::code_map& map_;
+    const std::vector<listing_row>& rows_;
+    wfta::known_addresses known_;
+    std::vector<range> written_; // ascending
+    std::int64_t longest_written_ = 0;
+    described_loads described_;
+};
 
 } // namespace
 
-std::unordered_map<std::size_t, std::string>
-describe_loads(const kernel_set& set, const placed_kernel& kernel, const std::vector<listing_row>& rows)
+described_loads describe_loads(const kernel_set& set, const placed_kernel& kernel, const wfta::code_map& map,
+                               const std::vector<listing_row>& rows)
 {
-    const wfta::target_address address_of = [&](const std::string& target) -> std::optional<std::uint64_t> {
-        if (is_own_data(kernel, target))
-            return kernel.data_address;
-        const placed_kernel* const callee = target == kernel.name ? &kernel : find_kernel(set, target);
-        return callee == nullptr ? std::nullopt : std::optional(callee->text_address);
-    };
-    std::unordered_map<std::size_t, std::string> comments;
-    const auto add = [&](const known_access& load, std::size_t times) {
-        if (load.access.load && load.target_offset &&
-            is_own_data(kernel, kernel.relocs[load.relocation].name)) {
-            const element element = element_of(load.access, rows, load.offset / word_size);
-            comments.emplace(load.offset, describe(kernel, load, element, times));
-        }
-    };
-    for (const known_access& access :
-         wfta::known_accesses(kernel.name, kernel.text, kernel.relocs, address_of))
-        add(access, 1);
-
-    // Where a loop begins nothing is known of a register any more. A load that walks through a table begins
-    // with what the register holds when the loop is entered: as if the branches back were not there.
-    const std::vector<loop> loops = find_loops(rows);
-    constexpr std::size_t most_loops = 1000; // all are searched for each load
-    if (loops.empty() || loops.size() > most_loops)
-        return comments;
-    constexpr std::uint32_t nop = 0xd503201f;
-    std::vector<std::uint8_t> first_pass = kernel.text;
-    for (const loop& loop : loops)
-        std::memcpy(first_pass.data() + rows[loop.end].offset, &nop, sizeof nop);
-    for (const known_access& access :
-         wfta::known_accesses(kernel.name, first_pass, kernel.relocs, address_of)) {
-        constexpr std::size_t values = 4;
-        if (!walks(rows, loops, access))
-            continue;
-        const std::size_t values_each = std::max<std::size_t>(
-            1, access.access.bytes / element_of(access.access, rows, access.offset / word_size).size);
-        add(access, std::max<std::size_t>(1, values / values_each));
-    }
-    return comments;
+    return load_describer(set, kernel, map, rows).run();
 }
 
 } // namespace vorna::workbench

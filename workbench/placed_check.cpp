@@ -1,6 +1,7 @@
 #include "workbench/placed_check.hpp"
 
 #include "workbench/a64.hpp"
+#include "workbench/code_map.hpp"
 #include "workbench/known_addresses.hpp"
 #include "workbench/relocation.hpp"
 
@@ -72,6 +73,19 @@ std::string shown(const std::string& name)
 std::string target_text(const tessjit::reloc_info& reloc)
 {
     return reloc.addend == 0 ? shown(reloc.name) : shown(reloc.name) + signed_hex(reloc.addend);
+}
+
+// "an SVE instruction", but "NOP".
+std::string with_article(std::string_view name)
+{
+    constexpr std::string_view instruction = "instruction";
+    const bool is_kind =
+        (name.size() >= instruction.size() && name.substr(name.size() - instruction.size()) == instruction) ||
+        name == "load or store" || name == "exception" || name == "branch";
+    if (!is_kind || name == "no instruction")
+        return name == "no instruction" ? "a word that is not an instruction" : std::string(name);
+    const bool vowel = name.front() == 'e' || name.front() == 'F' || name.front() == 'S';
+    return (vowel ? "an " : "a ") + std::string(name);
 }
 
 uint32_t word_at(const std::vector<std::uint8_t>& text, size_t offset)
@@ -259,11 +273,59 @@ private:
     bool made_ = false;
 };
 
+// Where kernels enter each other other than at the beginning.
+class entries_by_others {
+public:
+    entries_by_others(const std::vector<checked_kernel>& kernels, const target_finder& find)
+    {
+        std::vector<std::pair<uint64_t, size_t>> starts; // address and kernel, made when it is first needed
+        for (size_t i = 0; i < kernels.size(); ++i) {
+            for (const tessjit::reloc_info& reloc : *kernels[i].relocs) {
+                if (reloc.addend == 0 || names_data(reloc.name) || reloc.name == *kernels[i].name)
+                    continue;
+                const target_place target = find(i, reloc.name);
+                if (target.state != target_place::where::placed)
+                    continue;
+                if (starts.empty()) {
+                    for (size_t k = 0; k < kernels.size(); ++k)
+                        starts.emplace_back(kernels[k].text_address, k);
+                    std::sort(starts.begin(), starts.end());
+                }
+                add(kernels, starts, target.address + static_cast<uint64_t>(int64_t{reloc.addend}),
+                    reloc.type == R_AARCH64_CALL26);
+            }
+        }
+    }
+
+    [[nodiscard]] const std::vector<code_entry>& of(size_t kernel) const
+    {
+        static const std::vector<code_entry> none;
+        const auto found = entries_.find(kernel);
+        return found == entries_.end() ? none : found->second;
+    }
+
+private:
+    void add(const std::vector<checked_kernel>& kernels,
+             const std::vector<std::pair<uint64_t, size_t>>& starts, uint64_t address, bool called)
+    {
+        const auto behind =
+            std::upper_bound(starts.begin(), starts.end(), std::pair{address, kernels.size()});
+        if (behind == starts.begin())
+            return;
+        const auto& [begin, kernel] = *std::prev(behind);
+        if (address - begin < kernels[kernel].text->size())
+            entries_[kernel].push_back({static_cast<int64_t>(address - begin), called});
+    }
+
+    std::unordered_map<size_t, std::vector<code_entry>> entries_;
+};
+
 class checker {
 public:
     checker(const std::vector<checked_kernel>& kernels, const target_finder& find,
             const kernel_registry_map& others)
-        : kernels_(kernels), find_(find), names_(others), starts_(kernels, others), findings_(all_)
+        : kernels_(kernels), find_(find), names_(others), starts_(kernels, others), entries_(kernels, find),
+          findings_(all_)
     {
     }
 
@@ -291,6 +353,7 @@ private:
             names_.check(*k.name, findings_);
             names_.add(*k.name);
         }
+        map_.reset();
         check_end_of_text();
         if (!k.relocs->empty()) {
             linked_ = *k.text;
@@ -299,9 +362,18 @@ private:
             pages_in_doubt_ = false;
             for (size_t i = 0; i < k.relocs->size(); ++i)
                 check_relocation(i, (*k.relocs)[i]);
-            check_pairs_and_alignment();
+            check_pairs();
+            check_accesses();
         }
         check_erratum();
+    }
+
+    // Which words are executed; made for those kernels only for which it matters.
+    const code_map& map()
+    {
+        if (!map_)
+            map_ = map_code(*kernel().name, *kernel().text, *kernel().relocs, entries_.of(index_));
+        return *map_;
     }
 
     void check_end_of_text()
@@ -312,16 +384,17 @@ private:
                           static_cast<int64_t>(text.size() / 4 * 4), "",
                           "the text has " + std::to_string(text.size()) + " bytes, not a multiple of 4",
                           "end the text with a whole instruction");
-        } else if (!text.empty()) {
-            const uint32_t last = word_at(text, text.size() - 4);
-            if (!ends_block(last)) {
-                findings_.add("falls-through", severity::warning, false, {},
-                              static_cast<int64_t>(text.size() - 4), "",
-                              "the last instruction is " + std::string(instruction_name(last)) +
-                                  ", behind which there is nothing",
-                              "end the text with RET, a branch or a trap");
-            }
+            return;
         }
+        if (text.empty())
+            return;
+        const uint32_t last = word_at(text, text.size() - 4);
+        if (never_falls_through(last) || map().uses.empty() || map().uses.back() != word_use::code)
+            return;
+        findings_.add("falls-through", severity::error, false, {}, static_cast<int64_t>(text.size() - 4), "",
+                      with_article(instruction_name(last)) + " (" + word_text(last) +
+                          ") is the last instruction, and control continues past the end of the code",
+                      "end the code with RET, a branch or a trap");
     }
 
     void error(const char* id, bool aborts, size_t relocation, const std::string& cause,
@@ -552,15 +625,11 @@ private:
         return std::nullopt;
     }
 
-    void check_pairs_and_alignment()
+    void check_pairs()
     {
         const checked_kernel& k = kernel();
-        const std::vector<known_access> accesses = known_accesses(
-            *k.name, *k.text, *k.relocs, [this](const std::string& name) { return address_of(name); });
-
         std::unordered_set<std::string> pages;
         std::unordered_set<std::string> completed;
-        std::unordered_set<size_t> used; // pages that a load's or a store's own offset completes
         const auto key = [](const tessjit::reloc_info& reloc) {
             return reloc.name + '\0' + std::to_string(reloc.addend);
         };
@@ -570,15 +639,13 @@ private:
             if (reloc.type == R_AARCH64_ADD_ABS_LO12_NC)
                 completed.insert(key(reloc));
         }
-        for (const known_access& access : accesses)
-            used.insert(access.relocation);
         for (size_t i = 0; i < k.relocs->size() && !pages_in_doubt_; ++i) {
             const tessjit::reloc_info& reloc = (*k.relocs)[i];
-            if (reloc.type == R_AARCH64_ADR_PREL_PG_HI21 && completed.count(key(reloc)) == 0 &&
-                used.count(i) == 0) {
-                findings_.add("pair", severity::warning, false, i, reloc.offset, "ADRP" + key(reloc),
-                              "ADRP gives the page of " + target_text(reloc) + ", which nothing completes",
-                              "add R_AARCH64_ADD_ABS_LO12_NC of the same target and addend");
+            if (reloc.type == R_AARCH64_ADR_PREL_PG_HI21 && completed.count(key(reloc)) == 0) {
+                error("pair", false, i, "ADRP" + key(reloc),
+                      "ADRP gives the page of " + target_text(reloc) + ", which no ADD completes",
+                      "add R_AARCH64_ADD_ABS_LO12_NC of the same target and addend: no relocation " +
+                          std::string("completes a load or a store"));
             }
             if (reloc.type == R_AARCH64_ADD_ABS_LO12_NC && pages.count(key(reloc)) == 0) {
                 findings_.add("pair", severity::warning, false, i, reloc.offset, "ADD" + key(reloc),
@@ -586,8 +653,73 @@ private:
                               "add R_AARCH64_ADR_PREL_PG_HI21 of the same target and addend");
             }
         }
-        for (const known_access& access : accesses)
-            check_alignment(access);
+    }
+
+    void check_accesses()
+    {
+        const checked_kernel& k = kernel();
+        const auto gives_address = [](const tessjit::reloc_info& reloc) {
+            return reloc.type == R_AARCH64_ADR_PREL_LO21 || reloc.type == R_AARCH64_ADR_PREL_PG_HI21;
+        };
+        if (!std::any_of(k.relocs->begin(), k.relocs->end(), gives_address))
+            return;
+        const known_addresses known = find_known_addresses(
+            map(), *k.name, *k.text, *k.relocs, [this](const std::string& name) { return address_of(name); });
+        for (const known_access& access : known.accesses) {
+            if (access.relocation != own_code && check_constants(access))
+                check_alignment(access);
+        }
+    }
+
+    // Whether an access that goes through an address of the kernel's constants is one of them.
+    bool check_constants(const known_access& access)
+    {
+        const checked_kernel& k = kernel();
+        const tessjit::reloc_info& reloc = (*k.relocs)[access.relocation];
+        if (!names_data(reloc.name) || std::string_view(reloc.name).substr(data_prefix.size()) != *k.name)
+            return true;
+        const memory_access& memory = access.access;
+        const std::string what = std::to_string(memory.bytes) + (memory.load ? "-byte load" : "-byte store");
+        const auto add = [&](const char* id, severity level, const std::string& message,
+                             const std::string& advice) {
+            findings_.add(id, level, false, {}, static_cast<int64_t>(access.offset), message, message,
+                          advice);
+        };
+        if (access.through_page) {
+            add("outside-constants", severity::error,
+                what + " through the page of " + target_text(reloc) + ", which no ADD completes",
+                "add R_AARCH64_ADD_ABS_LO12_NC of the same target and addend: no relocation completes a load "
+                "or a store");
+            return false;
+        }
+        const auto check_offset = [&](int64_t offset, const std::string& when) {
+            if (offset >= 0 && memory.bytes <= k.data->size() &&
+                static_cast<uint64_t>(offset) <= k.data->size() - memory.bytes)
+                return true;
+            const std::string place = offset == 0 ? ".rodata" : ".rodata" + signed_hex(offset);
+            add("outside-constants", severity::error,
+                what + (memory.load ? " from " : " to ") + place + when +
+                    ", outside the kernel's constants, which have " + std::to_string(k.data->size()) +
+                    (k.data->size() == 1 ? " byte" : " bytes"),
+                "correct the offset or the addend, or add the constants");
+            return false;
+        };
+        if (!check_offset(*access.target_offset, ""))
+            return false;
+        if (access.walk && access.walk->turns) {
+            const uint64_t turns = *access.walk->turns;
+            const uint64_t last = static_cast<uint64_t>(*access.target_offset) +
+                                  (turns - 1) * static_cast<uint64_t>(access.walk->stride);
+            if (!check_offset(static_cast<int64_t>(last),
+                              " in turn " + std::to_string(turns) + " of its loop"))
+                return false;
+        }
+        if (memory.store)
+            add("writes-constants", severity::warning,
+                what + (memory.load ? " that also writes" : "") + " to the kernel's constants at .rodata" +
+                    (*access.target_offset == 0 ? "" : signed_hex(*access.target_offset)),
+                "write to memory that the caller passes: constants are shared by all executions");
+        return true;
     }
 
     void check_alignment(const known_access& access)
@@ -602,9 +734,13 @@ private:
         const std::string what = std::to_string(wanted) +
                                  (memory.load ? "-byte load from" : "-byte store to") +
                                  " an address that is " + std::to_string(aligned) + "-aligned";
+        // With FEAT_LSE2 ordered accesses and atomics need not be aligned within 16 bytes.
+        const bool within_16 = *access.address % 16 + memory.bytes <= 16;
+        const char* const faults = !memory.faults_unaligned ? ""
+                                   : within_16              ? ", which faults on processors without FEAT_LSE2"
+                                                            : ", which faults";
         findings_.add("data-alignment", memory.faults_unaligned ? severity::error : severity::note, false, {},
-                      static_cast<int64_t>(access.offset), what,
-                      memory.faults_unaligned ? what + ", which faults" : what,
+                      static_cast<int64_t>(access.offset), what + faults, what + faults,
                       "data blocks are packed: make the length of every block of the set a multiple of " +
                           std::to_string(wanted));
     }
@@ -622,6 +758,22 @@ private:
         }
     }
 
+    // The second instruction of the sequence: a load, store or prefetch of one register, a store of a pair,
+    // ST1.
+    static bool is_erratum_access(uint32_t w)
+    {
+        if ((w & 0x3b000000) == 0x18000000) // literal, which prefetches are too
+            return true;
+        if ((w & 0xbe000000) == 0x0c000000)
+            return instruction_name(w).substr(0, 4) == "ST1 ";
+        if ((w & 0x3a000000) == 0x28000000) // pairs
+            return (w & 0x00400000) == 0;
+        if ((w & 0x3a000000) == 0x38000000) // one register, prefetches among them
+            return true;
+        const std::optional<memory_access> access = decode_memory_access(w); // exclusive, ordered
+        return access && (access->registers == 1 || !access->load);
+    }
+
     void check_erratum_at(const std::vector<std::uint8_t>& text, size_t offset)
     {
         const auto word = [&](size_t number) {
@@ -637,24 +789,10 @@ private:
         const auto writes_page = [page](uint32_t w) {
             return page != 31 && (written_registers(w) >> page & 1) != 0;
         };
-        const auto is_second = [&](uint32_t w) {
-            const std::optional<memory_access> access = decode_memory_access(w);
-            if (writes_page(w))
-                return false;
-            if ((w & 0x3b000000) == 0x18000000) // literal, which prefetches are too
-                return (w & 0xff000000) != 0xd8000000;
-            if (!access)
-                return false;
-            const std::string_view name = instruction_name(w);
-            const bool structure = (w & 0xbe000000) == 0x0c000000;
-            const bool pair = (w & 0x3a000000) == 0x28000000;
-            if (structure)
-                return name.substr(0, 4) == "ST1 ";
-            return access->registers == 1 || (pair && access->store);
-        };
         const bool found =
-            is_second(word(1)) &&
-            (completes(word(2)) || (!ends_block(word(2)) && !writes_page(word(2)) && completes(word(3))));
+            is_erratum_access(word(1)) && !writes_page(word(1)) &&
+            (completes(word(2)) || (!ends_block(word(2)) && !writes_page(word(2)) && completes(word(3)))) &&
+            (map().uses.empty() || map().uses[offset / 4] != word_use::data);
         if (found) {
             findings_.add("erratum-843419", severity::warning, false, {}, static_cast<int64_t>(offset), "",
                           "ADRP at page offset " + hex((kernel().text_address + offset) & 0xfff) +
@@ -668,6 +806,8 @@ private:
     std::vector<kernel_finding> all_;
     file_names names_;
     text_starts starts_;
+    entries_by_others entries_;
+    std::optional<code_map> map_; // of the kernel at hand
     kernel_findings findings_;
     size_t index_ = 0;
     bool pages_in_doubt_ = false;        // another finding may be why an ADRP lacks its ADD, or the reverse

@@ -3,6 +3,7 @@
 #include "workbench/checks.hpp"
 #include "jit/elf.hpp"
 #include "tests/support/a64.hpp"
+#include "tests/support/assemble.hpp"
 #include "tests/support/child.hpp"
 #include "tests/support/files.hpp"
 #include "tests/support/kernels.hpp"
@@ -13,6 +14,7 @@
 
 #include <csignal>
 #include <ctime>
+#include <elf.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -221,20 +223,22 @@ TEST_F(CheckCommand, PrintsFindingsWithTheirInstructions)
     EXPECT_EQ(result.exit_status, 1);
     EXPECT_EQ(
         result.out,
-        "caller+0x8: warning: the last instruction is NOP, behind which there is nothing [falls-through]\n"
+        "caller+0x8: error: NOP (0xd503201f) is the last instruction, and control continues past the end of "
+        "the code [falls-through]\n"
         "    d503201f  nop\n"
-        "    end the text with RET, a branch or a trap\n"
+        "    end the code with RET, a branch or a trap\n"
         "caller+0x0: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]\n"
         "    b9400000  ldr w0, [x0]            relocation 1 of 2: callee + 0\n"
         "caller+0x0: error: R_AARCH64_CALL26 fills BL, but this is LDR (immediate) (0xb9400000) "
         "[opcode]\n"
         "    b9400000  ldr w0, [x0]            relocation 1 of 2: callee + 0\n"
         "    correct the offset or the type\n"
-        "2 kernels, 2 relocations: 2 errors, 1 warning\n");
+        "2 kernels, 2 relocations: 3 errors\n");
     EXPECT_EQ(result.err, "");
     const child_result coloured = check({".", "--color=always"});
     EXPECT_THAT(coloured.out, testing::HasSubstr("\x1b[1mcaller+0x0\x1b[0m: \x1b[1;31merror\x1b[0m: R_"));
-    EXPECT_THAT(coloured.out, testing::HasSubstr("\x1b[1;33mwarning\x1b[0m"));
+    dump(placed("half", 0x3000, 0x3080, {add(0, 0, 0), ret()}, {{"half", 0, R_AARCH64_ADD_ABS_LO12_NC, 0}}));
+    EXPECT_THAT(check({"half", "--color=always"}).out, testing::HasSubstr("\x1b[1;33mwarning\x1b[0m"));
 }
 
 TEST_F(CheckCommand, PrintsJsonOfTheSame)
@@ -248,9 +252,9 @@ TEST_F(CheckCommand, PrintsJsonOfTheSame)
     EXPECT_EQ(document["relocations"], 2);
     ASSERT_EQ(document["findings"].size(), 3U);
     EXPECT_EQ(document["findings"][0], nlohmann::json::parse(R"({
-        "id": "falls-through", "severity": "warning", "aborts": false, "kernel": "caller", "relocation": null,
-        "offset": 8, "message": "the last instruction is NOP, behind which there is nothing",
-        "advice": "end the text with RET, a branch or a trap"})"));
+        "id": "falls-through", "severity": "error", "aborts": false, "kernel": "caller", "relocation": null,
+        "offset": 8, "message": "NOP (0xd503201f) is the last instruction, and control continues past the end of the code",
+        "advice": "end the code with RET, a branch or a trap"})"));
     EXPECT_EQ(document["findings"][1], nlohmann::json::parse(R"({
         "id": "field-filled", "severity": "error", "aborts": true, "kernel": "caller", "relocation": 0, "offset": 0,
         "message": "R_AARCH64_CALL26: the field of 0xb9400000 is not zero", "advice": ""})"));
@@ -263,22 +267,43 @@ TEST_F(CheckCommand, PrintsAnnotationsOfTheSame)
     dump(placed("behind", 0x900000020, 0x900000048, {ret()}));
     const child_result result = check({".", "--format=github"});
     EXPECT_EQ(result.exit_status, 1);
-    EXPECT_THAT(result.out,
-                testing::HasSubstr("::warning title=caller+0x8::the last instruction is NOP, behind which "
-                                   "there is nothing [falls-through]%0Aend the text with RET"));
+    EXPECT_THAT(result.out, testing::HasSubstr(
+                                "::error title=caller+0x8::NOP (0xd503201f) is the last instruction, and "
+                                "control continues past the end of the code [falls-through]%0Aend the code "
+                                "with RET"));
     EXPECT_THAT(result.out,
                 testing::HasSubstr("::error title=caller+0x0::R_AARCH64_CALL26 fills BL, but this is LDR "
                                    "(immediate) (0xb9400000) [opcode]%0Acorrect the offset"));
     EXPECT_THAT(result.out, testing::HasSubstr("::notice title=far+0x0::left_out is not among the dumps"));
-    EXPECT_THAT(result.out, testing::EndsWith("4 kernels, 3 relocations: 2 errors, 1 warning, 1 note\n"));
+    EXPECT_THAT(result.out, testing::EndsWith("4 kernels, 3 relocations: 3 errors, 1 note\n"));
+}
+
+TEST_F(CheckCommand, FailsForAnErrorBesideANoteOfTheSameAddress)
+{
+    placed_kernel kernel =
+        placed("aligned", 0x1000, 0x1080, assemble({"adr x3, #0", "ldr x0, [x3]", "ldar x1, [x3]", "ret"}),
+               {{".rodata.aligned", 0, ADR, 4}});
+    kernel.data.resize(16);
+    dump(kernel);
+    const child_result result = check({"."});
+    EXPECT_EQ(result.exit_status, 1);
+    EXPECT_EQ(result.out,
+              "aligned+0x4: note: 8-byte load from an address that is 4-aligned [data-alignment]\n"
+              "    f9400060  ldr x0, [x3]\n"
+              "    data blocks are packed: make the length of every block of the set a multiple of 8\n"
+              "aligned+0x8: error: 8-byte load from an address that is 4-aligned, which faults on processors "
+              "without FEAT_LSE2 [data-alignment]\n"
+              "    c8dffc61  ldar x1, [x3]\n"
+              "    data blocks are packed: make the length of every block of the set a multiple of 8\n"
+              "1 kernel, 1 relocation: 1 error, 1 note\n");
 }
 
 TEST_F(CheckCommand, FailsForWarningsIfItIsStrict)
 {
-    dump(placed("falls", 0x1000, 0x1080, {nop()}));
+    dump(placed("half", 0x1000, 0x1080, {add(0, 0, 0), ret()}, {{"half", 0, R_AARCH64_ADD_ABS_LO12_NC, 0}}));
     EXPECT_EQ(check({"."}).exit_status, 0);
     EXPECT_EQ(check({".", "--strict"}).exit_status, 1);
-    dump(placed("falls", 0x1000, 0x1080, {ret()}));
+    dump(placed("half", 0x1000, 0x1080, {ret()}));
     EXPECT_EQ(check({".", "--strict"}).exit_status, 0);
 }
 
@@ -288,7 +313,7 @@ TEST_F(CheckCommand, TakesFilesAndDirectoriesAndGoesOnBehindTrouble)
     write_file(directory.path() / "cut", "\177ELF");
     const child_result result = check({"callee", "caller", "cut", "absent"});
     EXPECT_EQ(result.exit_status, 2);
-    EXPECT_THAT(result.out, testing::EndsWith("2 kernels, 2 relocations: 2 errors, 1 warning\n"));
+    EXPECT_THAT(result.out, testing::EndsWith("2 kernels, 2 relocations: 3 errors\n"));
     EXPECT_THAT(result.err, testing::HasSubstr("vorna-kernels: cut: "));
     EXPECT_THAT(result.err, testing::HasSubstr("vorna-kernels: absent: "));
 }

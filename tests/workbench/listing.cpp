@@ -127,13 +127,13 @@ TEST(Listing, SaysWhichRelocationsCannotBeApplied)
                                                           {"k", 400, R_AARCH64_CALL26, 0}})});
     EXPECT_THAT(
         texts(list(set, "k")),
-        ElementsAre(
-            "bl far ; out of range", "bl gone ; not in the dumps", "bl k ; the field is not zero",
-            "adr x0, .rodata.far ; constants of another kernel", "nop ; relocation type 999 k, not handled",
-            "adr x1, 0x10004 ; R_AARCH64_ADR_PREL_LO21 k+0x4; R_AARCH64_ADR_PREL_LO21 k, the field is "
-            "not zero",
-            "nop ; R_AARCH64_CALL26 k, the field is not zero",
-            "adr x0, 0x1001c ; R_AARCH64_CALL26 k, the field is not zero"));
+        ElementsAre("bl far ; out of range", ".L4: bl gone ; not in the dumps",
+                    "bl k ; the field is not zero", "adr x0, .rodata.far ; constants of another kernel",
+                    "nop ; relocation type 999 k, not handled",
+                    "adr x1, .L4 ; R_AARCH64_ADR_PREL_LO21 k+0x4; R_AARCH64_ADR_PREL_LO21 k, the field is "
+                    "not zero",
+                    "nop ; R_AARCH64_CALL26 k, the field is not zero",
+                    ".L1c: adr x0, .L1c ; R_AARCH64_CALL26 k, the field is not zero"));
 }
 
 TEST(Listing, ShowsARelocationOfAnotherInstructionBesideIt)
@@ -188,8 +188,9 @@ TEST(Listing, ShowsWhereInstructionsWithoutRelocationsLead)
     const kernel_set set = make_kernel_set({placed(
         "k", 0x10804,
         assemble({"adrp x3, #0x2000", "adr x3, #-3", "ldr x3, #1048572", "ldrsw x3, #-8", "ldr q3, #0"}))});
-    EXPECT_THAT(texts(list(set, "k")), ElementsAre("adrp x3, 0x12000", "adr x3, 0x10805", "ldr x3, 0x110808",
-                                                   "ldrsw x3, 0x10808", "ldr q3, 0x10814"));
+    EXPECT_THAT(texts(list(set, "k")),
+                ElementsAre("adrp x3, 0x12000", ".L4: adr x3, 0x10805", "ldr x3, 0x110808", "ldrsw x3, .L4",
+                            ".L10: ldr q3, .L10"));
 }
 
 TEST(Listing, KnowsTheExtensions)
@@ -251,6 +252,10 @@ TEST(Listing, PrintsIntegersWithTheSignThatTheLoadGivesThem)
     EXPECT_EQ(comment_of({"ldrsh x1, [x3]"}, ones), ".rodata  -1");
     EXPECT_EQ(comment_of({"ldrb w1, [x3]"}, ones), ".rodata  255");
     EXPECT_EQ(comment_of({"ldursb w1, [x3, #3]"}, ones), ".rodata+0x3  -1");
+    for (const char* load : {"ldtrsb w1, [x3]", "ldtrsh x1, [x3]", "ldapursb x1, [x3]", "ldapursh w1, [x3]"})
+        EXPECT_EQ(comment_of({load}, ones), ".rodata  -1") << load;
+    EXPECT_EQ(comment_of({"ldtrh w1, [x3]"}, ones), ".rodata  65535");
+    EXPECT_EQ(comment_of({"ldapurb w1, [x3]"}, ones), ".rodata  255");
     EXPECT_EQ(comment_of<std::int32_t>({"ldpsw x1, x2, [x3]"}, {-2, 7}), ".rodata  -2, 7");
     EXPECT_EQ(comment_of<std::int64_t>({"ldp x1, x2, [x3]"}, {-2, 7}), ".rodata  -2, 7");
 }
@@ -327,7 +332,7 @@ TEST(Listing, FollowsTheBaseRegisterInStraightLineCode)
                             "ldr d2, [x4, #8]! ; .rodata+0x18  3.0", "ldr d3, [x4, #8] ; .rodata+0x20  4.0",
                             "ldr d4, [x4, #800] ; .rodata+0x338, outside the constants, which have 40 bytes",
                             "ldur d5, [x3, #-16] ; .rodata  0.0", "cbz x0, .L28",
-                            "ldr d6, [x3] ; .rodata+0x10  2.0", ".L28: ldr d7, [x3]"));
+                            "ldr d6, [x3] ; .rodata+0x10  2.0", ".L28: ldr d7, [x3] ; .rodata+0x10  2.0"));
 }
 
 TEST(Listing, ShowsTheFirstValuesOfATableThatIsWalkedThrough)
@@ -345,21 +350,106 @@ TEST(Listing, ShowsTheFirstValuesOfATableThatIsWalkedThrough)
     const std::vector<std::int32_t> table = {0, 10, 20, 30, 40, 50, 60};
     EXPECT_EQ(comments({"mov x5, #7", "ldr w6, [x3], #4", "sub x5, x5, #1", "cbnz x5, #-8"}, table),
               ".rodata+0x4  10, 20, 30, 40, ...");
-    EXPECT_EQ(comments({"ldr w6, [x3], #8", "cbnz x6, #-4"}, table), ".rodata+0x4  10, 30, 50");
-    EXPECT_EQ(comments({"ldp w6, w7, [x3], #8", "cbnz x6, #-4"}, table), ".rodata+0x4  10, 20, 30, 40, ...");
-    EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #-4"}, {0, 10, 20, 30, 40}),
-              ".rodata+0x4  10, 20, 30, 40");
+    const auto counted = [&](const std::string& turns, const std::string& load) {
+        return comments({"mov x5, #" + turns, load, "sub x5, x5, #1", "cbnz x5, #-8"}, table);
+    };
+    EXPECT_EQ(counted("4", "ldr w6, [x3], #4"), ".rodata+0x4  10, 20, 30, 40");
+    EXPECT_EQ(counted("5", "ldr w6, [x3], #4"), ".rodata+0x4  10, 20, 30, 40, ...");
+    EXPECT_EQ(counted("2", "ldr w6, [x3], #4"), ".rodata+0x4  10, 20");
+    EXPECT_EQ(counted("3", "ldp w6, w7, [x3], #8"), ".rodata+0x4  10, 20, 30, 40, ...");
+    EXPECT_EQ(counted("4", "ldr w6, [x3], #8"), ".rodata+0x4  10, 30, 50, then outside the constants");
+    EXPECT_EQ(counted("1", "ld1 {v0.2s}, [x3], #8"), ".rodata+0x4  {1.4e-44, 2.8e-44}");
+    EXPECT_EQ(counted("3", "ldr w6, [x3, #4]!"), ".rodata+0x8  20, 30, 40");
+    // How often is not known.
+    EXPECT_EQ(comments({"ldr w6, [x3], #8", "cbnz x6, #-4"}, table), ".rodata+0x4  10, ...");
+    EXPECT_EQ(comments({"ldp w6, w7, [x3], #8", "cbnz x6, #-4"}, table), ".rodata+0x4  10, 20, ...");
+    EXPECT_EQ(comments({"ldr w6, [x3, #4]!", "cbnz x6, #-4"}, table), ".rodata+0x8  20, ...");
+    EXPECT_EQ(comments({"ldr w6, [x3], #4", "add x3, x3, #4", "cbnz x6, #-8"}, table),
+              ".rodata+0x4  10, ...");
     EXPECT_EQ(comments({"ld1 {v0.16b}, [x3], #16", "cbnz x6, #-4"}, table),
-              ".rodata+0x4  {10, 0, 0, 0, 20, 0, 0, 0, 30, 0, 0, 0, 40, 0, 0, 0}");
-    // The innermost loop counts.
-    EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #-4", "add x3, x3, #4", "cbnz x5, #-12"}, table),
-              ".rodata+0x4  10, 20, 30, 40, ...");
-    // Not one element after the other, or not in a loop.
-    EXPECT_EQ(comments({"ldr w6, [x3, #4]!", "cbnz x6, #-4"}, table), "");
-    EXPECT_EQ(comments({"ldr w6, [x3], #4", "add x3, x3, #4", "cbnz x6, #-8"}, table), "");
-    EXPECT_EQ(comments({"ldr w6, [x3]", "cbnz x6, #-4"}, table), "");
+              ".rodata+0x4  {10, 0, 0, 0, 20, 0, 0, 0, 30, 0, 0, 0, 40, 0, 0, 0}, ...");
+    // Entered by two ways: a loop around it, a branch back.
+    EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #-4", "add x3, x3, #4", "cbnz x5, #-12"}, table), "");
+    EXPECT_EQ(
+        comments({"b #8", "add x3, x3, #8", "ldr w6, [x3], #4", "cbnz x6, #-4", "cbnz x5, #-12"}, table), "");
+    // One loop after the other, and one that moves the base before it.
+    EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #-4", "ldr w7, [x3], #4", "cbnz x7, #-4"}, table),
+              ".rodata+0x4  10, ...");
+    EXPECT_EQ(comments({"add x3, x3, #4", "cbnz x6, #-4", "ldr w7, [x3], #4", "cbnz x7, #-4"}, table), "");
+    // The same each time.
+    EXPECT_EQ(comments({"ldr w6, [x3]", "cbnz x6, #-4"}, table), ".rodata+0x4  10");
     EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #4"}, table), ".rodata+0x4  10");
     EXPECT_EQ(comments({"cbz x0, #8", "add x3, x3, #8", "ldr w6, [x3], #4", "cbnz x6, #-4"}, table), "");
+}
+
+TEST(Listing, ShowsNoConstantsThatTheKernelWrites)
+{
+    const auto comments = [](const std::vector<std::string>& lines) {
+        std::vector<std::uint32_t> words = assemble(lines);
+        words.insert(words.begin(), a64::adr(3));
+        const kernel_set set =
+            make_kernel_set({placed("k", 0x10000, words, {{".rodata.k", 0, R_AARCH64_ADR_PREL_LO21, 0}},
+                                    bytes_of<std::int64_t>({1, 2, 3, 4}))});
+        std::string all;
+        for (const listing_row& row : list(set, "k").rows)
+            all += row.comment + (row.comment.empty() ? "" : "|");
+        return all;
+    };
+    EXPECT_EQ(comments({"ldr x0, [x3, #8]", "ldr x1, [x3, #16]", "strb w0, [x3, #15]"}),
+              ".rodata+0x8, to which the kernel writes|.rodata+0x10  3|");
+    EXPECT_EQ(comments({"ldr x0, [x3, #8]", "str x0, [x3, x1]"}), ".rodata+0x8, to which the kernel writes|");
+    EXPECT_EQ(
+        comments({"ldr x0, [x3, #24]", "mov x5, #2", "str x0, [x3], #8", "sub x5, x5, #1", "cbnz x5, #-8"}),
+        ".rodata+0x18  4|");
+    EXPECT_EQ(
+        comments({"ldr x0, [x3, #8]", "mov x5, #2", "str x0, [x3], #8", "sub x5, x5, #1", "cbnz x5, #-8"}),
+        ".rodata+0x8, to which the kernel writes|");
+    EXPECT_EQ(comments({"ldr x0, [x3, #24]", "str x0, [x3], #8", "cbnz x5, #-4"}),
+              ".rodata+0x18, to which the kernel writes|");
+    EXPECT_EQ(comments({"ldr x0, [x3, #24]", "str x0, [x4]"}), ".rodata+0x18  4|");
+}
+
+TEST(Listing, ShowsLiteralsInTheCodeAsData)
+{
+    std::vector<std::uint32_t> words =
+        assemble({"ldr s1, #24", "ldr d2, #28", "ldrsw x4, #20", "adr x3, #24", "ldr s3, [x3, #4]", "ret"});
+    for (const std::uint32_t word : {0x3d2aaaabU, 0xfffffffeU, 0x3ff80000U, 0x40000000U, 0x3f800000U})
+        words.push_back(word);
+    words[1] = 0x5c0000c2; // ldr d2, .+24: the word behind the first and the next
+    const kernel_set set = make_kernel_set({placed("k", 0x10000, words)});
+    const kernel_listing listing = list(set, "k");
+    EXPECT_THAT(texts(listing),
+                ElementsAre("ldr s1, .L18 ; .L18  0.041666668", "ldr d2, .L1c ; .L1c  1.500000953674316",
+                            "ldrsw x4, .L1c ; .L1c  -2", "adr x3, .L24", "ldr s3, [x3, #4] ; .L28  1.0",
+                            "ret", ".L18: .word 0x3d2aaaab ; data  0.041666668",
+                            ".L1c: .word 0xfffffffe ; data  1.500000953674316", ".word 0x3ff80000 ; data",
+                            ".L24: .word 0x40000000 ; data", ".L28: .word 0x3f800000 ; data  1.0"));
+    EXPECT_EQ(listing.instructions, 6U);
+    EXPECT_FALSE(listing.rows[5].is_data);
+    EXPECT_TRUE(listing.rows[6].is_data);
+    // What is executed as well is shown as an instruction.
+    EXPECT_THAT(
+        texts(list(make_kernel_set({placed("k", 0x10000, assemble({"ldr w0, #4", "nop", "ret"}))}), "k")),
+        ElementsAre("ldr w0, .L4", ".L4: nop", "ret"));
+    // A branch to a register may lead to what an ADR gives the address of.
+    EXPECT_THAT(
+        texts(list(make_kernel_set({placed("k", 0x10000, assemble({"adr x0, #8", "br x0", "nop", "ret"}))}),
+                   "k")),
+        ElementsAre("adr x0, .L8", "br x0", ".L8: nop", "ret"));
+}
+
+TEST(Listing, KnowsThatOtherKernelsEnter)
+{
+    const auto comment = [](std::vector<tessjit::reloc_info> others) {
+        const kernel_set set =
+            make_kernel_set({placed("k", 0x10000, assemble({"adr x3, #0", "nop", "ldr x0, [x3]", "ret"}),
+                                    {{".rodata.k", 0, R_AARCH64_ADR_PREL_LO21, 0}}, bytes_of<double>({1})),
+                             placed("other", 0x10020, {a64::bl(), a64::ret()}, std::move(others))});
+        return list(set, "k").rows[2].comment;
+    };
+    EXPECT_EQ(comment({{"k", 0, R_AARCH64_CALL26, 0}}), ".rodata  4607182418800017408");
+    EXPECT_EQ(comment({{"k", 0, R_AARCH64_CALL26, 4}}), "");
+    EXPECT_EQ(comment({{"k", 0, R_AARCH64_CALL26, 8}}), "");
 }
 
 TEST(Listing, TakesTimeInProportionToTheRows)
@@ -377,7 +467,7 @@ TEST(Listing, TakesTimeInProportionToTheRows)
     EXPECT_EQ(comment({"ldr q7, [x3]"}), ".rodata  {1.0, 2.0}");
     EXPECT_EQ(comment({"ldp q0, q1, [x3]", "str q0, [x1]"}),
               ".rodata, outside the constants, which have 16 bytes");
-    EXPECT_EQ(comment({"ldr x6, [x3], #8", "cbnz x6, #-4"}), "");
+    EXPECT_EQ(comment({"ldr x6, [x3], #8", "cbnz x6, #-4"}), ".rodata  4607182418800017408, ...");
     // Searched to the end for each load, these rows would take minutes.
     EXPECT_LT((std::clock() - begin) / CLOCKS_PER_SEC, 30);
 }
