@@ -75,18 +75,34 @@ bool is_instruction_of(const relocation_kind& kind, std::uint32_t word)
 constexpr std::array<std::int32_t, 4> known_types = {R_AARCH64_ADR_PREL_LO21, R_AARCH64_ADR_PREL_PG_HI21,
                                                      R_AARCH64_ADD_ABS_LO12_NC, R_AARCH64_CALL26};
 
-// The kind of relocation that the word waits for, its field being zero; null if it is no such instruction.
-const relocation_kind* kind_of_unfilled(std::uint32_t word)
+// The kind of relocation that fills an instruction like this one; null if none does.
+const relocation_kind* kind_of_instruction(std::uint32_t word)
 {
     for (const std::int32_t type : known_types) {
         const relocation_kind* const kind = find_relocation_kind(type);
-        if (!is_instruction_of(*kind, word) || (word & kind->filled_mask) != 0)
-            continue;
-        // ADD of 0 to or from SP is how the assembler writes MOV, and no address is formed so.
-        const bool stack_pointer = (word & 0x1f) == 31 || (word >> 5 & 0x1f) == 31;
-        return type == R_AARCH64_ADD_ABS_LO12_NC && stack_pointer ? nullptr : kind;
+        if (is_instruction_of(*kind, word))
+            return kind;
     }
     return nullptr;
+}
+
+// The kind of relocation that the word waits for, its field being zero; null if it waits for none.
+const relocation_kind* kind_of_unfilled(std::uint32_t word)
+{
+    const relocation_kind* const kind = kind_of_instruction(word);
+    if (kind == nullptr || (word & wfta::field_mask(*kind)) != 0)
+        return nullptr;
+    // ADD of 0 to or from SP is how the assembler writes MOV, and no address is formed so.
+    const bool stack_pointer = (word & 0x1f) == 31 || (word >> 5 & 0x1f) == 31;
+    return kind->type == R_AARCH64_ADD_ABS_LO12_NC && stack_pointer ? nullptr : kind;
+}
+
+// The kind of relocation that the generator can have meant for the word at the relocation's own offset: the
+// field may hold a provisional value, but an ADD of a number is an ADD of a number.
+const relocation_kind* kind_of_meant(std::uint32_t word)
+{
+    const relocation_kind* const kind = kind_of_instruction(word);
+    return kind != nullptr && kind->type == R_AARCH64_ADD_ABS_LO12_NC ? kind_of_unfilled(word) : kind;
 }
 
 // Where the field of a linked or provisionally encoded ADR, ADRP or BL leads.
@@ -218,7 +234,7 @@ std::optional<refusal> find_refusal(const placed_kernel& kernel, const kernel_ad
     };
     const std::vector<wfta::kernel_finding> findings = wfta::check_placed(
         {{&kernel.name, &kernel.text, &kernel.data, &kernel.relocs, addresses.text, addresses.data, {}}},
-        find, {});
+        find, {}, wfta::address_kind::real);
     for (const wfta::kernel_finding& finding : findings) {
         if (finding.aborts && finding.relocation)
             return refusal{finding.id, *finding.relocation};
@@ -311,33 +327,40 @@ bool is_newer(const dumps_of_process& dumps, std::size_t a, std::size_t b)
 struct known_type {
     std::int32_t type;
     const char* name;
+    std::uint32_t opcode_mask; // of the word that the ABI has it for,
+    std::uint32_t opcode;      // which for data is a placeholder of zeros
     const char* instead;
 };
 
+constexpr std::uint32_t load_store_mask = 0x3b000000; // unsigned offset
+constexpr std::uint32_t load_store = 0x39000000;
+
 constexpr known_type other_types[] = {
-    {R_AARCH64_ABS64, "R_AARCH64_ABS64", "addresses are formed by code: ADRP (275) and ADD (277)"},
-    {R_AARCH64_ABS32, "R_AARCH64_ABS32", "addresses are formed by code: ADRP (275) and ADD (277)"},
-    {R_AARCH64_PREL64, "R_AARCH64_PREL64", "addresses are formed by code: ADRP (275) and ADD (277)"},
-    {R_AARCH64_PREL32, "R_AARCH64_PREL32", "addresses are formed by code: ADRP (275) and ADD (277)"},
-    {R_AARCH64_LD_PREL_LO19, "R_AARCH64_LD_PREL_LO19",
+    {R_AARCH64_ABS64, "R_AARCH64_ABS64", ~0U, 0, "addresses are formed by code: ADRP (275) and ADD (277)"},
+    {R_AARCH64_ABS32, "R_AARCH64_ABS32", ~0U, 0, "addresses are formed by code: ADRP (275) and ADD (277)"},
+    {R_AARCH64_PREL64, "R_AARCH64_PREL64", ~0U, 0, "addresses are formed by code: ADRP (275) and ADD (277)"},
+    {R_AARCH64_PREL32, "R_AARCH64_PREL32", ~0U, 0, "addresses are formed by code: ADRP (275) and ADD (277)"},
+    {R_AARCH64_LD_PREL_LO19, "R_AARCH64_LD_PREL_LO19", 0x3b000000, 0x18000000,
      "form the address with ADRP (275) and ADD (277) and load from it"},
-    {R_AARCH64_ADR_PREL_PG_HI21_NC, "R_AARCH64_ADR_PREL_PG_HI21_NC", "use its checked form, 275"},
-    {R_AARCH64_LDST8_ABS_LO12_NC, "R_AARCH64_LDST8_ABS_LO12_NC",
+    {R_AARCH64_ADR_PREL_PG_HI21_NC, "R_AARCH64_ADR_PREL_PG_HI21_NC", 0, 1, "use its checked form, 275"},
+    {R_AARCH64_LDST8_ABS_LO12_NC, "R_AARCH64_LDST8_ABS_LO12_NC", load_store_mask, load_store,
      "complete the address with ADD (277) and load from it"},
-    {R_AARCH64_LDST16_ABS_LO12_NC, "R_AARCH64_LDST16_ABS_LO12_NC",
+    {R_AARCH64_LDST16_ABS_LO12_NC, "R_AARCH64_LDST16_ABS_LO12_NC", load_store_mask, load_store,
      "complete the address with ADD (277) and load from it"},
-    {R_AARCH64_LDST32_ABS_LO12_NC, "R_AARCH64_LDST32_ABS_LO12_NC",
+    {R_AARCH64_LDST32_ABS_LO12_NC, "R_AARCH64_LDST32_ABS_LO12_NC", load_store_mask, load_store,
      "complete the address with ADD (277) and load from it"},
-    {R_AARCH64_LDST64_ABS_LO12_NC, "R_AARCH64_LDST64_ABS_LO12_NC",
+    {R_AARCH64_LDST64_ABS_LO12_NC, "R_AARCH64_LDST64_ABS_LO12_NC", load_store_mask, load_store,
      "complete the address with ADD (277) and load from it"},
-    {R_AARCH64_LDST128_ABS_LO12_NC, "R_AARCH64_LDST128_ABS_LO12_NC",
+    {R_AARCH64_LDST128_ABS_LO12_NC, "R_AARCH64_LDST128_ABS_LO12_NC", load_store_mask, load_store,
      "complete the address with ADD (277) and load from it"},
-    {R_AARCH64_TSTBR14, "R_AARCH64_TSTBR14", "branch within the kernel, over a BL if need be"},
-    {R_AARCH64_CONDBR19, "R_AARCH64_CONDBR19", "branch within the kernel, over a BL if need be"},
-    {R_AARCH64_JUMP26, "R_AARCH64_JUMP26",
+    {R_AARCH64_TSTBR14, "R_AARCH64_TSTBR14", 0x7e000000, 0x36000000,
+     "branch within the kernel, over a BL if need be"},
+    {R_AARCH64_CONDBR19, "R_AARCH64_CONDBR19", 0x56000000, 0x54000000,
+     "branch within the kernel, over a BL if need be"},
+    {R_AARCH64_JUMP26, "R_AARCH64_JUMP26", 0xfc000000, 0x14000000,
      "call with BL (283), or form the address with ADRP and ADD and use BR"},
-    {R_AARCH64_ADR_GOT_PAGE, "R_AARCH64_ADR_GOT_PAGE", "there is no GOT: use ADRP (275) and ADD (277)"},
-    {R_AARCH64_LD64_GOT_LO12_NC, "R_AARCH64_LD64_GOT_LO12_NC",
+    {R_AARCH64_ADR_GOT_PAGE, "R_AARCH64_ADR_GOT_PAGE", 0, 1, "there is no GOT: use ADRP (275) and ADD (277)"},
+    {R_AARCH64_LD64_GOT_LO12_NC, "R_AARCH64_LD64_GOT_LO12_NC", load_store_mask, load_store,
      "there is no GOT: use ADRP (275) and ADD (277)"},
 };
 
@@ -663,18 +686,38 @@ std::string name_of_target(const explaining& e)
     return printable(*e.result.target);
 }
 
-struct waiting_instruction {
+std::string article(std::string_view instruction)
+{
+    return fmt::format("{} {}", instruction.substr(0, 1) == "A" ? "an" : "a", instruction);
+}
+
+// The word at the relocation's offset, as generated; nothing if there is no whole instruction.
+std::optional<std::uint32_t> generated_word(const placed_kernel& kernel, const tessjit::reloc_info& reloc)
+{
+    if (reloc.offset % 4 != 0 || !lies_within(kernel.text, reloc.offset))
+        return std::nullopt;
+    return word_at(kernel.text, static_cast<std::size_t>(reloc.offset));
+}
+
+// Whether such an instruction can lead to the target: BL does not call constants.
+bool can_lead_to(const relocation_kind& kind, const std::string& target)
+{
+    return kind.type != R_AARCH64_CALL26 || !names_data(target);
+}
+
+/// An instruction that a relocation can fill.
+struct fillable_instruction {
     std::int32_t offset;
     const relocation_kind* kind;
 };
 
 // The nearest instruction that waits for a relocation and has none; one of the refused relocation's kind
 // rather than another that can lead to the target.
-std::optional<waiting_instruction> find_waiting_instruction(const placed_kernel& kernel,
-                                                            const tessjit::reloc_info& refused)
+std::optional<fillable_instruction> find_waiting_instruction(const placed_kernel& kernel,
+                                                             const tessjit::reloc_info& refused)
 {
     constexpr std::int64_t farthest = 16;
-    std::optional<waiting_instruction> of_other_kind;
+    std::optional<fillable_instruction> of_other_kind;
     for (std::int64_t distance = 1; distance <= farthest; ++distance) {
         for (const std::int64_t offset : {refused.offset - distance, refused.offset + distance}) {
             if (offset < 0 || offset % 4 != 0 || offset + 4 > static_cast<std::int64_t>(kernel.text.size()))
@@ -684,55 +727,162 @@ std::optional<waiting_instruction> find_waiting_instruction(const placed_kernel&
             const bool has_relocation =
                 std::any_of(kernel.relocs.begin(), kernel.relocs.end(),
                             [&](const auto& reloc) { return reloc.offset == offset; });
-            if (kind == nullptr || has_relocation)
+            if (kind == nullptr || has_relocation || !can_lead_to(*kind, refused.name))
                 continue;
-            const waiting_instruction found{static_cast<std::int32_t>(offset), kind};
+            const fillable_instruction found{static_cast<std::int32_t>(offset), kind};
             if (kind->type == refused.type)
                 return found;
-            const bool suits = kind->type != R_AARCH64_CALL26 || !names_data(refused.name);
-            if (suits && !of_other_kind)
+            if (!of_other_kind)
                 of_other_kind = found;
         }
     }
     return of_other_kind;
 }
 
-std::string article(std::string_view instruction)
+// The relocation in braces for this instruction, and what else the generator must do to it.
+std::string relocation_for(const placed_kernel& kernel, const std::string& name,
+                           const fillable_instruction& instruction, std::int32_t addend)
 {
-    return fmt::format("{} {}", instruction.substr(0, 1) == "A" ? "an" : "a", instruction);
+    std::string text = relocation_text(name, instruction.offset, instruction.kind->type, addend);
+    const std::uint32_t word = word_at(kernel.text, static_cast<std::size_t>(instruction.offset));
+    const std::uint32_t field = wfta::field_mask(*instruction.kind);
+    if ((word & field) != 0)
+        text += fmt::format(", and the {} with its field zero: {:#010x}", instruction.kind->instruction,
+                            word & ~field);
+    return text;
+}
+
+// The instruction at the relocation's own offset, if its kind, told by `kind_of`, can be meant; not if it has
+// a relocation of its kind already.
+std::optional<fillable_instruction> find_own_instruction(const placed_kernel& kernel,
+                                                         const tessjit::reloc_info& reloc,
+                                                         const relocation_kind* (*kind_of)(std::uint32_t))
+{
+    const std::optional<std::uint32_t> word = generated_word(kernel, reloc);
+    const relocation_kind* const kind = word ? kind_of(*word) : nullptr;
+    if (kind == nullptr || !can_lead_to(*kind, reloc.name))
+        return std::nullopt;
+    const bool taken = std::any_of(kernel.relocs.begin(), kernel.relocs.end(), [&](const auto& other) {
+        return &other != &reloc && other.offset == reloc.offset && other.type == kind->type;
+    });
+    return taken ? std::nullopt : std::optional(fillable_instruction{reloc.offset, kind});
+}
+
+// A relocation that has this one's instruction, and this one has its: both are right but for their offsets.
+const tessjit::reloc_info* find_exchanged(const placed_kernel& kernel, const tessjit::reloc_info& reloc)
+{
+    const auto kind_at = [&kernel](const tessjit::reloc_info& r) {
+        const std::optional<std::uint32_t> word = generated_word(kernel, r);
+        const relocation_kind* const kind = word ? kind_of_meant(*word) : nullptr;
+        return kind == nullptr ? 0 : kind->type;
+    };
+    const std::int32_t type = kind_at(reloc);
+    if (type == reloc.type)
+        return nullptr;
+    const auto found = std::find_if(kernel.relocs.begin(), kernel.relocs.end(), [&](const auto& other) {
+        return other.type == type && kind_at(other) == reloc.type;
+    });
+    return found == kernel.relocs.end() ? nullptr : &*found;
+}
+
+// The instruction that the refused relocation is for, where it is not of the relocation's kind: the one at
+// its offset if that waits, otherwise one nearby that does, otherwise the one at its offset with what the
+// generator has encoded in its field.
+std::optional<fillable_instruction> find_meant_instruction(const placed_kernel& kernel,
+                                                           const tessjit::reloc_info& reloc)
+{
+    if (const auto own = find_own_instruction(kernel, reloc, kind_of_unfilled))
+        return own;
+    if (const auto waiting = find_waiting_instruction(kernel, reloc))
+        return waiting;
+    return find_own_instruction(kernel, reloc, kind_of_meant);
+}
+
+// The relocation in braces under another name, with the type and the offset that the instructions tell.
+std::string advised_relocation(explaining& e, const std::string& name, const tessjit::reloc_info& reloc)
+{
+    tessjit::reloc_info named = reloc;
+    named.name = name;
+    const relocation_kind* const kind = find_relocation_kind(reloc.type);
+    const std::optional<std::uint32_t> word = generated_word(*e.dump, reloc);
+    const bool fits = kind != nullptr && word && is_instruction_of(*kind, *word);
+    const auto meant = fits ? std::nullopt : find_meant_instruction(*e.dump, named);
+    if (!meant)
+        return relocation_text(name, reloc.offset, reloc.type, reloc.addend);
+    e.result.cause += fmt::format("; {:+#x} has {}", meant->offset, article(meant->kind->instruction));
+    return relocation_for(*e.dump, name, *meant, reloc.addend);
 }
 
 void advise_waiting_instruction(explaining& e, const tessjit::reloc_info& reloc,
-                                const waiting_instruction& found)
+                                const fillable_instruction& found)
 {
     e.result.cause +=
         fmt::format("; {:+#x} has {} and no relocation", found.offset, article(found.kind->instruction));
-    e.result.advice = relocation_text(reloc.name, found.offset, found.kind->type, reloc.addend);
+    e.result.advice = relocation_for(*e.dump, reloc.name, found, reloc.addend);
 }
 
+// A relocation whose offset or type is wrong, by the instructions of its dump. False if they do not tell.
+bool explain_by_instructions(explaining& e, const tessjit::reloc_info& reloc)
+{
+    const placed_kernel& kernel = *e.dump;
+    const relocation_kind* const kind = find_relocation_kind(reloc.type);
+    const std::string kind_text =
+        kind == nullptr ? fmt::format("type {}", reloc.type) : article(kind->instruction);
+    if (const tessjit::reloc_info* const other = find_exchanged(kernel, reloc)) {
+        const auto number_of = [&kernel](const tessjit::reloc_info& r) {
+            return &r - kernel.relocs.data() + 1;
+        };
+        const tessjit::reloc_info& first = std::min(reloc, *other, [](const auto& a, const auto& b) {
+            return a.offset > b.offset; // what has the later offset belongs to the earlier instruction
+        });
+        const tessjit::reloc_info& second = &first == &reloc ? *other : reloc;
+        e.result.cause = fmt::format("the offsets of the relocations {} and {} are exchanged",
+                                     std::min(number_of(first), number_of(second)),
+                                     std::max(number_of(first), number_of(second)));
+        e.result.advice = relocation_text(first.name, second.offset, first.type, first.addend) + ", " +
+                          relocation_text(second.name, first.offset, second.type, second.addend);
+        return true;
+    }
+    const std::optional<std::uint32_t> word = generated_word(kernel, reloc);
+    const auto meant = find_meant_instruction(kernel, reloc);
+    if (meant && meant->offset == reloc.offset) {
+        e.result.cause = fmt::format("the relocation is for {}, the instruction is {}", kind_text,
+                                     article(meant->kind->instruction));
+        e.result.advice = relocation_for(kernel, reloc.name, *meant, reloc.addend);
+        return true;
+    }
+    if (!word)
+        return false;
+    disassembler disassembler;
+    e.result.cause = fmt::format("the offset points at {}",
+                                 disassembler.text(*word, e.addresses.text + widened(reloc.offset)));
+    if (meant) {
+        advise_waiting_instruction(e, reloc, *meant);
+        return true;
+    }
+    const relocation_kind* const at_place = kind_of_meant(*word);
+    if (at_place != nullptr && !can_lead_to(*at_place, reloc.name)) {
+        e.result.cause = fmt::format("the instruction is a BL, and {} are constants", printable(reloc.name));
+        e.result.advice =
+            fmt::format("name the kernel that it calls, with type {}; or give the relocation the "
+                        "offset of the instruction that it is for",
+                        at_place->type);
+        return true;
+    }
+    if (kind == nullptr)
+        return false;
+    e.result.advice =
+        fmt::format("give the relocation the offset of the {} that it is for", kind->instruction);
+    return true;
+}
+
+// The same without the dump: the word is the message's.
 void explain_other_instruction(explaining& e, const relocation_kind& kind, std::uint32_t word)
 {
-    const tessjit::reloc_info* const reloc = relocation_of(e);
     disassembler disassembler;
-    const std::string text = disassembler.text(word, place_of_message(e));
-    e.result.cause = fmt::format("the offset points at {}", text);
+    e.result.cause = fmt::format("the offset points at {}", disassembler.text(word, place_of_message(e)));
     e.result.advice =
         fmt::format("give the relocation the offset of the {} that it is for", kind.instruction);
-    if (reloc == nullptr)
-        return;
-    if (const relocation_kind* const right = kind_of_unfilled(word)) {
-        const bool taken = std::any_of(e.dump->relocs.begin(), e.dump->relocs.end(), [&](const auto& other) {
-            return other.offset == reloc->offset && other.type == right->type;
-        });
-        if (!taken) {
-            e.result.cause = fmt::format("the relocation is for {}, the instruction is {}",
-                                         article(kind.instruction), article(right->instruction));
-            e.result.advice = relocation_text(reloc->name, reloc->offset, right->type, reloc->addend);
-            return;
-        }
-    }
-    if (const auto waiting = find_waiting_instruction(*e.dump, *reloc))
-        advise_waiting_instruction(e, *reloc, *waiting);
 }
 
 // An earlier relocation of the kernel that writes to some of the same bytes.
@@ -764,8 +914,11 @@ void explain_filled(explaining& e)
     const auto offset = static_cast<std::size_t>(e.result.offset.value_or(0));
     const bool generated = reloc != nullptr && e.dump->text.size() >= 4 && offset <= e.dump->text.size() - 4;
     const std::uint32_t word = generated ? word_at(e.dump->text, offset) : message.word;
-    if (!is_instruction_of(kind, word))
-        return explain_other_instruction(e, kind, word);
+    if (!is_instruction_of(kind, word)) {
+        if (!generated || !explain_by_instructions(e, *reloc))
+            explain_other_instruction(e, kind, word);
+        return;
+    }
 
     if (reloc != nullptr) {
         if (const auto earlier = find_earlier_of_same_word(e)) {
@@ -779,10 +932,11 @@ void explain_filled(explaining& e)
         }
     }
     if (generated && (word & kind.filled_mask) != 0) {
+        const std::uint32_t field = wfta::field_mask(kind);
         e.result.cause =
-            fmt::format("the generator has encoded a provisional value, bits {:#x}", word & kind.filled_mask);
-        e.result.advice = fmt::format("generate the {} with its field zero: {:#010x}", kind.instruction,
-                                      word & ~kind.filled_mask);
+            fmt::format("the generator has encoded a provisional value, bits {:#x}", word & field);
+        e.result.advice =
+            fmt::format("generate the {} with its field zero: {:#010x}", kind.instruction, word & ~field);
         return;
     }
     if (kind.relative) {
@@ -818,6 +972,25 @@ bool in_same_mapping(const explaining& e, const std::string& target)
     return find_linked_kernel(e.listing, *address) == e.registered; // the last of the target's mapping
 }
 
+// A value out of range because the instruction is not of the relocation's kind: explains it. Not if another
+// type would not reach the target either.
+bool is_of_other_instruction(explaining& e)
+{
+    const tessjit::reloc_info* const reloc = relocation_of(e);
+    const std::optional<std::uint32_t> word =
+        reloc == nullptr ? std::nullopt : generated_word(*e.dump, *reloc);
+    if (!word || is_instruction_of(*e.report.range->kind, *word))
+        return false;
+    if (const auto own = find_own_instruction(*e.dump, *reloc, kind_of_meant); own && own->kind->relative) {
+        const std::optional<std::uint64_t> target = find_target(*e.dump, e.addresses, reloc->name, e.targets);
+        const std::uint64_t P = e.addresses.text + widened(reloc->offset);
+        if (target &&
+            !in_range(*own->kind, relocation_value(*own->kind, *target + widened(reloc->addend), P)))
+            return false;
+    }
+    return explain_by_instructions(e, *reloc);
+}
+
 void explain_misaligned_call(explaining& e)
 {
     e.result.message = fmt::format("R_AARCH64_CALL26{}: the distance {} is not a multiple of 4",
@@ -825,6 +998,8 @@ void explain_misaligned_call(explaining& e)
     if (e.result.offset && *e.result.offset % 4 != 0) {
         e.result.cause = fmt::format("the offset {} is not that of an instruction", *e.result.offset);
         e.result.advice = "give the relocation the offset of the BL that it is for";
+    } else if (is_of_other_instruction(e)) {
+        return;
     } else if (e.result.target && names_data(*e.result.target)) {
         e.result.cause = "a BL to constants, which need not lie at a multiple of 4";
         e.result.advice = "name a kernel as the target of a BL; constants are addressed by ADRP and ADD";
@@ -852,6 +1027,8 @@ void explain_range(explaining& e)
         fmt::format("{} to {}: {}, limit {}{}", kind.name,
                     e.result.target ? name_of_target(e) : fmt::format("{:#x}", message.target),
                     distance_text(distance), kind.reach, times > 1 ? fmt::format(" ({} times)", times) : "");
+    if (is_of_other_instruction(e))
+        return;
     const bool far_addend = e.result.target_offset && magnitude_of(*e.result.target_offset) >= half / 2;
     if (far_addend) {
         e.result.cause =
@@ -915,8 +1092,7 @@ void explain_unknown_target(explaining& e)
     e.result.message = fmt::format("the target {} is not in the registry", name);
     if (reloc->name.find("rodata") != std::string::npos) {
         e.result.cause = "constants are named .rodata. and the kernel's name";
-        e.result.advice = relocation_text(std::string(data_prefix) + e.dump->name, reloc->offset, reloc->type,
-                                          reloc->addend);
+        e.result.advice = advised_relocation(e, std::string(data_prefix) + e.dump->name, *reloc);
         return;
     }
     if (find_kernel(e.dumps.set, reloc->name) != nullptr) {
@@ -931,8 +1107,8 @@ void explain_unknown_target(explaining& e)
     if (is_misspelt(nearest, reloc->name)) {
         e.result.cause = fmt::format(
             "the name is misspelt ({} is there), or the kernel comes later in the set", printable(nearest));
-        e.result.advice = relocation_text(nearest, reloc->offset, reloc->type, reloc->addend) + ", or move " +
-                          name + " before " + printable(e.dump->name);
+        e.result.advice = advised_relocation(e, nearest, *reloc) + ", or move " + name + " before " +
+                          printable(e.dump->name);
         return;
     }
     e.result.cause =
@@ -951,11 +1127,11 @@ void explain_foreign_data(explaining& e)
     const std::string owner = reloc->name.substr(data_prefix.size());
     e.result.message =
         fmt::format("{} are not constants of {}", printable(reloc->name), printable(e.dump->name));
-    const std::string own =
-        relocation_text(std::string(data_prefix) + e.dump->name, reloc->offset, reloc->type, reloc->addend);
+    const std::string own_name = std::string(data_prefix) + e.dump->name;
     if (find_kernel(e.dumps.set, owner) != nullptr) {
         e.result.cause =
             fmt::format("they are those of {}, and a kernel reaches its own only", printable(owner));
+        const std::string own = advised_relocation(e, own_name, *reloc);
         e.result.advice = fmt::format("give {} a copy of them, or let {} load them; if its own are meant: {}",
                                       printable(e.dump->name), printable(owner), own);
         return;
@@ -964,7 +1140,7 @@ void explain_foreign_data(explaining& e)
                          ? "the name is misspelt"
                          : fmt::format("there is no kernel {}: perhaps {} was named so before",
                                        printable(owner), printable(e.dump->name));
-    e.result.advice = own;
+    e.result.advice = advised_relocation(e, own_name, *reloc);
 }
 
 void explain_null_target(explaining& e)
@@ -988,17 +1164,15 @@ void explain_unhandled_type(explaining& e)
     const known_type* const known = find_other_type(type);
     e.result.message = fmt::format("relocation type {}{} is not supported", type,
                                    known == nullptr ? "" : fmt::format(" ({})", known->name));
+    const tessjit::reloc_info& reloc = *relocation_of(e);
+    const std::optional<std::uint32_t> word = generated_word(*e.dump, reloc);
+    const bool of_that_type = known != nullptr && word && (*word & known->opcode_mask) == known->opcode;
+    const std::string cause = e.result.cause;
+    if (!of_that_type && explain_by_instructions(e, reloc))
+        return;
+    e.result.cause = cause;
     e.result.advice =
         known == nullptr ? "274 for ADR, 275 for ADRP, 277 for ADD, 283 for BL" : known->instead;
-    const tessjit::reloc_info& reloc = *relocation_of(e);
-    const auto offset = static_cast<std::size_t>(widened(reloc.offset));
-    if (known != nullptr || e.dump->text.size() < 4 || offset > e.dump->text.size() - 4)
-        return;
-    if (const relocation_kind* const kind = kind_of_unfilled(word_at(e.dump->text, offset))) {
-        e.result.cause =
-            fmt::format("{} is no such type; the instruction is {}", type, article(kind->instruction));
-        e.result.advice = relocation_text(reloc.name, reloc.offset, kind->type, reloc.addend);
-    }
 }
 
 void explain_duplicate(explaining& e)

@@ -74,7 +74,7 @@ std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set)
             return {where::later, 0};
         return {where::placed, set.kernels[target].text_address};
     };
-    return check_placed(checked, find, {});
+    return check_placed(checked, find, {}, wfta::address_kind::real);
 }
 
 } // namespace vorna::workbench

@@ -57,7 +57,7 @@ std::vector<kernel_finding> check_kernels(const kernel_registry_map& registry,
             return {where::later, 0};
         return {where::placed, checked[found->second].text_address};
     };
-    return check_placed(checked, find, registry);
+    return check_placed(checked, find, registry, address_kind::relative);
 }
 
 } // namespace vorna::wfta

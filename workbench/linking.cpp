@@ -1,5 +1,6 @@
 #include "workbench/linking.hpp"
 
+#include "workbench/a64.hpp"
 #include "workbench/output.hpp"
 #include "workbench/relocation.hpp"
 
@@ -55,9 +56,12 @@ relocation_outcome apply(const kernel_set& set, const placed_kernel& kernel,
     const std::uint64_t X = wfta::relocation_value(*kind, S, kernel.text_address + offset);
     if (!wfta::in_range(*kind, X))
         return relocation_outcome::out_of_range;
-    word |= wfta::relocation_field(*kind, X);
+    const std::uint32_t field = wfta::relocation_field(*kind, X);
+    word |= field;
     std::memcpy(text.data() + offset, &word, sizeof word);
-    return relocation_outcome::applied;
+    const bool as_meant =
+        (word & kind->opcode_mask) != kind->opcode || (word & wfta::field_mask(*kind)) == field;
+    return as_meant ? relocation_outcome::applied : relocation_outcome::leads_elsewhere;
 }
 
 } // namespace
@@ -70,6 +74,27 @@ linked_kernel link_kernel(const kernel_set& set, const placed_kernel& kernel)
     for (const tessjit::reloc_info& relocation : kernel.relocs)
         linked.outcomes.push_back(apply(set, kernel, relocation, linked.text));
     return linked;
+}
+
+std::string address_text(const kernel_set& set, std::uint64_t address)
+{
+    if (const placed_kernel* const kernel = find_kernel_by_text(set, address))
+        return with_addend(printable(kernel->name),
+                           static_cast<std::int64_t>(address - kernel->text_address));
+    return fmt::format("{:#x}", address);
+}
+
+bool leads_elsewhere(const kernel_set& set, const placed_kernel& kernel,
+                     const tessjit::reloc_info& relocation)
+{
+    const wfta::relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
+    if (kind == nullptr || !lies_within(kernel.text, relocation.offset))
+        return false;
+    const std::uint32_t untested = wfta::field_mask(*kind) & ~kind->filled_mask;
+    if ((word_at(kernel.text, static_cast<std::size_t>(relocation.offset)) & untested) == 0)
+        return false;
+    std::vector<std::uint8_t> text = kernel.text;
+    return apply(set, kernel, relocation, text) == relocation_outcome::leads_elsewhere;
 }
 
 namespace {
@@ -91,12 +116,15 @@ const char* finding_id(relocation_outcome outcome)
         return "field-filled";
     case relocation_outcome::out_of_range:
         return "range";
+    case relocation_outcome::leads_elsewhere:
+        return "call-bit-25";
     }
     return "";
 }
 
 std::string message_of(const kernel_set& set, const placed_kernel& kernel,
-                       const tessjit::reloc_info& relocation, relocation_outcome outcome)
+                       const tessjit::reloc_info& relocation, relocation_outcome outcome,
+                       std::uint32_t linked_word)
 {
     const wfta::relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
     const std::string name = printable(relocation.name);
@@ -121,9 +149,19 @@ std::string message_of(const kernel_set& set, const placed_kernel& kernel,
         const std::uint64_t S = value_of(find_target(set, kernel, relocation.name), relocation);
         const auto X = static_cast<std::int64_t>(wfta::relocation_value(*kind, S, P));
         const bool odd = static_cast<std::uint64_t>(X) % kind->multiple_of != 0;
+        return fmt::format("{} to {} at {}, {}", kind->name, with_addend(name, relocation.addend),
+                           signed_hex(X),
+                           odd ? fmt::format("not a multiple of {}", kind->multiple_of)
+                               : fmt::format("limit {}", kind->reach));
+    }
+    case relocation_outcome::leads_elsewhere: {
+        const std::uint64_t P =
+            kernel.text_address + static_cast<std::uint64_t>(std::int64_t{relocation.offset});
+        const std::int64_t distance = wfta::branch_displacement(linked_word).value_or(0);
         return fmt::format(
-            "{} to {} at {}, {}", kind->name, with_addend(name, relocation.addend), signed_hex(X),
-            odd ? fmt::format("no multiple of {}", kind->multiple_of) : fmt::format("limit {}", kind->reach));
+            "the call leads to {}, {} from it, not to {}: the top bit of the BL's field was set",
+            address_text(set, P + static_cast<std::uint64_t>(distance)), signed_hex(distance),
+            with_addend(name, relocation.addend));
     }
     }
     return {};
@@ -164,8 +202,12 @@ linked_set link_set(const kernel_set& set)
                 target.finding = linked.findings.size();
                 linked.missing.push_back(relocation.name);
             }
+            const std::uint32_t word =
+                outcome == relocation_outcome::leads_elsewhere
+                    ? word_at(of_kernel.text, static_cast<std::size_t>(relocation.offset))
+                    : 0;
             linked.findings.push_back(
-                {finding_id(outcome), k, r, message_of(set, kernel, relocation, outcome), ""});
+                {finding_id(outcome), k, r, message_of(set, kernel, relocation, outcome, word), ""});
         }
         linked.texts.push_back(std::move(of_kernel.text));
     }

@@ -19,6 +19,7 @@ enum class relocation_outcome {
     unknown_target, ///< names a kernel that is not in the set
     field_filled,   ///< the field was not zero
     out_of_range,   ///< the field cannot hold the value
+    leads_elsewhere ///< applied, but the top bit of the BL's field, which is not tested, was set before
 };
 
 /// A kernel's code with its relocations applied, in their order.
@@ -27,6 +28,13 @@ struct linked_kernel {
     std::vector<relocation_outcome> outcomes; ///< of each relocation; one that is not applied changes nothing
 };
 linked_kernel link_kernel(const kernel_set& set, const placed_kernel& kernel);
+
+/// Whether the relocation alone, applied to the code as generated, makes a call that leads elsewhere.
+bool leads_elsewhere(const kernel_set& set, const placed_kernel& kernel,
+                     const tessjit::reloc_info& relocation);
+
+/// An address in the code of a kernel of the set as that kernel and the offset, any other as a number.
+std::string address_text(const kernel_set& set, std::uint64_t address);
 
 /// Something that keeps a set from being linked as the process had it.
 struct link_finding {

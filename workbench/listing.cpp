@@ -50,6 +50,8 @@ const char* outcome_text(relocation_outcome outcome)
         return "the field is not zero";
     case relocation_outcome::out_of_range:
         return "out of range";
+    case relocation_outcome::leads_elsewhere:
+        return "leads elsewhere: the top bit of the BL's field was set";
     }
     return "";
 }
@@ -93,14 +95,6 @@ std::string relocated_text(const placed_kernel& kernel, const tessjit::reloc_inf
 std::string label_of(std::size_t offset)
 {
     return fmt::format(".L{:x}", offset);
-}
-
-/// An address in some kernel of the set, or a number.
-std::string address_text(const kernel_set& set, std::uint64_t address)
-{
-    if (const placed_kernel* const other = find_kernel_by_text(set, address))
-        return with_addend(printable(other->name), static_cast<std::int64_t>(address - other->text_address));
-    return fmt::format("{:#x}", address);
 }
 
 /// Whether an instruction gives or reads a place by a distance that it holds itself: ADR, LDR (literal).
@@ -150,6 +144,14 @@ std::vector<wfta::code_entry> entries_by_others(const kernel_set& set, const pla
     return entries;
 }
 
+/// Whether a relocation of the kernel leads to that of the name.
+bool refers_to(const kernel_set& set, const placed_kernel& kernel, const std::string& name)
+{
+    return std::any_of(kernel.relocs.begin(), kernel.relocs.end(), [&](const auto& relocation) {
+        return relocation.name == name && !leads_elsewhere(set, kernel, relocation);
+    });
+}
+
 void append(std::string& comment, const std::string& text)
 {
     if (!comment.empty() && !text.empty())
@@ -159,8 +161,16 @@ void append(std::string& comment, const std::string& text)
 
 } // namespace
 
-kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
-                           bool linked)
+namespace {
+
+/// What the rows have: words with the relocations applied, and targets in the text of what they fit.
+struct row_contents {
+    bool linked;
+    bool targets;
+};
+
+kernel_listing list_rows(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
+                         row_contents contents)
 {
     if (kernel.text.size() > largest_listing)
         throw std::runtime_error(fmt::format("{}: {} of code, more than is listed", kernel.name,
@@ -171,8 +181,10 @@ kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, d
         wfta::map_code(kernel.name, kernel.text, kernel.relocs, entries_by_others(set, kernel));
     listing.instructions =
         words - static_cast<std::size_t>(std::count(map.uses.begin(), map.uses.end(), wfta::word_use::data));
-    for (const std::size_t caller : set.callers[static_cast<std::size_t>(&kernel - set.kernels.data())])
-        listing.callers.push_back(set.kernels[caller].name);
+    for (const std::size_t caller : set.callers[static_cast<std::size_t>(&kernel - set.kernels.data())]) {
+        if (refers_to(set, set.kernels[caller], kernel.name))
+            listing.callers.push_back(set.kernels[caller].name);
+    }
 
     const linked_kernel code = link_kernel(set, kernel);
     const std::vector<std::vector<std::size_t>> relocations = relocations_by_row(kernel);
@@ -181,26 +193,30 @@ kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, d
         listing_row row;
         row.offset = offset;
         const std::uint32_t generated = word_at(kernel.text, offset);
-        row.word = linked ? word_at(code.text, offset) : generated;
+        row.word = contents.linked ? word_at(code.text, offset) : generated;
         const std::vector<std::size_t>& of_row = relocations[offset / word_size];
-        const bool plain = of_row.size() == 1 && fits(kernel.relocs[of_row.front()], offset, generated);
         row.is_data = !map.uses.empty() && map.uses[offset / word_size] == wfta::word_use::data;
+        const bool plain =
+            !row.is_data && of_row.size() == 1 && fits(kernel.relocs[of_row.front()], offset, generated);
+        const bool elsewhere = plain && code.outcomes[of_row.front()] == relocation_outcome::leads_elsewhere;
         row.text = row.is_data ? fmt::format(".word 0x{:08x}", row.word)
                                : disassembler.text(row.word, kernel.text_address + offset);
-        if (plain && !row.is_data) {
+        if (elsewhere && contents.linked) {
+            name_target(set, kernel, row, disassembler, read);
+        } else if (plain && !elsewhere) {
             const tessjit::reloc_info& relocation = kernel.relocs[of_row.front()];
-            if (linked)
+            if (contents.targets)
                 row.text = relocated_text(kernel, relocation, generated, disassembler);
             if (relocation.type == R_AARCH64_CALL26 && !names_data(relocation.name))
                 row.callee = relocation.name;
-        } else if (of_row.empty() || linked) {
+        } else if (!plain && (of_row.empty() || contents.linked)) {
             name_target(set, kernel, row, disassembler, read);
         }
         for (const std::size_t i : of_row) {
             const tessjit::reloc_info& relocation = kernel.relocs[i];
             const std::string outcome = outcome_text(code.outcomes[i]);
             append(row.comment,
-                   plain && linked && !row.is_data
+                   plain && contents.targets && !elsewhere
                        ? outcome
                        : fmt::format("{} {}{}{}", type_text(relocation.type), target_text(kernel, relocation),
                                      outcome.empty() ? "" : ", ", outcome));
@@ -238,6 +254,19 @@ kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, d
             append(row.comment, load->second);
     }
     return listing;
+}
+
+} // namespace
+
+kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
+                           bool linked)
+{
+    return list_rows(set, kernel, disassembler, {linked, linked});
+}
+
+kernel_listing list_generated(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler)
+{
+    return list_rows(set, kernel, disassembler, {false, true});
 }
 
 kernel_listing list_without_addresses(const placed_kernel& kernel, disassembler& disassembler)

@@ -43,6 +43,10 @@ inline constexpr std::size_t largest_listing = std::size_t{4} << 20;
 kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
                            bool linked = true);
 
+/// Lists a kernel with the words that were generated, and with the targets in the text of those that their
+/// relocation fits. Throws as list_kernel does.
+kernel_listing list_generated(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler);
+
 /// Lists a kernel by itself: targets by name, words as they were generated. Nothing in it depends on where
 /// the kernel and its callees were placed. Throws as list_kernel does.
 kernel_listing list_without_addresses(const placed_kernel& kernel, disassembler& disassembler);

@@ -323,9 +323,9 @@ private:
 class checker {
 public:
     checker(const std::vector<checked_kernel>& kernels, const target_finder& find,
-            const kernel_registry_map& others)
-        : kernels_(kernels), find_(find), names_(others), starts_(kernels, others), entries_(kernels, find),
-          findings_(all_)
+            const kernel_registry_map& others, address_kind addresses)
+        : kernels_(kernels), find_(find), addresses_(addresses), names_(others), starts_(kernels, others),
+          entries_(kernels, find), findings_(all_)
     {
     }
 
@@ -468,7 +468,7 @@ private:
                   "give the offset of an instruction of this kernel");
         } else if (reloc.offset % 4 != 0) {
             error("unaligned-offset", false, i, "",
-                  "the offset is no multiple of 4: the field is in two instructions",
+                  "the offset is not a multiple of 4: the field is in two instructions",
                   "give the offset of an instruction");
         }
         const bool is_instruction = inside && reloc.offset % 4 == 0;
@@ -478,7 +478,10 @@ private:
         }
 
         const bool filled = inside && check_field(i, reloc, *kind);
-        const bool applicable = target && check_range(i, reloc, *kind, *target) && inside && !filled;
+        const bool in_reach = target && check_range(i, reloc, *kind, *target);
+        const bool applicable = in_reach && inside && !filled;
+        if (inside && !filled && reloc.offset % 4 == 0)
+            check_untested_bit(i, reloc, *kind, in_reach ? target : std::nullopt);
         const bool right_instruction = is_instruction && check_opcode(i, reloc, *kind);
         if (!target || !right_instruction)
             pages_in_doubt_ = true;
@@ -516,13 +519,54 @@ private:
                 "remove one of the two relocations");
             return true;
         }
-        if (reloc.type == R_AARCH64_CALL26 && (word & 0x02000000) != 0) {
-            findings_.add("call-bit-25", severity::warning, false, i, reloc.offset, "",
-                          "the top bit of the BL's field is set (" + word_text(word) +
-                              "), which the finaliser does not test",
-                          "generate the BL with a zero field");
-        }
         return false;
+    }
+
+    // The top bit of a BL's field, which is not tested: ORed to a distance ahead, it makes one back. `target`
+    // is the relocation's, if it is in reach.
+    void check_untested_bit(size_t i, const tessjit::reloc_info& reloc, const relocation_kind& kind,
+                            const std::optional<target_place>& target)
+    {
+        const uint32_t word = word_at(linked_, static_cast<size_t>(reloc.offset));
+        const uint32_t untested = word & field_mask(kind) & ~kind.filled_mask;
+        if (untested == 0 || (word & kind.opcode_mask) != kind.opcode)
+            return;
+        const std::string fact = "the top bit of the BL's field is set (" + word_text(word) +
+                                 "), which the finaliser does not test";
+        const std::string advice =
+            "generate the BL with its whole field zero: " + word_text(word & ~field_mask(kind));
+        if (!target || target->state == target_place::where::elsewhere) {
+            findings_.add("call-bit-25", severity::warning, false, i, reloc.offset, "",
+                          fact + ": the call may lead elsewhere", advice);
+            return;
+        }
+        const uint64_t S = target->address + static_cast<uint64_t>(int64_t{reloc.addend});
+        const uint64_t P = kernel().text_address + static_cast<uint64_t>(int64_t{reloc.offset});
+        const uint32_t field = relocation_field(kind, relocation_value(kind, S, P));
+        if ((field & untested) == untested) {
+            findings_.add("call-bit-25", severity::warning, false, i, reloc.offset, "back",
+                          fact + ": the call is right only because its target lies before it", advice);
+            return;
+        }
+        const int64_t distance = branch_displacement(word | field).value_or(0);
+        error("call-bit-25", false, i, target_text(reloc),
+              "the call leads to " + place_reached(P, distance) + ", not to " + target_text(reloc) + ": " +
+                  fact,
+              advice);
+    }
+
+    // The kernel and the offset where an instruction at P leads, or how far that is.
+    [[nodiscard]] std::string place_reached(uint64_t P, int64_t distance) const
+    {
+        const uint64_t address = P + static_cast<uint64_t>(distance);
+        for (const checked_kernel& k : kernels_) {
+            if (address - k.text_address < k.text->size()) {
+                const auto offset = static_cast<int64_t>(address - k.text_address);
+                return shown(*k.name) + (offset == 0 ? "" : signed_hex(offset));
+            }
+        }
+        return (addresses_ == address_kind::real ? hex(address) + ", " : "where no kernel is, ") +
+               distance_text(distance) + " from it";
     }
 
     // Whether the value fits, as far as it is known.
@@ -536,7 +580,7 @@ private:
         if (X % kind.multiple_of != 0) {
             error("range", true, i, cause + '\0',
                   std::string(kind.name) + " reaches " + target_text(reloc) +
-                      " at a distance that is no multiple of " + std::to_string(kind.multiple_of),
+                      " at a distance that is not a multiple of " + std::to_string(kind.multiple_of),
                   "correct the addend");
             return false;
         }
@@ -577,8 +621,8 @@ private:
     {
         const std::string cause = target_text(reloc);
         if (names_data(reloc.name)) {
-            findings_.add("call-target", severity::warning, false, i, reloc.offset, cause,
-                          "BL to constants: " + target_text(reloc), "name the kernel to be called");
+            error("call-target", false, i, cause, "BL to constants: " + target_text(reloc),
+                  "name the kernel to be called");
             return;
         }
         const uint64_t S = target.address + static_cast<uint64_t>(int64_t{reloc.addend});
@@ -803,6 +847,7 @@ private:
 
     const std::vector<checked_kernel>& kernels_;
     const target_finder& find_;
+    address_kind addresses_;
     std::vector<kernel_finding> all_;
     file_names names_;
     text_starts starts_;
@@ -820,9 +865,10 @@ private:
 } // namespace
 
 std::vector<kernel_finding> check_placed(const std::vector<checked_kernel>& kernels,
-                                         const target_finder& find, const kernel_registry_map& others)
+                                         const target_finder& find, const kernel_registry_map& others,
+                                         address_kind addresses)
 {
-    return checker(kernels, find, others).run();
+    return checker(kernels, find, others, addresses).run();
 }
 
 } // namespace vorna::wfta

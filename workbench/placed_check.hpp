@@ -38,10 +38,14 @@ struct target_place {
 /// Finds the kernel that the relocations of kernel number `kernel` call `name`.
 using target_finder = std::function<target_place(std::size_t kernel, const std::string& name)>;
 
+/// Whether addresses are those of a process, or made up and only exact from each other.
+enum class address_kind { real, relative };
+
 /// All findings about the kernels, in their order. Addresses of kernels that share a mapping are exact from
 /// each other, and within their pages. `others` are names of kernels that are not among them, whose files
 /// theirs may collide with.
 std::vector<kernel_finding> check_placed(const std::vector<checked_kernel>& kernels,
-                                         const target_finder& find, const kernel_registry_map& others);
+                                         const target_finder& find, const kernel_registry_map& others,
+                                         address_kind addresses);
 
 } // namespace vorna::wfta

@@ -58,4 +58,9 @@ std::uint32_t relocation_field(const relocation_kind& kind, std::uint64_t X)
     }
 }
 
+std::uint32_t field_mask(const relocation_kind& kind)
+{
+    return relocation_field(kind, ~std::uint64_t{0});
+}
+
 } // namespace vorna::wfta

@@ -35,4 +35,7 @@ bool in_range(const relocation_kind& kind, std::uint64_t X);
 /// The bits that are ORed into the instruction word for X.
 std::uint32_t relocation_field(const relocation_kind& kind, std::uint64_t X);
 
+/// All bits of the instruction's field. BL's has one more than the finaliser tests: the highest.
+std::uint32_t field_mask(const relocation_kind& kind);
+
 } // namespace vorna::wfta

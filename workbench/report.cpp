@@ -4,6 +4,7 @@
 #include "workbench/difference.hpp"
 #include "workbench/html.hpp"
 #include "workbench/json.hpp"
+#include "workbench/linking.hpp"
 #include "workbench/listing.hpp"
 #include "workbench/output.hpp"
 #include "workbench/report_listing.hpp"
@@ -145,7 +146,8 @@ void find_calls(page& page)
         std::set<std::size_t> callees;
         for (const tessjit::reloc_info& relocation : page.entries[i].kernel->relocs) {
             const auto callee = index.find(relocation.name);
-            if (callee != index.end() && !names_data(relocation.name))
+            if (callee != index.end() && !names_data(relocation.name) &&
+                !leads_elsewhere(*page.input->set, *page.entries[i].kernel, relocation))
                 callees.insert(callee->second);
         }
         page.entries[i].callees.assign(callees.begin(), callees.end());

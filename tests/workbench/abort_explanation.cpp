@@ -208,6 +208,158 @@ TEST(AnExplanation, OfAProvisionalValueShowsTheWordToGenerate)
     EXPECT_EQ(found.advice, "generate the ADD with its field zero: 0x91000021");
     EXPECT_EQ(found.distance, std::nullopt); // ADD has the address, no distance
     EXPECT_FALSE(found.limit);
+
+    // Of a BL's field the finaliser tests all but the highest bit, and that would make the call lead
+    // elsewhere.
+    const placed_kernel back = k({0x97fffff0, a64::ret()}, {{"k", 0, 283, 4}});
+    const abort_explanation call =
+        explain(filled("R_AARCH64_CALL26", text_of_k, 0x97fffff0, {back}), dumps_of({back}));
+    EXPECT_EQ(call.cause, "the generator has encoded a provisional value, bits 0x3fffff0");
+    EXPECT_EQ(call.advice, "generate the BL with its field zero: 0x94000000");
+}
+
+// ---- The instruction at the offset, whatever the type.
+
+struct misplaced {
+    std::int32_t type;
+    std::uint32_t word;
+    std::string target;
+    std::string advice;
+};
+
+class AdviceByInstruction : public testing::TestWithParam<misplaced> {};
+
+TEST_P(AdviceByInstruction, IsTheRelocationOfTheInstruction)
+{
+    const misplaced& given = GetParam();
+    const placed_kernel callee = kernel("callee", text_of_k - 64, {a64::ret()}, data_of_k - 64);
+    const placed_kernel broken = k({a64::nop(), given.word, a64::ret()}, {{given.target, 4, given.type, 8}});
+    const bool known = given.type == 274 || given.type == 275 || given.type == 283;
+    const abort_explanation found = explain(known ? filled(given.type == 274   ? "R_AARCH64_ADR_PREL_LO21"
+                                                           : given.type == 275 ? "R_AARCH64_ADR_PREL_PG_HI21"
+                                                                               : "R_AARCH64_CALL26",
+                                                           text_of_k + 4, given.word, {callee, broken})
+                                                  : bare("false && \"unhandled reloc type\""),
+                                            dumps_of({callee, broken}, {1, 2}));
+    EXPECT_EQ(found.advice, given.advice) << found.cause;
+}
+
+const std::string own_data = ".rodata.k";
+constexpr std::uint32_t provisional_bl = 0x97ffffc0;
+INSTANTIATE_TEST_SUITE_P(
+    EveryType, AdviceByInstruction,
+    testing::Values(
+        // Types for loads and stores, for data and for the GOT, at an instruction that has one of the four.
+        misplaced{278, a64::add(9, 9, 0), own_data, "{\".rodata.k\", 4, 277, 8}"},
+        misplaced{284, a64::add(9, 9, 0), own_data, "{\".rodata.k\", 4, 277, 8}"},
+        misplaced{285, a64::add(9, 9, 0), own_data, "{\".rodata.k\", 4, 277, 8}"},
+        misplaced{286, a64::add(9, 9, 0), own_data, "{\".rodata.k\", 4, 277, 8}"},
+        misplaced{299, a64::add(9, 9, 0), own_data, "{\".rodata.k\", 4, 277, 8}"},
+        misplaced{312, a64::add(9, 9, 0), own_data, "{\".rodata.k\", 4, 277, 8}"},
+        misplaced{276, a64::adrp(9), own_data, "{\".rodata.k\", 4, 275, 8}"},
+        misplaced{311, a64::adrp(9), own_data, "{\".rodata.k\", 4, 275, 8}"},
+        misplaced{273, a64::adr(9), own_data, "{\".rodata.k\", 4, 274, 8}"},
+        misplaced{257, a64::adr(9), own_data, "{\".rodata.k\", 4, 274, 8}"},
+        misplaced{1000, a64::adr(9), own_data, "{\".rodata.k\", 4, 274, 8}"},
+        misplaced{279, a64::bl(), "callee", "{\"callee\", 4, 283, 8}"},
+        misplaced{280, a64::bl(), "callee", "{\"callee\", 4, 283, 8}"},
+        misplaced{282, a64::bl(), "callee", "{\"callee\", 4, 283, 8}"},
+        misplaced{282, provisional_bl, "callee",
+                  "{\"callee\", 4, 283, 8}, and the BL with its field zero: 0x94000000"},
+        misplaced{276, 0xb0000009, own_data,
+                  "{\".rodata.k\", 4, 275, 8}, and the ADRP with its field zero: 0x90000009"},
+        // The same types at the instruction that they are for.
+        misplaced{286, 0xf9400120, own_data, "complete the address with ADD (277) and load from it"},
+        misplaced{312, 0xf9400120, own_data, "there is no GOT: use ADRP (275) and ADD (277)"},
+        misplaced{273, 0x58000009, own_data,
+                  "form the address with ADRP (275) and ADD (277) and load from it"},
+        misplaced{282, 0x14000000, "callee",
+                  "call with BL (283), or form the address with ADRP and ADD and use BR"},
+        misplaced{280, 0x54000000, "callee", "branch within the kernel, over a BL if need be"},
+        misplaced{279, 0x36000000, "callee", "branch within the kernel, over a BL if need be"},
+        misplaced{257, 0, own_data, "addresses are formed by code: ADRP (275) and ADD (277)"},
+        // An ADD of a number, and MOV from SP, have no relocation.
+        misplaced{278, a64::add(9, 9, 16), own_data, "complete the address with ADD (277) and load from it"},
+        misplaced{278, 0x910003fd, own_data, "complete the address with ADD (277) and load from it"},
+        misplaced{1000, a64::nop(), own_data, "274 for ADR, 275 for ADRP, 277 for ADD, 283 for BL"},
+        // A BL calls no constants.
+        misplaced{282, a64::bl(), own_data,
+                  "name the kernel that it calls, with type 283; or give the relocation the offset of the "
+                  "instruction that it is for"},
+        // The four types at each other's instructions.
+        misplaced{274, a64::add(9, 9, 0), own_data, "{\".rodata.k\", 4, 277, 8}"},
+        misplaced{275, a64::add(9, 9, 0), own_data, "{\".rodata.k\", 4, 277, 8}"},
+        misplaced{283, a64::add(9, 9, 0), own_data, "{\".rodata.k\", 4, 277, 8}"},
+        misplaced{283, a64::adr(9), "callee", "{\"callee\", 4, 274, 8}"},
+        misplaced{283, a64::adrp(9), "callee", "{\"callee\", 4, 275, 8}"},
+        misplaced{274, provisional_bl, "callee",
+                  "{\"callee\", 4, 283, 8}, and the BL with its field zero: 0x94000000"},
+        misplaced{274, load, own_data, "give the relocation the offset of the ADR that it is for"},
+        misplaced{275, load, own_data, "give the relocation the offset of the ADRP that it is for"},
+        misplaced{283, load, "callee", "give the relocation the offset of the BL that it is for"}));
+
+TEST(AnExplanation, OfAnotherTypeFindsTheInstructionNearbyThatWaits)
+{
+    const placed_kernel broken = k({a64::adrp(9), load, a64::add(9, 9, 0)},
+                                   {{own_data, 0, 275, 0}, {own_data, 4, 277, 0}, {own_data, 4, 1000, 4}});
+    const abort_explanation found = explain(bare("false && \"unhandled reloc type\""), dumps_of({broken}));
+    EXPECT_EQ(found.cause, "the offset points at ldr w0, [x0]; +0x8 has an ADD and no relocation");
+    EXPECT_EQ(found.advice, "{\".rodata.k\", 8, 277, 4}");
+}
+
+TEST(AnExplanation, OfExchangedOffsetsCorrectsBoth)
+{
+    const placed_kernel broken =
+        k({a64::adrp(9), a64::add(9, 9, 0), a64::ret()}, {{own_data, 0, 277, 8}, {own_data, 4, 275, 8}});
+    const abort_explanation found = explain(
+        filled("R_AARCH64_ADR_PREL_PG_HI21", text_of_k + 4, a64::add(9, 9, 0), {broken}), dumps_of({broken}));
+    EXPECT_EQ(found.cause, "the offsets of the relocations 1 and 2 are exchanged");
+    EXPECT_EQ(found.advice, "{\".rodata.k\", 0, 275, 8}, {\".rodata.k\", 4, 277, 8}");
+    const placed_kernel reversed =
+        k({a64::adrp(9), a64::add(9, 9, 0), a64::ret()}, {{own_data, 4, 275, 8}, {own_data, 0, 277, 8}});
+    EXPECT_EQ(explain(filled("R_AARCH64_ADR_PREL_PG_HI21", text_of_k + 4, a64::add(9, 9, 0), {reversed}),
+                      dumps_of({reversed}))
+                  .advice,
+              found.advice);
+}
+
+TEST(AnExplanation, OfAMisspeltNameCorrectsTheTypeToo)
+{
+    const placed_kernel broken = k({a64::add(9, 9, 0)}, {{".rodata.kk", 0, 286, 4}});
+    const abort_explanation found = explain(bare("reloc.name.substr(8) == fn_name"), dumps_of({broken}));
+    EXPECT_EQ(found.cause, "the name is misspelt; +0x0 has an ADD");
+    EXPECT_EQ(found.advice, "{\".rodata.k\", 0, 277, 4}");
+    const placed_kernel prefix = k({a64::adrp(9)}, {{".rodata", 0, 276, 4}});
+    EXPECT_EQ(explain(bare("it != kernel_registry.end()"), dumps_of({prefix})).advice,
+              "{\".rodata.k\", 0, 275, 4}");
+}
+
+TEST(AnExplanation, OfAValueOutOfRangeLooksAtTheInstructionFirst)
+{
+    // An ADR's relocation at an ADRP, which reaches the constants.
+    placed_kernel broken = k({a64::adrp(0), a64::ret()}, {{own_data, 0, 274, 8}});
+    broken.data_address = text_of_k + 0x150000;
+    const std::string log =
+        out_of_range("R_AARCH64_ADR_PREL_LO21", "1M", broken.data_address + 8, text_of_k, {broken});
+    EXPECT_EQ(explain(log, dumps_of({broken})).cause,
+              "the relocation is for an ADR, the instruction is an ADRP");
+    EXPECT_EQ(explain(log, dumps_of({broken})).advice, "{\".rodata.k\", 0, 275, 8}");
+    // A call's at an ADRP, and at an ADR, to constants that lie at no multiple of 4.
+    for (const auto& [word, advice] : {std::pair(a64::adrp(0), "{\".rodata.k\", 0, 275, 1}"),
+                                       std::pair(a64::adr(0), "{\".rodata.k\", 0, 274, 1}")}) {
+        const placed_kernel call = k({word, a64::ret()}, {{own_data, 0, 283, 1}});
+        EXPECT_EQ(explain(out_of_range("R_AARCH64_CALL26", "128M", data_of_k + 1, text_of_k, {call}),
+                          dumps_of({call}))
+                      .advice,
+                  advice);
+    }
+    // An ADRP's at an ADR, which reaches still less.
+    placed_kernel far = k({a64::adr(0), a64::ret()}, {{own_data, 0, 275, 0}});
+    far.data_address = text_of_k + 0x200000000;
+    EXPECT_THAT(explain(out_of_range("R_AARCH64_ADR_PREL_PG_HI21", "4G", far.data_address, text_of_k, {far}),
+                        dumps_of({far}))
+                    .cause,
+                HasSubstr("another part of the address space"));
 }
 
 TEST(AnExplanation, OfAnOffsetBetweenInstructionsSaysSo)
@@ -532,10 +684,11 @@ TEST(AnExplanation, OfAnUnhandledTypeSaysWhatToUse)
     EXPECT_EQ(jump.type, 282);
     EXPECT_FALSE(jump.limit);
     EXPECT_EQ(jump.message, "relocation type 282 (R_AARCH64_JUMP26) is not supported");
-    EXPECT_THAT(jump.advice, HasSubstr("call with BL (283)"));
+    EXPECT_EQ(jump.cause, "the relocation is for type 282, the instruction is an ADRP");
+    EXPECT_EQ(jump.advice, "{\"k\", 0, 275, 0}");
     const abort_explanation number = with_type(5);
     EXPECT_EQ(number.message, "relocation type 5 is not supported");
-    EXPECT_EQ(number.cause, "5 is no such type; the instruction is an ADRP");
+    EXPECT_EQ(number.cause, "the relocation is for type 5, the instruction is an ADRP");
     EXPECT_EQ(number.advice, "{\"k\", 0, 275, 0}");
 }
 

@@ -23,6 +23,7 @@ namespace {
 
 using namespace support;
 using namespace support::a64;
+using vorna::wfta::finding_severity;
 using vorna::wfta::kernel_finding;
 using vorna::workbench::check_dumps;
 using vorna::workbench::make_kernel_set;
@@ -83,6 +84,29 @@ TEST(Checks, KnowTheOrderWithinAMapping)
                      placed("bbb", 0x5000, 0x5020, {ret()})}),
               "")
         << "of another mapping, which may be the earlier one";
+}
+
+TEST(Checks, SayWhereACallLeadsWhoseTopBitIsSet)
+{
+    const auto message = [](std::uint64_t callee) {
+        const auto findings = check_dumps(make_kernel_set(
+            {placed("there", 0x1000, 0x1020, {nop(), ret()}),
+             placed("callee", callee, callee + 0x20, {ret()}),
+             placed("caller", 0x8000000, 0x8000040, {0x96000000, ret()}, {{"callee", 0, BL, 0}})}));
+        return findings.size() == 1 ? (findings[0].severity == finding_severity::error ? "error: " : "") +
+                                          findings[0].id + ": " + findings[0].message
+                                    : "";
+    };
+    const std::string set =
+        ": the top bit of the BL's field is set (0x96000000), which the finaliser does not test";
+    EXPECT_EQ(message(0x8001000), "error: call-bit-25: the call leads to there, not to callee" + set);
+    EXPECT_EQ(message(0x8000ffc),
+              "error: call-bit-25: the call leads to 0xffc, -0x7fff004 (-128.00 MiB) from "
+              "it, not to callee" +
+                  set);
+    EXPECT_EQ(message(0x7fff000),
+              "call-bit-25: the top bit of the BL's field is set (0x96000000), which the finaliser does not "
+              "test: the call is right only because its target lies before it");
 }
 
 TEST(Checks, TakeOneNameTwiceForTwoRegistriesButInAMapping)

@@ -86,6 +86,34 @@ TEST_F(Explain, ShowsTheInstructionItsNeighboursTheRelocationTheCauseAndTheRemed
     EXPECT_EQ(child.exit_status, 0);
 }
 
+TEST_F(Explain, ListsTheWordsThatWereGenerated)
+{
+    // The first relocation, applied, has made 0x90028009 of the ADRP, which is no code of anybody.
+    const std::uint64_t text = 0x5502d5e000;
+    write("log",
+          "resolving R_AARCH64_ADR_PREL_PG_HI21 reloc but dst address 0x5502d5e004 was already filled, got "
+          "0x91000129\n"
+          "  k \t 0x5502d5e000 0xc 0x5502d5e0a0 0x4\n"
+          "planner: ../../fft/SRC/wfta/kernel_printer.cpp:49: void debug_dump_kernels_and_fail(const "
+          "kernel_registry_map&): Assertion `false' failed.\n");
+    tessjit::elf_data elf;
+    elf.fns.emplace_back(
+        "k", support::address(text), support::code({a64::adrp(9), a64::add(9, 9, 0), a64::ret()}),
+        support::address(text + 0xa0), std::vector<std::uint8_t>{42, 0, 0, 0},
+        std::vector<tessjit::reloc_info>{{".rodata.k", 0, 277, 0}, {".rodata.k", 4, 275, 0}});
+    write("k", support::to_string(tessjit::emit_elf(elf)));
+    EXPECT_EQ(explain({"log", "--dumps", "k"}).out,
+              "k+0x4: error: R_AARCH64_ADR_PREL_PG_HI21: the field of 0x91000129 is not zero [field-filled]\n"
+              "    +00  90000009  adrp  x9, 0x5502d5e000             ; R_AARCH64_ADD_ABS_LO12_NC .rodata\n"
+              "  > +04  91000129  add   x9, x9, #0                   ; not an ADRP\n"
+              "    +08  d65f03c0  ret\n"
+              "    relocation 2 of 2: .rodata.k + 0, type 275, offset 4\n"
+              "    log    log:1\n"
+              "    cause  the offsets of the relocations 1 and 2 are exchanged\n"
+              "    do     {\".rodata.k\", 0, 275, 0}, {\".rodata.k\", 4, 277, 0}\n"
+              "1 report\n");
+}
+
 TEST_F(Explain, SaysWhatTheReportAloneTells)
 {
     write("log", log_of_qemu);

@@ -4,6 +4,7 @@
 #include "tests/support/a64.hpp"
 #include "tests/support/assemble.hpp"
 #include "tests/support/kernels.hpp"
+#include "workbench/relocation.hpp"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -323,7 +324,7 @@ TEST(KernelCheck, FindsHalvesOfPairs)
 TEST(KernelCheck, FindsCallsOfWhatIsNoKernel)
 {
     EXPECT_EQ(found({kernel("one", {bl(), ret()}, {{".rodata.one", 0, BL, 0}}, {1, 2, 3, 4})}),
-              "warning one+0 #0 call-target\n");
+              "error one+0 #0 call-target\n");
     EXPECT_EQ(found({kernel("one", {bl(), ret()}, {{"one", 0, BL, 4}})}), "warning one+0 #0 call-target\n");
     EXPECT_EQ(found({kernel("first", {ret()}), kernel("second", {ret()}),
                      kernel("one", {bl(), ret()}, {{"first", 0, BL, 32}})}),
@@ -334,10 +335,49 @@ TEST(KernelCheck, FindsCallsOfWhatIsNoKernel)
 
 TEST(KernelCheck, FindsTheBitThatTheFinaliserDoesNotTest)
 {
+    // ORed to a distance ahead, the bit takes 128 MiB from it; to one back, it is set already.
+    const auto call = [](const std::string& target, const kernel_registry_map& registry = {}) {
+        const kernels_t kernels = {kernel("before", {ret()}),
+                                   kernel("one", {nop(), 0x96000000, ret()}, {{target, 4, BL, 0}})};
+        return found(kernels, registry) + messages(kernels, registry);
+    };
+    EXPECT_EQ(
+        call("before"),
+        "warning one+4 #0 call-bit-25\n"
+        "the top bit of the BL's field is set (0x96000000), which the finaliser does not test: the call "
+        "is right only because its target lies before it\n");
+    EXPECT_EQ(
+        call("far", registry_of("far", 0x100000001000)),
+        "note one+4 #0 placement\nwarning one+4 #0 call-bit-25\n"
+        "far is in another mapping: R_AARCH64_CALL26 reaches it within 128 MiB\n"
+        "the top bit of the BL's field is set (0x96000000), which the finaliser does not test: the call "
+        "may lead elsewhere\n");
+    const kernels_t ahead = {kernel("one", {0x96000000, ret()}, {{"one", 0, BL, 4}})};
+    EXPECT_EQ(found(ahead), "error one+0 #0 call-bit-25\nwarning one+0 #0 call-target\n");
+    EXPECT_EQ(
+        check_kernels({}, ahead)[0].message,
+        "the call leads to where no kernel is, -0x7fffffc (-128.00 MiB) from it, not to one+0x4: the top "
+        "bit of the BL's field is set (0x96000000), which the finaliser does not test");
+    EXPECT_EQ(check_kernels({}, ahead)[0].advice, "generate the BL with its whole field zero: 0x94000000");
     EXPECT_EQ(found({kernel("one", {0x96000000, ret()}, {{"one", 0, BL, 0}})}),
-              "warning one+0 #0 call-bit-25\n");
+              "error one+0 #0 call-bit-25\n");
+    EXPECT_EQ(found({kernel("one", {0x92000000, ret()}, {{"one", 0, BL, 0}})}), "error one+0 #0 opcode\n")
+        << "the bit of another instruction";
     EXPECT_EQ(found({kernel("one", {0x96000001, ret()}, {{"one", 0, BL, 0}})}),
               "ABORT one+0 #0 field-filled\n");
+}
+
+TEST(KernelCheck, KnowsThatNoOtherKindHasABitThatIsNotTested)
+{
+    const std::pair<std::int32_t, std::uint32_t> untested[] = {
+        {ADR, 0}, {ADRP, 0}, {ADD, 0}, {BL, 0x02000000}};
+    for (const auto& [type, bits] : untested) {
+        const relocation_kind& kind = *find_relocation_kind(type);
+        EXPECT_EQ(field_mask(kind) & ~kind.filled_mask, bits) << kind.name;
+        EXPECT_EQ(kind.filled_mask & ~field_mask(kind), 0U) << kind.name;
+        EXPECT_EQ(field_mask(kind) & kind.opcode_mask, 0U) << kind.name;
+        EXPECT_TRUE(type == ADD || (field_mask(kind) | kind.opcode_mask | 0x1f) == ~0U) << kind.name;
+    }
 }
 
 TEST(KernelCheck, FindsAccessesThatAreNotAligned)

@@ -357,7 +357,7 @@ TEST(Link, SaysWhatTheFinaliserWouldEndTheProcessFor)
         link.out,
         testing::StartsWith(
             "k+0x0: error: R_AARCH64_CALL26 to far+0x4 at +0x8fff0004, limit 128 MiB [range]\n"
-            "k+0x4: error: R_AARCH64_CALL26 to k+0x2 at -0x2, no multiple of 4 [range]\n"
+            "k+0x4: error: R_AARCH64_CALL26 to k+0x2 at -0x2, not a multiple of 4 [range]\n"
             "k+0x8: error: R_AARCH64_CALL26 to k: the field is not zero in 0x94000001 [field-filled]\n"
             "k+0xc: error: R_AARCH64_ADR_PREL_LO21 to .rodata.far: the constants of another kernel "
             "[foreign-data]\n"
@@ -368,6 +368,29 @@ TEST(Link, SaysWhatTheFinaliserWouldEndTheProcessFor)
     auto sections = read_sections(contents(directory.path() / "image"));
     EXPECT_EQ(sections[".text.k"].contents,
               to_string(code({a64::bl(), a64::bl(), a64::bl() | 1, a64::adr(0), a64::adr(0), a64::ret()})));
+}
+
+TEST(Link, SaysWhereACallLeadsWhoseTopBitWasSet)
+{
+    // ORed with the distance of a callee ahead, the bit makes the distance 128 MiB less.
+    const temp_directory directory;
+    write_dump(directory.path(), "below", 0x10000, {a64::nop(), a64::ret()});
+    write_dump(
+        directory.path(), "k", 0x8010000, {0x96000000, 0x96000000, 0x96000000, a64::ret()},
+        {{"k", 0, R_AARCH64_CALL26, 12}, {"ahead", 4, R_AARCH64_CALL26, 0}, {"k", 8, R_AARCH64_CALL26, 0}});
+    write_dump(directory.path(), "ahead", 0x8030004, {a64::ret()});
+    const child_result link = vorna_kernels({"link", ".", "-o", "image"}, directory.path());
+    EXPECT_EQ(link.exit_status, 1);
+    EXPECT_THAT(link.out,
+                testing::StartsWith(
+                    "k+0x0: error: the call leads to 0x1000c, -0x7fffff4 from it, not to k+0xc: the top bit "
+                    "of the BL's field was set [call-bit-25]\n"
+                    "k+0x4: error: the call leads to 0x30004, -0x7fe0000 from it, not to ahead: the top bit "
+                    "of the BL's field was set [call-bit-25]\n"
+                    "3 mappings, "));
+    EXPECT_EQ(read_sections(contents(directory.path() / "image"))[".text.k"].contents,
+              to_string(code({0x96000003, 0x96008000, 0x97fffffe, a64::ret()})))
+        << "what the finaliser makes of them";
 }
 
 TEST(LinkedKernels, OfOneNameCallThemselvesByIt)

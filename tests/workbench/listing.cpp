@@ -97,6 +97,26 @@ TEST(Listing, NamesTheTargetsOfRelocations)
               "callee  0x10000  8 bytes, 2 instructions; called by k");
 }
 
+TEST(Listing, ShowsWhereACallLeadsWhoseTopBitWasSet)
+{
+    const kernel_set set =
+        make_kernel_set({placed("below", 0x10000, {a64::nop(), a64::ret()}),
+                         placed("k", 0x8010000, {0x96000000, 0x96000000, a64::ret()},
+                                {{"ahead", 0, R_AARCH64_CALL26, 0}, {"k", 4, R_AARCH64_CALL26, 0}}),
+                         placed("ahead", 0x8010100, {a64::ret()}), placed("there", 0x10100, {a64::ret()})});
+    const kernel_listing listing = list(set, "k");
+    EXPECT_THAT(texts(listing),
+                ElementsAre("bl there ; R_AARCH64_CALL26 ahead, leads elsewhere: the top bit of "
+                            "the BL's field was set",
+                            "bl k", "ret"));
+    EXPECT_EQ(listing.rows[0].word, 0x96000040U);
+    EXPECT_EQ(listing.rows[0].callee, "there");
+    EXPECT_THAT(listing.calls, ElementsAre("there", "k"));
+    EXPECT_THAT(list(set, "ahead").callers, testing::IsEmpty());
+    EXPECT_THAT(listing.callers, ElementsAre("k"));
+    EXPECT_THAT(list(set, "k", false).calls, ElementsAre("k"));
+}
+
 TEST(Listing, ShowsTheCodeAsGeneratedWithRelocationsBeside)
 {
     const kernel_set set = make_kernel_set({placed("k", 0x10000, {a64::adrp(3), a64::add(3, 3, 0), a64::bl()},

@@ -83,7 +83,7 @@ void print_instructions(const kernel_set& set, const abort_explanation& found, b
         return;
     constexpr std::size_t neighbours = 2;
     disassembler disassembler;
-    std::vector<listing_row> rows = list_kernel(set, set.kernels[*found.dump], disassembler).rows;
+    std::vector<listing_row> rows = list_generated(set, set.kernels[*found.dump], disassembler).rows;
     const auto at = static_cast<std::size_t>(*found.offset) / 4;
     if (*found.offset < 0 || at >= rows.size())
         return;
