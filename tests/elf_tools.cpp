@@ -322,7 +322,6 @@ void compare_sets_with_linker(const std::vector<std::string>& linker)
 {
     child_options options;
     options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
-    options.time_limit_seconds = 280;
     const child_result child = run_in_child(
         [&] {
             compared sum;

@@ -62,7 +62,6 @@ void expect_chain(const kernel_registry_map& registry, std::size_t first, std::s
 void expect_success_in_child(const std::function<void()>& body)
 {
     child_options options;
-    options.time_limit_seconds = 200;
     const child_result child = run_in_child(body, options);
     EXPECT_TRUE(child.succeeded()) << child;
     EXPECT_EQ(child.err, "");
@@ -140,7 +139,6 @@ void with_all_on(const std::filesystem::path& directory, const std::function<voi
     child_options options;
     options.environment = {{"VORNA_WFTA_PERF", "1"}, {"VORNA_WFTA_CHECK_HASH", "1"}};
     options.directory = directory;
-    options.time_limit_seconds = 200;
     const child_result child = run_in_child(body, options);
     const perf_map map(child.pid);
     EXPECT_TRUE(child.succeeded()) << child;

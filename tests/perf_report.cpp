@@ -21,8 +21,9 @@ TEST(PerfReport, NamesTheKernel)
     const busy_process busy(directory.path(), countdown_in_the_perf_map);
     const perf_map map(busy.pid());
     // :u, for on a busy machine the system's own work in the process takes a share too.
-    const command_result record = shell("perf record --no-buildid-cache -e cpu-clock:u -o" + recording +
-                                        "-p " + std::to_string(busy.pid()) + " -- sleep 1");
+    const command_result record =
+        shell("perf record --no-buildid-cache -e cpu-clock:u -o" + recording + "-p " +
+              std::to_string(busy.pid()) + " -- sh -c '" + until_it_has_run(busy.pid()) + "'");
     ASSERT_EQ(record.status, 0) << record.output;
     const command_result report =
         shell("perf report -i" + recording + "--stdio --sort symbol -F overhead,symbol");

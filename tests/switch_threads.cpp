@@ -51,7 +51,6 @@ void in_child_with(const std::vector<std::pair<std::string, std::string>>& envir
     child_options options;
     options.environment = environment;
     options.directory = directory.path();
-    options.time_limit_seconds = 30;
     const child_result child = run_in_child(body, options);
     EXPECT_TRUE(child.succeeded()) << child;
 }

@@ -73,7 +73,6 @@ traces traces_of(const std::vector<std::pair<std::string, std::string>>& environ
     child_options options;
     options.environment = environment;
     options.directory = directory.path();
-    options.time_limit_seconds = 20;
     const child_result child = run_in_child(
         [&] {
             const perf_map map;

@@ -36,8 +36,8 @@ struct child_options {
     /// The child's current directory. Empty: a fresh one, removed when the child has ended.
     std::filesystem::path directory;
 
-    /// A child that runs longer is ended by SIGALRM.
-    unsigned time_limit_seconds = 60;
+    /// A child that runs longer hangs, on the busiest machine, and is ended by SIGALRM.
+    unsigned time_limit_seconds = 1800;
 };
 
 struct child_result {

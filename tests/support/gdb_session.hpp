@@ -34,7 +34,7 @@ inline child_result break_at_answer_kernel(const std::string& program, const std
         command("run >placed");
     } else {
         // The emulator waits for gdb at a socket in this directory.
-        command("shell timeout 60 " + emulator + " -g ./stub " + program + " >placed &");
+        command("shell timeout 1800 " + emulator + " -g ./stub " + program + " >placed &");
         command("shell until test -S stub; do sleep 0.05; done");
         command("target remote ./stub");
         command("continue");

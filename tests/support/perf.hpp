@@ -98,6 +98,15 @@ private:
     pid_t pid_;
 };
 
+/// A shell command that ends when the process has run for another half second, of its own time: on a busy
+/// machine that takes longer, and perf has as many samples all the same.
+inline std::string until_it_has_run(pid_t pid)
+{
+    const std::string ticks = "$(cut -d\" \" -f 14 /proc/" + std::to_string(pid) + "/stat)";
+    return "end=$((" + ticks + " + $(getconf CLK_TCK) / 2)); while [ " + ticks +
+           " -lt $end ]; do sleep 0.1; done";
+}
+
 /// Finalises the kernel countdown with the perf map on. What a busy_process prepares: a call of it.
 inline std::function<void()> countdown_in_the_perf_map()
 {

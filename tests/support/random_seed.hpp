@@ -1,6 +1,7 @@
-// Seeds of randomised tests.
+// Seeds and sizes of randomised tests.
 #pragma once
 
+#include <cstddef>
 #include <cstdlib>
 #include <random>
 #include <string>
@@ -12,6 +13,13 @@ inline unsigned random_seed()
 {
     const char* const given = std::getenv("WFTA_TEST_SEED");
     return given != nullptr ? static_cast<unsigned>(std::stoul(given)) : std::random_device{}();
+}
+
+/// How much a randomised test tries: `most` where the environment variable WFTA_TEST_ALL is set, as
+/// `scripts/test --all` sets it, and `few` in the runs between.
+inline std::size_t test_size(std::size_t few, std::size_t most)
+{
+    return std::getenv("WFTA_TEST_ALL") != nullptr ? most : few;
 }
 
 } // namespace support

@@ -23,11 +23,11 @@ using namespace vorna::wfta;
 using namespace support;
 
 #if defined EMULATED // where a child takes a hundred times as long
-constexpr std::size_t sets = 500;
+const std::size_t sets = 500;
 #elif defined __SANITIZE_ADDRESS__ || defined __SANITIZE_THREAD__
-constexpr std::size_t sets = 4000;
+const std::size_t sets = 4000;
 #else
-constexpr std::size_t sets = 100'000;
+const std::size_t sets = test_size(10'000, 100'000);
 #endif
 
 /// What a child tells, in memory that the parent sees.

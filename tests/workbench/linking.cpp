@@ -155,7 +155,6 @@ TEST(LinkedImage, EqualsTheMappingsAndTheImageOfGnuLd)
     const unsigned first = random_seed();
     child_options options;
     options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
-    options.time_limit_seconds = 280;
     const child_result child = run_in_child(
         [&] {
             for (unsigned i = 0; i < 120 && !testing::Test::HasFailure(); ++i)

@@ -105,8 +105,9 @@ TEST(PerfAnnotate, ShowsPercentagesBesideTheInstructionsOfAKernel)
     const perf_map map(busy.pid());
     // The cache of build IDs is in the home directory.
     const std::string here = "cd " + directory.path().string() + " && export HOME=$PWD && ";
-    const command_result record = shell(here + "perf record -o perf.data -e cpu-clock -p " +
-                                        std::to_string(busy.pid()) + " -- sleep 1");
+    const command_result record =
+        shell(here + "perf record -o perf.data -e cpu-clock -p " + std::to_string(busy.pid()) +
+              " -- sh -c '" + until_it_has_run(busy.pid()) + "'");
     ASSERT_EQ(record.status, 0) << record.output;
     EXPECT_THAT(shell(here + "perf annotate --stdio countdown").output,
                 HasSubstr("Couldn't annotate countdown"));

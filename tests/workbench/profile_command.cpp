@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <elf.h>
 #include <functional>
 #include <gmock/gmock.h>
@@ -358,10 +359,11 @@ using count = void (*)(std::uint64_t);
 
 void no_kernel(std::uint64_t) {}
 
+/// Of the process's own time.
 void run_for(count kernel, std::chrono::milliseconds time)
 {
-    const auto end = std::chrono::steady_clock::now() + time;
-    while (std::chrono::steady_clock::now() < end)
+    const std::clock_t end = std::clock() + time.count() * CLOCKS_PER_SEC / 1000;
+    while (std::clock() < end)
         kernel(100'000);
 }
 
@@ -480,7 +482,7 @@ TEST_F(NativeProfile, HasTheSamplesOfAProcessThatPerfWasAttachedTo)
     if (const std::string reason = why_perf_cannot_record(); !reason.empty())
         GTEST_SKIP() << reason;
     const busy_process busy(dumps(), two_dumped_kernels);
-    record({"-p", std::to_string(busy.pid()), "--", "sleep", "0.5"});
+    record({"-p", std::to_string(busy.pid()), "--", "sh", "-c", support::until_it_has_run(busy.pid())});
     expect_samples();
 }
 

@@ -27,9 +27,9 @@ using vorna::workbench::dumps_of_process;
 
 // Starting a child is some ten times as slow under the sanitizers.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int rounds = 150;
+const std::size_t rounds = 150;
 #else
-constexpr int rounds = 1000;
+const std::size_t rounds = support::test_size(200, 1000);
 #endif
 
 // What the test broke, and so what the explanation must say.
@@ -366,7 +366,7 @@ TEST(RandomAborts, AreLedBackToTheirPlace)
 {
     const unsigned seed = support::random_seed();
     std::mt19937 random(seed);
-    for (int round = 0; round < rounds && !HasFailure(); ++round) {
+    for (std::size_t round = 0; round < rounds && !HasFailure(); ++round) {
         const random_host host = host_generator(random).make();
         bool newlines = false;
         for (const auto& call : host.calls) {

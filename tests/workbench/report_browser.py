@@ -24,6 +24,8 @@ VORNA_KERNELS, MAKE_DUMPS, PERF_SAMPLE = sys.argv[1:4]
 CHROMIUM = shutil.which("chromium") or shutil.which("chromium-browser") or shutil.which("google-chrome")
 CHROMEDRIVER = shutil.which("chromedriver")
 
+LONGEST = 1800  # seconds: only what hangs takes so long, also on a machine with much else to do
+
 HOSTILE_NAMES = [
     "</script><img src=x onerror=alert(1)>",
     "<!--<script>",
@@ -56,6 +58,7 @@ class Browser:
                      "--disable-dev-shm-usage", "--window-size=1280,1000", "--user-data-dir=" + self.profile,
                      "--host-resolver-rules=MAP * ~NOTFOUND"]
         capabilities = {"browserName": "chrome", "goog:loggingPrefs": {"browser": "ALL"},
+                        "timeouts": {"script": 1000 * LONGEST, "pageLoad": 1000 * LONGEST},
                         "goog:chromeOptions": {"binary": CHROMIUM, "args": arguments}}
         self.session = "/session/" + self.call("POST", "/session",
                                                {"capabilities": {"alwaysMatch": capabilities}})["sessionId"]
@@ -65,7 +68,7 @@ class Browser:
                                          data=None if body is None else json.dumps(body).encode(),
                                          headers={"Content-Type": "application/json"})
         try:
-            with urllib.request.urlopen(request, timeout=120) as answer:
+            with urllib.request.urlopen(request, timeout=LONGEST) as answer:
                 return json.load(answer)["value"]
         except urllib.error.HTTPError as error:
             raise RuntimeError(f"{path}: {error.read().decode()[:1000]}") from None
@@ -108,7 +111,7 @@ class Browser:
         return self.run("return [...document.querySelectorAll(arguments[0])].map((e) => e.textContent)", selector)
 
     def wait_for(self, condition, *arguments):
-        end = time.monotonic() + 20
+        end = time.monotonic() + LONGEST
         while not (value := self.run("return " + condition, *arguments)):
             if time.monotonic() > end:
                 raise AssertionError("never came true: " + condition)
@@ -368,10 +371,13 @@ class Report(unittest.TestCase):
             const script = document.createElement('script');
             script.textContent = 'window.ran = 2';
             document.body.append(script);""")
-        time.sleep(0.2)
+        refused = []
+        end = time.monotonic() + LONGEST
+        while len(refused) < 2 and time.monotonic() < end:
+            refused += self.browser.console()
         self.assertIsNone(self.browser.run("return window.ran"))
-        refused = self.browser.console()
-        self.assertTrue(refused and all("Content Security Policy" in line for line in refused), refused)
+        self.assertEqual(len(refused), 2)
+        self.assertTrue(all("Content Security Policy" in line for line in refused), refused)
 
     def test_page_asks_for_nothing(self):
         self.open(self.few)
@@ -549,10 +555,10 @@ class Report(unittest.TestCase):
         self.browser.devtools("Performance.enable", timeDomain="threadTicks")
         self.addCleanup(self.browser.devtools, "Performance.disable")
         self.open(page)
-        metrics = {m["name"]: m["value"] for m in self.browser.devtools("Performance.getMetrics")["metrics"]}
-        print(f"2,000 kernels, {os.path.getsize(page) >> 20} MiB: the page's thread took {metrics['TaskDuration']:.1f} s"
-              " to open it", file=sys.stderr)
-        self.assertLess(metrics["TaskDuration"], 6)  # of the processor's time, on a busy machine
+        opened = self.thread_time()
+        print(f"2,000 kernels, {os.path.getsize(page) >> 20} MiB: the page's thread took {opened:.1f} s to open it",
+              file=sys.stderr)
+        self.assertLess(opened, 20)
         undrawn = "return document.querySelectorAll('article.undrawn').length"
         self.assertGreater(self.browser.run(undrawn), 1900)
         self.assertEqual(len(self.column("name")), 200)
@@ -567,17 +573,21 @@ class Report(unittest.TestCase):
         self.browser.keys(*"_199")
         self.assertEqual(len(self.column("name")), 11)
         self.assertIn("of 1,", self.browser.texts("#\\:graph-of")[0])
-        longest = self.browser.run_async("""
+        before = self.thread_time()
+        self.browser.run_async("""
             const done = arguments[0];
-            let [last, longest, at] = [performance.now(), 0, 0];
+            let at = 0;
             scrollTo(0, document.getElementById(':listings').offsetTop);
-            requestAnimationFrame(function step(now) {
-                longest = Math.max(longest, now - last);
-                last = now;
+            requestAnimationFrame(function step() {
                 scrollBy(0, 400);
-                ++at < 60 ? requestAnimationFrame(step) : done(longest);
+                ++at < 60 ? requestAnimationFrame(step) : done();
             });""")
-        self.assertLess(longest, 2000)  # milliseconds between two frames, on a busy machine
+        self.assertLess(self.thread_time() - before, 20)  # of 60 frames
+
+    def thread_time(self):
+        """Seconds of the processor's time that the page's thread has had."""
+        metrics = self.browser.devtools("Performance.getMetrics")["metrics"]
+        return next(m["value"] for m in metrics if m["name"] == "TaskDuration")
 
     # ---- The file
 
