@@ -39,23 +39,56 @@ std::string_view name_of(change_class change)
     return names[static_cast<std::size_t>(change)];
 }
 
-change_class compare_kernels(const placed_kernel& before, const placed_kernel& after)
+change_class compare_kernels(const placed_kernel& before, const placed_kernel& after,
+                             const std::vector<std::int64_t>& entries)
 {
     const bool same_code = before.text == after.text;
     const bool same_references = equal_references(relocations_by_place(before), relocations_by_place(after));
     const bool same_data = before.data == after.data;
     if (same_code && same_references)
         return same_data ? change_class::same : change_class::constants;
-    if (only_moved(before, after))
+    if (only_moved(before, after, entries))
         return change_class::moved;
     if (same_code)
         return change_class::references;
-    if (same_data && same_references && only_renamed(before, after))
+    if (same_data && same_references && only_renamed(before, after, entries))
         return change_class::renamed;
-    if (same_data && only_reordered(before, after))
+    if (same_data && only_reordered(before, after, entries))
         return change_class::reordered;
     return change_class::code;
 }
+
+namespace {
+
+using entries_by_name = std::unordered_map<std::string, std::vector<std::int64_t>>;
+
+// Where relocations of either set lead into kernels other than to their first instruction.
+entries_by_name find_entries(const kernel_set& before, const kernel_set& after)
+{
+    entries_by_name entries;
+    for (const kernel_set* set : {&before, &after}) {
+        for (const placed_kernel& kernel : set->kernels)
+            entries[kernel.name];
+    }
+    for (const kernel_set* set : {&before, &after}) {
+        for (const placed_kernel& kernel : set->kernels) {
+            for (const tessjit::reloc_info& reloc : kernel.relocs) {
+                if (reloc.addend == 0 || reloc.name == kernel.name)
+                    continue;
+                const auto entered = entries.find(reloc.name);
+                if (entered != entries.end())
+                    entered->second.push_back(reloc.addend);
+            }
+        }
+    }
+    for (auto& [name, offsets] : entries) {
+        std::sort(offsets.begin(), offsets.end());
+        offsets.erase(std::unique(offsets.begin(), offsets.end()), offsets.end());
+    }
+    return entries;
+}
+
+} // namespace
 
 std::vector<kernel_difference> compare_sets(const kernel_set& before, const kernel_set& after)
 {
@@ -72,6 +105,7 @@ std::vector<kernel_difference> compare_sets(const kernel_set& before, const kern
     add(before, &kernel_difference::before);
     add(after, &kernel_difference::after);
 
+    const entries_by_name entries = find_entries(before, after);
     std::vector<kernel_difference> differences;
     differences.reserve(kernels.size());
     for (auto& [name, difference] : kernels) {
@@ -80,7 +114,8 @@ std::vector<kernel_difference> compare_sets(const kernel_set& before, const kern
         else if (difference.after == nullptr)
             difference.change = change_class::removed;
         else
-            difference.change = compare_kernels(*difference.before, *difference.after);
+            difference.change =
+                compare_kernels(*difference.before, *difference.after, entries.at(difference.name));
         differences.push_back(std::move(difference));
     }
     return differences;

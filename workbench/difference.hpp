@@ -44,7 +44,9 @@ struct kernel_difference {
 std::vector<kernel_difference> compare_sets(const kernel_set& before, const kernel_set& after);
 
 /// How one kernel differs from another, which are taken for the same kernel before and after a change.
-change_class compare_kernels(const placed_kernel& before, const placed_kernel& after);
+/// `entries` are the offsets in the code, other than its beginning, where other kernels enter it.
+change_class compare_kernels(const placed_kernel& before, const placed_kernel& after,
+                             const std::vector<std::int64_t>& entries = {});
 
 /// A row of a listing before and the one that it became. At least one is there.
 struct row_pair {

@@ -15,20 +15,23 @@ namespace vorna::workbench {
 using loaded_constants = std::unordered_map<std::size_t, std::vector<std::uint8_t>>;
 loaded_constants find_loaded_constants(const placed_kernel& kernel);
 
-// Each of these says no where it is not sure.
+// `entries` are the offsets in the code, other than its beginning, where other kernels enter it.
 
-/// Whether the kernels differ only in where constants lie: in data, in addends of references to it, and in
-/// offsets of loads from it, each of which gets the same bytes before and after. No, if an address of the
-/// data may go elsewhere than to loads whose places in it are known.
-bool only_moved(const placed_kernel& before, const placed_kernel& after);
+/// Whether the kernels are proved to compute the same and differ only in where constants lie: in data, in
+/// addends of references to it, and in offsets of loads from it, each of which gets the same bytes before and
+/// after.
+bool only_moved(const placed_kernel& before, const placed_kernel& after,
+                const std::vector<std::int64_t>& entries);
 
-/// Whether the codes are the same but for registers, one of which always stands for one other. References and
-/// data are not looked at. No, if a register is exchanged that the procedure call standard gives a role, as
-/// parameter, result or preserved register, and the code uses as such.
-bool only_renamed(const placed_kernel& before, const placed_kernel& after);
+/// Whether the kernels are proved to compute the same and differ only in the registers that instructions
+/// name.
+bool only_renamed(const placed_kernel& before, const placed_kernel& after,
+                  const std::vector<std::int64_t>& entries);
 
 /// Whether the codes, with their references, have the same instructions in each basic block, in whatever
-/// order. Says nothing of whether the order matters. Data are not looked at.
-bool only_reordered(const placed_kernel& before, const placed_kernel& after);
+/// order, and the same data among them. Says nothing of whether the order matters. Constants are not looked
+/// at.
+bool only_reordered(const placed_kernel& before, const placed_kernel& after,
+                    const std::vector<std::int64_t>& entries);
 
 } // namespace vorna::workbench

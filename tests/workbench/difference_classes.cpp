@@ -170,10 +170,16 @@ program random_program(random_engine& random)
         made.code.back().target = head;
     }
     if (made.calls) {
+        made.code.push_back(plain(0xf81f0ffe, {})); // str x30, [sp, #-16]!
         for (std::size_t i = 0; i < 1 + below(random, 3); ++i) {
             made.code.push_back({0x94000000, {}, -1, 0, -1, 283, "callee_" + std::to_string(i)});
+            for (unsigned v = 16; v < 32; ++v) { // what the callee may have left in them is not to be read
+                made.code.push_back(with_memory(random, made.calls, false));
+                made.code.back().operands.front().number = v;
+            }
             add_body(made, random, below(random, 4), false);
         }
+        made.code.push_back(plain(0xf84107fe, {})); // ldr x30, [sp], #16
     }
     made.code.push_back(plain(0xd65f03c0, {}));
     return made;
@@ -362,8 +368,8 @@ std::optional<placed_kernel> changed(program program, change_class to, random_en
         program.code.erase(program.code.begin() + static_cast<std::ptrdiff_t>(arithmetic_index));
         shift_targets(program, arithmetic_index + 1, -1);
         break;
-    case 3: { // another register in one place of several
-        const unsigned number = chosen.operands.front().number;
+    case 3: { // another register read in one place of several
+        const unsigned number = chosen.operands[1].number;
         std::size_t places = 0;
         for (const instruction& i : program.code) {
             places += static_cast<std::size_t>(
@@ -373,7 +379,7 @@ std::optional<placed_kernel> changed(program program, change_class to, random_en
         }
         if (places == 1)
             return std::nullopt;
-        chosen.operands.front().number = number == 20 ? 21 : 20;
+        chosen.operands[1].number = number == 20 ? 21 : 20;
         break;
     }
     case 4: { // constants elsewhere, and one of them another

@@ -18,6 +18,7 @@ struct diff_options {
     common_options common;
     std::string before;
     std::string after;
+    std::vector<std::string> kernels;
     std::vector<std::string> ignored;
     std::size_t limit = 10;
 };
@@ -242,6 +243,28 @@ void print_markdown(const kernel_differences& kernels, std::size_t limit)
         fmt::print("\n{}\n", more_text(limit, changed.size()));
 }
 
+// Leaves only the kernels of these names, all if there are none. Reports the names that no kernel has.
+bool select_by_name(kernel_differences& kernels, const std::vector<std::string>& names)
+{
+    bool found_all = true;
+    for (const std::string& name : names) {
+        const bool found = std::any_of(kernels.begin(), kernels.end(),
+                                       [&](const kernel_difference& kernel) { return kernel.name == name; });
+        if (!found)
+            report_trouble(fmt::format("no kernel {} in the dumps of either set", printable(name)));
+        found_all = found_all && found;
+    }
+    if (!names.empty()) {
+        kernels.erase(std::remove_if(kernels.begin(), kernels.end(),
+                                     [&](const kernel_difference& kernel) {
+                                         return std::find(names.begin(), names.end(), kernel.name) ==
+                                                names.end();
+                                     }),
+                      kernels.end());
+    }
+    return found_all;
+}
+
 int diff(const diff_options& options)
 {
     const read_result before = read_set({options.before}, options.common);
@@ -252,6 +275,8 @@ int diff(const diff_options& options)
         return in_trouble;
 
     kernel_differences kernels = compare_sets(before.set, after.set);
+    if (!select_by_name(kernels, options.kernels))
+        return in_trouble;
     for (kernel_difference& kernel : kernels) {
         if (std::find(options.ignored.begin(), options.ignored.end(), name_of(kernel.change)) !=
             options.ignored.end())
@@ -280,6 +305,7 @@ void add_diff(command_line& program, int& status)
     command.add_option("OLD", options->before, "Directory of dumps, or one dump, before the change")
         .required();
     command.add_option("NEW", options->after, "The same after it").required();
+    command.add_option("KERNEL", options->kernels, "Kernels to compare; all without");
     command.add_option("--ignore", options->ignored, "Classes to take for the same, with commas between")
         .delimiter(',')
         .one_of({"moved", "renamed", "reordered"});

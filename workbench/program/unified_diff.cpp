@@ -20,6 +20,7 @@ constexpr std::size_t most_constants = 24; // lines that differ
 struct side {
     std::vector<std::string> lines;
     std::vector<std::size_t> offsets;
+    std::vector<std::string> comments; // of code
     std::size_t size;
     int digits;
     std::string section; // of the offsets; empty for code
@@ -32,10 +33,11 @@ struct side {
 
 side code_side(const placed_kernel& kernel, disassembler& disassembler)
 {
-    side result{{}, {}, kernel.text.size(), offset_digits(kernel), ""};
+    side result{{}, {}, {}, kernel.text.size(), offset_digits(kernel), ""};
     for (const listing_row& row : list_without_addresses(kernel, disassembler).rows) {
         result.lines.push_back(row_text(row, result.digits));
         result.offsets.push_back(row.offset);
+        result.comments.push_back(row.comment);
     }
     return result;
 }
@@ -65,6 +67,7 @@ side data_side(const placed_kernel& kernel, const std::vector<std::vector<std::u
 {
     const std::size_t last = kernel.data.empty() ? 0 : kernel.data.size() - 1;
     side result{{},
+                {},
                 {},
                 kernel.data.size(),
                 std::max(2, static_cast<int>(fmt::formatted_size("{:x}", last))),
@@ -182,8 +185,12 @@ std::vector<std::string> unified_diff(const placed_kernel& before, const placed_
     std::vector<std::string> lines;
     lines.push_back(fmt::format("--- {} (before)", printable(before.name)));
     lines.push_back(fmt::format("+++ {} (after)", printable(after.name)));
-    append_hunks(lines, align_rows(before, after), code_side(before, disassembler),
-                 code_side(after, disassembler), ~std::size_t{0});
+    const side old_code = code_side(before, disassembler);
+    const side new_code = code_side(after, disassembler);
+    row_alignment alignment = align_rows(before, after);
+    for (row_pair& row : alignment.rows) // a load that gets something else, or from elsewhere
+        row.same = row.same && old_code.comments[*row.before] == new_code.comments[*row.after];
+    append_hunks(lines, alignment, old_code, new_code, ~std::size_t{0});
     if (before.data != after.data) {
         const auto old_constants = constants_of(before);
         const auto new_constants = constants_of(after);
