@@ -2,7 +2,7 @@
 
 #include "workbench/difference.hpp"
 #include "tests/support/a64.hpp"
-#include "tests/support/assemble.hpp"
+#include "tests/support/assembled_kernel.hpp"
 #include "tests/support/kernels.hpp"
 
 #include <cstring>
@@ -164,33 +164,12 @@ TEST(Alignment, Of5000InstructionsHalfChangedTakesNoTimeToSpeakOf)
     EXPECT_LT((std::clock() - start) / CLOCKS_PER_SEC, 10);
 }
 
-// The class of a change from some lines of assembly to others; "data" in them is for a relocation to fill.
+// The class of a change from some lines of assembly to others.
 std::string change(const std::vector<std::string>& before, const std::vector<std::string>& after,
                    const std::vector<double>& old_data = {}, const std::vector<double>& new_data = {})
 {
-    const auto made = [](const std::vector<std::string>& lines, const std::vector<double>& data) {
-        std::vector<tessjit::reloc_info> relocs;
-        std::vector<std::string> plain = lines;
-        for (std::size_t i = 0; i < plain.size(); ++i) {
-            const auto offset = static_cast<std::int32_t>(4 * i);
-            if (const std::size_t at = plain[i].find("data"); at != std::string::npos) {
-                const std::string addend = plain[i].substr(at + 4);
-                relocs.push_back({".rodata.k", offset, 274, addend.empty() ? 0 : std::stoi(addend)});
-                plain[i] = plain[i].substr(0, at) + "#0";
-            } else if (plain[i].compare(0, 3, "bl ") == 0) {
-                relocs.push_back({plain[i].substr(3), offset, 283, 0});
-                plain[i] = "bl #0";
-            }
-        }
-        std::vector<std::uint8_t> bytes(8 * data.size());
-        if (!data.empty())
-            std::memcpy(bytes.data(), data.data(), bytes.size());
-        const std::vector<std::uint32_t> words = support::assemble(plain);
-        EXPECT_EQ(words.size(), lines.size());
-        return kernel("k", words, relocs, bytes);
-    };
-    const placed_kernel a = made(before, old_data);
-    const placed_kernel b = made(after, new_data);
+    const placed_kernel a = support::assembled_kernel("k", before, support::bytes_of(old_data));
+    const placed_kernel b = support::assembled_kernel("k", after, support::bytes_of(new_data));
     EXPECT_EQ(name_of(compare_kernels(a, b)), name_of(compare_kernels(b, a)));
     return std::string(name_of(compare_kernels(a, b)));
 }
