@@ -120,6 +120,45 @@ k            constants   4             16             16
 )");
 }
 
+TEST_F(Diff, ComparesTheKernelsThatItIsTold)
+{
+    dump_some();
+    const child_result some = run({"n", "s", "gone kernel"});
+    EXPECT_EQ(some.exit_status, 1);
+    EXPECT_EQ(some.err, "");
+    EXPECT_EQ(some.out, R"(kernel       class  instructions  bytes of code  of constants
+n            new    0 -> 2 (+2)   0 -> 8 (+8)    0 -> 8 (+8)
+gone kernel  gone   1 -> 0 (-1)   4 -> 0 (-4)    0
+1 same
+)");
+    const child_result one = run({"s"});
+    EXPECT_EQ(one.exit_status, 0);
+    EXPECT_EQ(one.out, "1 same\n");
+    const child_result none = run({"k", "q"});
+    EXPECT_EQ(none.exit_status, 2);
+    EXPECT_EQ(none.out, "");
+    EXPECT_EQ(none.err, "vorna-kernels: no kernel q in the dumps of either set\n");
+}
+
+TEST_F(Diff, ShowsALoadAsChangedWithTheOffsetAndTheConstantsOfEachSide)
+{
+    // A walk through a table in a loop, behind an instruction that is new; X0 is how often.
+    const std::uint32_t walk = 0xfc408467;              // ldr d7, [x3], #8
+    const std::uint32_t again = 0xb5ffffe0 - (1U << 5); // cbnz x0, to the instruction before the one before
+    const std::uint32_t down = 0xd1000400;              // sub x0, x0, #1
+    dump("before", "k", {a64::adr(3), walk, down, again, a64::ret()}, doubles({1, 2, 3, 4}),
+         {{".rodata.k", 0, 274, 0}});
+    dump("after", "k", {a64::nop(), a64::adr(3), walk, down, again, a64::ret()}, doubles({9, 2, 3, 4}),
+         {{".rodata.k", 4, 274, 0}});
+    EXPECT_THAT(run({}).out, HasSubstr(R"(@@ +00 +00 @@
++ +00  d503201f  nop
+  +04  10000003  adr   x3, .rodata
+- +04  fc408467  ldr   d7, [x3], #8                 ; .rodata  1.0, ...
++ +08  fc408467  ldr   d7, [x3], #8                 ; .rodata  9.0, ...
+  +0c  d1000400  sub   x0, x0, #1
+)"));
+}
+
 TEST_F(Diff, ShowsAsManyKernelsAsItIsTold)
 {
     dump_some();
