@@ -737,6 +737,17 @@ const event_profile* find_event(const profile& profile, std::string_view name)
     return nullptr;
 }
 
+std::vector<std::uint64_t> weights_by_row(const kernel_profile& profile, std::size_t text_size)
+{
+    const std::size_t words = text_size / 4;
+    std::vector<std::uint64_t> weights(words + text_size % 4);
+    for (const profile_row& row : profile.rows) {
+        const std::size_t index = row.offset / 4 < words ? row.offset / 4 : words + (row.offset - 4 * words);
+        add(weights[index], row.count.weight);
+    }
+    return weights;
+}
+
 std::vector<std::string> perf_script_command()
 {
     return {

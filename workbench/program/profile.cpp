@@ -5,6 +5,7 @@
 #include "workbench/program/command.hpp"
 #include "workbench/program/json.hpp"
 #include "workbench/program/profile_input.hpp"
+#include "workbench/text/percent.hpp"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -27,18 +28,6 @@ struct profile_options {
     std::string event;
     std::vector<std::string> kernels;
 };
-
-double percent(std::uint64_t part, std::uint64_t whole)
-{
-    return whole == 0 ? 0 : 100.0 * static_cast<double>(part) / static_cast<double>(whole);
-}
-
-/// The percentage with one decimal; something is never shown as nothing.
-std::string share(std::uint64_t part, std::uint64_t whole)
-{
-    const std::string text = fmt::format("{:.1f}", percent(part, whole));
-    return part != 0 && text == "0.0" ? "<0.1" : text;
-}
 
 /// "1 sample", "24,180 samples".
 std::string samples_text(std::uint64_t count)
@@ -63,8 +52,8 @@ void print_join(const profile& profile, const event_profile& event)
     const std::uint64_t whole = event.total.weight;
     fmt::print("{} by period, {}; in kernels {} %, mapping without dump {} %, elsewhere {} %\n",
                printable(event.event), samples_text(event.total.samples),
-               share(event.in_kernels.weight, whole), share(event.unknown.weight, whole),
-               share(event.elsewhere.weight, whole));
+               percent_text(event.in_kernels.weight, whole), percent_text(event.unknown.weight, whole),
+               percent_text(event.elsewhere.weight, whole));
     for (const event_profile& other : profile.events) {
         if (&other != &event)
             fmt::print("also recorded: --event={}, {}\n", printable(other.event),
@@ -77,7 +66,7 @@ void print_join(const profile& profile, const event_profile& event)
 void print_kernels(const kernel_set& set, const event_profile& event)
 {
     for (const kernel_profile& kernel : event.kernels)
-        fmt::print("{:>6} %  {}\n", share(kernel.count.weight, event.total.weight),
+        fmt::print("{:>6} %  {}\n", percent_text(kernel.count.weight, event.total.weight),
                    printable(set.kernels[kernel.kernel].name));
 }
 
@@ -88,19 +77,6 @@ const kernel_profile* find_profile(const kernel_set& set, const event_profile& e
     const auto found = std::find_if(event.kernels.begin(), event.kernels.end(),
                                     [&](const kernel_profile& k) { return k.kernel == index; });
     return found == event.kernels.end() ? nullptr : &*found;
-}
-
-/// The weights of the samples in each row of a listing.
-std::vector<std::uint64_t> row_weights(const kernel_listing& listing, const kernel_profile& sampled)
-{
-    std::vector<std::uint64_t> weights(listing.rows.size());
-    auto row = sampled.rows.begin();
-    for (std::size_t i = 0; i < listing.rows.size(); ++i) {
-        for (; row != sampled.rows.end() && row->offset < listing.rows[i].offset + listing.rows[i].size;
-             ++row)
-            weights[i] += row->count.weight;
-    }
-    return weights;
 }
 
 colour heat_colour(double percentage)
@@ -121,7 +97,7 @@ void print_listing(const kernel_set& set, const event_profile& event, const plac
     if (sampled == nullptr)
         return;
     const kernel_listing listing = list_kernel(set, kernel, disassembler);
-    const std::vector<std::uint64_t> weights = row_weights(listing, *sampled);
+    const std::vector<std::uint64_t> weights = weights_by_row(*sampled, kernel.text.size());
     const std::uint64_t heaviest = *std::max_element(weights.begin(), weights.end());
     const int digits = offset_digits(kernel);
     for (std::size_t i = 0; i < listing.rows.size(); ++i) {
@@ -131,7 +107,7 @@ void print_listing(const kernel_set& set, const event_profile& event, const plac
             const kernel_profile* const called = find_profile(set, event, *callee);
             row.comment +=
                 fmt::format("{}{} % of all is in {}", row.comment.empty() ? "" : "; ",
-                            share(called == nullptr ? 0 : called->count.weight, event.total.weight),
+                            percent_text(called == nullptr ? 0 : called->count.weight, event.total.weight),
                             printable(row.callee));
         }
         if (!row.label.empty())
@@ -139,7 +115,7 @@ void print_listing(const kernel_set& set, const event_profile& event, const plac
                        painted(row.label + ":", colour::cyan, coloured));
         std::string heat(share_columns + 1 + bar_columns, ' ');
         if (weights[i] != 0)
-            heat = fmt::format("{:>{}} {}", share(weights[i], count.weight), share_columns,
+            heat = fmt::format("{:>{}} {}", percent_text(weights[i], count.weight), share_columns,
                                bar(weights[i], heaviest));
         fmt::print("{} {}\n", painted(heat, heat_colour(percent(weights[i], count.weight)), coloured),
                    row_text(row, digits));

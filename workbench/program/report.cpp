@@ -1,4 +1,4 @@
-#include "workbench/report.hpp"
+#include "workbench/render/page/page.hpp"
 
 #include "workbench/checks.hpp"
 #include "workbench/output.hpp"
@@ -41,7 +41,7 @@ int report(const report_options& options)
     refuse_dump(read.set, options.page);
     refuse_dump(before.set, options.page);
 
-    report_input input;
+    page_input input;
     input.name = options.dumps;
     input.set = &read.set;
     input.findings = check_dumps(read.set);
@@ -63,7 +63,7 @@ int report(const report_options& options)
             throw std::runtime_error(file + ": no samples in it");
     }
 
-    const std::string page = report_page(input);
+    const std::string page = make_page(input);
     replace_file(options.page, page);
     if (options.common.format == "json") {
         json document;

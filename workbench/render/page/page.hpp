@@ -10,8 +10,8 @@
 
 namespace vorna::workbench {
 
-/// What the page shows. What the pointers lead to is the caller's.
-struct report_input {
+/// What the page shows. The pointers refer to what belongs to the caller.
+struct page_input {
     std::string name; ///< what the page calls the set, such as the directory of its dumps
     const kernel_set* set = nullptr;
     std::vector<wfta::kernel_finding> findings;
@@ -20,9 +20,8 @@ struct report_input {
     std::string against_name;
 };
 
-/// The page, in UTF-8: one file that needs no other. The same input makes the same bytes, and no name in it
-/// can become anything but text. Kernels of more than 50,000 instructions are not listed. Without JavaScript
-/// it holds everything but the graph of calls, and of sets of more than 200 kernels the listings.
-std::string report_page(const report_input& input);
+/// The page, in UTF-8: one file that needs no other. It holds the model of page_model.hpp and the scripts
+/// that draw it. The same input makes the same bytes, and no name in it can become anything but text.
+std::string make_page(const page_input& input);
 
 } // namespace vorna::workbench

@@ -1,0 +1,54 @@
+// The columns of the table, which are also what the filter and the order know.
+
+const columns = [
+    {key: 'name', title: 'Kernel', also: ['kernel'], text: true},
+    {key: 'class', title: 'Change', meaning: 'class of its change', also: ['change'], text: true, there: Boolean(model.classes)},
+    {key: 'time', title: 'Time, %', meaning: 'share of all samples, by weight', also: ['share', 'percent', 'heat'],
+        there: Boolean(model.profile)},
+    {key: 'findings', title: 'Findings', meaning: 'of check: errors, warnings, notes', also: ['finding']},
+    {key: 'size', title: 'Size', meaning: 'bytes of code and constants', also: ['bytes']},
+    {key: 'code', title: 'Code', meaning: 'bytes'},
+    {key: 'data', title: 'Constants', meaning: 'bytes', also: ['constants']},
+    {key: 'instructions', title: 'Instr.', meaning: 'instructions', also: ['instr', 'insns']},
+    {key: 'delta', title: '± Instr.', meaning: 'instructions more or fewer than before', there: Boolean(model.classes)},
+    {key: 'load', title: 'Load', meaning: 'instructions that read memory', also: ['loads']},
+    {key: 'store', title: 'Store', meaning: 'instructions that write memory only', also: ['stores']},
+    {key: 'fp', title: 'FP, SIMD', meaning: 'instructions on floating-point and vector registers', also: ['simd']},
+    {key: 'integer', title: 'Integer', meaning: 'instructions on general registers', also: ['integers', 'int']},
+    {key: 'branch', title: 'Branch', meaning: 'branches, calls and returns', also: ['branches']},
+    {key: 'calls', title: 'Calls', meaning: 'kernels that it calls', also: ['callees']},
+    {key: 'callers', title: 'Callers', meaning: 'kernels that call it'},
+    {key: 'address', title: 'Address', meaning: 'of its code'},
+    {key: 'errors', hidden: true, also: ['error']},
+    {key: 'warnings', hidden: true, also: ['warning']},
+    {key: 'notes', hidden: true, also: ['note']},
+    {key: 'samples', hidden: true, there: Boolean(model.profile)},
+].filter(({there = true}) => there);
+const columnOf = (name) => columns.find(({key, also = []}) => key === name || also.includes(name));
+
+// A number, a text, or null where there is none.
+function valueOf(kernel, {key}) {
+    return key === 'address' ? Number(kernel.address) : kernel[key] ?? null;
+}
+
+// By how a kernel compares with another under a column's head; without a value it comes last, either way.
+function sortBy({key, text}, ascending) {
+    const column = columnOf(key);
+    const compare = {
+        class: (a, b) => a.rank - b.rank,
+        address: (a, b) => a.index - b.index,
+    }[key] ?? (text ? (a, b) => a[key].localeCompare(b[key], 'en', {numeric: true})
+        : (a, b) => valueOf(a, column) - valueOf(b, column));
+    view.order.sort((i, j) => {
+        const [a, b] = [kernels[i], kernels[j]];
+        const [none, other] = [valueOf(a, column) === null, valueOf(b, column) === null];
+        if (none || other)
+            return none - other || i - j;
+        return compare(a, b) * (ascending ? 1 : -1) || (b.weight ?? 0) - (a.weight ?? 0) || i - j;
+    });
+    view.sorted = {key, ascending};
+}
+
+// What changed or is hot comes first.
+const startSorted = () => sortBy(columnOf(model.classes ? 'class' : model.profile ? 'time' : 'address'),
+    Boolean(model.classes) || !model.profile);

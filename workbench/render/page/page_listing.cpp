@@ -1,0 +1,124 @@
+#include "workbench/render/page/page_listing.hpp"
+
+#include "workbench/difference.hpp"
+#include "workbench/json.hpp"
+#include "workbench/listing.hpp"
+#include "workbench/output.hpp"
+#include "workbench/text/percent.hpp"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <iterator>
+#include <utility>
+
+namespace vorna::workbench {
+
+namespace {
+
+constexpr std::size_t word_size = 4;
+constexpr std::size_t most_text_bytes = 50000 * word_size;
+constexpr std::size_t most_constant_bytes = 16384;
+
+/// The rows, a member a column: words and texts of all rows, and pairs of a row and its label, its comment,
+/// the row that its branch leads to, or the kernel that it calls.
+json rows_json(const kernel_listing& listing, const std::unordered_map<std::string, std::size_t>& index)
+{
+    json words = json::array();
+    json texts = json::array();
+    json labels = json::array();
+    json comments = json::array();
+    json targets = json::array();
+    json calls = json::array();
+    for (std::size_t i = 0; i < listing.rows.size(); ++i) {
+        const listing_row& row = listing.rows[i];
+        words.push_back(fmt::format("{:0{}x}", row.word, 2 * row.size));
+        texts.push_back(printable(row.text));
+        if (!row.label.empty())
+            labels.push_back({i, row.label});
+        if (!row.comment.empty())
+            comments.push_back({i, printable(row.comment)});
+        if (row.branch_target)
+            targets.push_back({i, *row.branch_target / word_size});
+        if (const auto callee = index.find(row.callee); callee != index.end())
+            calls.push_back({i, callee->second});
+    }
+    return {{"words", std::move(words)},       {"texts", std::move(texts)},     {"labels", std::move(labels)},
+            {"comments", std::move(comments)}, {"targets", std::move(targets)}, {"calls", std::move(calls)}};
+}
+
+/// Of rows with samples: the row, their weight, and its share of the kernel's in percent as text.
+json heat_json(const kernel_profile& profile, std::size_t text_size)
+{
+    const std::vector<std::uint64_t> weights = weights_by_row(profile, text_size);
+    json heat = json::array();
+    for (std::size_t i = 0; i < weights.size(); ++i) {
+        if (weights[i] != 0)
+            heat.push_back({i, weights[i], percent_text(weights[i], profile.count.weight)});
+    }
+    return heat;
+}
+
+/// The alignment of two listings as runs: so many rows that are the same, then so many that only the first
+/// has, then so many that only the second has; and so on. Rows that belong together but differ are in both
+/// of the latter.
+json runs_json(const row_alignment& alignment)
+{
+    json runs = json::array();
+    std::size_t same = 0;
+    std::size_t removed = 0;
+    std::size_t inserted = 0;
+    const auto end_run = [&] {
+        if (same + removed + inserted != 0)
+            runs.push_back({same, removed, inserted});
+        same = removed = inserted = 0;
+    };
+    for (const row_pair& row : alignment.rows) {
+        if (row.same) {
+            if (removed + inserted != 0)
+                end_run();
+            ++same;
+        } else {
+            removed += row.before ? 1 : 0;
+            inserted += row.after ? 1 : 0;
+        }
+    }
+    end_run();
+    return runs;
+}
+
+std::string hexadecimal(const std::vector<std::uint8_t>& bytes)
+{
+    std::string text;
+    for (std::size_t i = 0; i < bytes.size() && i < most_constant_bytes; ++i)
+        fmt::format_to(std::back_inserter(text), "{:02x}", bytes[i]);
+    return text;
+}
+
+} // namespace
+
+std::string make_page_listing(const page_listing_input& input, disassembler& disassembler)
+{
+    const placed_kernel& kernel = *input.kernel;
+    json made = json::object();
+    const bool too_long = kernel.text.size() > most_text_bytes ||
+                          (input.before != nullptr && input.before->text.size() > most_text_bytes);
+    if (!too_long)
+        made["rows"] = rows_json(list_kernel(*input.set, kernel, disassembler), *input.index);
+    if (!too_long && input.profile != nullptr)
+        made["heat"] = heat_json(*input.profile, kernel.text.size());
+    made["constants"] = hexadecimal(kernel.data);
+    if (input.before != nullptr) {
+        if (!too_long) {
+            made["before"] =
+                rows_json(list_kernel(*input.set_before, *input.before, disassembler), *input.index);
+            const row_alignment alignment = align_rows(*input.before, kernel);
+            made["runs"] = runs_json(alignment);
+            made["complete"] = alignment.complete;
+        }
+        made["constants_before"] = hexadecimal(input.before->data);
+        made["constants_differ"] = kernel.data != input.before->data;
+    }
+    return made.dump();
+}
+
+} // namespace vorna::workbench

@@ -1,0 +1,26 @@
+// A kernel's listing, as the page's model holds it.
+#pragma once
+
+#include "workbench/disassembler.hpp"
+#include "workbench/kernel_set.hpp"
+#include "workbench/profile.hpp"
+
+#include <cstddef>
+#include <string>
+#include <unordered_map>
+
+namespace vorna::workbench {
+
+struct page_listing_input {
+    const kernel_set* set = nullptr;
+    const placed_kernel* kernel = nullptr;
+    const kernel_set* set_before = nullptr;  ///< with `before`, what that is in
+    const placed_kernel* before = nullptr;   ///< the kernel before a change, or null
+    const kernel_profile* profile = nullptr; ///< or null
+    const std::unordered_map<std::string, std::size_t>* index = nullptr; ///< of the page's kernels, by name
+};
+
+/// The listing and the constants as JSON. A kernel of more than 50,000 instructions has no rows.
+std::string make_page_listing(const page_listing_input& input, disassembler& disassembler);
+
+} // namespace vorna::workbench

@@ -1,0 +1,318 @@
+#include "workbench/render/page/page_model.hpp"
+
+#include "workbench/a64.hpp"
+#include "workbench/difference.hpp"
+#include "workbench/json.hpp"
+#include "workbench/output.hpp"
+#include "workbench/render/page/page_listing.hpp"
+#include "workbench/text/percent.hpp"
+
+#include <algorithm>
+#include <array>
+#include <fmt/format.h>
+#include <set>
+#include <unordered_set>
+#include <utility>
+
+namespace vorna::workbench {
+
+namespace {
+
+constexpr std::size_t longest_id = 200;
+constexpr std::uint64_t most_padding = 31; // code begins at multiples of 32 bytes
+
+constexpr const char* severity_names[] = {"note", "warning", "error"}; // by severity
+
+/// A class of changes as the page shows it: the tone is the colour's name in style.css.
+struct class_look {
+    change_class change;
+    const char* tone;
+    const char* meaning;
+};
+
+/// The first is what a reader should look at first.
+constexpr class_look class_looks[] = {
+    {change_class::code, "loud", "other instructions"},
+    {change_class::references, "medium", "other relocations"},
+    {change_class::added, "new", "only after the change"},
+    {change_class::removed, "gone", "only before the change"},
+    {change_class::reordered, "quiet-1", "the same instructions in another order"},
+    {change_class::renamed, "quiet-2", "registers exchanged"},
+    {change_class::moved, "quiet-3", "the same constants at other offsets"},
+    {change_class::constants, "quiet-4", "other bytes of constants"},
+    {change_class::same, "same", "no difference"},
+};
+
+/// A kernel of the page: of the set, or, if it is gone, of the set before.
+struct entry {
+    const placed_kernel* kernel = nullptr;
+    const placed_kernel* before = nullptr; ///< in the set before, if it is in both
+    change_class change = change_class::same;
+    std::string id;
+    const kernel_profile* profile = nullptr;
+};
+
+struct model {
+    const page_input* input = nullptr;
+    std::vector<entry> entries; ///< the set's kernels in their order, then those that are gone
+    std::unordered_map<std::string, std::size_t> index; ///< of the first entry of each name
+};
+
+void add_entries(model& model)
+{
+    const kernel_set& set = *model.input->set;
+    for (const placed_kernel& kernel : set.kernels)
+        model.entries.push_back({&kernel, nullptr, change_class::same, "", nullptr});
+    if (model.input->against == nullptr)
+        return;
+    for (const kernel_difference& difference : compare_sets(*model.input->against, set)) {
+        if (difference.after == nullptr) {
+            model.entries.push_back({difference.before, nullptr, change_class::removed, "", nullptr});
+            continue;
+        }
+        entry& one = model.entries[static_cast<std::size_t>(difference.after - set.kernels.data())];
+        one.before = difference.before;
+        one.change = difference.change;
+    }
+}
+
+void choose_ids(model& model)
+{
+    std::unordered_set<std::string> taken;
+    for (std::size_t i = 0; i < model.entries.size(); ++i) {
+        entry& one = model.entries[i];
+        one.id = fragment(one.kernel->name);
+        if (one.id.empty() || one.id.size() > longest_id || !taken.insert(one.id).second)
+            one.id = fmt::format("kernel:{}", i);
+        model.index.emplace(one.kernel->name, i);
+    }
+}
+
+model collect(const page_input& input)
+{
+    model model;
+    model.input = &input;
+    add_entries(model);
+    choose_ids(model);
+    if (input.profile != nullptr) {
+        for (const kernel_profile& kernel : input.profile->kernels)
+            model.entries[kernel.kernel].profile = &kernel;
+    }
+    return model;
+}
+
+// ---- Mappings
+
+struct range {
+    std::uint64_t begin;
+    std::uint64_t end;
+};
+
+/// By mapping: what the kernels of the set occupy.
+std::vector<std::vector<range>> used_ranges(const kernel_set& set)
+{
+    std::vector<std::vector<range>> used(set.mappings.size());
+    for (const placed_kernel& kernel : set.kernels) {
+        used[kernel.mapping].push_back({kernel.text_address, kernel.text_end()});
+        used[kernel.mapping].push_back({kernel.data_address, kernel.data_end()});
+    }
+    return used;
+}
+
+/// What lies between the ranges, from `begin` on, ascending.
+std::vector<range> find_gaps(std::vector<range> used, std::uint64_t begin)
+{
+    std::sort(used.begin(), used.end(), [](const range& a, const range& b) { return a.begin < b.begin; });
+    std::vector<range> gaps;
+    for (const range& one : used) {
+        if (one.begin == one.end)
+            continue;
+        if (one.begin > begin)
+            gaps.push_back({begin, one.begin});
+        begin = std::max(begin, one.end);
+    }
+    return gaps;
+}
+
+json mapping_json(const kernel_mapping& mapping, const std::vector<range>& used)
+{
+    std::uint64_t padding = 0;
+    json unknown = json::array();
+    for (const range& gap : find_gaps(used, mapping.begin)) {
+        if (gap.end - gap.begin <= most_padding)
+            padding += gap.end - gap.begin;
+        else
+            unknown.push_back({gap.begin - mapping.begin, gap.end - gap.begin});
+    }
+    return {{"address", fmt::format("{:#x}", mapping.begin)},
+            {"size", mapping.end - mapping.begin},
+            {"data_at", mapping.data_begin - mapping.begin},
+            {"padding", padding},
+            {"unknown", std::move(unknown)}};
+}
+
+// ---- Kernels
+
+std::vector<std::size_t> find_callees(const model& model, const placed_kernel& kernel)
+{
+    std::set<std::size_t> callees;
+    for (const tessjit::reloc_info& relocation : kernel.relocs) {
+        const auto callee = model.index.find(relocation.name);
+        if (callee != model.index.end() && !names_data(relocation.name))
+            callees.insert(callee->second);
+    }
+    return {callees.begin(), callees.end()};
+}
+
+std::array<std::size_t, 6> count_instructions(const placed_kernel& kernel)
+{
+    std::array<std::size_t, 6> counts{};
+    for (std::size_t offset = 0; offset + 4 <= kernel.text.size(); offset += 4)
+        ++counts[static_cast<std::size_t>(wfta::instruction_class_of(word_at(kernel.text, offset)))];
+    return counts;
+}
+
+json kernel_json(const model& model, const entry& one)
+{
+    const placed_kernel& kernel = *one.kernel;
+    const std::array<std::size_t, 6> counts = count_instructions(kernel);
+    const bool gone = one.change == change_class::removed;
+    json made = {{"id", one.id},
+                 {"name", kernel.name.empty() ? "(no name)" : printable(kernel.name)},
+                 {"address", fmt::format("{:#x}", kernel.text_address)},
+                 {"data_address", fmt::format("{:#x}", kernel.data_address)}};
+    if (!gone) {
+        const std::uint64_t begin = model.input->set->mappings[kernel.mapping].begin;
+        made["mapping"] = kernel.mapping;
+        made["at"] = kernel.text_address - begin;
+        made["data_at"] = kernel.data_address - begin;
+    }
+    made["code"] = kernel.text.size();
+    made["data"] = kernel.data.size();
+    made["instructions"] = kernel.text.size() / 4;
+    made["load"] = counts[0];
+    made["store"] = counts[1];
+    made["fp"] = counts[2];
+    made["integer"] = counts[3];
+    made["branch"] = counts[4];
+    made["callees"] = find_callees(model, kernel);
+    if (model.input->profile != nullptr && !gone) {
+        const sample_count count = one.profile == nullptr ? sample_count() : one.profile->count;
+        const std::uint64_t whole = model.input->profile->total.weight;
+        made["samples"] = count.samples;
+        made["weight"] = count.weight;
+        made["time"] = percent(count.weight, whole);
+        made["time_text"] = percent_text(count.weight, whole);
+    }
+    if (model.input->against != nullptr) {
+        made["class"] = name_of(one.change);
+        if (one.before != nullptr)
+            made["delta"] = static_cast<std::int64_t>(kernel.text.size() / 4) -
+                            static_cast<std::int64_t>(one.before->text.size() / 4);
+    }
+    return made;
+}
+
+// ---- The rest
+
+json finding_json(const model& model, const wfta::kernel_finding& finding)
+{
+    const auto kernel = model.input->set->by_name.find(finding.kernel);
+    json made = {{"id", finding.id},
+                 {"severity", severity_names[static_cast<std::size_t>(finding.severity)]}};
+    if (kernel != model.input->set->by_name.end())
+        made["kernel"] = kernel->second;
+    if (finding.offset)
+        made["offset"] = *finding.offset;
+    const std::string name = finding.kernel.empty() ? "(no name)" : finding.kernel;
+    made["place"] = finding.offset ? place_text(name, *finding.offset) : place_text(name);
+    made["message"] = printable(finding.message);
+    made["advice"] = printable(finding.advice);
+    return made;
+}
+
+json profile_json(const event_profile& profile)
+{
+    json made = {{"event", printable(profile.event)}, {"samples", profile.total.samples}};
+    const auto add = [&](const char* name, const sample_count& count) {
+        made[name] = {{"weight", count.weight},
+                      {"time", percent(count.weight, profile.total.weight)},
+                      {"time_text", percent_text(count.weight, profile.total.weight)}};
+    };
+    add("in_kernels", profile.in_kernels);
+    add("unknown", profile.unknown);
+    add("elsewhere", profile.elsewhere);
+    return made;
+}
+
+json overview_json(const model& model)
+{
+    const page_input& input = *model.input;
+    json mappings = json::array();
+    const std::vector<std::vector<range>> used = used_ranges(*input.set);
+    for (std::size_t i = 0; i < used.size(); ++i)
+        mappings.push_back(mapping_json(input.set->mappings[i], used[i]));
+    json findings = json::array();
+    for (const wfta::kernel_finding& finding : input.findings)
+        findings.push_back(finding_json(model, finding));
+    json kernels = json::array();
+    for (const entry& one : model.entries)
+        kernels.push_back(kernel_json(model, one));
+    json made = {{"version", 1}, {"name", printable(input.name)}, {"mappings", std::move(mappings)}};
+    if (input.profile != nullptr)
+        made["profile"] = profile_json(*input.profile);
+    if (input.against != nullptr) {
+        made["against"] = printable(input.against_name);
+        made["classes"] = json::array();
+        for (const class_look& look : class_looks)
+            made["classes"].push_back(
+                {{"name", name_of(look.change)}, {"tone", look.tone}, {"meaning", look.meaning}});
+    }
+    made["findings"] = std::move(findings);
+    made["kernels"] = std::move(kernels);
+    return made;
+}
+
+page_listing_input listing_input(const model& model, const entry& one)
+{
+    page_listing_input input;
+    const bool gone = one.change == change_class::removed;
+    input.set = gone ? model.input->against : model.input->set;
+    input.kernel = one.kernel;
+    if (one.change != change_class::same && one.before != nullptr) {
+        input.set_before = model.input->against;
+        input.before = one.before;
+    }
+    input.profile = one.profile;
+    input.index = &model.index;
+    return input;
+}
+
+} // namespace
+
+std::string fragment(std::string_view name)
+{
+    std::string result;
+    for (const char c : name) {
+        const bool itself = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                            c == '_' || c == '-' || c == '.';
+        if (itself)
+            result += c;
+        else
+            result += fmt::format("%{:02X}", static_cast<unsigned char>(c));
+    }
+    return result;
+}
+
+page_model make_page_model(const page_input& input)
+{
+    const model model = collect(input);
+    page_model made;
+    made.overview = overview_json(model).dump();
+    disassembler disassembler;
+    for (const entry& one : model.entries)
+        made.listings.push_back(make_page_listing(listing_input(model, one), disassembler));
+    return made;
+}
+
+} // namespace vorna::workbench
