@@ -29,7 +29,7 @@ using std::uint8_t;
 struct register_value {
     enum class kind : uint8_t {
         unknown,
-        somewhere, // an address of the kernel's own data or code, or beside them
+        somewhere, // perhaps an address of the kernel's own data or code, or beside them
         address,   // `displacement` bytes from the target of a relocation
         page,      // the same from the page of a relocation's target and addend
         number     // `displacement`
@@ -50,7 +50,7 @@ struct known_register {
     register_value value;
 };
 
-// What is known at the beginning of a block, in the order of the registers.
+// What is known at the beginning of a block.
 struct block_state {
     bool reached = false;
     std::vector<known_register> known;
@@ -186,7 +186,8 @@ private:
         }
     }
 
-    // Leaves in the state what agrees with the registers, or with nothing. Whether it has changed.
+    // Leaves in the state what agrees with the registers, or with nothing, and what may be an address of the
+    // kernel's own. Whether it has changed.
     bool meet(block_state& state, bool with_nothing)
     {
         if (!state.reached) {
@@ -198,15 +199,23 @@ private:
             return true;
         }
         bool changed = false;
+        uint32_t listed = 0;
         const auto disagrees = [&](known_register& known) {
-            const register_value here = with_nothing ? register_value{} : registers_[known.number];
+            const register_value here = with_nothing ? register_value{} : get(known.number);
             const kind met = meet_kind(known.value, here);
             changed = changed || met != known.value.what;
             known.value.what = met;
+            listed |= uint32_t{1} << known.number;
             return met == kind::unknown;
         };
         state.known.erase(std::remove_if(state.known.begin(), state.known.end(), disagrees),
                           state.known.end());
+        for (unsigned r = 0; r < registers && !with_nothing; ++r) {
+            if ((known_ & ~listed & uint32_t{1} << r) != 0 && is_own(registers_[r])) {
+                state.known.push_back({static_cast<uint8_t>(r), {kind::somewhere, no_origin, 0, 0}});
+                changed = true;
+            }
+        }
         return changed;
     }
 
@@ -221,7 +230,7 @@ private:
         };
         if (a.what == b.what && a.displacement == b.displacement && same_source())
             return a.what;
-        return is_own(a) && is_own(b) ? kind::somewhere : kind::unknown;
+        return is_own(a) || is_own(b) ? kind::somewhere : kind::unknown;
     }
 
     [[nodiscard]] bool is_own(const register_value& value) const
@@ -387,13 +396,11 @@ private:
             value.origin = no_origin;
             return std::pair{Rd, value};
         }
-        if ((word & 0x9f200000) == 0x8b000000 ||
-            (word & 0x9fe00000) == 0x8b200000) { // ADD, SUB of a register
-            const bool subtracts = (word & 0x40000000) != 0;
-            const bool is_extended = (word & 0x00200000) != 0;
-            if ((word & 0x20000000) != 0 || (Rd == 31 && !is_extended))
-                return std::nullopt;
-            if (is_own(get(Rn)) || (!subtracts && Rm != 31 && is_own(get(Rm))))
+        // What else is computed from such an address may be one.
+        if (instruction_class_of(word) == instruction_class::integer &&
+            (is_own(get(Rn)) || is_own(get(Rm)))) {
+            const uint32_t written = written_registers(word);
+            if ((written >> Rd & 1) != 0)
                 return std::pair{Rd, register_value{kind::somewhere, no_origin, 0, 0}};
         }
         return std::nullopt;
@@ -579,8 +586,15 @@ known_addresses find_known_addresses(const code_map& map, const std::string& nam
                                      const std::vector<tessjit::reloc_info>& relocs,
                                      const target_address& address_of)
 {
-    if (map.any_entry)
-        return {};
+    if (map.any_entry) {
+        known_addresses nothing;
+        for (std::size_t i = 0; i < map.uses.size() && !nothing.writes_somewhere; ++i) {
+            const std::optional<memory_access> access = decode_memory_access(word_at(text, i));
+            nothing.writes_somewhere =
+                map.uses[i] == word_use::code && access && access->store && access->base != 31;
+        }
+        return nothing;
+    }
     tracker tracker(map, name, text, relocs, address_of);
     known_addresses found = tracker.run();
     // Of a store that walks through the data a certain number of times it is known where.

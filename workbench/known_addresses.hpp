@@ -50,7 +50,7 @@ using target_address = std::function<std::optional<std::uint64_t>(const std::str
 struct known_addresses {
     std::vector<known_access> accesses; ///< in ascending order of their offsets
 
-    /// A store writes to the kernel's own data or code at an address that is not known.
+    /// A store may write to the kernel's own data or code at an address that is not known.
     bool writes_somewhere = false;
 };
 

@@ -320,7 +320,7 @@ private:
             if (in_code)
                 described_.data.emplace(static_cast<std::size_t>(offset), data_text(load, element));
             if (may_be_written(in_code, load))
-                text += ", to which the kernel writes";
+                text += ", which the kernel may overwrite";
             else
                 text += "  " + all_values(load, element);
         }

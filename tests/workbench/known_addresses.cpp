@@ -190,6 +190,16 @@ TEST(KnownAddresses, EndWhereOtherCodeMayLeadTo)
     }
 }
 
+TEST(KnownAddresses, EndInALoopThatIsEnteredInItsMiddle)
+{
+    const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, adr, 0}};
+    const std::vector<std::uint8_t> text =
+        support::code(support::assemble({"adr x3, #0", "ldr d0, [x3]", "nop", "cbnz x0, #-8", "ret"}));
+    EXPECT_EQ(find_known_addresses(map_code("k", text, relocs, {}), "k", text, relocs).accesses.size(), 1U);
+    const code_map map = map_code("k", text, relocs, {{8, true}});
+    EXPECT_TRUE(find_known_addresses(map, "k", text, relocs).accesses.empty());
+}
+
 /// The walks, a line each: "offset: first target offset, stride, turns".
 std::string walks(const std::vector<std::string>& lines, const std::vector<tessjit::reloc_info>& relocs)
 {

@@ -416,17 +416,22 @@ TEST(Listing, ShowsNoConstantsThatTheKernelWrites)
         return all;
     };
     EXPECT_EQ(comments({"ldr x0, [x3, #8]", "ldr x1, [x3, #16]", "strb w0, [x3, #15]"}),
-              ".rodata+0x8, to which the kernel writes|.rodata+0x10  3|");
-    EXPECT_EQ(comments({"ldr x0, [x3, #8]", "str x0, [x3, x1]"}), ".rodata+0x8, to which the kernel writes|");
+              ".rodata+0x8, which the kernel may overwrite|.rodata+0x10  3|");
+    EXPECT_EQ(comments({"ldr x0, [x3, #8]", "str x0, [x3, x1]"}),
+              ".rodata+0x8, which the kernel may overwrite|");
     EXPECT_EQ(
         comments({"ldr x0, [x3, #24]", "mov x5, #2", "str x0, [x3], #8", "sub x5, x5, #1", "cbnz x5, #-8"}),
         ".rodata+0x18  4|");
     EXPECT_EQ(
         comments({"ldr x0, [x3, #8]", "mov x5, #2", "str x0, [x3], #8", "sub x5, x5, #1", "cbnz x5, #-8"}),
-        ".rodata+0x8, to which the kernel writes|");
+        ".rodata+0x8, which the kernel may overwrite|");
     EXPECT_EQ(comments({"ldr x0, [x3, #24]", "str x0, [x3], #8", "cbnz x5, #-4"}),
-              ".rodata+0x18, to which the kernel writes|");
+              ".rodata+0x18, which the kernel may overwrite|");
     EXPECT_EQ(comments({"ldr x0, [x3, #24]", "str x0, [x4]"}), ".rodata+0x18  4|");
+    EXPECT_EQ(comments({"ldr x0, [x3, #24]", "cbz x1, #8", "mov x3, x2", "str x0, [x3]"}),
+              ".rodata+0x18, which the kernel may overwrite|");
+    EXPECT_EQ(comments({"ldr x0, [x3, #24]", "csel x4, x3, x2, eq", "str x0, [x4]"}),
+              ".rodata+0x18, which the kernel may overwrite|");
 }
 
 TEST(Listing, ShowsLiteralsInTheCodeAsData)
