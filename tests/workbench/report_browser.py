@@ -477,6 +477,23 @@ class Page(unittest.TestCase):
         self.click("#\\:places button[aria-label='Next change']")
         self.wait_until_here(places[1])
 
+    def test_findings_stand_at_their_instructions_and_keys_lead_to_them(self):
+        self.open(self.few)
+        model = self.value("JSON.parse(document.getElementById(':model').textContent)")
+        found = sorted({(finding["kernel"], finding["offset"]) for finding in model["findings"]})
+        self.assertGreater(len(found), 1)
+        for kernel, offset in found[:3]:
+            self.press("f")
+            place = f"kernel_{kernel}+{offset:#x}"
+            self.wait_until_here(place)
+            [finding] = [one for one in model["findings"] if (one["kernel"], one["offset"]) == (kernel, offset)]
+            mark = self.run_script("const mark = document.getElementById(arguments[0]).querySelector('.mark');"
+                                   " return [mark.className, mark.textContent, mark.title]", place)
+            self.assertEqual(mark, ["mark " + finding["severity"], "✖", finding["message"]])
+            self.assertIn(finding["message"], self.texts(f"#kernel_{kernel} .findings li")[0])
+        self.filter("errors>0")
+        self.assertEqual(self.column("name"), [f"kernel_{kernel}" for kernel in sorted({k for k, _ in found})])
+
     def test_keys_lead_from_hot_spot_to_hot_spot(self):
         self.open(self.profile)
         for offset in ("0x54", "0x88", "0xbc", "0xec"):
