@@ -827,7 +827,7 @@ bool explain_by_instructions(explaining& e, const tessjit::reloc_info& reloc)
     const placed_kernel& kernel = *e.dump;
     const relocation_kind* const kind = find_relocation_kind(reloc.type);
     const std::string kind_text =
-        kind == nullptr ? fmt::format("type {}", reloc.type) : article(kind->instruction);
+        kind == nullptr ? fmt::format("has type {}", reloc.type) : "is for " + article(kind->instruction);
     if (const tessjit::reloc_info* const other = find_exchanged(kernel, reloc)) {
         const auto number_of = [&kernel](const tessjit::reloc_info& r) {
             return &r - kernel.relocs.data() + 1;
@@ -846,7 +846,7 @@ bool explain_by_instructions(explaining& e, const tessjit::reloc_info& reloc)
     const std::optional<std::uint32_t> word = generated_word(kernel, reloc);
     const auto meant = find_meant_instruction(kernel, reloc);
     if (meant && meant->offset == reloc.offset) {
-        e.result.cause = fmt::format("the relocation is for {}, the instruction is {}", kind_text,
+        e.result.cause = fmt::format("the relocation {}, the instruction is {}", kind_text,
                                      article(meant->kind->instruction));
         e.result.advice = relocation_for(kernel, reloc.name, *meant, reloc.addend);
         return true;

@@ -1,10 +1,13 @@
 #include "workbench/checks.hpp"
 
+#include "workbench/output.hpp"
 #include "workbench/placed_check.hpp"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <fmt/format.h>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -75,6 +78,49 @@ std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set)
         return {where::placed, set.kernels[target].text_address};
     };
     return check_placed(checked, find, {}, wfta::address_kind::real);
+}
+
+std::optional<std::string> find_mixture(const kernel_set& set,
+                                        const std::vector<wfta::kernel_finding>& findings)
+{
+    constexpr const char* what = "dumps of more than one run or registry";
+    constexpr const char* remedy = "use a directory for each";
+    std::unordered_map<std::string_view, std::size_t> names;
+    for (const placed_kernel& kernel : set.kernels)
+        ++names[kernel.name];
+    const wfta::kernel_finding* end = nullptr; // of the process, by what was seen so far
+    const auto place = [](const wfta::kernel_finding& finding) {
+        return finding.offset ? place_text(finding.kernel, *finding.offset) : place_text(finding.kernel);
+    };
+    for (const wfta::kernel_finding& finding : findings) {
+        if (!finding.aborts || finding.id == "unknown-target")
+            continue;
+        if (finding.id == "duplicate-name")
+            return fmt::format("{}: two kernels {} lie in one mapping; {}", what, printable(finding.kernel),
+                               remedy);
+        const placed_kernel& kernel = *find_kernel(set, finding.kernel);
+        const std::string& target = kernel.relocs[*finding.relocation].name;
+        const auto targets = names.find(target);
+        // Which of several is meant is not known.
+        if (names[kernel.name] != 1 ||
+            (finding.id == "range" && targets != names.end() && targets->second != 1))
+            continue;
+        const auto next = static_cast<std::size_t>(&kernel - set.kernels.data()) + 1;
+        if (next < set.kernels.size() && set.kernels[next].mapping == kernel.mapping)
+            return fmt::format("{}: {} would have ended the process [{}], but {} was placed after it; {}",
+                               what, place(finding), finding.id, printable(set.kernels[next].name), remedy);
+        if (end != nullptr && end->kernel != finding.kernel)
+            return fmt::format("{}: {} [{}] and {} [{}] would each have ended the process; {}", what,
+                               place(*end), end->id, place(finding), finding.id, remedy);
+        end = &finding;
+    }
+    return std::nullopt;
+}
+
+void refuse_mixture(const kernel_set& set, const std::vector<wfta::kernel_finding>& findings)
+{
+    if (const auto mixture = find_mixture(set, findings))
+        throw std::runtime_error(*mixture);
 }
 
 } // namespace vorna::workbench

@@ -4,6 +4,8 @@
 #include "workbench/kernel_check.hpp"
 #include "workbench/kernel_set.hpp"
 
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace vorna::workbench {
@@ -16,5 +18,14 @@ namespace vorna::workbench {
 /// has all those before it. Any other kernel was linked, as the kernels behind it show, or may have been: its
 /// target is a note, since dumps may leave kernels out.
 std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set);
+
+/// In a line, what shows that no process with one registry can have written all the dumps; nothing if one
+/// can. `findings` are those of check_dumps. A finding that ends the process does so once, and at the last
+/// kernel of a mapping. Neither a target that is missing nor a name in two mappings proves anything.
+std::optional<std::string> find_mixture(const kernel_set& set,
+                                        const std::vector<wfta::kernel_finding>& findings);
+
+/// Throws std::runtime_error with that line.
+void refuse_mixture(const kernel_set& set, const std::vector<wfta::kernel_finding>& findings);
 
 } // namespace vorna::workbench

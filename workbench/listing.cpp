@@ -269,6 +269,18 @@ kernel_listing list_generated(const kernel_set& set, const placed_kernel& kernel
     return list_rows(set, kernel, disassembler, {false, true});
 }
 
+std::string generated_text(const placed_kernel& kernel, std::size_t offset, disassembler& disassembler)
+{
+    const std::uint32_t word = word_at(kernel.text, offset);
+    const auto relocation =
+        std::find_if(kernel.relocs.begin(), kernel.relocs.end(), [&](const tessjit::reloc_info& r) {
+            return r.offset >= 0 && fits(r, offset, word) &&
+                   (word & wfta::field_mask(*wfta::find_relocation_kind(r.type))) == 0;
+        });
+    return relocation == kernel.relocs.end() ? disassembler.text(word, kernel.text_address + offset)
+                                             : relocated_text(kernel, *relocation, word, disassembler);
+}
+
 kernel_listing list_without_addresses(const placed_kernel& kernel, disassembler& disassembler)
 {
     // In a set of its own, with callees in reach that have no code.

@@ -47,6 +47,10 @@ kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, d
 /// relocation fits. Throws as list_kernel does.
 kernel_listing list_generated(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler);
 
+/// The instruction at the offset as it was generated, with its relocation's target as its last operand if its
+/// field is zero.
+std::string generated_text(const placed_kernel& kernel, std::size_t offset, disassembler& disassembler);
+
 /// Lists a kernel by itself: targets by name, words as they were generated. Nothing in it depends on where
 /// the kernel and its callees were placed. Throws as list_kernel does.
 kernel_listing list_without_addresses(const placed_kernel& kernel, disassembler& disassembler);

@@ -569,6 +569,14 @@ private:
                distance_text(distance) + " from it";
     }
 
+    [[nodiscard]] std::string far_advice() const
+    {
+        const std::string advice = "finalise both in one set";
+        return addresses_ == address_kind::real
+                   ? advice + "; if these are dumps of two runs, use a directory for each"
+                   : advice;
+    }
+
     // Whether the value fits, as far as it is known.
     bool check_range(size_t i, const tessjit::reloc_info& reloc, const relocation_kind& kind,
                      const target_place& target)
@@ -596,8 +604,7 @@ private:
         error("range", true, i, cause,
               std::string(kind.name) + " reaches " + target_text(reloc) + " at " +
                   distance_text(static_cast<int64_t>(X)) + ", limit " + kind.reach,
-              reloc.type == R_AARCH64_ADR_PREL_LO21 ? "use ADRP and ADD"
-                                                    : "place the two nearer to each other");
+              reloc.type == R_AARCH64_ADR_PREL_LO21 ? "use ADRP and ADD" : far_advice());
         return false;
     }
 

@@ -86,6 +86,15 @@ void print_registry(const kernel_registry_map& registry)
     }
 }
 
+void print_breakages()
+{
+    static constexpr const char* outcomes[] = {"the finaliser ends the process", "the kernel crashes",
+                                               "the results are wrong", "the results are right"};
+    for (const wfta_host::breakage& breakage : wfta_host::breakages())
+        std::printf("%-17s  %s: %s\n", breakage.kind.c_str(), breakage.description.c_str(),
+                    outcomes[static_cast<int>(breakage.leads_to)]);
+}
+
 // Prints one line that names the nearest possible lengths.
 void reject(std::int64_t length)
 {
@@ -108,7 +117,7 @@ int run(int argc, char** argv)
     bool all = false;
     bool inverse = false;
     bool list = false;
-    bool broken = false;
+    std::string kind;
     std::string profile;
 
     CLI::App app("Generates Winograd kernels, places and links them with the kernel finaliser, runs them and "
@@ -118,13 +127,24 @@ int run(int argc, char** argv)
     app.add_flag("--all", all, "all possible lengths");
     app.add_flag("--inverse", inverse, "transform with the other sign of the exponent");
     app.add_flag("--list", list, "print the kernel registry at the end");
-    app.add_flag("--break", broken, "misplace a relocation, to see how the finaliser ends the process");
+    app.add_flag(
+        "--break{field-filled}", kind,
+        "make a mistake in each set, as --break=KIND; --break=help lists them; field-filled without");
     app.add_option("--profile", profile, "write how often each instruction ran, for vorna-kernels profile")
         ->type_name("FILE");
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& help) {
         return app.exit(help);
+    }
+    if (kind == "help") {
+        print_breakages();
+        return 0;
+    }
+    const wfta_host::breakage* const breakage = wfta_host::find_breakage(kind);
+    if (!kind.empty() && breakage == nullptr) {
+        std::fprintf(stderr, "wfta_host: no mistake %s, --break=help lists them\n", kind.c_str());
+        return 2;
     }
     if (!profile.empty() && !wfta_host::machine_counts) {
         std::fprintf(stderr, "wfta_host: --profile counts in a simulator; perf record profiles %s\n",
@@ -151,7 +171,7 @@ int run(int argc, char** argv)
     std::vector<plan> plans;
     instruction_counts counts;
     for (const std::int64_t length : lengths) {
-        plans.push_back(make_plan(registry, static_cast<unsigned>(length), dir, broken));
+        plans.push_back(make_plan(registry, static_cast<unsigned>(length), dir, breakage));
         const plan& p = plans.back();
         const complex_signal in = random_signal(p.length);
         const complex_signal expected = transform_by_fftw(in, dir);

@@ -3,7 +3,6 @@
 #include "examples/wfta_host/short_dft.hpp"
 
 #include <algorithm>
-#include <elf.h>
 #include <stdexcept>
 
 using vorna::wfta::kernel_data;
@@ -50,16 +49,7 @@ const std::vector<unsigned>& possible_lengths()
     return lengths;
 }
 
-static void break_first_call(kernel_data& kernel)
-{
-    const auto call =
-        std::find_if(kernel.relocs.begin(), kernel.relocs.end(),
-                     [](const tessjit::reloc_info& reloc) { return reloc.type == R_AARCH64_CALL26; });
-    if (call != kernel.relocs.end())
-        call->offset += 4;
-}
-
-plan make_plan(kernel_registry_map& registry, unsigned length, direction dir, bool broken)
+plan make_plan(kernel_registry_map& registry, unsigned length, direction dir, const breakage* breakage)
 {
     plan result{};
     result.length = length;
@@ -89,8 +79,8 @@ plan make_plan(kernel_registry_map& registry, unsigned length, direction dir, bo
     void* entry = nullptr;
     kernels.push_back(generate_driver_kernel(result.factors, dir));
     kernels.back().entry_out = &entry;
-    if (broken)
-        break_first_call(kernels.back());
+    if (breakage != nullptr)
+        breakage->apply(registry, kernels);
 
     vorna::wfta::finalise_kernels(registry, kernels);
 

@@ -1,6 +1,7 @@
 // The planner: turns a transform length into placed, linked and runnable kernels.
 #pragma once
 
+#include "examples/wfta_host/breakage.hpp"
 #include "examples/wfta_host/kernel_generator.hpp"
 #include "fft/SRC/wfta/kernel_printer.hpp"
 
@@ -34,9 +35,8 @@ std::vector<unsigned> factors_of(unsigned length);
 /// places and links them, with calls to the kernels that it holds. Throws std::invalid_argument for an
 /// impossible length.
 ///
-/// With `broken`, the relocation of the driver's first call is one instruction too far on, as it might be in
-/// a generator with a mistake: the finaliser then ends the process.
+/// With a breakage the set has that mistake.
 plan make_plan(vorna::wfta::kernel_registry_map& registry, unsigned length, direction dir,
-               bool broken = false);
+               const breakage* breakage = nullptr);
 
 } // namespace wfta_host

@@ -29,7 +29,7 @@ void write_profile(const std::string& file, const vorna::wfta::kernel_registry_m
                      pid, pid, pid, begin, end - begin, begin);
     }
     for (const auto& [address, count] : counts)
-        std::fprintf(text, "%5d     1.000000: %10" PRIu64 " instructions: %16" PRIxPTR "\n", pid, count,
+        std::fprintf(text, "%5d     1.000000: %10" PRIu64 " executions: %16" PRIxPTR "\n", pid, count,
                      address);
     const bool written = std::ferror(text) == 0;
     if (std::fclose(text) != 0 || !written)

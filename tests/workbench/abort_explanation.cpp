@@ -684,11 +684,11 @@ TEST(AnExplanation, OfAnUnhandledTypeSaysWhatToUse)
     EXPECT_EQ(jump.type, 282);
     EXPECT_FALSE(jump.limit);
     EXPECT_EQ(jump.message, "relocation type 282 (R_AARCH64_JUMP26) is not supported");
-    EXPECT_EQ(jump.cause, "the relocation is for type 282, the instruction is an ADRP");
+    EXPECT_EQ(jump.cause, "the relocation has type 282, the instruction is an ADRP");
     EXPECT_EQ(jump.advice, "{\"k\", 0, 275, 0}");
     const abort_explanation number = with_type(5);
     EXPECT_EQ(number.message, "relocation type 5 is not supported");
-    EXPECT_EQ(number.cause, "the relocation is for type 5, the instruction is an ADRP");
+    EXPECT_EQ(number.cause, "the relocation has type 5, the instruction is an ADRP");
     EXPECT_EQ(number.advice, "{\"k\", 0, 275, 0}");
 }
 

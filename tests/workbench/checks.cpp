@@ -122,6 +122,63 @@ TEST(Checks, TakeOneNameTwiceForTwoRegistriesButInAMapping)
               "");
 }
 
+/// What shows that the dumps are of more than one run.
+std::string mixture(std::vector<placed_kernel> kernels)
+{
+    const auto set = make_kernel_set(std::move(kernels));
+    return vorna::workbench::find_mixture(set, check_dumps(set)).value_or("");
+}
+
+std::string mixed(const std::string& why)
+{
+    return "dumps of more than one run or registry: " + why + "; use a directory for each";
+}
+
+TEST(Mixture, IsCertainWhereAKernelFollowsOneThatEndsTheProcess)
+{
+    const placed_kernel callee = placed("callee", 0xa900001000, 0xa900001020, {ret()});
+    const placed_kernel caller =
+        placed("caller", 0x1000, 0x1080, {nop(), bl(), ret()}, {{"callee", 4, BL, 0}});
+    const placed_kernel next = placed("next", 0x1020, 0x1088, {ret()});
+    EXPECT_EQ(mixture({callee, caller}), "") << "which may have ended so";
+    EXPECT_EQ(mixture({callee, caller, next}),
+              mixed("caller+0x4 would have ended the process [range], but next was placed after it"));
+    EXPECT_EQ(mixture({placed("filled", 0x1000, 0x1080, {bl() | 1, ret()}, {{"filled", 0, BL, 0}}), next}),
+              mixed("filled+0x0 would have ended the process [field-filled], but next was placed after it"));
+    EXPECT_EQ(mixture({placed("early", 0x1000, 0x1080, {bl(), ret()}, {{"next", 0, BL, 0}}), next}),
+              mixed("early+0x0 would have ended the process [callee-order], but next was placed after it"));
+}
+
+TEST(Mixture, IsCertainWhereTheProcessWouldHaveEndedTwice)
+{
+    const placed_kernel callee = placed("callee", 0xa900001000, 0xa900001020, {ret()});
+    const placed_kernel one =
+        placed("one", 0x1000, 0x1020, {bl(), bl(), ret()}, {{"callee", 0, BL, 0}, {"one", 4, BL, 2}});
+    const placed_kernel two = placed("two", 0x5000, 0x5020, {bl(), ret()}, {{"callee", 0, BL, 0}});
+    EXPECT_EQ(mixture({callee, one}), "") << "one kernel, whatever else is wrong with it";
+    EXPECT_EQ(mixture({callee, one, two}),
+              mixed("one+0x4 [range] and two+0x0 [range] would each have ended the process"));
+}
+
+TEST(Mixture, IsNotSeenWhereTwoRegistriesOrAFilterExplainIt)
+{
+    const placed_kernel near = placed("same", 0x1000, 0x1020, {ret()});
+    const placed_kernel far = placed("same", 0xa900001000, 0xa900001020, {ret()});
+    const placed_kernel user =
+        placed("user", 0xa980001000, 0xa980001040, {bl(), ret()}, {{"same", 0, BL, 0}});
+    const placed_kernel next = placed("next", 0xa980001020, 0xa980001048, {ret()});
+    EXPECT_EQ(mixture({near, far, user, next}), "") << "which of the two it calls is not known";
+    EXPECT_EQ(mixture({near, placed("same", 0x5000, 0x5020, {ret()})}), "");
+    const placed_kernel lost = placed("lost", 0x1000, 0x1080, {bl(), ret()}, {{"nobody", 0, BL, 0}});
+    EXPECT_EQ(mixture({lost, placed("next", 0x1020, 0x1088, {ret()})}), "") << "nobody may have no dump";
+}
+
+TEST(Mixture, IsCertainOfTwoKernelsOfOneNameInAMapping)
+{
+    EXPECT_EQ(mixture({placed("same", 0x1000, 0x1080, {ret()}), placed("same", 0x1020, 0x1088, {ret()})}),
+              mixed("two kernels same lie in one mapping"));
+}
+
 TEST(Checks, TakeTimeInProportionToTheKernelsOfOneName)
 {
     std::vector<placed_kernel> kernels;
@@ -320,6 +377,30 @@ TEST_F(CheckCommand, FailsForAnErrorBesideANoteOfTheSameAddress)
               "    c8dffc61  ldar x1, [x3]\n"
               "    data blocks are packed: make the length of every block of the set a multiple of 8\n"
               "1 kernel, 1 relocation: 1 error, 1 note\n");
+}
+
+TEST_F(CheckCommand, RefusesDumpsOfTwoRuns)
+{
+    dump(placed("callee", 0xa900001000, 0xa900001020, {ret()}));
+    dump(placed("caller", 0x1000, 0x1080, {bl(), ret()}, {{"callee", 0, BL, 0}}));
+    EXPECT_THAT(check({"."}).out,
+                testing::HasSubstr("    94000000  bl callee               relocation 1 of 1: callee + 0\n"
+                                   "    finalise both in one set; if these are dumps of two runs, use a "
+                                   "directory for each\n"));
+    dump(placed("next", 0x1020, 0x1088, {ret()}));
+    const std::string line =
+        "vorna-kernels: " +
+        mixed("caller+0x0 would have ended the process [range], but next was placed after it") + "\n";
+    for (const std::string format : {"text", "json", "github"}) {
+        const child_result result = check({".", "--format=" + format});
+        EXPECT_EQ(result.exit_status, 2);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, line);
+    }
+    const child_result link = run_tool({VORNA_KERNELS, "link", ".", "-o", "image"}, directory.path());
+    EXPECT_EQ(link.exit_status, 2);
+    EXPECT_EQ(link.err, line);
+    EXPECT_FALSE(std::filesystem::exists(directory.path() / "image"));
 }
 
 TEST_F(CheckCommand, FailsForWarningsIfItIsStrict)

@@ -118,7 +118,9 @@ TEST_F(Explain, SaysWhatTheReportAloneTells)
 {
     write("log", log_of_qemu);
     const child_result child = explain({"log"});
-    EXPECT_EQ(child.out, explained_without_dumps);
+    EXPECT_EQ(child.out, explained_without_dumps +
+                             "note: with the dumps of that process, --dumps DUMPS gives "
+                             "the relocation and its correction\n");
     EXPECT_EQ(child.exit_status, 0);
 }
 
@@ -212,13 +214,32 @@ TEST_F(Explain, NamesTheLogWhereTheKernelIsNotKnown)
                 StartsWith("log:2: error: a relocation's target is at address null [null-target]\n"));
 }
 
-TEST_F(Explain, EndsWithOneWithoutAReport)
+TEST_F(Explain, SaysHowToGoOnWithoutAReport)
 {
     write("log", "main: all is well\n");
     const child_result child = explain({"log"});
-    EXPECT_EQ(child.out, "no report of an abort in log\n");
+    EXPECT_EQ(child.out, "no report of an abort in log\n"
+                         "    cause  the finaliser did not end it; a kernel that crashes leaves no report\n"
+                         "    do     vorna-kernels check DUMPS\n"
+                         "           vorna-kernels link DUMPS -o kernels.elf\n"
+                         "           gdb HOST CORE -ex 'add-symbol-file kernels.elf' -ex bt -ex 'x/i $pc'\n");
     EXPECT_EQ(child.err, "");
     EXPECT_EQ(child.exit_status, 1);
+}
+
+TEST_F(Explain, NamesTheSignOfACrash)
+{
+    for (const std::string sign : {"qemu: uncaught target signal 11 (Segmentation fault) - core dumped",
+                                   "qemu: uncaught target signal 4 (Illegal instruction) - core dumped",
+                                   "Program received signal SIGBUS, Bus error.", "Trace/breakpoint trap"}) {
+        write("log", "main: all is well\n" + sign + "\nSegmentation fault\n");
+        const child_result child = explain({"log", "--dumps", "dumps"});
+        EXPECT_THAT(child.out,
+                    StartsWith("no report of an abort in log\n    found  log:2: " + sign +
+                               "\n    cause  an instruction raised the signal, perhaps a kernel's\n"
+                               "    do     vorna-kernels check dumps\n"));
+        EXPECT_EQ(child.exit_status, 1);
+    }
 }
 
 TEST_F(Explain, EndsWithTwoInTroubleAndStillExplains)

@@ -113,8 +113,35 @@ wfta_12, 3 samples, percent of the kernel
                +10  d65f03c0  ret
                +14  ffffffff  .word 0xffffffff
 
-note: interrupts come late: read a row with those before it; perf record -e arm_spe// is exact
+note: samples skid: read a row with those before it; perf record -e arm_spe// is exact
 )");
+}
+
+TEST_F(ProfileCommand, CallsExactCountsExecutions)
+{
+    write_file(directory.path() / "counts",
+               mapping + "  662     1.000000:          4 executions:             10000\n"
+                         "  662     1.000000:       1096 executions:             10004\n");
+    const child_result result = run({"dumps", "--perf-script=counts"});
+    EXPECT_EQ(result.exit_status, 0) << result;
+    EXPECT_EQ(
+        result.out,
+        R"(1,100 executions of 2 instructions; in kernels 100.0 %, mapping without dump 0.0 %, elsewhere 0.0 %
+ 100.0 %  wfta_3
+
+wfta_3, 1,100 executions, percent of the kernel
+  0.4          +00  d503201f  nop
+ 99.6 ████████ +04  d503201f  nop
+               +08  d65f03c0  ret
+
+note: exact counts: how often each instruction ran, not how long it took
+)");
+}
+
+TEST_F(ProfileCommand, SaysHowTextIsGiven)
+{
+    expect_trouble({"dumps", "text"},
+                   "text: text, not what perf record writes: give it with --perf-script=text");
 }
 
 TEST_F(ProfileCommand, ListsTheNamedKernels)

@@ -94,7 +94,7 @@ TEST_F(Program, MakesItsManualPageOfItsHelp)
     for (const char* line : {".B vorna\\-kernels check\n[\\fIOPTIONS\\fR] \\fIDUMPS...\\fR\n",
                              ".B vorna\\-kernels link\n\\-o IMAGE [\\fIOPTIONS\\fR] \\fIDUMPS\\fR\n",
                              ".B vorna\\-kernels baseline bless\n", ".SS report\n", "\n.SH EXAMPLES\n",
-                             "Exit status: 0 explained, 1 no report in the input, 2 trouble.\n"})
+                             "Exit status: 0 explained, 1 no report in the input, 2 error.\n"})
         EXPECT_THAT(page.out, HasSubstr(line));
     const child_result read = support::run_tool(
         {"bash", "-c", "'" VORNA_KERNELS "' --man-page | groff -man -ww -z"}, directory.path());
@@ -193,12 +193,22 @@ TEST_F(Program, ColoursOnATerminalUnlessTheEnvironmentForbidsIt)
         return support::run_tool({"script", "-qec", environment + " '" VORNA_KERNELS "' show .", "/dev/null"},
                                  directory.path());
     };
-    const child_result plain = on_terminal("");
+    const child_result plain = on_terminal("TERM=xterm");
     if (plain.exit_status == 127)
         GTEST_SKIP() << "script(1) is not installed";
     EXPECT_THAT(plain.out, HasSubstr("\x1b["));
-    EXPECT_THAT(on_terminal("NO_COLOR=1").out, Not(HasSubstr("\x1b[")));
-    EXPECT_THAT(on_terminal("NO_COLOR=").out, HasSubstr("\x1b["));
+    EXPECT_THAT(on_terminal("TERM=xterm NO_COLOR=1").out, Not(HasSubstr("\x1b[")));
+    EXPECT_THAT(on_terminal("TERM=xterm NO_COLOR=").out, HasSubstr("\x1b["));
+    EXPECT_THAT(on_terminal("TERM=dumb").out, Not(HasSubstr("\x1b[")));
+    EXPECT_THAT(on_terminal("TERM=").out, Not(HasSubstr("\x1b[")));
+    EXPECT_THAT(on_terminal("env -u TERM").out, Not(HasSubstr("\x1b[")));
+}
+
+TEST_F(Program, SaysInTheHelpWhichExitStatusesACommandHas)
+{
+    EXPECT_THAT(run({"show", "--help"}).out, HasSubstr("Exit status: 0 shown, 2 error.\n"));
+    EXPECT_THAT(run({"link", "--help"}).out,
+                HasSubstr("Exit status: 0 linked, 1 linked, with findings, 2 error.\n"));
 }
 
 TEST_F(Program, KeepsAnEscapeSequenceInANameFromTheTerminal)

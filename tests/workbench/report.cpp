@@ -474,6 +474,29 @@ TEST_F(ReportCommand, DoesNotWriteThePageOverWhatItReads)
     EXPECT_EQ(contents(directory.path() / "text"), "some words\n");
 }
 
+TEST_F(ReportCommand, SaysHowTheTextOfAProfileIsGiven)
+{
+    write_file(directory.path() / "counts", "    7     1.000000:          4 executions:             10000\n");
+    expect_trouble({"dumps", "-o", "page.html", "--profile=counts"},
+                   "counts: text, not what perf record writes: give it with --perf-script=counts");
+}
+
+TEST_F(ReportCommand, NamesTheDirectoryThatIsTheCurrentOne)
+{
+    const child_result result =
+        run_tool({VORNA_KERNELS, "report", ".", "-o", "../page.html"}, directory.path() / "dumps");
+    EXPECT_EQ(result.exit_status, 0) << result;
+    EXPECT_THAT(page(), HasSubstr("<title>Kernels of dumps</title>"));
+}
+
+TEST_F(ReportCommand, RefusesDumpsOfTwoRuns)
+{
+    dump("dumps/again", "wfta_3", 0x10060);
+    expect_trouble({"dumps", "-o", "page.html"},
+                   "dumps of more than one run or registry: two kernels wfta_3 lie in one mapping; use a "
+                   "directory for each");
+}
+
 TEST_F(ReportCommand, RefusesArgumentsThatDoNotGoTogether)
 {
     expect_trouble({"dumps"}, "--output is required");

@@ -1,5 +1,5 @@
 #include "workbench/checks.hpp"
-#include "workbench/disassembler.hpp"
+#include "workbench/listing.hpp"
 #include "workbench/output.hpp"
 #include "workbench/program/command.hpp"
 #include "workbench/program/json.hpp"
@@ -61,10 +61,9 @@ std::string evidence(const kernel_set& set, const kernel_finding& finding, disas
     if (kernel == nullptr)
         return text;
     if (finding.offset && lies_within(kernel->text, *finding.offset)) {
-        const std::uint32_t word = word_at(kernel->text, static_cast<std::size_t>(*finding.offset));
-        text = fmt::format(
-            "    {:08x}  {}", word,
-            disassembler.text(word, kernel->text_address + static_cast<std::uint64_t>(*finding.offset)));
+        const auto offset = static_cast<std::size_t>(*finding.offset);
+        text = fmt::format("    {:08x}  {}", word_at(kernel->text, offset),
+                           generated_text(*kernel, offset, disassembler));
     }
     if (finding.relocation && *finding.relocation < kernel->relocs.size()) {
         const tessjit::reloc_info& reloc = kernel->relocs[*finding.relocation];
@@ -147,6 +146,7 @@ int check(const check_options& options)
     if (!require_kernels(read, few_of(options.dumps)))
         return in_trouble;
     checked_set checked = {read.set, check_dumps(read.set)};
+    refuse_mixture(read.set, checked.findings);
     for (const placed_kernel& kernel : read.set.kernels)
         checked.relocations += kernel.relocs.size();
     if (options.common.format == "json")

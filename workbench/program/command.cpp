@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fmt/format.h>
 #include <stdexcept>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,7 +30,9 @@ bool use_colour(const common_options& options)
     if (options.color != "auto")
         return options.color == "always";
     const char* const no_color = std::getenv("NO_COLOR");
-    return (no_color == nullptr || *no_color == '\0') && isatty(STDOUT_FILENO) != 0;
+    const char* const terminal = std::getenv("TERM");
+    const bool plain = terminal == nullptr || *terminal == '\0' || std::string_view(terminal) == "dumb";
+    return (no_color == nullptr || *no_color == '\0') && !plain && isatty(STDOUT_FILENO) != 0;
 }
 
 void report_trouble(const std::string& text)

@@ -27,7 +27,8 @@ struct common_options {
 void add_common_options(command_line& command, common_options& options,
                         const std::vector<std::string>& formats);
 
-/// Whether text on stdout is to be coloured: as --color says; "auto" is a terminal without NO_COLOR.
+/// Whether text on stdout is to be coloured: as --color says; "auto" is a terminal without NO_COLOR whose
+/// TERM is set and not "dumb".
 bool use_colour(const common_options& options);
 
 /// Prints "vorna-kernels: " and the text as a line on stderr.

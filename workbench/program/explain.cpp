@@ -5,13 +5,16 @@
 #include "workbench/program/command.hpp"
 #include "workbench/program/json.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <unistd.h>
 
 namespace vorna::workbench {
@@ -64,6 +67,69 @@ private:
     int descriptor_;
     std::string name_;
 };
+
+/// A line of the log that tells of a signal which an instruction raises: a kernel's, perhaps.
+struct crash_line {
+    std::size_t number; ///< counted from 1
+    std::string text;
+};
+
+/// Looks for the first such line in the bytes of a log.
+class crash_finder {
+public:
+    void read(std::string_view bytes)
+    {
+        for (const char c : bytes) {
+            if (c == '\n')
+                end_line();
+            else if (line_.size() < longest)
+                line_ += c;
+        }
+    }
+
+    std::optional<crash_line> finish()
+    {
+        end_line();
+        return found_;
+    }
+
+private:
+    static constexpr std::size_t longest = 4096;
+
+    void end_line()
+    {
+        static constexpr std::string_view signs[] = {
+            "SIGSEGV", "Segmentation fault", "SIGILL",  "Illegal instruction",
+            "SIGBUS",  "Bus error",          "SIGTRAP", "Trace/breakpoint trap"};
+        ++number_;
+        if (!found_ && std::any_of(std::begin(signs), std::end(signs), [this](std::string_view sign) {
+                return line_.find(sign) != std::string::npos;
+            }))
+            found_ = crash_line{number_, line_};
+        line_.clear();
+    }
+
+    std::string line_;
+    std::size_t number_ = 0;
+    std::optional<crash_line> found_;
+};
+
+// A log without a report: the finaliser has not ended the process, but a kernel may have.
+void print_way_on(const explain_options& options, const std::string& log_name,
+                  const std::optional<crash_line>& crash)
+{
+    const std::string dumps = options.dumps.empty() ? "DUMPS" : printable(options.dumps);
+    fmt::print("no report of an abort in {}\n", printable(log_name));
+    if (crash)
+        fmt::print("    found  {}:{}: {}\n", printable(log_name), crash->number, printable(crash->text));
+    fmt::print("    cause  {}\n",
+               crash ? "an instruction raised the signal, perhaps a kernel's"
+                     : "the finaliser did not end it; a kernel that crashes leaves no report");
+    fmt::print("    do     vorna-kernels check {0}\n"
+               "           vorna-kernels link {0} -o kernels.elf\n"
+               "           gdb HOST CORE -ex 'add-symbol-file kernels.elf' -ex bt -ex 'x/i $pc'\n",
+               dumps);
+}
 
 std::vector<std::int64_t> times_of_files(const kernel_set& set)
 {
@@ -175,8 +241,12 @@ void print_json(const std::vector<abort_explanation>& explanations)
 int explain(const explain_options& options)
 {
     log_file file(options.log);
-    const abort_log log =
-        read_abort_reports([&](char* bytes, std::size_t size) { return file.read_some(bytes, size); });
+    crash_finder crashes;
+    const abort_log log = read_abort_reports([&](char* bytes, std::size_t size) {
+        const std::size_t count = file.read_some(bytes, size);
+        crashes.read({bytes, count});
+        return count;
+    });
 
     bool trouble = false;
     dumps_of_process dumps;
@@ -196,13 +266,16 @@ int explain(const explain_options& options)
         for (const abort_explanation& found : explanations)
             print_text(dumps, found, file.name(), options.common);
         if (explanations.empty())
-            fmt::print("no report of an abort in {}\n", printable(file.name()));
+            print_way_on(options, file.name(), crashes.finish());
         else if (log.more_reports == 0)
             fmt::print("{}\n", counted(explanations.size(), "report"));
         else
             fmt::print("{} explained, {} more passed over\n", counted(explanations.size(), "report"),
                        log.more_reports);
     }
+    if (options.common.format == "text" && options.dumps.empty() && !explanations.empty())
+        fmt::print(
+            "note: with the dumps of that process, --dumps DUMPS gives the relocation and its correction\n");
     if (trouble)
         return in_trouble;
     return explanations.empty() ? something_found : nothing_found;
@@ -218,7 +291,7 @@ void add_explain(command_line& program, int& status)
     command.add_option("LOG", options->log, "What the process wrote to stderr; standard input without, or -");
     command.add_option("--dumps", options->dumps, "Directory of the dumps that it wrote, or one dump")
         .type_name("DUMPS");
-    command.footer("Exit status: 0 explained, 1 no report in the input, 2 trouble.");
+    command.footer("Exit status: 0 explained, 1 no report in the input, 2 error.");
     add_common_options(command, options->common, {"text", "json"});
     command.run([options, &status] { status = explain(*options); });
 }

@@ -1,3 +1,4 @@
+#include "workbench/checks.hpp"
 #include "workbench/linking.hpp"
 #include "workbench/output.hpp"
 #include "workbench/program/command.hpp"
@@ -108,6 +109,7 @@ int link(const link_options& options)
     if (!require_kernels(read, options.dumps))
         return in_trouble;
     refuse_dump(read.set, options.image);
+    refuse_mixture(read.set, check_dumps(read.set));
     const linked_set linked = link_set(read.set);
     linked_image image;
     try {
@@ -135,6 +137,7 @@ void add_link(command_line& program, int& status)
     command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump").required();
     command.add_option("-o,--output", options->image, "The file to write").type_name("IMAGE").required();
     add_common_options(command, options->common, {"text", "json"});
+    command.footer("Exit status: 0 linked, 1 linked, with findings, 2 error.");
     command.run([options, &status] { status = link(*options); });
 }
 

@@ -29,10 +29,21 @@ struct profile_options {
     std::vector<std::string> kernels;
 };
 
+std::string grouped_count(std::uint64_t count, const char* noun)
+{
+    return fmt::format("{} {}{}", grouped(count), noun, count == 1 ? "" : "s");
+}
+
 /// "1 sample", "24,180 samples".
 std::string samples_text(std::uint64_t count)
 {
-    return grouped(count) + (count == 1 ? " sample" : " samples");
+    return grouped_count(count, "sample");
+}
+
+/// Not samples, but how often each instruction ran: what an emulator writes of itself, under this name.
+bool is_exact(const event_profile& event)
+{
+    return event.event == "executions";
 }
 
 /// A bar of `part` of `whole`, in eighths of a column, and blanks behind it.
@@ -50,8 +61,12 @@ std::string bar(std::uint64_t part, std::uint64_t whole)
 void print_join(const profile& profile, const event_profile& event)
 {
     const std::uint64_t whole = event.total.weight;
-    fmt::print("{} by period, {}; in kernels {} %, mapping without dump {} %, elsewhere {} %\n",
-               printable(event.event), samples_text(event.total.samples),
+    const std::string counts =
+        is_exact(event)
+            ? fmt::format("{} of {}", grouped_count(whole, "execution"),
+                          grouped_count(event.total.samples, "instruction"))
+            : fmt::format("{} by period, {}", printable(event.event), samples_text(event.total.samples));
+    fmt::print("{}; in kernels {} %, mapping without dump {} %, elsewhere {} %\n", counts,
                percent_text(event.in_kernels.weight, whole), percent_text(event.unknown.weight, whole),
                percent_text(event.elsewhere.weight, whole));
     for (const event_profile& other : profile.events) {
@@ -91,7 +106,9 @@ void print_listing(const kernel_set& set, const event_profile& event, const plac
 {
     const kernel_profile* const sampled = find_profile(set, event, kernel);
     const sample_count count = sampled == nullptr ? sample_count() : sampled->count;
-    fmt::print("\n{}\n", painted(fmt::format("{}, {}{}", printable(kernel.name), samples_text(count.samples),
+    fmt::print("\n{}\n", painted(fmt::format("{}, {}{}", printable(kernel.name),
+                                             is_exact(event) ? grouped_count(count.weight, "execution")
+                                                             : samples_text(count.samples),
                                              sampled == nullptr ? "" : ", percent of the kernel"),
                                  colour::bold, coloured));
     if (sampled == nullptr)
@@ -139,7 +156,9 @@ std::string note_text(const event_profile& event)
         return "no sample is in a kernel; perf does not see what a simulator or an emulator runs";
     if (is_spe(event.event))
         return "arm_spe samples are of operations, not of time, each at its own instruction";
-    return "interrupts come late: read a row with those before it; perf record -e arm_spe// is exact";
+    if (is_exact(event))
+        return "exact counts: how often each instruction ran, not how long it took";
+    return "samples skid: read a row with those before it; perf record -e arm_spe// is exact";
 }
 
 void print_text(const kernel_set& set, const profile& profile, const event_profile& event,

@@ -2,12 +2,15 @@
 
 #include "workbench/program/command.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fmt/format.h>
+#include <fstream>
 #include <spawn.h>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -89,6 +92,20 @@ private:
     pid_t pid_ = -1;
 };
 
+/// Whether a regular file begins as no file of perf record does: without a byte that is not text.
+bool is_text(const std::string& file)
+{
+    if (!std::filesystem::is_regular_file(file))
+        return false;
+    char bytes[4096];
+    std::ifstream input(file, std::ios::binary);
+    input.read(bytes, sizeof bytes);
+    const auto end = bytes + input.gcount();
+    return end != bytes && std::all_of(bytes, end, [](char c) {
+               return static_cast<unsigned char>(c) >= ' ' || c == '\n' || c == '\t' || c == '\r';
+           });
+}
+
 /// The first line of a temporary file.
 std::string first_line(std::FILE* file)
 {
@@ -130,6 +147,9 @@ profile read_perf_data(const std::string& file, const kernel_set& set)
 
     if (file != "-" && access(file.c_str(), R_OK) != 0)
         fail(file);
+    if (is_text(file))
+        throw std::runtime_error(file +
+                                 ": text, not what perf record writes: give it with --perf-script=" + file);
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
         fail("pipe");

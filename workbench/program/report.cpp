@@ -27,6 +27,17 @@ struct report_options {
     std::string page;
 };
 
+// What the page calls the dumps: as they were named, but "." by the directory's own name.
+std::string name_of(const std::string& dumps)
+{
+    const std::string last = std::filesystem::path(dumps).filename().string();
+    if (!last.empty() && last != "." && last != "..")
+        return dumps;
+    std::error_code error;
+    std::filesystem::path path = std::filesystem::canonical(dumps, error);
+    return error || path.filename().empty() ? dumps : path.filename().string();
+}
+
 int report(const report_options& options)
 {
     read_result read = read_set({options.dumps}, options.common);
@@ -42,12 +53,13 @@ int report(const report_options& options)
     refuse_dump(before.set, options.page);
 
     page_input input;
-    input.name = options.dumps;
+    input.name = name_of(options.dumps);
     input.set = &read.set;
     input.findings = check_dumps(read.set);
+    refuse_mixture(read.set, input.findings);
     if (!options.against.empty()) {
         input.against = &before.set;
-        input.against_name = options.against;
+        input.against_name = name_of(options.against);
     }
     profile profile;
     const bool text = !options.perf_script.empty();

@@ -102,6 +102,7 @@ void add_show(command_line& program, int& status)
     command.add_option("KERNEL", options->kernels, "Names of kernels; all of them without");
     command.add_flag("--unlinked", options->unlinked, "As generated, without relocations");
     add_common_options(command, options->common, {"text", "json"});
+    command.footer("Exit status: 0 shown, 2 error.");
     command.run([options, &status] { status = show(*options); });
 }
 

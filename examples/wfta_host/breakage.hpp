@@ -1,0 +1,33 @@
+// Mistakes as a generator makes them, for trying what the finaliser and the workbench say about each.
+#pragma once
+
+#include "fft/SRC/wfta/kernel_printer.hpp"
+
+#include <string>
+#include <vector>
+
+namespace wfta_host {
+
+/// What a mistake leads to.
+enum class outcome {
+    ended,   ///< the finaliser ends the process
+    crashes, ///< a kernel ends it, when it runs
+    wrong,   ///< the results are wrong
+    good     ///< the results are right all the same
+};
+
+struct breakage {
+    std::string kind; ///< where it has one, the id of the finding of vorna-kernels check
+    std::string description;
+    outcome leads_to;
+    /// Breaks a set: the short kernels that the registry lacks, and the driver, which is the last.
+    void (*apply)(vorna::wfta::kernel_registry_map& registry, std::vector<vorna::wfta::kernel_data>& kernels);
+};
+
+/// All of them, by kind those that end the process first.
+const std::vector<breakage>& breakages();
+
+/// The one of that kind, or null.
+const breakage* find_breakage(const std::string& kind);
+
+} // namespace wfta_host
