@@ -3,6 +3,7 @@
 #include "workbench/a64.hpp"
 #include "workbench/difference.hpp"
 #include "workbench/json.hpp"
+#include "workbench/linking.hpp"
 #include "workbench/output.hpp"
 #include "workbench/render/page/page_listing.hpp"
 #include "workbench/text/percent.hpp"
@@ -158,7 +159,8 @@ std::vector<std::size_t> find_callees(const model& model, const placed_kernel& k
     std::set<std::size_t> callees;
     for (const tessjit::reloc_info& relocation : kernel.relocs) {
         const auto callee = model.index.find(relocation.name);
-        if (callee != model.index.end() && !names_data(relocation.name))
+        if (callee != model.index.end() && !names_data(relocation.name) &&
+            !leads_elsewhere(*model.input->set, kernel, relocation))
             callees.insert(callee->second);
     }
     return {callees.begin(), callees.end()};
