@@ -8,10 +8,12 @@
 #include "tests/support/temp_directory.hpp"
 #include "workbench/abort_explanation.hpp"
 #include "workbench/dumps.hpp"
+#include "workbench/kernel_check.hpp"
 
 #include <csignal>
 #include <gtest/gtest.h>
 #include <random>
+#include <regex>
 #include <set>
 #include <sys/mman.h>
 
@@ -403,6 +405,81 @@ TEST(RandomAborts, AreLedBackToTheirPlace)
             EXPECT_NE(found.notes.front().find("another run"), std::string::npos) << found.notes.front();
         }
     }
+}
+
+// ---- Every type at every instruction.
+
+support::child_result finalise_in_child(const std::vector<kernel_data>& kernels,
+                                        const std::filesystem::path& directory)
+{
+    support::child_options options;
+    options.directory = directory;
+    options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
+    return support::run_in_child(
+        [&] {
+            kernel_registry_map registry;
+            finalise_kernels(registry, kernels);
+        },
+        options);
+}
+
+// Emits the relocation of the advice in the place of the kernel's only one.
+void follow(const std::string& advice, kernel_data& kernel)
+{
+    static const std::regex braces(
+        "\\{\"([^\"]*)\", ([0-9]+), ([0-9]+), ([0-9]+)\\}(, and the [A-Z]+ with its field zero: 0x([0-9a-f]{8}))?");
+    std::smatch parts;
+    ASSERT_TRUE(std::regex_match(advice, parts, braces)) << advice;
+    kernel.relocs = {{parts[1], std::stoi(parts[2]), std::stoi(parts[3]), std::stoi(parts[4])}};
+    if (parts[6].matched) {
+        const auto word = static_cast<std::uint32_t>(std::stoul(parts[6], nullptr, 16));
+        std::memcpy(&kernel.text[static_cast<std::size_t>(kernel.relocs[0].offset)], &word, sizeof word);
+    }
+}
+
+TEST(AdviceInBraces, IsTakenByTheFinaliserAndRightByTheChecks)
+{
+    const std::uint32_t words[] = {a64::adr(3),        a64::adrp(3), a64::add(3, 3, 0),
+                                   a64::add(3, 3, 16), a64::bl(),
+                                   0x97fffff0,  // bl .-64
+                                   0xb0000003,  // adrp of the next page
+                                   0xf9400063,  // ldr x3, [x3]
+                                   0x58000003,  // ldr x3, .
+                                   0x14000001}; // b .+4
+    const int types[] = {257, 273, 274, 275, 276, 277, 278, 279, 280,
+                         282, 283, 284, 285, 286, 299, 311, 312, 1000};
+    const support::temp_directory directory;
+    std::size_t corrected = 0;
+    for (const int type : types) {
+        for (const std::uint32_t word : words) {
+            for (const std::string target : {".rodata.k", "callee"}) {
+                std::vector<kernel_data> kernels(2);
+                kernels[0].name = "callee";
+                kernels[0].text = support::code({a64::ret()});
+                kernels[1].name = "k";
+                kernels[1].text = support::code({a64::nop(), word, a64::nop(), a64::ret()});
+                kernels[1].data.resize(16);
+                kernels[1].relocs = {{target, 4, type, 0}};
+                const support::child_result child = finalise_in_child(kernels, directory.path());
+                if (child.signal != SIGABRT)
+                    continue;
+                const std::string advice = explain(child.err, read(directory.path())).advice;
+                if (advice.substr(0, 1) != "{")
+                    continue;
+                SCOPED_TRACE(testing::Message() << type << " at " << std::hex << word << ": " << advice);
+                ++corrected;
+                follow(advice, kernels[1]);
+                EXPECT_TRUE(finalise_in_child(kernels, directory.path()).succeeded());
+                for (const auto& finding : vorna::wfta::check_kernels({}, kernels))
+                    EXPECT_TRUE(finding.id == "pair" || finding.id == "name-map" ||
+                                finding.id == "outside-constants")
+                        << finding.message; // of the rest of the kernel
+            }
+        }
+    }
+    // The 14 types that the finaliser does not know, at four instructions with constants and at six with a
+    // kernel, and the others at each other's instructions.
+    EXPECT_GE(corrected, 14U * (4 + 6));
 }
 
 } // namespace
