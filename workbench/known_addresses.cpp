@@ -72,6 +72,13 @@ uint32_t word_at(const std::vector<uint8_t>& text, size_t index)
     return word;
 }
 
+// Whether a word may be anything but followed by the next one: told fast, since most are not. Branches,
+// exceptions and system instructions, and UDF.
+bool may_branch(uint32_t word)
+{
+    return (word >> 26 & 7) == 5 || word >> 16 == 0;
+}
+
 constexpr std::string_view data_prefix = ".rodata.";
 
 class tracker {
@@ -134,11 +141,17 @@ private:
         return true;
     }
 
+    [[nodiscard]] word_flow flow_at(size_t index) const
+    {
+        return may_branch(word_at(text_, index)) ? flow_of(map_, text_, index) : word_flow{true, {}};
+    }
+
     // Whether the block that the word is in goes no further.
     [[nodiscard]] bool ends(size_t index) const
     {
-        return never_falls_through(word_at(text_, index)) || index + 1 == map_.uses.size() ||
-               block_of_[index + 1] != no_block;
+        const uint32_t word = word_at(text_, index);
+        return index + 1 == map_.uses.size() || block_of_[index + 1] != no_block ||
+               (may_branch(word) && never_falls_through(word));
     }
 
     void follow()
@@ -153,7 +166,7 @@ private:
             blocks_[number].pending = false;
             load(blocks_[number].all);
             for (size_t i = blocks_[number].begin; i < map_.uses.size(); ++i) {
-                const word_flow flow = flow_of(map_, text_, i);
+                const word_flow flow = flow_at(i);
                 step(i, flow.target.has_value());
                 if (flow.target)
                     flow_to(*flow.target, i);
@@ -164,7 +177,7 @@ private:
             }
         }
         for (size_t i = 0; i < map_.uses.size(); ++i) {
-            const word_flow flow = flow_of(map_, text_, i);
+            const word_flow flow = flow_at(i);
             if (map_.uses[i] == word_use::code && flow.target && *flow.target <= i) {
                 block& target = blocks_[block_of_[*flow.target]];
                 ++target.ways_back;
@@ -273,7 +286,7 @@ private:
         return (known_ >> number & 1) != 0 ? registers_[number] : register_value{};
     }
 
-    void step(size_t index) { step(index, flow_of(map_, text_, index).target.has_value()); }
+    void step(size_t index) { step(index, flow_at(index).target.has_value()); }
 
     void step(size_t index, bool within)
     {
@@ -286,7 +299,9 @@ private:
         const bool relocated = relocation.what == word_relocation::kind::fits;
         if (known_ == 0 && !relocated && !gives_value(word))
             return;
-        if (is_call(word)) {
+        if ((word >> 25 & 7) == 7 && (known_ >> (word & 31) & 1) == 0)
+            return; // FP and SIMD, of which a general register is but a destination
+        if (may_branch(word) && is_call(word)) {
             const bool own = within || (relocated && relocs_[relocation.index].name == name_ &&
                                         relocs_[relocation.index].addend != 0);
             constexpr uint32_t changed_by_callee = 0x4007ffff; // X0 to X18, X30
@@ -302,7 +317,8 @@ private:
             return;
         }
         uint32_t written = written_registers(word);
-        if (const std::optional<memory_access> access = decode_memory_access(word)) {
+        if (const std::optional<memory_access> access =
+                (word & 0x0a000000) == 0x08000000 ? decode_memory_access(word) : std::nullopt) {
             const bool adds_constant = access->addressing == addressing_mode::pre_index ||
                                        access->addressing == addressing_mode::post_index;
             if (adds_constant && !loads_base(word, *access)) {
@@ -422,7 +438,11 @@ private:
     {
         if (!address_of_)
             return std::nullopt;
-        return address_of_(source == 0 ? name_ : relocs_[source - 1].name);
+        if (source != asked_) {
+            asked_ = source;
+            answer_ = address_of_(source == 0 ? name_ : relocs_[source - 1].name);
+        }
+        return answer_;
     }
 
     // The base register's value where an access begins.
@@ -435,7 +455,7 @@ private:
 
     void look_at_access(size_t index)
     {
-        if (known_ == 0)
+        if (known_ == 0 || (word_at(text_, index) & 0x0a000000) != 0x08000000) // no load or store
             return;
         const std::optional<memory_access> access = access_at(index);
         if (!access)
@@ -577,6 +597,8 @@ private:
     uint32_t known_ = 0; // of which something is known
     known_addresses found_;
     std::vector<size_t> somewhere_written_;
+    mutable uint32_t asked_ = ~uint32_t{0}; // for the address of which source, most accesses being of one
+    mutable std::optional<uint64_t> answer_;
 };
 
 } // namespace

@@ -810,7 +810,7 @@ private:
     }
 
     // The second instruction of the sequence: a load, store or prefetch of one register, a store of a pair,
-    // ST1.
+    // ST1. The processor knows the instructions of Armv8.0.
     static bool is_erratum_access(uint32_t w)
     {
         if ((w & 0x3b000000) == 0x18000000) // literal, which prefetches are too
@@ -819,10 +819,36 @@ private:
             return instruction_name(w).substr(0, 4) == "ST1 ";
         if ((w & 0x3a000000) == 0x28000000) // pairs
             return (w & 0x00400000) == 0;
-        if ((w & 0x3a000000) == 0x38000000) // one register, prefetches among them
-            return true;
-        const std::optional<memory_access> access = decode_memory_access(w); // exclusive, ordered
-        return access && (access->registers == 1 || !access->load);
+        if ((w & 0x3f000000) == 0x08000000) { // exclusive, ordered
+            const std::optional<memory_access> access = decode_memory_access(w);
+            return access && (access->registers == 1 || access->store);
+        }
+        return (w & 0x3b000000) == 0x39000000 || (w & 0x3b200000) == 0x38000000 ||
+               (w & 0x3b200c00) == 0x38200800; // one register, prefetches among them
+    }
+
+    static bool is_branch(uint32_t w)
+    {
+        return ends_block(w) && (w & 0xff000000) != 0xd4000000 && (w & 0xffff0000) != 0; // no exception
+    }
+
+    // Whether such an instruction loads the register, or adds to it as its base.
+    static bool writes_register(uint32_t w, uint32_t number)
+    {
+        if (const std::optional<memory_access> literal = decode_literal_load(w))
+            return !literal->fp_simd && literal->first_register == number;
+        if ((w & 0x3a800000) == 0x28800000) // pairs with writeback
+            return (w >> 5 & 31) == number;
+        if ((w & 0x3f000000) == 0x08000000) // exclusive, ordered
+            return (w & 0x00400000) != 0 && (w & 31) == number;
+        const std::optional<memory_access> access = decode_memory_access(w);
+        if (!access)
+            return false;
+        const bool moves_base = access->addressing == addressing_mode::pre_index ||
+                                access->addressing == addressing_mode::post_index ||
+                                access->addressing == addressing_mode::post_register;
+        return (moves_base && access->base == number) ||
+               (access->load && !access->store && !access->fp_simd && access->first_register == number);
     }
 
     void check_erratum_at(const std::vector<std::uint8_t>& text, size_t offset)
@@ -837,13 +863,9 @@ private:
         const auto completes = [page](uint32_t w) { // load or store register (unsigned immediate)
             return (w & 0x3b000000) == 0x39000000 && (w >> 5 & 31) == page;
         };
-        const auto writes_page = [page](uint32_t w) {
-            return page != 31 && (written_registers(w) >> page & 1) != 0;
-        };
-        const bool found =
-            is_erratum_access(word(1)) && !writes_page(word(1)) &&
-            (completes(word(2)) || (!ends_block(word(2)) && !writes_page(word(2)) && completes(word(3)))) &&
-            (map().uses.empty() || map().uses[offset / 4] != word_use::data);
+        const bool found = is_erratum_access(word(1)) && !writes_register(word(1), page) &&
+                           (completes(word(2)) || (!is_branch(word(2)) && completes(word(3)))) &&
+                           (map().uses.empty() || map().uses[offset / 4] != word_use::data);
         if (found) {
             findings_.add("erratum-843419", severity::warning, false, {}, static_cast<int64_t>(offset), "",
                           "ADRP at page offset " + hex((kernel().text_address + offset) & 0xfff) +
