@@ -470,6 +470,7 @@ class Page(unittest.TestCase):
         self.assertRegex(places[1], r"^kernel_21\+0x[0-9a-f]+$")
         self.assertEqual(places[2:], ["kernel_39", "kernel_38"])
         self.assertIn("differs", self.value("document.getElementById(arguments[0]).className", places[0]))
+        self.assertEqual(self.value("document.activeElement.getAttribute('href')"), "#kernel_38")
         self.press("C")
         self.wait_until_here("kernel_39")
         self.press("c", "c")

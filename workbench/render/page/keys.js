@@ -1,7 +1,7 @@
 // Fragments, and the keys that lead from place to place.
 
-// Shows what the URL's fragment names: a kernel, one of its rows, or its constants.
-function goToFragment() {
+// Shows what the URL's fragment names: a kernel, one of its rows, or its constants. The keyboard goes on from there.
+function goToFragment(focuses) {
     for (const element of document.querySelectorAll('.here'))
         element.classList.remove('here');
     const fragment = location.hash.slice(1);
@@ -21,6 +21,8 @@ function goToFragment() {
     show();
     requestAnimationFrame(() => requestAnimationFrame(show));
     centreGraph(index);
+    if (focuses) // not as the page opens: there the keyboard begins at the top
+        place.querySelector(place.matches('.line') ? '.after .offset' : 'a, summary')?.focus({preventScroll: true});
 }
 
 function unfoldRow(index, side, offset) {
@@ -97,7 +99,7 @@ function go({places}, step) {
     if (!here[place])
         return;
     if (`#${here[place]}` === location.hash)
-        goToFragment();
+        goToFragment(true);
     else
         location.hash = here[place];
 }
@@ -153,6 +155,6 @@ function startKeys() {
     addEventListener('hashchange', goToFragment);
     document.addEventListener('click', ({target}) => { // a link to where the page is already
         if (target.closest('a')?.getAttribute('href') === location.hash)
-            goToFragment();
+            goToFragment(true);
     });
 }
