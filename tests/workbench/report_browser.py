@@ -42,7 +42,7 @@ HOSTILE_NAMES = [
     ":kernels",
     "right-to-left \u202egnp",
     "größe_вектор_核",
-    "kernel_7",  # there are two of it
+    "kernel_1",  # there are two of it, in two mappings
     "",
     "long" * 100,
 ]
@@ -261,6 +261,20 @@ class Page(unittest.TestCase):
         self.assertGreater(min(large), 40)
         self.assertEqual(self.texts(".enlarged .block"),
                          ["wfta_short_5", "wfta_short_7", "wfta_short_9", "wfta_short_16", "wfta_5040"])
+
+    def test_shows_memory_of_kernels_without_a_dump_as_unknown(self):
+        dumps = self.path("unknown")
+        shutil.copytree(os.path.join(PERF_SAMPLE, "dumps"), dumps)
+        [dump] = [name for name in os.listdir(dumps) if name.startswith("wfta_short_7")]
+        os.remove(os.path.join(dumps, dump))
+        self.open(make_report(dumps, self.path("unknown.html")))
+        lines = self.texts(".card dt + dd")
+        unknown = self.texts(".card dt")[lines.index("bytes unknown: of kernels without a dump")]
+        self.assertEqual(len(self.texts(".strip:not(.enlarged) .unknown")), 2)  # its code and its constants
+        self.assertEqual(len(self.texts(".enlarged .unknown")), 1)
+        sizes = self.value("[...document.querySelectorAll('.strip:not(.enlarged) .unknown')].map((u) => parseInt(u.title))")
+        self.assertEqual(sum(sizes), int(unknown))
+        self.assertIn("dotted: unknown", self.texts("#\\:legend > span"))
 
     def test_draws_callers_above_callees(self):
         self.open(self.few)

@@ -53,6 +53,12 @@ function drawMap() {
         const enlarged = dataAt && share * dataAt < enoughCode * size;
         kept.share = share;
         kept.style.setProperty('--share', share);
+        const addUnknown = (strip, whole) => {
+            for (const [at, length] of unknown.filter(([begin]) => begin < whole))
+                place(strip, make('span', {
+                    class: 'unknown', title: `${counted(length, 'byte')} unknown: no dump tells what is there`,
+                }), at, Math.min(length, whole - at), whole);
+        };
         strips.append(make('h3', {}, `${address}, ${counted(size, 'byte')}, ${counted(members[index].length, 'kernel')}`));
         if (enlarged) {
             const zoomed = make('div', {class: 'strip enlarged'});
@@ -60,6 +66,7 @@ function drawMap() {
             zoomed.style.setProperty('--share', 1);
             for (const kernel of members[index])
                 block(zoomed, kernel, false, dataAt);
+            addUnknown(zoomed, dataAt);
             const link = svg('svg', {class: 'beam', viewBox: '0 0 100 10', preserveAspectRatio: 'none', 'aria-hidden': true},
                 svg('path', {d: `M0 0H100L${100 * share * dataAt / size} 10H0z`}));
             strips.append(make('p', {class: 'note-of-strip'}, `code, enlarged ${grouped(Math.round(size / dataAt / share))} times; the whole to scale below`),
@@ -68,9 +75,7 @@ function drawMap() {
         for (const isData of [false, true])
             for (const kernel of members[index])
                 block(kept, kernel, isData, size, enlarged && !isData ? true : undefined);
-        for (const [at, length] of unknown)
-            place(kept, make('span', {class: 'unknown', title: `${counted(length, 'byte')} unknown: no dump tells what is there`}),
-                at, length, size);
+        addUnknown(kept, size);
         strips.append(kept);
     });
 
