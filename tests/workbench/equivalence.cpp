@@ -76,6 +76,8 @@ TEST(Equivalence, TakesWordsThatAreNotReachedForData)
                      {"adr x3, code12", "ldr s0, [x3]", "ret", ".word 0x3d2aaaac"}),
               "code");
     EXPECT_EQ(change({"adr x0, #8", "ret", "mov x9, #1"}, {"adr x0, #8", "ret", "mov x10, #1"}), "code");
+    // Nobody is seen to read the word.
+    EXPECT_EQ(change({"mov x9, #1", "ret", ".word 1"}, {"mov x10, #1", "ret", ".word 2"}), "code");
     // Equal pools are none of the registers' business.
     const std::string word = ".word 0x3d2aaaab";
     EXPECT_EQ(change_of_names({"ldr sA, #20", "fadd sB, s0, sA", "str sB, [x1]", "mov xA, #1", "ret", word}),
