@@ -737,6 +737,11 @@ const event_profile* find_event(const profile& profile, std::string_view name)
     return nullptr;
 }
 
+bool is_exact(const event_profile& event)
+{
+    return event.event == "executions";
+}
+
 std::vector<std::uint64_t> weights_by_row(const kernel_profile& profile, std::size_t text_size)
 {
     const std::size_t words = text_size / 4;

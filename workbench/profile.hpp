@@ -51,6 +51,9 @@ struct profile {
 /// The event of that name, or the first if the name is empty; null if there is none.
 const event_profile* find_event(const profile& profile, std::string_view name);
 
+/// Not samples, but how often each instruction ran: what an emulator writes of itself, under this name.
+bool is_exact(const event_profile& event);
+
 /// The weight of the samples in each row of a kernel's listing: its words, then the bytes after the last one.
 std::vector<std::uint64_t> weights_by_row(const kernel_profile& profile, std::size_t text_size);
 

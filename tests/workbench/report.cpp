@@ -226,6 +226,8 @@ TEST(PageModel, HoldsTheHeatOfTheProfileToTheLastSample)
     const nlohmann::json model = nlohmann::json::parse(made.overview);
     EXPECT_EQ(model["profile"]["event"], "cycles:u");
     EXPECT_EQ(model["profile"]["samples"], 9);
+    EXPECT_EQ(model["profile"]["weight"], 1000);
+    EXPECT_EQ(model["profile"]["exact"], false);
     EXPECT_EQ(model["profile"]["in_kernels"],
               nlohmann::json({{"weight", 900}, {"time", 90.0}, {"time_text", "90.0"}}));
     EXPECT_EQ(model["kernels"][1]["weight"], 600);

@@ -40,12 +40,6 @@ std::string samples_text(std::uint64_t count)
     return grouped_count(count, "sample");
 }
 
-/// Not samples, but how often each instruction ran: what an emulator writes of itself, under this name.
-bool is_exact(const event_profile& event)
-{
-    return event.event == "executions";
-}
-
 /// A bar of `part` of `whole`, in eighths of a column, and blanks behind it.
 std::string bar(std::uint64_t part, std::uint64_t whole)
 {

@@ -51,7 +51,9 @@ function findingsCard() {
             make('span', {class: severity}, `${signs[severity]} ${severity}${of(severity) === 1 ? '' : 's'}`)]));
 }
 
-function profileCard({event, samples, ...parts}) {
+function profileCard({event, samples, weight, exact, ...parts}) {
+    const title = exact ? `Profile, ${counted(weight, 'execution')} of ${counted(samples, 'instruction')}`
+        : `Profile, ${counted(samples, 'sample')} of ${event}`;
     const meanings = {in_kernels: 'in kernels', unknown: 'in their mappings, without a dump', elsewhere: 'elsewhere'};
     const bar = make('div', {class: 'join', 'aria-hidden': true});
     for (const key of Object.keys(meanings)) {
@@ -59,7 +61,7 @@ function profileCard({event, samples, ...parts}) {
         piece.style.width = `${parts[key].time}%`;
         bar.append(piece);
     }
-    return card(`Profile, ${counted(samples, 'sample')} of ${event}`, strong(`${parts.in_kernels.time_text} % in kernels`),
+    return card(title, strong(`${parts.in_kernels.time_text} % in kernels`),
         Object.entries(meanings).map(([key, meaning]) =>
             [`${parts[key].time_text} %`, make('i', {class: `key ${key}`}), meaning]), [bar]);
 }

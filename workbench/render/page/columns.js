@@ -3,7 +3,7 @@
 const columns = [
     {key: 'name', title: 'Kernel', also: ['kernel'], text: true},
     {key: 'class', title: 'Change', meaning: 'class of its change', also: ['change'], text: true, there: Boolean(model.classes)},
-    {key: 'time', title: 'Time, %', meaning: 'share of all samples, by weight', also: ['share', 'percent', 'heat'],
+    {key: 'time', title: 'Time, %', meaning: `${ofAll}, by weight`, also: ['share', 'percent', 'heat'],
         there: Boolean(model.profile)},
     {key: 'findings', title: 'Findings', meaning: 'of check: errors, warnings, notes', also: ['finding']},
     {key: 'size', title: 'Size', meaning: 'bytes of code and constants', also: ['bytes']},

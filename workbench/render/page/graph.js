@@ -165,7 +165,7 @@ function graphOf(members, canvas) {
     for (const node of layers.flat().filter(({kernel}) => kernel >= 0)) {
         const kernel = kernels[node.kernel];
         const what = [kernel.name, ...model.classes ? [kernel.class] : [],
-            ...kernel.time_text ? [`${kernel.time_text} % of all samples`] : []].join(', ');
+            ...kernel.time_text ? [`${kernel.time_text} ${ofAll}`] : []].join(', ');
         const link = svg('a', {
             href: `#${kernel.id}`, tabindex: -1, 'data-kernel': node.kernel,
             class: `${kernel.colours}${view.fits[node.kernel] ? '' : ' dimmed'}`,

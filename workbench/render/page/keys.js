@@ -131,7 +131,7 @@ function startKeys() {
         [['short'], 'names that contain this; in double quotes, with blanks too'],
         [['size>100'], 'a number: with > < >= <= = !='],
         ...model.classes ? [[['class:code'], `one of ${[...classes.keys()].join(', ')}`]] : [],
-        ...model.profile ? [[['time>1'], 'more than one percent of all samples']] : [],
+        ...model.profile ? [[['time>1'], `more than 1 ${ofAll}`]] : [],
         [['findings>0'], 'found by check'],
         [['-short'], 'a minus in front: all others'],
     ].flatMap(entry));

@@ -314,7 +314,7 @@ function factsOf(kernel) {
     if (kernel.data)
         facts.push(` · ${counted(kernel.data, 'byte')} of constants at ${kernel.data_address}`);
     if (kernel.samples)
-        facts.push(` · ${counted(kernel.samples, 'sample')}`);
+        facts.push(` · ${model.profile.exact ? counted(kernel.weight, 'execution') : counted(kernel.samples, 'sample')}`);
     if (kernel.callees.length)
         facts.push(' · calls ', ...namesOf(kernel.callees));
     if (kernel.callersOf.length)
@@ -327,7 +327,7 @@ function drawArticle(kernel, article) {
     const place = make('div', {class: 'listing', tabindex: -1, role: 'group', 'aria-label': `Listing of ${kernel.name}`});
     const heading = make('header', {}, make('h3', {}, kernelLink(kernel)),
         ...model.classes ? [chip(kernel.class)] : [],
-        ...kernel.time_text ? [make('span', {class: 'facts'}, `${kernel.time_text} % of all samples`)] : []);
+        ...kernel.time_text ? [make('span', {class: 'facts'}, `${kernel.time_text} ${ofAll}`)] : []);
     article.replaceChildren(heading, make('p', {class: 'facts'}, ...factsOf(kernel)),
         ...kernel.found.length ? [make('ul', {class: 'findings'}, ...kernel.found.map(findingItem))] : [], place,
         ...listing.complete === false ? [make('p', {class: 'facts'}, 'The two were too long to find all equal rows.')] : [],

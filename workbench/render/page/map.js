@@ -11,7 +11,7 @@ function legendOf(kind) {
             ` ${grouped(Math.round(2 ** largest))} bytes of code and constants`)];
     if (kind === 'heat') {
         const most = kernels.find(({weight}) => weight === hottest);
-        return [make('span', {}, '0 ', scale('heat'), ` ${most?.time_text ?? 0} % of all samples, a step is half`)];
+        return [make('span', {}, '0 ', scale('heat'), ` ${most?.time_text ?? 0} ${ofAll}, a step is half`)];
     }
     return [...classes.keys()].filter((name) => kernels.some((kernel) => kernel.class === name)).map(chip);
 }
@@ -36,7 +36,7 @@ function drawMap() {
             return;
         const title = [
             `${kernel.name}: ${isData ? 'constants' : 'code'} at ${isData ? kernel.data_address : kernel.address}, ${counted(size, 'byte')}`,
-            ...model.profile && !isData ? [`${kernel.time_text} % of all samples`] : [],
+            ...model.profile && !isData ? [`${kernel.time_text} ${ofAll}`] : [],
             ...model.classes ? [kernel.class] : [],
         ].join(', ');
         const made = make('a', {

@@ -42,6 +42,7 @@ function stepOf(part, largest) {
 
 const classes = new Map((model.classes ?? []).map((one, rank) => [one.name, {...one, rank}]));
 const same = model.classes?.at(-1).name;
+const ofAll = `% of all ${model.profile?.exact ? 'executions' : 'samples'}`;
 const severities = ['error', 'warning', 'note'];
 const signs = {error: '✖', warning: '▲', note: '●'};
 

@@ -235,7 +235,10 @@ json finding_json(const model& model, const wfta::kernel_finding& finding)
 
 json profile_json(const event_profile& profile)
 {
-    json made = {{"event", printable(profile.event)}, {"samples", profile.total.samples}};
+    json made = {{"event", printable(profile.event)},
+                 {"samples", profile.total.samples},
+                 {"weight", profile.total.weight},
+                 {"exact", is_exact(profile)}};
     const auto add = [&](const char* name, const sample_count& count) {
         made[name] = {{"weight", count.weight},
                       {"time", percent(count.weight, profile.total.weight)},
