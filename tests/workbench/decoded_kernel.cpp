@@ -272,6 +272,10 @@ TEST(DecodedInstructions, HaveTheRegistersOfTheManual)
     EXPECT_EQ(registers_of("fadd z1.d, p3/m, z1.d, z2.d"), "v1 v2 p3 -> v1");
     EXPECT_EQ(registers_of("ptrues p2.d"), " -> p2 nzcv");
     EXPECT_EQ(registers_of("aese v1.16b, v2.16b"), "v1 v2 -> v1");
+    EXPECT_EQ(registers_of("fmov v1.d[1], x2"), "x2 v1 -> v1");
+    EXPECT_EQ(registers_of("fmov d1, x2"), "x2 -> v1");
+    EXPECT_EQ(registers_of("ctermeq x1, x2"), "x1 x2 nzcv -> nzcv");
+    EXPECT_EQ(registers_of("ctermne w1, w2"), "x1 x2 nzcv -> nzcv");
 }
 
 TEST(DecodedInstructions, OfUnknownEffectsAreToldApart)
@@ -281,8 +285,9 @@ TEST(DecodedInstructions, OfUnknownEffectsAreToldApart)
     };
     for (const char* line : {"nop", "bti c", "dmb ish", "prfm pldl1keep, [x0]", "ldaxr x1, [x0]", "ret"})
         EXPECT_TRUE(modelled(line)) << line;
-    for (const char* line : {"svc #0", "brk #1", "msr nzcv, x0", "mrs x0, fpcr", "hint #40", "setffr", "eret",
-                             "msr daifset, #2", "dc zva, x0", "hint #50"})
+    for (const char* line :
+         {"svc #0", "brk #1", "msr nzcv, x0", "mrs x0, fpcr", "hint #40", "setffr", "eret", "msr daifset, #2",
+          "dc zva, x0", "hint #50", ".word 0xdac18bfe" /* PACIA171615 */, ".word 0xdac1bbfe"})
         EXPECT_FALSE(modelled(line)) << line;
 }
 

@@ -652,7 +652,7 @@ private:
         const unsigned x = g();
         const unsigned n = static_cast<unsigned>(below(random_, 256));
         const a64::Condition when = condition();
-        switch (below(random_, 24)) {
+        switch (below(random_, 25)) {
         case 0:
             return add([=](emission& e) { e.code.fadd(e.v(a).V2D(), e.v(b).V2D(), e.v(c).V2D()); });
         case 1:
@@ -702,6 +702,8 @@ private:
             return add([=](emission& e) { e.code.fmul(e.v(a).V2D(), e.v(b).V2D(), e.v(c).D(), n & 1); });
         case 22:
             return add([=](emission& e) { e.code.sqadd(e.v(a).V8H(), e.v(b).V8H(), e.v(c).V8H()); });
+        case 23:
+            return add([=](emission& e) { e.code.fmov(e.v(a).D(), 1, e.x(x)); });
         default:
             return add([=](emission& e) { e.code.fmov(e.d(a), e.x(x)); });
         }

@@ -48,6 +48,8 @@ struct known_opcode {
     control_flow flow = control_flow::next;
     instruction_kind kind = instruction_kind::other;
     bool modelled = true;
+    bool keeps_a_part = false; // reads what it writes, without an operand for it
+    bool reads_flags = false;  // without saying so
     std::uint8_t literal_bytes = 0;
 };
 
@@ -124,6 +126,12 @@ known_opcode opcode_of(std::string_view name, const llvm::MCInstrDesc& descripti
     found.modelled = !description.hasUnmodeledSideEffects() || is_modelled(name);
     if (begins_with_one_of(name, {"SETFFR", "ERET", "DRPS"}))
         found.modelled = false;
+    // Where the tables are wrong: X15 to X17 of PACIA171615 and its kind are not told, FMOV Vd.D[1], Xn keeps
+    // the other half, and CTERMEQ and CTERMNE make V of C.
+    if (name.find("171615") != std::string_view::npos)
+        found.modelled = false;
+    found.keeps_a_part = name == "FMOVXDHighr";
+    found.reads_flags = begins_with_one_of(name, {"CTERM"});
 
     if (name == "BL")
         found.flow = control_flow::call;
@@ -237,6 +245,11 @@ public:
             }
             operands.push_back(made);
         }
+        if (known.keeps_a_part) {
+            operand kept = operands[result.first_operand];
+            kept.defined = false;
+            operands.push_back(kept);
+        }
         result.operand_count = static_cast<std::uint32_t>(operands.size()) - result.first_operand;
         const auto add_implicit = [&](unsigned llvm_register, register_set& to) {
             const known_register& implied = known_registers_[llvm_register];
@@ -251,6 +264,8 @@ public:
             add_implicit(implied, result.implicit_uses);
         for (const auto implied : description.implicit_defs())
             add_implicit(implied, result.implicit_defs);
+        if (known.reads_flags)
+            result.implicit_uses.set(condition_flags);
         if (name(result.opcode) == "HINT") // NOP, YIELD, WFE, WFI, SEV, SEVL, DGH, CSDB, BTI
             result.modelled = is_plain_hint(decoded.getOperand(0).getImm());
 
