@@ -2,9 +2,9 @@
 
 #include "workbench/alignment.hpp"
 #include "workbench/code_rows.hpp"
-#include "workbench/equivalence.hpp"
 
 #include <algorithm>
+#include <elf.h>
 #include <map>
 #include <unordered_map>
 #include <utility>
@@ -40,52 +40,77 @@ std::string_view name_of(change_class change)
 }
 
 change_class compare_kernels(const placed_kernel& before, const placed_kernel& after,
-                             const std::vector<std::int64_t>& entries)
+                             const outside_uses& uses)
 {
     const bool same_code = before.text == after.text;
     const bool same_references = equal_references(relocations_by_place(before), relocations_by_place(after));
     const bool same_data = before.data == after.data;
     if (same_code && same_references)
         return same_data ? change_class::same : change_class::constants;
-    if (only_moved(before, after, entries))
+    if (same_data && same_references && only_renamed(before, after, uses))
+        return change_class::renamed;
+    if (only_moved(before, after, uses))
         return change_class::moved;
     if (same_code)
         return change_class::references;
-    if (same_data && same_references && only_renamed(before, after, entries))
-        return change_class::renamed;
-    if (same_data && only_reordered(before, after, entries))
+    if (same_data && only_reordered(before, after, uses))
         return change_class::reordered;
     return change_class::code;
 }
 
 namespace {
 
-using entries_by_name = std::unordered_map<std::string, std::vector<std::int64_t>>;
+using uses_by_name = std::unordered_map<std::string, outside_uses>;
 
-// Where relocations of either set lead into kernels other than to their first instruction.
-entries_by_name find_entries(const kernel_set& before, const kernel_set& after)
+// What one relocation of `user` leads to.
+void add_use(uses_by_name& uses, const kernel_set& set, const placed_kernel& user,
+             const tessjit::reloc_info& reloc)
 {
-    entries_by_name entries;
+    if (names_data(reloc.name)) {
+        const std::string owner = reloc.name.substr(data_prefix.size());
+        if (const auto used = uses.find(owner); used != uses.end() && owner != user.name)
+            used->second.of_data = true;
+        return;
+    }
+    const auto enter = [&](const std::string& name, std::int64_t offset) {
+        if (offset == 0)
+            return;
+        outside_uses& used = uses[name];
+        used.entries.push_back(offset);
+        used.of_code = used.of_code || reloc.type != R_AARCH64_CALL26;
+    };
+    if (reloc.name != user.name && uses.count(reloc.name) != 0)
+        enter(reloc.name, reloc.addend);
+    // An addend may lead on into another kernel.
+    const placed_kernel* const named = find_kernel(set, reloc.name);
+    if (named == nullptr)
+        return;
+    const std::uint64_t target = named->text_address + static_cast<std::uint64_t>(std::int64_t{reloc.addend});
+    const placed_kernel* const entered = find_kernel_by_text(set, target);
+    if (entered != nullptr && entered->name != reloc.name)
+        enter(entered->name, static_cast<std::int64_t>(target - entered->text_address));
+}
+
+// What relocations of either set lead to in kernels that they do not belong to.
+uses_by_name find_uses(const kernel_set& before, const kernel_set& after)
+{
+    uses_by_name uses;
     for (const kernel_set* set : {&before, &after}) {
         for (const placed_kernel& kernel : set->kernels)
-            entries[kernel.name];
+            uses[kernel.name];
     }
     for (const kernel_set* set : {&before, &after}) {
         for (const placed_kernel& kernel : set->kernels) {
-            for (const tessjit::reloc_info& reloc : kernel.relocs) {
-                if (reloc.addend == 0 || reloc.name == kernel.name)
-                    continue;
-                const auto entered = entries.find(reloc.name);
-                if (entered != entries.end())
-                    entered->second.push_back(reloc.addend);
-            }
+            for (const tessjit::reloc_info& reloc : kernel.relocs)
+                add_use(uses, *set, kernel, reloc);
         }
     }
-    for (auto& [name, offsets] : entries) {
-        std::sort(offsets.begin(), offsets.end());
-        offsets.erase(std::unique(offsets.begin(), offsets.end()), offsets.end());
+    for (auto& [name, used] : uses) {
+        std::vector<std::int64_t>& entries = used.entries;
+        std::sort(entries.begin(), entries.end());
+        entries.erase(std::unique(entries.begin(), entries.end()), entries.end());
     }
-    return entries;
+    return uses;
 }
 
 } // namespace
@@ -105,7 +130,7 @@ std::vector<kernel_difference> compare_sets(const kernel_set& before, const kern
     add(before, &kernel_difference::before);
     add(after, &kernel_difference::after);
 
-    const entries_by_name entries = find_entries(before, after);
+    const uses_by_name uses = find_uses(before, after);
     std::vector<kernel_difference> differences;
     differences.reserve(kernels.size());
     for (auto& [name, difference] : kernels) {
@@ -115,7 +140,7 @@ std::vector<kernel_difference> compare_sets(const kernel_set& before, const kern
             difference.change = change_class::removed;
         else
             difference.change =
-                compare_kernels(*difference.before, *difference.after, entries.at(difference.name));
+                compare_kernels(*difference.before, *difference.after, uses.at(difference.name));
         differences.push_back(std::move(difference));
     }
     return differences;

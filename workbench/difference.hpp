@@ -2,6 +2,7 @@
 #pragma once
 
 #include "workbench/alignment.hpp"
+#include "workbench/equivalence.hpp"
 #include "workbench/kernel_set.hpp"
 
 #include <cstddef>
@@ -44,9 +45,9 @@ struct kernel_difference {
 std::vector<kernel_difference> compare_sets(const kernel_set& before, const kernel_set& after);
 
 /// How one kernel differs from another, which are taken for the same kernel before and after a change.
-/// `entries` are the offsets in the code, other than its beginning, where other kernels enter it.
+/// `uses` is what other kernels do with it.
 change_class compare_kernels(const placed_kernel& before, const placed_kernel& after,
-                             const std::vector<std::int64_t>& entries = {});
+                             const outside_uses& uses = {});
 
 /// A row of a listing before and the one that it became. At least one is there.
 struct row_pair {

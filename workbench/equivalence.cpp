@@ -13,7 +13,9 @@
 //   - A call must get equal arguments in the registers of the AAPCS64; one that an earlier call clobbered is
 //     not an argument. After it the results are equal, preserved registers are related as before, and the
 //     others may not be read.
-//   - When the kernel returns, results and preserved registers must be equal, each to the one of its name.
+//   - When the kernel returns, results and preserved registers must be equal, each to the one of its name. A
+//     RET counts as a tail call, which gets arguments and X30, unless its address is known to be the caller's:
+//     kept in registers, or in the frame while SP changes by numbers only.
 //   - An instruction of which it is not known what it reads and writes must find all registers as they were
 //     on entry: each equal to the one of its name.
 //
@@ -35,6 +37,7 @@
 #include <array>
 #include <elf.h>
 #include <optional>
+#include <set>
 #include <tuple>
 #include <unordered_map>
 #include <vector>
@@ -83,7 +86,7 @@ struct link {
     bool in_code = false;    // of addresses: of the kernel's code, otherwise of its constants
     std::int64_t before = 0; // the places
     std::int64_t after = 0;
-    bool returns = false; // of equal values: the address to return to, or loaded from the stack
+    bool returns = false; // of equal values: the address to return to
 
     [[nodiscard]] bool is_address() const { return kind == relation::address || kind == relation::page; }
     friend bool operator==(const link& a, const link& b)
@@ -93,8 +96,33 @@ struct link {
     }
 };
 
+// The stack, of both kernels, as far as return addresses are kept there.
+struct stack_frame {
+    std::optional<std::int64_t> sp = 0; // its distance from where it was on entry
+    std::set<std::int64_t> returns;     // such distances of 8 bytes that hold the address to return to
+
+    void move_sp(std::optional<std::int64_t> to)
+    {
+        sp = to;
+        if (to)
+            returns.erase(returns.begin(), returns.lower_bound(*to));
+        else
+            returns.clear();
+    }
+    void overwrite(std::int64_t begin, std::int64_t bytes)
+    {
+        returns.erase(returns.lower_bound(begin - 7), returns.lower_bound(begin + bytes));
+    }
+    friend bool operator==(const stack_frame& a, const stack_frame& b)
+    {
+        return a.sp == b.sp && a.returns == b.returns;
+    }
+};
+
 class register_relation {
 public:
+    stack_frame stack;
+
     register_relation() { partners_.fill(nobody); }
 
     static register_relation same_names()
@@ -126,6 +154,12 @@ public:
         forget_after(to.partner);
         links_[before] = to;
         partners_[to.partner] = before;
+    }
+
+    void take_for_return_address(register_id before)
+    {
+        if (links_[before].kind == relation::equal)
+            links_[before].returns = true;
     }
 
     [[nodiscard]] bool is_same_name(register_id r, relation kind = relation::equal) const
@@ -163,7 +197,14 @@ public:
                 links_[r].returns = returns;
             }
         }
-        return changed;
+        const stack_frame known = stack;
+        if (stack.sp != other.stack.sp)
+            stack.move_sp(std::nullopt);
+        for (const std::int64_t slot : known.returns) {
+            if (other.stack.returns.count(slot) == 0)
+                stack.returns.erase(slot);
+        }
+        return changed || !(stack == known);
     }
 
 private:
@@ -237,6 +278,7 @@ bool results_are_equal(const register_relation& registers)
 register_relation after_call(const register_relation& registers)
 {
     register_relation result;
+    result.stack = registers.stack;
     for (unsigned i = 0; i < register_count; ++i) {
         const auto r = static_cast<register_id>(i);
         link now = registers.of(r);
@@ -384,8 +426,31 @@ private:
         const instruction& b = b_.instructions[index];
         if (!a.decoded || !b.decoded || a.opcode != b.opcode || a.kind != b.kind || a.modelled != b.modelled)
             return false;
-        if (!a.modelled)
-            return a.word == b.word && a.relocations == 0 && registers_.all_same_names();
+        const operand_range from = operands_of(a_, a);
+        const register_set returned_to = made_return_addresses(a, from);
+        follow_stack(a, from);
+        if (!step_registers(index, a, b))
+            return false;
+        for (std::size_t r = 0; r < register_count && returned_to.any(); ++r) {
+            if (returned_to[r])
+                registers_.take_for_return_address(static_cast<register_id>(r));
+        }
+        return true;
+    }
+
+    bool step_registers(std::size_t index, const instruction& a, const instruction& b)
+    {
+        if (!a.modelled) {
+            if (a.word != b.word || a.relocations != 0 || !registers_.all_same_names())
+                return false;
+            const register_set defined = defs_of(a_, a);
+            for (std::size_t r = 0; r < register_count; ++r) {
+                const auto same = static_cast<register_id>(r);
+                if (defined[r])
+                    registers_.relate(same, {relation::equal, same});
+            }
+            return true;
+        }
         const operand_range from = operands_of(a_, a);
         const operand_range to = operands_of(b_, b);
         if (!have_the_same_form(a, from, to))
@@ -433,9 +498,8 @@ private:
                 const auto is_special = [](register_id id) {
                     return id == zero_register || id == stack_pointer;
                 };
-                const bool must_be_same = kind_ == difference_of::layout || is_special(x.registers[r]) ||
-                                          is_special(y.registers[r]);
-                if (must_be_same && x.registers[r] != y.registers[r])
+                if ((is_special(x.registers[r]) || is_special(y.registers[r])) &&
+                    x.registers[r] != y.registers[r])
                     return false;
             }
         }
@@ -496,19 +560,107 @@ private:
         return true;
     }
 
-    // What is copied from such an address, or loaded from the stack.
-    [[nodiscard]] bool may_return_to_what_it_writes(const instruction& a, const operand_range& from) const
+    // The registers of the first kernel that get the address to return to: copied, signed or authenticated,
+    // or loaded from where it was stored.
+    [[nodiscard]] register_set made_return_addresses(const instruction& a, const operand_range& from) const
     {
-        if (a.kind == instruction_kind::move)
-            return from[2].registers[0] < register_count && registers_.of(from[2].registers[0]).returns;
-        return a.may_load && !a.may_store && std::any_of(from.begin(), from.end(), [](const operand& x) {
-                   return x.is_register && !x.defined && x.registers[0] == stack_pointer;
-               });
+        register_set made;
+        const auto holds_it = [&](register_id r) {
+            return r < register_count && registers_.of(r).kind == relation::equal && registers_.of(r).returns;
+        };
+        if (a.kind == instruction_kind::move && holds_it(from[2].registers[0]) &&
+            from[0].registers[0] < register_count)
+            made.set(from[0].registers[0]);
+        if (a.implicit_uses[link_register] && a.implicit_defs[link_register] && holds_it(link_register))
+            made.set(link_register);
+        const auto access = wfta::decode_memory_access(a.word);
+        if (const auto place = place_on_stack(access); place && is_plain(*access) && access->load) {
+            const std::vector<register_id> loaded = moved_registers(from);
+            for (std::size_t i = 0; i < loaded.size(); ++i) {
+                const bool is_returned_to =
+                    registers_.stack.returns.count(*place + 8 * static_cast<std::int64_t>(i)) != 0;
+                if (is_returned_to && loaded[i] < register_count)
+                    made.set(loaded[i]);
+            }
+        }
+        return made;
+    }
+
+    // Before the registers change: where SP is after the instruction, and what it stores there. That stores
+    // through other registers leave the address to return to alone is assumed.
+    void follow_stack(const instruction& a, const operand_range& from)
+    {
+        stack_frame& stack = registers_.stack;
+        const auto access = wfta::decode_memory_access(a.word);
+        const auto place = place_on_stack(access);
+        const register_set uses = uses_of(a_, a);
+        const register_set defs = defs_of(a_, a);
+        if (defs[stack_pointer]) {
+            std::optional<std::int64_t> to;
+            const bool adds = a.kind == instruction_kind::add || a.kind == instruction_kind::sub;
+            if (adds && a.relocations == 0 && stack.sp && from[1].registers[0] == stack_pointer)
+                to = *stack.sp + signed_number(a, from);
+            else if (place && access->addressing != wfta::addressing_mode::post_register)
+                to = *stack.sp + access->offset;
+            stack.move_sp(to);
+        }
+        const bool stores = a.may_store || !a.modelled || (access && access->store);
+        if (!stores || !uses[stack_pointer])
+            return;
+        if (!place) {
+            stack.returns.clear();
+            return;
+        }
+        stack.overwrite(*place, access->bytes);
+        if (!is_plain(*access) || access->load || !stack.sp)
+            return;
+        const std::vector<register_id> stored = moved_registers(from);
+        for (std::size_t i = 0; i < stored.size(); ++i) {
+            const std::int64_t slot = *place + 8 * static_cast<std::int64_t>(i);
+            if (stored[i] < register_count && registers_.of(stored[i]).returns && slot >= *stack.sp)
+                stack.returns.insert(slot);
+        }
+    }
+
+    // Of an access by SP and a number.
+    [[nodiscard]] std::optional<std::int64_t>
+    place_on_stack(const std::optional<wfta::memory_access>& access) const
+    {
+        if (!access || access->base != stack_pointer || !registers_.stack.sp ||
+            access->addressing == wfta::addressing_mode::register_index)
+            return std::nullopt;
+        const bool post = access->addressing == wfta::addressing_mode::post_index ||
+                          access->addressing == wfta::addressing_mode::post_register;
+        return *registers_.stack.sp + (post ? 0 : access->offset);
+    }
+
+    // LDR, STR, LDP and STP of X registers.
+    static bool is_plain(const wfta::memory_access& access)
+    {
+        return !access.fp_simd && access.element_bytes == 8 && access.load != access.store &&
+               !access.faults_unaligned && access.bytes == 8 * access.registers;
+    }
+
+    // Of a plain access by SP: those that it loads or stores, in order.
+    static std::vector<register_id> moved_registers(const operand_range& from)
+    {
+        std::vector<register_id> moved;
+        for (const operand& x : from) {
+            if (x.is_register && x.registers[0] != stack_pointer)
+                moved.push_back(x.registers[0]);
+        }
+        return moved;
+    }
+
+    // What ADD or SUB of a number adds.
+    static std::int64_t signed_number(const instruction& a, const operand_range& operands)
+    {
+        const std::int64_t magnitude = operands[2].immediate << operands[3].immediate;
+        return a.kind == instruction_kind::add ? magnitude : -magnitude;
     }
 
     void write(const instruction& a, const operand_range& from, const operand_range& to)
     {
-        const bool returns = may_return_to_what_it_writes(a, from);
         const auto each_defined = [&](auto act) {
             for (std::size_t i = 0; i < from.size(); ++i) {
                 for (std::size_t r = 0; r < from[i].count && from[i].defined; ++r) {
@@ -526,11 +678,6 @@ private:
             registers_.forget_after(y);
         });
         each_defined([&](register_id x, register_id y) { registers_.relate(x, {relation::equal, y}); });
-        if (!returns)
-            return;
-        each_defined([&](register_id x, register_id y) {
-            registers_.relate(x, {relation::equal, y, false, 0, 0, true});
-        });
     }
 
     // Calls and ways out, when the instruction itself was fine.
@@ -556,7 +703,7 @@ private:
             }
             // To an address from elsewhere it is a tail call.
             return results_are_equal(registers_) && preserved_are_equal(registers_) &&
-                   (returns || arguments_are_equal(registers_));
+                   (returns || (arguments_are_equal(registers_) && registers_.is_same_name(link_register)));
         }
         default:
             return true;
@@ -632,13 +779,9 @@ private:
             break;
         case instruction_kind::add:
         case instruction_kind::sub: {
-            const auto number = [&](const operand_range& operands) {
-                const std::int64_t magnitude = operands[2].immediate << operands[3].immediate;
-                return a.kind == instruction_kind::add ? magnitude : -magnitude;
-            };
             base = link_of(from, to, 1);
-            base.before += number(from);
-            base.after += number(to);
+            base.before += signed_number(a, from);
+            base.after += signed_number(b, to);
             break;
         }
         default:
@@ -677,7 +820,8 @@ private:
         place.before += post ? 0 : x->offset;
         place.after += post ? 0 : y->offset;
         if (base.kind != relation::address || !same_bytes(place, x->bytes) ||
-            (x->faults_unaligned && place.before != place.after))
+            (x->faults_unaligned && place.before != place.after) ||
+            (x->base == stack_pointer && (base.before - base.after) % 16 != 0)) // may have to be aligned
             return false;
         loaded_constants_ = loaded_constants_ || !base.in_code;
         write(a, from, to);
@@ -707,7 +851,8 @@ private:
             return begin >= 0 && static_cast<std::uint64_t>(begin) <= bytes.size() &&
                    count <= bytes.size() - static_cast<std::uint64_t>(begin);
         };
-        if (!inside(x, place.before) || !inside(y, place.after))
+        if (!inside(x, place.before) || !inside(y, place.after) ||
+            (place.in_code && place.before != place.after)) // relocations are looked for at one place
             return false;
         for (std::size_t i = 0; i < count; ++i) {
             const std::size_t at = static_cast<std::size_t>(place.before) + i;
@@ -739,22 +884,20 @@ bool proves_equivalence(const placed_kernel& before, const placed_kernel& after,
 
 } // namespace
 
-bool only_moved(const placed_kernel& before, const placed_kernel& after,
-                const std::vector<std::int64_t>& entries)
+bool only_moved(const placed_kernel& before, const placed_kernel& after, const outside_uses& uses)
 {
-    return proves_equivalence(before, after, entries, difference_of::layout);
+    return !uses.of_code && (!uses.of_data || before.data == after.data) &&
+           proves_equivalence(before, after, uses.entries, difference_of::layout);
 }
 
-bool only_renamed(const placed_kernel& before, const placed_kernel& after,
-                  const std::vector<std::int64_t>& entries)
+bool only_renamed(const placed_kernel& before, const placed_kernel& after, const outside_uses& uses)
 {
-    return before.data == after.data &&
+    return !uses.of_code && before.data == after.data &&
            equal_references(relocations_by_place(before), relocations_by_place(after)) &&
-           proves_equivalence(before, after, entries, difference_of::registers);
+           proves_equivalence(before, after, uses.entries, difference_of::registers);
 }
 
-bool only_reordered(const placed_kernel& before, const placed_kernel& after,
-                    const std::vector<std::int64_t>& entries)
+bool only_reordered(const placed_kernel& before, const placed_kernel& after, const outside_uses& uses)
 {
     if (before.text.size() != after.text.size())
         return false;
@@ -786,8 +929,8 @@ bool only_reordered(const placed_kernel& before, const placed_kernel& after,
         return starts;
     };
     // Data among the code has its place.
-    const std::vector<bool> old_reached = reachable_words(decode_kernel(before), entries);
-    const std::vector<bool> new_reached = reachable_words(decode_kernel(after), entries);
+    const std::vector<bool> old_reached = reachable_words(decode_kernel(before), uses.entries);
+    const std::vector<bool> new_reached = reachable_words(decode_kernel(after), uses.entries);
     for (std::size_t i = 0; i < words; ++i) {
         if ((!old_reached[i] || !new_reached[i]) && old_rows[i].key != new_rows[i].key)
             return false;

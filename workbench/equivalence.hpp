@@ -15,23 +15,25 @@ namespace vorna::workbench {
 using loaded_constants = std::unordered_map<std::size_t, std::vector<std::uint8_t>>;
 loaded_constants find_loaded_constants(const placed_kernel& kernel);
 
-// `entries` are the offsets in the code, other than its beginning, where other kernels enter it.
+/// What relocations of other kernels, or against their names, lead to in a kernel.
+struct outside_uses {
+    std::vector<std::int64_t> entries; ///< offsets in its code, ascending, other than its beginning
+    bool of_code = false;              ///< at such an offset otherwise than by a call: it may be read there
+    bool of_data = false;              ///< its constants
+};
 
-/// Whether the kernels are proved to compute the same and differ only in where constants lie: in data, in
+/// Whether the kernels are proved to compute the same and differ only in where constants lie (in data, in
 /// addends of references to it, and in offsets of loads from it, each of which gets the same bytes before and
-/// after.
-bool only_moved(const placed_kernel& before, const placed_kernel& after,
-                const std::vector<std::int64_t>& entries);
+/// after) and in the registers that instructions name.
+bool only_moved(const placed_kernel& before, const placed_kernel& after, const outside_uses& uses);
 
 /// Whether the kernels are proved to compute the same and differ only in the registers that instructions
 /// name.
-bool only_renamed(const placed_kernel& before, const placed_kernel& after,
-                  const std::vector<std::int64_t>& entries);
+bool only_renamed(const placed_kernel& before, const placed_kernel& after, const outside_uses& uses);
 
 /// Whether the codes, with their references, have the same instructions in each basic block, in whatever
 /// order, and the same data among them. Says nothing of whether the order matters. Constants are not looked
 /// at.
-bool only_reordered(const placed_kernel& before, const placed_kernel& after,
-                    const std::vector<std::int64_t>& entries);
+bool only_reordered(const placed_kernel& before, const placed_kernel& after, const outside_uses& uses);
 
 } // namespace vorna::workbench

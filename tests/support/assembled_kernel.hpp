@@ -24,7 +24,8 @@ inline std::vector<std::uint8_t> bytes_of(const std::vector<double>& values)
 }
 
 /// A kernel of these lines. An operand "data8" of an ADR, ADRP or ADD is a relocation against the kernel's
-/// constants + 8, "code8" one against its code; "bl f+4" one against the kernel f. ".word N" is a word.
+/// constants + 8, "code8" one against its code; "bl f+4" and "bl f-4" against the kernel f. ".word N" is a
+/// word.
 inline vorna::workbench::placed_kernel assembled_kernel(const std::string& name,
                                                         const std::vector<std::string>& lines,
                                                         std::vector<std::uint8_t> data = {})
@@ -47,7 +48,7 @@ inline vorna::workbench::placed_kernel assembled_kernel(const std::string& name,
                 {(place == in_data ? ".rodata." : "") + name, offset, type, number(line.substr(place + 4))});
             line = line.substr(0, place) + "#0";
         } else if (calls) {
-            const std::size_t plus = std::min(line.find('+'), line.size());
+            const std::size_t plus = std::min(line.find_first_of("+-"), line.size());
             relocs.push_back({line.substr(3, plus - 3), offset, R_AARCH64_CALL26, number(line.substr(plus))});
             line = "bl #0";
         } else if (line.compare(0, 6, ".word ") == 0) {

@@ -179,6 +179,105 @@ TEST(Equivalence, GivesATailCallItsArguments)
     EXPECT_EQ(change({"mov x9, #1", "b #64"}, {"mov x10, #1", "b #64"}), "code");
 }
 
+TEST(Equivalence, KeepsTheReturnAddressOfATailCall)
+{
+    EXPECT_EQ(change({"mov x9, #8", "ret x5"}, {"mov x30, #8", "ret x5"}), "code");
+    EXPECT_EQ(change({"mov x9, #8", "mov x10, #1", "ret x5"}, {"mov x10, #8", "mov x9, #1", "ret x5"}),
+              "renamed");
+}
+
+TEST(Equivalence, KnowsWhereAFrameKeepsTheReturnAddress)
+{
+    // "renamed" if the exit is taken for a return, which wants no arguments.
+    const auto exit_of = [](lines before, const lines& after) {
+        before.emplace_back("LOAD");
+        before.insert(before.end(), after.begin(), after.end());
+        lines other = before;
+        std::replace(before.begin(), before.end(), std::string("LOAD"), std::string("ldp x2, x3, [x6]"));
+        std::replace(other.begin(), other.end(), std::string("LOAD"), std::string("ldp x3, x2, [x6]"));
+        const std::string found = change(before, other);
+        return found == "renamed" ? "return" : found == "code" ? "tail call" : found;
+    };
+    // Ordinary frames.
+    EXPECT_EQ(exit_of({}, {"ret"}), "return");
+    EXPECT_EQ(exit_of({"stp x29, x30, [sp, #-32]!", "mov x29, sp"}, {"ldp x29, x30, [sp], #32", "ret"}),
+              "return");
+    EXPECT_EQ(exit_of({"str x30, [sp, #-16]!"}, {"ldr x30, [sp], #16", "ret"}), "return");
+    EXPECT_EQ(exit_of({"str x30, [sp, #-16]!"}, {"ldr x9, [sp], #16", "ret x9"}), "return");
+    EXPECT_EQ(exit_of({"sub sp, sp, #32", "str x30, [sp, #8]", "str x19, [sp, #16]", "str q8, [sp, #16]"},
+                      {"ldr x30, [sp, #8]", "add sp, sp, #32", "ret"}),
+              "return");
+    EXPECT_EQ(exit_of({"stp x29, x30, [sp, #-16]!", "sub sp, sp, #64", "cbz x0, #8", "str x1, [sp, #8]"},
+                      {"add sp, sp, #64", "ldp x29, x30, [sp], #16", "ret"}),
+              "return");
+    EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "bl f", "mov x6, x0"}, {"ldr x30, [sp], #16", "ret"}),
+              "return");
+    EXPECT_EQ(exit_of({"mov x9, x30"}, {"ret x9"}), "return");
+    EXPECT_EQ(
+        exit_of({"paciasp", "stp x29, x30, [sp, #-16]!"}, {"ldp x29, x30, [sp], #16", "autiasp", "ret"}),
+        "return");
+    EXPECT_EQ(exit_of({"paciasp", "str x30, [sp, #-16]!"}, {"ldr x30, [sp], #16", "retaa"}), "return");
+    // An argument on the stack, and what was stored there.
+    EXPECT_EQ(exit_of({}, {"ldr x16, [sp]", "ret x16"}), "tail call");
+    EXPECT_EQ(exit_of({"str x5, [sp, #-16]!"}, {"ldr x30, [sp], #16", "ret"}), "tail call");
+    EXPECT_EQ(exit_of({"stp x30, x5, [sp, #-16]!"}, {"ldp x9, x10, [sp], #16", "ret x10"}), "tail call");
+    EXPECT_EQ(exit_of({"stp x30, x5, [sp, #-16]!"}, {"ldp x9, x10, [sp], #16", "ret x9"}), "return");
+    EXPECT_EQ(exit_of({"stp x29, x30, [sp, #-16]!"}, {"ldr x30, [sp], #16", "ret"}), "tail call");
+    // Overwritten, wholly and in part, and after SP was there.
+    EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "str x5, [sp]"}, {"ldr x30, [sp], #16", "ret"}), "tail call");
+    EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "strb w5, [sp, #7]"}, {"ldr x30, [sp], #16", "ret"}),
+              "tail call");
+    EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "strb w5, [sp, #8]"}, {"ldr x30, [sp], #16", "ret"}),
+              "return");
+    EXPECT_EQ(
+        exit_of({"sub sp, sp, #16", "str x30, [sp]", "stp x5, x5, [sp, #-8]"}, {"ldr x30, [sp], #16", "ret"}),
+        "tail call");
+    EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "str x5, [sp, x1]"}, {"ldr x30, [sp], #16", "ret"}),
+              "tail call");
+    EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "add sp, sp, #16"}, {"ldur x30, [sp, #-16]", "ret"}),
+              "tail call");
+    // Where SP is not known, and is known to be two places.
+    EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "sub sp, sp, x1"}, {"ldr x30, [sp], #16", "ret"}),
+              "tail call");
+    EXPECT_EQ(
+        exit_of({"str x30, [sp, #-16]!", "cbz x0, #8", "sub sp, sp, #16"}, {"ldr x30, [sp], #16", "ret"}),
+        "tail call");
+    EXPECT_EQ(exit_of({"sub sp, sp, #16", "cbz x0, #8", "str x30, [sp]"}, {"ldr x30, [sp], #16", "ret"}),
+              "tail call");
+    EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "mov x9, sp", "adr x10, #0", "mov sp, x10"},
+                      {"ldr x11, [sp]", "mov sp, x9", "ret x11"}),
+              "tail call");
+    // From elsewhere.
+    EXPECT_EQ(exit_of({"mrs x30, tpidr_el0"}, {"ret"}), "tail call");
+}
+
+TEST(Equivalence, LoadsFromItsCodeWhereItIsTheSame)
+{
+    // Of two equal words, one is changed by a relocation.
+    const lines code = {"adr x3, data0", "adr x4, #0", "ldr w5, [x3]",    "ldur w0, [x4, #20]",
+                        "ret",           "nop",        ".word 0x10000003"};
+    lines before = code;
+    lines after = code;
+    after[0] = "adr x3, data8";
+    after[3] = "ldur w0, [x4, #-4]";
+    EXPECT_EQ(change(before, after, {1, 2}, {2, 1}), "code");
+    after[3] = before[3];
+    EXPECT_EQ(change(before, after, {1, 2}, {2, 1}), "moved");
+}
+
+TEST(Equivalence, TakesConstantsThatMoveAndRegistersForMoved)
+{
+    EXPECT_EQ(change({"adr x3, data0", "ldr q16, [x3]", "str q16, [x1]", "ret"},
+                     {"adr x4, data16", "ldr q17, [x4]", "str q17, [x1]", "ret"}, {1, 2, 3, 4}, {3, 4, 1, 2}),
+              "moved");
+    EXPECT_EQ(change({"adr x3, data0", "ldr q16, [x3]", "str q16, [x1]", "ret"},
+                     {"adr x4, data16", "ldr q17, [x4]", "str q16, [x1]", "ret"}, {1, 2, 3, 4}, {3, 4, 1, 2}),
+              "code");
+    EXPECT_EQ(change({"adr x3, data0", "ldr q16, [x3]", "str q16, [x1]", "ret"},
+                     {"adr x4, data0", "ldr q17, [x4]", "str q17, [x1]", "ret"}, {1, 2, 3, 4}, {1, 2, 3, 4}),
+              "renamed");
+}
+
 TEST(Equivalence, HasNothingReadThatACallMayHaveChanged)
 {
     const auto around = [](const lines& before, const lines& after) {
@@ -237,9 +336,14 @@ TEST(Equivalence, SeesAddressesOfConstantsEverywhere)
         "moved");
     EXPECT_EQ(change_of_layout({"adrp x3, dataAT", "add x3, x3, dataAT", "ldr d0, [x3]", "ret"}), "moved");
     EXPECT_EQ(change_of_layout({"adrp x3, dataAT", "ldr d0, [x3]", "ret"}), "doubt");
-    EXPECT_EQ(change_of_layout({"adr x3, dataAT", "ldr d0, [x3]", "mov x9, sp", "mov sp, x3", "ldr d1, [sp]",
-                                "mov sp, x9", "ret"}),
-              "moved");
+    // SP may have to be a multiple of 16 where it is the base.
+    const lines by_sp = {"adr x3, dataAT", "mov x9, sp", "mov sp, x3", "ldr d1, [sp]", "mov sp, x9", "ret"};
+    EXPECT_EQ(change_of_layout(by_sp), "doubt");
+    lines by_sp_16 = by_sp;
+    by_sp_16[0] = "adr x3, data16";
+    lines by_sp_0 = by_sp;
+    by_sp_0[0] = "adr x3, data0";
+    EXPECT_EQ(change(by_sp_0, by_sp_16, {1, 2, 3, 4}, {3, 4, 1, 2}), "moved");
     EXPECT_EQ(change_of_layout({"adr x3, dataAT", "ldr d0, [x3]", "mov sp, x3", "ret"}), "doubt");
     EXPECT_EQ(change_of_layout({"adr x3, dataAT", "ldr d0, [x3]", "mov x9, sp", "mov sp, x3", "str d0, [sp]",
                                 "mov sp, x9", "ret"}),
@@ -290,6 +394,47 @@ TEST(Equivalence, KnowsWhereOtherKernelsEnter)
     EXPECT_EQ(change_with(apart_before, apart_after, "k"), "renamed");
     EXPECT_EQ(change_with(apart_before, apart_after, "k+4"), "code");
     EXPECT_EQ(change_with(apart_before, apart_after, "k+2"), "code");
+    // Through the name of a neighbour.
+    EXPECT_EQ(change_with(before, after, "caller-4092"), "renamed");
+    EXPECT_EQ(change_with(apart_before, apart_after, "caller-4092"), "code");
+}
+
+TEST(Equivalence, KnowsWhatOtherKernelsMayRead)
+{
+    const auto change_with = [](const lines& one, const lines& other, const std::vector<double>& old_data,
+                                const std::vector<double>& new_data, const tessjit::reloc_info& use) {
+        const auto set = [&](const lines& code, const std::vector<double>& data) {
+            placed_kernel user = support::assembled_kernel("user", {"adr x3, #0", "ldr w0, [x3]", "ret"});
+            user.text_address += 0x1000;
+            user.relocs.push_back(use);
+            return make_kernel_set({support::assembled_kernel("k", code, support::bytes_of(data)), user});
+        };
+        const auto differences = compare_sets(set(one, old_data), set(other, new_data));
+        EXPECT_EQ(differences.front().name, "k");
+        return std::string(name_of(differences.front().change));
+    };
+    const lines before = {"mov x9, #1", "str x9, [x1]", "ret"};
+    const lines after = {"mov x10, #1", "str x10, [x1]", "ret"};
+    const lines padded_before = {"mov x10, #7", "mov x9, #1", "str x9, [x1]", "ret"};
+    const lines padded_after = {"mov x10, #7", "mov x10, #1", "str x10, [x1]", "ret"};
+    EXPECT_EQ(change_with(before, after, {}, {}, {"k", 0, R_AARCH64_ADR_PREL_LO21, 0}), "renamed");
+    EXPECT_EQ(change_with(padded_before, padded_after, {}, {}, {"k", 0, R_AARCH64_ADR_PREL_LO21, 4}), "code");
+    EXPECT_EQ(change_with(padded_before, padded_after, {}, {}, {"k", 0, R_AARCH64_ADR_PREL_PG_HI21, 4}),
+              "code");
+    // Through the name of a neighbour, and to its beginning.
+    EXPECT_EQ(
+        change_with(padded_before, padded_after, {}, {}, {"user", 0, R_AARCH64_ADR_PREL_LO21, 4 - 0x1000}),
+        "code");
+    EXPECT_EQ(change_with(before, after, {}, {}, {"user", 0, R_AARCH64_ADR_PREL_LO21, -0x1000}), "renamed");
+    // Its constants.
+    const lines first = {"adr x3, data0", "ldr d0, [x3]", "ret"};
+    const lines second = {"adr x3, data8", "ldr d0, [x3]", "ret"};
+    EXPECT_EQ(change_with(first, second, {1, 2}, {2, 1}, {".rodata.user", 0, R_AARCH64_ADR_PREL_LO21, 0}),
+              "moved");
+    EXPECT_EQ(change_with(first, second, {1, 2}, {2, 1}, {".rodata.k", 0, R_AARCH64_ADR_PREL_LO21, 0}),
+              "references");
+    EXPECT_EQ(change_with(first, second, {1, 1}, {1, 1}, {".rodata.k", 0, R_AARCH64_ADR_PREL_LO21, 0}),
+              "moved");
 }
 
 TEST(Equivalence, KeepsTheRulesOfRegistersNumbers)
@@ -307,6 +452,24 @@ TEST(Equivalence, KeepsTheRulesOfRegistersNumbers)
     EXPECT_EQ(change({"ldr q16, [x0]", "ins v17.d[1], v16.d[0]", "str q17, [x1]", "ret"},
                      {"ldr q16, [x0]", "ins v18.d[1], v16.d[0]", "str q18, [x1]", "ret"}),
               "code");
+    EXPECT_EQ(change({"ldr q16, [x0]", "ldr q17, [x1]", "fmov v16.d[1], x2", "str q16, [x3]", "ret"},
+                     {"ldr q16, [x0]", "ldr q17, [x1]", "fmov v17.d[1], x2", "str q17, [x3]", "ret"}),
+              "code");
+    EXPECT_EQ(change_of_names({"ldr qA, [x0]", "fmov vA.d[1], x2", "str qA, [x3]", "ret"}), "renamed");
+    // PACIA171615, which reads X15.
+    EXPECT_EQ(change({"mov x17, x0", "mov x16, x1", "mov x9, x2", "mov x15, x3", ".word 0xdac18bfe",
+                      "str x17, [x5]", "ret x4"},
+                     {"mov x17, x0", "mov x16, x1", "mov x15, x2", "mov x9, x3", ".word 0xdac18bfe",
+                      "str x17, [x5]", "ret x4"}),
+              "code");
+    // CTERMEQ makes V of C, which a call has left.
+    const lines terminates = {
+        "str x30, [sp, #-16]!", "mov xA, #1", "str xA, [x1]",       "bl f", "ctermeq x0, x1",
+        "cset w0, lt",          "mov w1, #0", "ldr x30, [sp], #16", "ret"};
+    EXPECT_EQ(change_of_names(terminates), "code");
+    lines compares = terminates;
+    compares[4] = "cmp x0, x1";
+    EXPECT_EQ(change_of_names(compares), "renamed");
     // Flags, and registers of instructions that write them.
     EXPECT_EQ(change_of_names({"ldp xA, xB, [x0]", "subs xA, xA, xB", "b.eq #8", "str xA, [x1]", "ret"}),
               "renamed");
