@@ -992,6 +992,7 @@ public:
     run_result run(const std::vector<std::uint8_t>& text, const std::vector<std::uint8_t>& data,
                    const machine_state& start, bool clobbers_with_temporaries)
     {
+        madvise(arena, arena_size, MADV_DONTNEED); // zeros where the run before may have stored
         std::memcpy(arena + text_at, text.data(), text.size());
         std::memcpy(arena + data_at, data.data(), data.size());
         std::memcpy(arena + buffers_at, start.memory.data(), start.memory.size());
