@@ -244,6 +244,8 @@ TEST(Equivalence, KnowsWhereAFrameKeepsTheReturnAddress)
         "tail call");
     EXPECT_EQ(exit_of({"sub sp, sp, #16", "cbz x0, #8", "str x30, [sp]"}, {"ldr x30, [sp], #16", "ret"}),
               "tail call");
+    EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "cbz x0, #8", "str x5, [sp]"}, {"ldr x30, [sp], #16", "ret"}),
+              "tail call");
     EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "mov x9, sp", "adr x10, #0", "mov sp, x10"},
                       {"ldr x11, [sp]", "mov sp, x9", "ret x11"}),
               "tail call");
