@@ -467,7 +467,7 @@ void add_baseline(command_line& program, int& status)
     command_line check_command =
         command.add_command("check", "Tell which kernels are not as the baseline has them");
     add_arguments(check_command, *checked);
-    check_command.footer("Exit status: 0 all the same, 1 different, 2 trouble.");
+    check_command.footer("Exit status: 0 all the same, 1 different, 2 error.");
     check_command.run([checked, &status] { status = check(*checked); });
 
     const auto blessed = std::make_shared<baseline_options>();
@@ -477,7 +477,7 @@ void add_baseline(command_line& program, int& status)
     bless_command.add_option("KERNEL", blessed->kernels, "Names of kernels to accept");
     bless_command.add_flag("--all", blessed->all, "Accept all; make FILE if it is not there");
     bless_command.add_flag("--force", blessed->force, "Also where the environment has CI set");
-    bless_command.footer("Exit status: 0 done, 2 trouble: then FILE is as it was.");
+    bless_command.footer("Exit status: 0 done, 2 error: then FILE is as it was.");
     bless_command.run([blessed, &status] { status = bless(*blessed); });
 }
 

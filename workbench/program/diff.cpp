@@ -318,7 +318,7 @@ void add_diff(command_line& program, int& status)
             },
             "N");
     add_common_options(command, options->common, {"text", "json", "github", "markdown"});
-    command.footer("Exit status: 0 all the same, 1 different, 2 trouble.");
+    command.footer("Exit status: 0 all the same, 1 different, 2 error.");
     command.run([options, &status] { status = diff(*options); });
 }
 

@@ -22,7 +22,7 @@ static const program_texts texts = {
     "  vorna-kernels explain ../log --dumps .    if the finaliser ended HOST: where, why, what to do\n"
     "  vorna-kernels check .                     anything else that is wrong with the kernels\n"
     "  vorna-kernels show . KERNEL               its instructions, with names and constants",
-    "Exit status: 0 nothing found, 1 found, 2 trouble. Each command has a --help of its own."};
+    "Exit status: 0 nothing found, 1 found, 2 error. Each command has a --help of its own."};
 
 static int run(int argc, char** argv)
 {

@@ -242,7 +242,7 @@ void add_profile(command_line& program, int& status)
     std::string footer = "The text for --perf-script is made by\n ";
     for (const std::string& word : perf_script_command())
         footer += " " + word;
-    footer += "\nExit status: 0 samples in kernels, 1 none, 2 trouble.";
+    footer += "\nExit status: 0 samples in kernels, 1 none, 2 error.";
     command.footer(footer);
     command.run([options, data, &status] {
         if (options->perf_script.empty() && !data.given())

@@ -118,7 +118,7 @@ void add_report(command_line& program, int& status)
     command.add_option("--against", options->against, "Dumps from before a change, to be compared with")
         .type_name("OLD");
     add_common_options(command, options->common, {"text", "json"});
-    command.footer("Exit status: 0 done, 2 trouble.");
+    command.footer("Exit status: 0 done, 2 error.");
     command.run([options, text, data, &status] {
         if (!options->event.empty() && !text.given() && !data.given())
             refuse_option("--event", "there is no profile");
