@@ -14,8 +14,8 @@
 //     not an argument. After it the results are equal, preserved registers are related as before, and the
 //     others may not be read.
 //   - When the kernel returns, results and preserved registers must be equal, each to the one of its name. A
-//     RET counts as a tail call, which gets arguments and X30, unless its address is known to be the caller's:
-//     kept in registers, or in the frame while SP changes by numbers only.
+//     RET counts as a tail call, which gets arguments and X30, unless its address is known to be the
+//     caller's: kept in registers, or in the frame while SP changes by numbers only.
 //   - An instruction of which it is not known what it reads and writes must find all registers as they were
 //     on entry: each equal to the one of its name.
 //
