@@ -276,7 +276,7 @@ TEST(KnownAddresses, AreFollowedInCodeOfAnyShape)
     for (unsigned i = 0; i < 200'000; ++i) {
         words.push_back(0x10000000 | i % 31);               // adr xN, .
         words.push_back(0x91000400 | i % 31 << 5 | i % 31); // add xN, xN, #1
-        words.push_back(0x54000000 | ((i % 2 == 0 ? 3 : 0x7fffe) << 5));
+        words.push_back(0x54000000 | ((i % 2 == 0 ? 3U : 0x7fffeU) << 5));
     }
     const std::vector<std::uint8_t> text = support::code(words);
     const code_map map = map_code("k", text, {}, {});

@@ -173,7 +173,7 @@ TEST(PageModel, HoldsBothSidesOfAChangedKernelAndHowTheirRowsAlign)
     EXPECT_EQ(model["against"], "old");
     EXPECT_EQ(model["kernels"].size(), 4U);
     for (const auto& [index, name, change] :
-         {std::tuple(0, "k", "code"), {1, "new", "new"}, {2, "same", "same"}, {3, "gone", "gone"}}) {
+         {std::tuple(0U, "k", "code"), {1, "new", "new"}, {2, "same", "same"}, {3, "gone", "gone"}}) {
         EXPECT_EQ(model["kernels"][index]["name"], name);
         EXPECT_EQ(model["kernels"][index]["class"], change);
     }
@@ -289,7 +289,7 @@ TEST(PageModel, GivesKernelsOfOneNameAndOfNoNameIdsOfTheirOwn)
         {placed("twice", 0x10000, {a64::ret()}), placed("twice", 0x10020, {a64::ret()}),
          placed("", 0x10040, {a64::ret()}), placed(std::string(1000, '+'), 0x10060, {a64::ret()})});
     const nlohmann::json kernels = overview_of(input_of(set))["kernels"];
-    for (const auto& [index, id] : {std::pair(0, "twice"), {1, "kernel:1"}, {2, "kernel:2"}, {3, "kernel:3"}})
+    for (const auto& [index, id] : {std::pair(0U, "twice"), {1, "kernel:1"}, {2, "kernel:2"}, {3, "kernel:3"}})
         EXPECT_EQ(kernels[index]["id"], id);
     EXPECT_EQ(kernels[2]["name"], "(no name)");
 }
