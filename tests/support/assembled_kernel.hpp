@@ -5,6 +5,7 @@
 #include "tests/support/kernels.hpp"
 #include "workbench/kernel_set.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <elf.h>

@@ -3,6 +3,7 @@
 #include "tests/support/assembled_kernel.hpp"
 #include "workbench/difference.hpp"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace {

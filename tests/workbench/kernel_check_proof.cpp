@@ -5,6 +5,7 @@
 #include "tests/support/random_sets.hpp"
 #include "workbench/kernel_check.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <csetjmp>
 #include <csignal>

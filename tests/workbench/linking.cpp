@@ -14,6 +14,7 @@
 #include "tests/support/tool.hpp"
 #include "workbench/dumps.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
