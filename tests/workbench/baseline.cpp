@@ -9,6 +9,7 @@
 #include "tests/support/temp_directory.hpp"
 #include "tests/support/tool.hpp"
 
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <random>
 #include <stdexcept>

@@ -7,6 +7,7 @@
 #include "tests/support/temp_directory.hpp"
 #include "tests/support/tool.hpp"
 
+#include <algorithm>
 #include <cstring>
 #include <gmock/gmock.h>
 #include <sys/mman.h>
