@@ -115,6 +115,8 @@ private:
     {
         bool indirect = false;
         bool takes_own_address = false;
+        std::uint32_t holds_own_address = 0; // registers, somewhere in the kernel
+        std::uint32_t moved_to_x30 = 0;
         while (!pending_.empty()) {
             const std::size_t index = pending_.back();
             pending_.pop_back();
@@ -138,10 +140,14 @@ private:
                     take_address(relocs_[relocation.index].addend);
                     takes_own_address = true;
                 }
-                indirect = indirect || (word & 31) == 30; // a return address
+                holds_own_address |= std::uint32_t{1} << (word & 31);
+            } else if ((word & 0xffe0ffff) == 0xaa0003fe) { // MOV X30, Xm
+                moved_to_x30 |= std::uint32_t{1} << (word >> 16 & 31);
             }
             takes_own_address = takes_own_address || (flow.target && is_call(word));
         }
+        constexpr std::uint32_t x30 = std::uint32_t{1} << 30;
+        indirect = indirect || (holds_own_address & (x30 | moved_to_x30)) != 0; // RET goes there
         may_jump_ = indirect && takes_own_address;
         map_.any_entry = may_jump_;
     }

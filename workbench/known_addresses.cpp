@@ -405,6 +405,8 @@ private:
             if ((word & 0x20000000) == 0)
                 return std::pair{Rd, register_value{kind::number, no_origin, 0, static_cast<int64_t>(part)}};
             register_value value = get(Rd);
+            if (is_own(value))
+                return std::pair{Rd, register_value{kind::somewhere, no_origin, 0, 0}};
             if (value.what != kind::number)
                 return std::pair{Rd, register_value{}};
             const uint64_t kept = static_cast<uint64_t>(value.displacement) & ~(uint64_t{0xffff} << shift);
@@ -413,8 +415,11 @@ private:
             return std::pair{Rd, value};
         }
         // What else is computed from such an address may be one.
+        const bool adds_third = (word & 0x1f000000) == 0x1b000000; // MADD and its kind: Ra
+        const bool keeps_bits = (word & 0x7f800000) == 0x33000000; // BFM
         if (instruction_class_of(word) == instruction_class::integer &&
-            (is_own(get(Rn)) || is_own(get(Rm)))) {
+            (is_own(get(Rn)) || is_own(get(Rm)) || (adds_third && is_own(get(word >> 10 & 31))) ||
+             (keeps_bits && is_own(get(Rd))))) {
             const uint32_t written = written_registers(word);
             if ((written >> Rd & 1) != 0)
                 return std::pair{Rd, register_value{kind::somewhere, no_origin, 0, 0}};
@@ -455,17 +460,30 @@ private:
 
     void look_at_access(size_t index)
     {
-        if (known_ == 0 || (word_at(text_, index) & 0x0a000000) != 0x08000000) // no load or store
+        const uint32_t word = word_at(text_, index);
+        if (known_ != 0 && writes_through_own(word))
+            somewhere_written_.push_back(4 * index);
+        if (known_ == 0 || (word & 0x0a000000) != 0x08000000) // no load or store
             return;
         const std::optional<memory_access> access = access_at(index);
         if (!access)
             return;
         const register_value base = get(access->base);
         const bool indexed = access->addressing == addressing_mode::register_index;
-        if (is_own(base) && access->store && (indexed || base.what == kind::somewhere))
+        const bool index_is_own = indexed && is_own(get(word >> 16 & 31));
+        if (access->store && (index_is_own || (is_own(base) && (indexed || base.what == kind::somewhere))))
             somewhere_written_.push_back(4 * index);
         if (!indexed)
             add_access(index, *access, base, {});
+    }
+
+    // Stores whose size is not in the word: SVE stores, DC ZVA and DC GZVA.
+    [[nodiscard]] bool writes_through_own(uint32_t word) const
+    {
+        if ((word & 0xfe000000) == 0xe4000000)
+            return is_own(get(word >> 5 & 31));
+        const uint32_t operation = word & 0xffffffe0;
+        return (operation == 0xd50b7420 || operation == 0xd50b7480) && is_own(get(word & 31));
     }
 
     [[nodiscard]] std::optional<memory_access> access_at(size_t index) const
@@ -530,9 +548,11 @@ private:
         }
         // By how much a register has moved in one turn, where it has kept what it held.
         const auto moved = [&](unsigned r) -> std::optional<int64_t> {
+            if (r == no_origin)
+                return std::nullopt;
             const register_value now = get(r);
-            if (r == no_origin || (known_at_entry >> r & 1) == 0 || now.origin != r ||
-                now.what != at_entry[r].what || now.source != at_entry[r].source)
+            if ((known_at_entry >> r & 1) == 0 || now.origin != r || now.what != at_entry[r].what ||
+                now.source != at_entry[r].source)
                 return std::nullopt;
             return static_cast<int64_t>(static_cast<uint64_t>(now.displacement) -
                                         static_cast<uint64_t>(at_entry[r].displacement));

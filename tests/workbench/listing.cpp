@@ -10,6 +10,7 @@
 #include "tests/support/tool.hpp"
 #include "workbench/linking.hpp"
 
+#include <algorithm>
 #include <ctime>
 #include <elf.h>
 #include <gmock/gmock.h>
@@ -432,6 +433,33 @@ TEST(Listing, ShowsNoConstantsThatTheKernelWrites)
               ".rodata+0x18, which the kernel may overwrite|");
     EXPECT_EQ(comments({"ldr x0, [x3, #24]", "csel x4, x3, x2, eq", "str x0, [x4]"}),
               ".rodata+0x18, which the kernel may overwrite|");
+    for (const std::vector<std::string>& lines : std::vector<std::vector<std::string>>{
+             {"st1w { z0.s }, p0, [x3]"},
+             {"str z0, [x3]"},
+             {"st1w { z0.d }, p0, [x3, z1.d]"},
+             {"dc zva, x3"},
+             {"str x0, [x1, x3]"},
+             {"madd x4, x1, x2, x3", "str x0, [x4]"},
+             {"umaddl x4, w1, w2, x3", "str x0, [x4]"},
+             {"mov x4, x3", "bfi x4, x1, #2, #2", "str x0, [x4]"},
+             {"mov x4, x3", "movk x4, #8", "str x0, [x4]"},
+         }) {
+        std::vector<std::string> kernel = {"ldr x5, [x3, #24]"};
+        kernel.insert(kernel.end(), lines.begin(), lines.end());
+        EXPECT_EQ(comments(kernel), ".rodata+0x18, which the kernel may overwrite|") << lines.back();
+    }
+}
+
+TEST(Listing, TakesNoPlaceThatAReturnMayLeadToForData)
+{
+    const auto has_data = [](const std::vector<std::string>& lines) {
+        const kernel_set set = make_kernel_set({placed("k", 0x10000, assemble(lines), {}, {})});
+        const std::vector<listing_row> rows = list(set, "k").rows;
+        return std::any_of(rows.begin(), rows.end(),
+                           [](const listing_row& row) { return row.text.compare(0, 5, ".word") == 0; });
+    };
+    EXPECT_TRUE(has_data({"adr x9, #16", "mov x30, x19", "ldr w0, [x9]", "ret", "nop"}));
+    EXPECT_FALSE(has_data({"adr x9, #16", "mov x30, x9", "ldr w0, [x1]", "ret", "nop", "ret"}));
 }
 
 TEST(Listing, ShowsLiteralsInTheCodeAsData)
