@@ -62,6 +62,16 @@ auto one_of(random_engine& random, const values& all)
 // ---------------------------------------------------------------------------------------------------------
 // Programs.
 
+// VIXL numbers registers by int.
+Register general_register(unsigned number, int bits)
+{
+    return Register(static_cast<int>(number), bits);
+}
+VRegister vector_register(unsigned number, int bits)
+{
+    return VRegister(static_cast<int>(number), bits);
+}
+
 // What one assembly of a program is given, and what it makes.
 struct emission {
     a64::Assembler code;
@@ -73,10 +83,10 @@ struct emission {
     std::size_t pool = 0;            // item that is the first literal
     std::vector<tessjit::reloc_info> relocs;
 
-    [[nodiscard]] Register x(unsigned name) const { return Register(general[name], 64); }
-    [[nodiscard]] Register w(unsigned name) const { return Register(general[name], 32); }
-    [[nodiscard]] VRegister v(unsigned name) const { return VRegister(vector[name], 128); }
-    [[nodiscard]] VRegister d(unsigned name) const { return VRegister(vector[name], 64); }
+    [[nodiscard]] Register x(unsigned name) const { return general_register(general[name], 64); }
+    [[nodiscard]] Register w(unsigned name) const { return general_register(general[name], 32); }
+    [[nodiscard]] VRegister v(unsigned name) const { return vector_register(vector[name], 128); }
+    [[nodiscard]] VRegister d(unsigned name) const { return vector_register(vector[name], 64); }
     [[nodiscard]] std::int64_t here() const { return code.GetCursorOffset(); }
     [[nodiscard]] std::int64_t words_to(std::size_t item, std::int64_t bytes = 0) const
     {
@@ -200,11 +210,13 @@ private:
     {
         for (unsigned r = 0; r < 2; ++r) {
             if (below(random_, 2) == 0 && !tail_call_)
-                add([r, from = g()](emission& e) { e.code.mov(Register(r, 64), e.x(from)); });
+                add([r, from = g()](emission& e) { e.code.mov(general_register(r, 64), e.x(from)); });
         }
         for (unsigned r = 0; r < 4; ++r) {
             if (below(random_, 3) == 0)
-                add([r, from = v()](emission& e) { e.code.mov(VRegister(r, 128).V16B(), e.v(from).V16B()); });
+                add([r, from = v()](emission& e) {
+                    e.code.mov(vector_register(r, 128).V16B(), e.v(from).V16B());
+                });
         }
         if (tail_call_ && calls_)
             set_arguments(9);
@@ -248,9 +260,11 @@ private:
     void set_arguments(unsigned count)
     {
         for (unsigned r = 0; r < count; ++r)
-            add([r, from = g()](emission& e) { e.code.mov(Register(r, 64), e.x(from)); });
+            add([r, from = g()](emission& e) { e.code.mov(general_register(r, 64), e.x(from)); });
         for (unsigned r = 0; r < count && r < 8; ++r)
-            add([r, from = v()](emission& e) { e.code.mov(VRegister(r, 128).V16B(), e.v(from).V16B()); });
+            add([r, from = v()](emission& e) {
+                e.code.mov(vector_register(r, 128).V16B(), e.v(from).V16B());
+            });
     }
 
     void call()
@@ -278,11 +292,11 @@ private:
         for (unsigned r = 0; r < 2; ++r) {
             if (below(random_, 2) == 0)
                 add([r, to = one_of(random_, made_.kept_general)](emission& e) {
-                    e.code.mov(e.x(to), Register(r, 64));
+                    e.code.mov(e.x(to), general_register(r, 64));
                 });
             if (below(random_, 2) == 0)
                 add([r, to = one_of(random_, made_.kept_vector)](emission& e) {
-                    e.code.fmov(e.d(to), VRegister(r, 64));
+                    e.code.fmov(e.d(to), vector_register(r, 64));
                 });
         }
         for (const unsigned r : made_.kept_vector) // of which the callee kept a half
