@@ -289,7 +289,8 @@ TEST(PageModel, GivesKernelsOfOneNameAndOfNoNameIdsOfTheirOwn)
         {placed("twice", 0x10000, {a64::ret()}), placed("twice", 0x10020, {a64::ret()}),
          placed("", 0x10040, {a64::ret()}), placed(std::string(1000, '+'), 0x10060, {a64::ret()})});
     const nlohmann::json kernels = overview_of(input_of(set))["kernels"];
-    for (const auto& [index, id] : {std::pair(0U, "twice"), {1, "kernel:1"}, {2, "kernel:2"}, {3, "kernel:3"}})
+    for (const auto& [index, id] :
+         {std::pair(0U, "twice"), {1, "kernel:1"}, {2, "kernel:2"}, {3, "kernel:3"}})
         EXPECT_EQ(kernels[index]["id"], id);
     EXPECT_EQ(kernels[2]["name"], "(no name)");
 }
