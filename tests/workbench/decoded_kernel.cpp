@@ -112,7 +112,7 @@ struct record {
 };
 
 // Instructions that the simulator makes depend on chance, the one that it wants another after, and
-// conversions from fixed point in vector registers, of which it leaves the rest of the register as it was.
+// conversions from fixed point in vector registers, where it leaves the rest of the register as it was.
 bool is_left_out(std::string_view name)
 {
     const bool converts = name.substr(0, 5) == "SCVTF" || name.substr(0, 5) == "UCVTF";
@@ -197,7 +197,7 @@ TEST(DecodedInstructions, ReadAndWriteWhatTheyDoInASimulator)
     // As many of each value of the bits that tell the encoding's group.
     for (std::size_t i = 0; i < count; ++i)
         records[i].word = static_cast<std::uint32_t>((random() & 0x801fffff) | (i % 1024) << 21);
-    // Those of which LLVM's tables do not tell all, which are too rare among them.
+    // Those whose effects LLVM's tables do not tell in full, which are too rare among them.
     struct encoding {
         std::uint32_t opcode;
         std::uint32_t registers;

@@ -143,7 +143,7 @@ gone kernel  gone   1 -> 0 (-1)   4 -> 0 (-4)    0
 
 TEST_F(Diff, ShowsALoadAsChangedWithTheOffsetAndTheConstantsOfEachSide)
 {
-    // A walk through a table in a loop, behind an instruction that is new; X0 is how often.
+    // A walk through a table in a loop, after an instruction that is new; X0 is how often.
     const std::uint32_t walk = 0xfc408467;              // ldr d7, [x3], #8
     const std::uint32_t again = 0xb5ffffe0 - (1U << 5); // cbnz x0, to the instruction before the one before
     const std::uint32_t down = 0xd1000400;              // sub x0, x0, #1

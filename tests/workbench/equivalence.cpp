@@ -58,7 +58,7 @@ std::string change_of_names(const lines& code)
 
 TEST(Equivalence, TakesWordsThatAreNotReachedForData)
 {
-    // A literal of which the last bits look like another register of the same instruction.
+    // A literal whose last bits look like another register of the same instruction.
     const auto literal = [](const std::string& word) {
         return lines{"ldr s1, #12", "fmul s0, s0, s1", "ret", ".word " + word};
     };
@@ -72,7 +72,7 @@ TEST(Equivalence, TakesWordsThatAreNotReachedForData)
         return lines{"adr x3, #12", "ldr s0, [x3]", "ret", ".word " + word};
     };
     EXPECT_EQ(change(table("0x3d2aaaab"), table("0x3d2aaaac")), "code");
-    // The same behind a relocation, and seen by a caller.
+    // The same after a relocation, and seen by a caller.
     EXPECT_EQ(change({"adr x3, code12", "ldr s0, [x3]", "ret", ".word 0x3d2aaaab"},
                      {"adr x3, code12", "ldr s0, [x3]", "ret", ".word 0x3d2aaaac"}),
               "code");
@@ -321,7 +321,7 @@ TEST(Equivalence, HasNothingReadThatACallMayHaveChanged)
     EXPECT_EQ(preserved("x19, x20", {"str x19, [x0]"}, "x19", "x20"), "renamed");
     EXPECT_EQ(preserved("d8, d9", {"str d8, [x0]"}, "d8", "d9"), "renamed");
     EXPECT_EQ(preserved("d8, d9", {"str q8, [x0]"}, "q8", "q9"), "code");
-    // Arguments, and one that an earlier call has left behind.
+    // Arguments, and one that an earlier call has left.
     EXPECT_EQ(change(around({"ldp x2, x3, [x6]"}, nothing), around({"ldp x3, x2, [x6]"}, nothing)), "code");
     EXPECT_EQ(change_of_names(around({"mov xA, #1", "str xA, [x1]"}, {"bl f", "bl g"})), "renamed");
     EXPECT_EQ(change_of_names(around({"mov xA, #1", "str xA, [x1]"}, {"bl f+4"})), "code");

@@ -299,7 +299,7 @@ private:
                     e.code.fmov(e.d(to), vector_register(r, 64));
                 });
         }
-        for (const unsigned r : made_.kept_vector) // of which the callee kept a half
+        for (const unsigned r : made_.kept_vector) // whose low half the callee kept
             add([r](emission& e) { e.code.fmov(e.d(r), e.d(r)); });
         set_temporaries(made_.general, made_.vector);
     }
