@@ -52,7 +52,7 @@ if(VORNA_WFTA_WORKBENCH)
   install(TARGETS vorna-kernels COMPONENT workbench)
   install(FILES ${PROJECT_BINARY_DIR}/workbench/vorna-kernels.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
     COMPONENT workbench)
-  install(FILES workbench/program/completion.bash RENAME vorna-kernels
+  install(FILES workbench/cli/completion.bash RENAME vorna-kernels
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT workbench)
 endif()
 

@@ -1,7 +1,7 @@
 // Any text is read as a baseline or refused in a line that names its line, and what is read is written as it
 // was but for order and line ends.
 
-#include "workbench/baseline.hpp"
+#include "workbench/analysis/baseline.hpp"
 
 #include <cstdlib>
 #include <cstring>

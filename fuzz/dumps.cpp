@@ -1,6 +1,6 @@
 // Any file is read as a dump or refused, and what is read of it is no more than the file holds.
 
-#include "workbench/dumps.hpp"
+#include "workbench/input/dumps.hpp"
 
 #include <cstdlib>
 #include <stdexcept>

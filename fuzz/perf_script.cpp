@@ -1,7 +1,7 @@
 // Any text in place of perf script's is read or refused, the same way wherever it is cut, and what is counted
 // adds up.
 
-#include "workbench/profile.hpp"
+#include "workbench/analysis/profile.hpp"
 
 #include <algorithm>
 #include <cstdint>

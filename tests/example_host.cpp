@@ -1,5 +1,6 @@
 // The example host: its Winograd kernels, its planner and its program.
 
+#include "check/check_kernels.hpp"
 #include "examples/wfta_host/breakage.hpp"
 #include "examples/wfta_host/comparison.hpp"
 #include "examples/wfta_host/machine.hpp"
@@ -7,7 +8,6 @@
 #include "examples/wfta_host/short_dft.hpp"
 #include "tests/support/files.hpp"
 #include "tests/support/temp_directory.hpp"
-#include "workbench/kernel_check.hpp"
 
 #include <aarch64/decoder-aarch64.h>
 #include <aarch64/disasm-aarch64.h>

@@ -24,4 +24,4 @@ mv "$work/first" "$HOME"
 ! grep -rIl "$work" "$HOME" || fail "installed files name the directory that they were built in"
 
 installed=$(cd "$HOME/vorna/include/vorna_wfta" && find . -type f | sort | xargs)
-[ "$installed" = "./fft/SRC/wfta/kernel_printer.hpp ./jit/elf.hpp ./jit/reloc_info.hpp ./workbench/kernel_check.hpp" ] || fail "headers: $installed"
+[ "$installed" = "./fft/SRC/wfta/kernel_printer.hpp ./jit/elf.hpp ./jit/reloc_info.hpp ./check/check_kernels.hpp" ] || fail "headers: $installed"

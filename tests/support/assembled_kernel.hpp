@@ -3,7 +3,7 @@
 
 #include "tests/support/assemble.hpp"
 #include "tests/support/kernels.hpp"
-#include "workbench/kernel_set.hpp"
+#include "workbench/kernels/kernel_set.hpp"
 
 #include <algorithm>
 #include <cstdint>

@@ -2,7 +2,7 @@
 // Made once of a kernel; the analyses read it and look at no bit of a word themselves.
 #pragma once
 
-#include "workbench/kernel_set.hpp"
+#include "workbench/kernels/kernel_set.hpp"
 
 #include <array>
 #include <bitset>

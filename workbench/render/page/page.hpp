@@ -1,9 +1,9 @@
 // One page to look at: placement, table, graph of calls and listings of a set of kernels, as one HTML file.
 #pragma once
 
-#include "workbench/kernel_check.hpp"
-#include "workbench/kernel_set.hpp"
-#include "workbench/profile.hpp"
+#include "check/check_kernels.hpp"
+#include "workbench/analysis/profile.hpp"
+#include "workbench/kernels/kernel_set.hpp"
 
 #include <string>
 #include <vector>

@@ -1,9 +1,9 @@
 #include "workbench/render/page/page_listing.hpp"
 
-#include "workbench/difference.hpp"
-#include "workbench/json.hpp"
-#include "workbench/listing.hpp"
-#include "workbench/output.hpp"
+#include "workbench/analysis/difference.hpp"
+#include "workbench/render/json.hpp"
+#include "workbench/render/listing.hpp"
+#include "workbench/text/output.hpp"
 #include "workbench/text/percent.hpp"
 
 #include <algorithm>

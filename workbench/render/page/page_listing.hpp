@@ -1,9 +1,9 @@
 // A kernel's listing, as the page's model holds it.
 #pragma once
 
-#include "workbench/disassembler.hpp"
-#include "workbench/kernel_set.hpp"
-#include "workbench/profile.hpp"
+#include "workbench/analysis/profile.hpp"
+#include "workbench/disasm/disassembler.hpp"
+#include "workbench/kernels/kernel_set.hpp"
 
 #include <cstddef>
 #include <string>

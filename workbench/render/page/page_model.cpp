@@ -1,11 +1,11 @@
 #include "workbench/render/page/page_model.hpp"
 
-#include "workbench/a64.hpp"
-#include "workbench/difference.hpp"
-#include "workbench/json.hpp"
-#include "workbench/linking.hpp"
-#include "workbench/output.hpp"
+#include "check/a64.hpp"
+#include "workbench/analysis/difference.hpp"
+#include "workbench/kernels/linking.hpp"
+#include "workbench/render/json.hpp"
 #include "workbench/render/page/page_listing.hpp"
+#include "workbench/text/output.hpp"
 #include "workbench/text/percent.hpp"
 
 #include <algorithm>

@@ -1,0 +1,745 @@
+// What check_kernels finds before a set is finalised: each kind of finding, and where it is silent.
+
+#include "check/check_kernels.hpp"
+#include "check/relocation.hpp"
+#include "tests/support/a64.hpp"
+#include "tests/support/assemble.hpp"
+#include "tests/support/kernels.hpp"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace vorna::wfta;
+using namespace support;
+using namespace support::a64;
+
+constexpr std::int32_t ADR = 274;
+constexpr std::int32_t ADRP = 275;
+constexpr std::int32_t ADD = 277;
+constexpr std::int32_t BL = 283;
+
+using kernels_t = std::vector<kernel_data>;
+
+/// The findings, a line each: severity ("E" for an error that aborts), kernel, offset, relocation, id.
+std::string found(const kernels_t& kernels, const kernel_registry_map& registry = {})
+{
+    std::string lines;
+    for (const kernel_finding& finding : check_kernels(registry, kernels)) {
+        const char* const levels[] = {"note", "warning", "error"};
+        lines += finding.aborts ? "ABORT" : levels[static_cast<int>(finding.severity)];
+        lines += " " + finding.kernel;
+        if (finding.offset)
+            lines += (*finding.offset < 0 ? "" : "+") + std::to_string(*finding.offset);
+        if (finding.relocation)
+            lines += " #" + std::to_string(*finding.relocation);
+        lines += " " + finding.id + "\n";
+        EXPECT_TRUE(!finding.aborts || finding.severity == finding_severity::error) << lines;
+        EXPECT_FALSE(finding.message.empty()) << lines;
+        EXPECT_EQ(finding.message.find('\n'), std::string::npos) << finding.message;
+    }
+    return lines;
+}
+
+/// The messages, a line each.
+std::string messages(const kernels_t& kernels, const kernel_registry_map& registry = {})
+{
+    std::string lines;
+    for (const kernel_finding& finding : check_kernels(registry, kernels))
+        lines += finding.message + "\n";
+    return lines;
+}
+
+kernel_registry_map registry_of(const std::string& name, std::uint64_t text)
+{
+    return {{name, {address(text), 32, address(text + 32), 0}}};
+}
+
+TEST(KernelCheck, FindsNothingInAGoodSet)
+{
+    EXPECT_EQ(found({}), "");
+    EXPECT_EQ(found({kernel("callee", {adrp(1), add(1, 1, 0), ldr(0, 1), ret()},
+                            {{".rodata.callee", 0, ADRP, 8}, {".rodata.callee", 4, ADD, 8}},
+                            std::vector<std::uint8_t>(16)),
+                     kernel("caller", {bl(), adr(2), bl(), ret()},
+                            {{"callee", 0, BL, 0}, {"callee", 4, ADR, 4}, {"caller", 8, BL, 0}})}),
+              "");
+}
+
+TEST(KernelCheck, FindsTakenNames)
+{
+    EXPECT_EQ(found({kernel("same", {ret()}), kernel("same", {ret()}), kernel("same", {ret()})}),
+              "ABORT same duplicate-name\nABORT same duplicate-name\n");
+    EXPECT_EQ(found({kernel("same", {ret()})}, registry_of("same", 0x1000)), "ABORT same duplicate-name\n");
+    EXPECT_EQ(messages({kernel("one", {ret()}), kernel("same", {ret()}), kernel("same", {ret()})}),
+              "kernel 1 of the set has this name, and so has kernel 2\n");
+    EXPECT_EQ(messages({kernel("same", {ret()})}, registry_of("same", 0x1000)),
+              "the registry has a kernel of this name\n");
+}
+
+TEST(KernelCheck, FindsTargetsThatAreNowhereOrComeLater)
+{
+    EXPECT_EQ(found({kernel("caller", {bl(), bl(), ret()}, {{"callee", 0, BL, 0}, {"nobody", 4, BL, 0}}),
+                     kernel("callee", {ret()})}),
+              "ABORT caller+0 #0 callee-order\nABORT caller+4 #1 unknown-target\n");
+    EXPECT_EQ(messages({kernel("caller", {bl(), ret()}, {{"callee", 0, BL, 0}}), kernel("callee", {ret()})}),
+              "callee is not placed yet: it comes later in the set\n");
+    EXPECT_EQ(found({kernel("caller", {adr(0), ret()}, {{".rodata", 0, ADR, 0}})}),
+              "ABORT caller+0 #0 unknown-target\n")
+        << "a name of seven bytes is a kernel's";
+    EXPECT_EQ(found({kernel("caller", {bl(), ret()}, {{"callee", 0, BL, 0}}), kernel("callee", {ret()})},
+                    registry_of("callee", 0x100000001000)),
+              "note caller+0 #0 placement\nABORT callee duplicate-name\n")
+        << "the registry's is there first";
+}
+
+TEST(KernelCheck, FindsDataOfOthers)
+{
+    EXPECT_EQ(found({kernel("other", {ret()}, {}, {1, 2, 3, 4}),
+                     kernel("user", {adr(0), adr(1), ret()},
+                            {{".rodata.other", 0, ADR, 0}, {".rodata.", 4, ADR, 0}})}),
+              "ABORT user+0 #0 foreign-data\nABORT user+4 #1 foreign-data\n");
+    EXPECT_EQ(found({kernel("", {adr(1), ret()}, {{".rodata.", 0, ADR, 0}}, {0})}),
+              "warning  name-file\nwarning  name-map\n")
+        << "the empty kernel's own";
+}
+
+TEST(KernelCheck, FindsTargetsAtNull)
+{
+    EXPECT_EQ(found({kernel("caller", {bl(), ret()}, {{"null", 0, BL, 0}})}, registry_of("null", 0)),
+              "ABORT caller+0 #0 null-target\n");
+    EXPECT_EQ(found({kernel("empty", {}, {{"empty", 0, BL, 0}, {".rodata.empty", 0, ADR, 0}})}),
+              "ABORT empty+0 #0 null-target\nerror empty+0 #0 offset\nABORT empty+0 #1 null-target\n")
+        << "a set without a byte gets no mapping";
+    EXPECT_EQ(found({kernel("empty", {}, {{"empty", 0, BL, 0}}), kernel("another", {ret()})}),
+              "error empty+0 #0 offset\n");
+}
+
+TEST(KernelCheck, FindsOtherTypes)
+{
+    EXPECT_EQ(found({kernel("jumps", {0x14000000, ret()}, {{"jumps", 0, 282, 0}})}),
+              "ABORT jumps+0 #0 unhandled-type\n");
+    EXPECT_EQ(found({kernel("both", {bl(), ret()}, {{"nobody", 0, 0, 0}})}),
+              "ABORT both+0 #0 unknown-target\nABORT both+0 #0 unhandled-type\n")
+        << "the name comes before the type";
+}
+
+TEST(KernelCheck, FindsFilledFieldsByTheFinalisersMasks)
+{
+    const auto filled = [](word w, std::int32_t type) {
+        return found({kernel("one", {w, ret()}, {{"one", 0, type, 0}})}).find("field-filled") !=
+               std::string::npos;
+    };
+    for (unsigned bit = 0; bit < 32; ++bit) {
+        const word w = word{1} << bit;
+        EXPECT_EQ(filled(adr(0) ^ w, ADR), (0x60ffffe0 >> bit & 1) != 0) << bit;
+        EXPECT_EQ(filled(adrp(0) ^ w, ADRP), (0x60ffffe0 >> bit & 1) != 0) << bit;
+        EXPECT_EQ(filled(add(0, 0, 0) ^ w, ADD), (0x003ffc00 >> bit & 1) != 0) << bit;
+        EXPECT_EQ(filled(bl() ^ w, BL), (0x01ffffff >> bit & 1) != 0) << bit;
+    }
+    EXPECT_EQ(messages({kernel("one", {0x94000001, ret()}, {{"one", 0, BL, 0}})}),
+              "R_AARCH64_CALL26: the field of 0x94000001 is not zero\n");
+}
+
+TEST(KernelCheck, FindsFieldsThatAnEarlierRelocationHasFilled)
+{
+    EXPECT_EQ(found({kernel("twice", {nop(), bl(), ret()}, {{"twice", 4, BL, 0}, {"twice", 4, BL, 0}})}),
+              "ABORT twice+4 #1 field-filled\n");
+    EXPECT_EQ(messages({kernel("twice", {nop(), bl(), ret()}, {{"twice", 4, BL, 0}, {"twice", 4, BL, 0}})}),
+              "R_AARCH64_CALL26: the field of 0x97ffffff is not zero behind an earlier relocation\n");
+    EXPECT_EQ(found({kernel("twice", {bl(), ret()}, {{"twice", 0, BL, 0}, {"twice", 0, BL, 0}})}), "")
+        << "a field of zero is not seen";
+    // At -2^27 only the top bit of the field is set, which is not tested.
+    EXPECT_EQ(
+        found({kernel("twice", {bl(), ret()}, {{"twice", 0, BL, -134217728}, {"twice", 0, BL, -134217728}})}),
+        "warning twice+0 #0 call-target\nwarning twice+0 #1 call-bit-25\n");
+    EXPECT_EQ(found({kernel("twice", {add(0, 0, 0), adrp(0), ret()},
+                            {{"twice", 0, ADD, 16}, {"twice", 0, ADD, 16}, {"twice", 4, ADRP, 16}})}),
+              "ABORT twice+0 #1 field-filled\n");
+    EXPECT_EQ(found({kernel("twice", {bl(), ret()}, {{"far", 0, BL, 0}, {"far", 0, BL, 0}})},
+                    registry_of("far", 0x100000001000)),
+              "note twice+0 #0 placement\nABORT twice+0 #1 field-filled\n");
+}
+
+TEST(KernelCheck, LeavesOpenWhetherAnUnknownDistanceFillsTheFieldOfAnotherKind)
+{
+    // One page on, an ADRP's distance has its only bit where a BL's field has none; one page back, all are
+    // set.
+    EXPECT_EQ(found({kernel("twice", {bl(), ret()}, {{"far", 0, ADRP, 0}, {"far", 0, BL, 0}})},
+                    registry_of("far", 0x100000001000)),
+              "note twice+0 #0 placement\nerror twice+0 #0 opcode\nnote twice+0 #1 placement\n"
+              "note twice+0 #1 placement\n");
+}
+
+TEST(KernelCheck, FindsDistancesOutOfRangeExactly)
+{
+    const auto adr_to = [](std::int32_t addend) {
+        return found({kernel("one", {nop(), adr(0), ret()}, {{"one", 4, ADR, addend}})});
+    };
+    EXPECT_EQ(adr_to(4 + 0xfffff), "");
+    EXPECT_EQ(adr_to(4 + 0x100000), "ABORT one+4 #0 range\n");
+    EXPECT_EQ(adr_to(4 - 0x100000), "");
+    EXPECT_EQ(adr_to(4 - 0x100001), "ABORT one+4 #0 range\n");
+    const auto call_to = [](std::int32_t addend) {
+        return found({kernel("one", {nop(), bl(), ret()}, {{"one", 4, BL, addend}})});
+    };
+    EXPECT_EQ(call_to(4 + 0x7fffffc), "warning one+4 #0 call-target\n");
+    EXPECT_EQ(call_to(4 + 0x8000000), "ABORT one+4 #0 range\nwarning one+4 #0 call-target\n");
+    EXPECT_EQ(call_to(4 - 0x8000000), "warning one+4 #0 call-target\n");
+    EXPECT_EQ(call_to(4 - 0x8000004), "ABORT one+4 #0 range\nwarning one+4 #0 call-target\n");
+    EXPECT_EQ(call_to(2), "ABORT one+4 #0 range\nwarning one+4 #0 call-target\n");
+    EXPECT_EQ(messages({kernel("one", {nop(), adr(0), ret()}, {{"one", 4, ADR, 0x100004}})}),
+              "R_AARCH64_ADR_PREL_LO21 reaches one+0x100004 at +0x100000 (+1.00 MiB), limit 1 MiB\n");
+}
+
+TEST(KernelCheck, PlacesKernelsAsTheFinaliserDoes)
+{
+    // Code on 32-byte boundaries, data behind all code and packed: 1 MiB of code between a kernel and its
+    // data.
+    const auto with_filler = [](std::size_t words) {
+        kernel_data filler = kernel("filler", std::vector<std::uint32_t>(words, ret()), {}, {1, 2, 3});
+        return found(
+            {kernel("one", {adr(0), ret()}, {{".rodata.one", 0, ADR, 7}}, std::vector<std::uint8_t>(8)),
+             std::move(filler)});
+    };
+    EXPECT_EQ(with_filler((0x100000 - 64) / 4), "");
+    EXPECT_EQ(with_filler((0x100000 - 64) / 4 + 1), "ABORT one+0 #0 range\n") << "the text grows by 32 bytes";
+    // The data of one lies behind that of the kernel before it.
+    const auto behind = [](std::size_t bytes) {
+        return found({kernel("before", {ret()}, {}, std::vector<std::uint8_t>(bytes)),
+                      kernel("one", {adr(0), ret()}, {{".rodata.one", 0, ADR, 0}}, {1})});
+    };
+    EXPECT_EQ(behind(0xfffff - 32), "");
+    EXPECT_EQ(behind(0x100000 - 32), "ABORT one+0 #0 range\n");
+}
+
+TEST(KernelCheck, NotesWhatDependsOnPlacement)
+{
+    const kernel_registry_map registry = registry_of("far", 0x100000001000);
+    EXPECT_EQ(
+        found({kernel("one", {bl(), adr(0), adrp(1), add(1, 1, 0), ret()},
+                      {{"far", 0, BL, 0}, {"far", 4, ADR, 0}, {"far", 8, ADRP, 0}, {"far", 12, ADD, 0}})},
+              registry),
+        "note one+0 #0 placement\nnote one+4 #1 placement\nnote one+8 #2 placement\n");
+    EXPECT_EQ(messages({kernel("one", {bl(), ret()}, {{"far", 0, BL, 0}})}, registry),
+              "far is in another mapping: R_AARCH64_CALL26 reaches it within 128 MiB\n");
+    EXPECT_EQ(found({kernel("one", {bl(), ret()}, {{"far", 0, BL, 2}})}, registry),
+              "ABORT one+0 #0 range\nwarning one+0 #0 call-target\n")
+        << "no multiple of 4 wherever it is placed";
+}
+
+TEST(KernelCheck, FindsPlacesOutsideTheText)
+{
+    const auto at = [](std::int32_t offset) {
+        return found({kernel("one", {ret(), ret()}, {{".rodata.one", offset, ADR, 0}}, {1})});
+    };
+    EXPECT_EQ(at(8), "error one+8 #0 offset\n");
+    EXPECT_EQ(at(5), "error one+5 #0 offset\n") << "the word reaches beyond the text";
+    EXPECT_EQ(at(-4), "error one-4 #0 offset\n");
+    EXPECT_EQ(at(0x7fffffff), "error one+2147483647 #0 offset\nABORT one+2147483647 #0 range\n");
+    EXPECT_EQ(at(-0x7fffffff - 1), "error one-2147483648 #0 offset\nABORT one-2147483648 #0 range\n");
+    EXPECT_EQ(found({kernel_data{nullptr, "three", {1, 2, 3}, {}, {{"three", 0, ADR, 0}}}}),
+              "warning three+0 text-length\nerror three+0 #0 offset\n");
+}
+
+TEST(KernelCheck, FindsPlacesThatAreNoInstruction)
+{
+    EXPECT_EQ(found({kernel("one", {0, 0, ret()}, {{"one", 2, ADD, 0}})}),
+              "error one+2 #0 unaligned-offset\n");
+    EXPECT_EQ(found({kernel("one", {0x94000000, 0x94000000, ret()}, {{"one", 1, BL, 1}})}),
+              "error one+1 #0 unaligned-offset\nABORT one+1 #0 field-filled\nwarning one+1 #0 call-target\n");
+}
+
+TEST(KernelCheck, FindsOtherInstructionsThanTheRelocationFills)
+{
+    const auto opcode = [](const std::string& text, std::int32_t type) {
+        std::string lines;
+        for (const kernel_finding& finding :
+             check_kernels({}, {kernel("one", {assemble({text})[0], ret()}, {{"one", 0, type, 0}})})) {
+            if (finding.id == "opcode")
+                lines += finding.message;
+        }
+        return lines;
+    };
+    EXPECT_EQ(opcode("adr x1, #0", ADR), "");
+    EXPECT_EQ(opcode("adrp x1, #0", ADRP), "");
+    EXPECT_EQ(opcode("add x1, x2, #0", ADD), "");
+    EXPECT_EQ(opcode("add w1, w2, #0", ADD), "");
+    EXPECT_EQ(opcode("bl #0", BL), "");
+    EXPECT_EQ(opcode("adrp x1, #0", ADR), "R_AARCH64_ADR_PREL_LO21 fills ADR, but this is ADRP (0x90000001)");
+    EXPECT_EQ(opcode("adr x1, #0", ADRP),
+              "R_AARCH64_ADR_PREL_PG_HI21 fills ADRP, but this is ADR (0x10000001)");
+    EXPECT_EQ(opcode("add x1, x2, #0, lsl #12", ADD),
+              "R_AARCH64_ADD_ABS_LO12_NC fills ADD, but this is ADD (immediate) with a shift (0x91400041)");
+    EXPECT_EQ(opcode("adds x1, x2, #0", ADD),
+              "R_AARCH64_ADD_ABS_LO12_NC fills ADD, but this is ADDS (immediate) (0xb1000041)");
+    EXPECT_EQ(opcode("sub x1, x2, #0", ADD),
+              "R_AARCH64_ADD_ABS_LO12_NC fills ADD, but this is SUB (immediate) (0xd1000041)");
+    EXPECT_EQ(opcode("ldr x1, [x2]", ADD),
+              "R_AARCH64_ADD_ABS_LO12_NC fills ADD, but this is LDR (immediate) (0xf9400041)");
+    EXPECT_EQ(opcode("b #0", BL), "R_AARCH64_CALL26 fills BL, but this is B (0x14000000)");
+}
+
+TEST(KernelCheck, FindsHalvesOfPairs)
+{
+    const auto pairs = [](const std::vector<std::string>& text, std::vector<tessjit::reloc_info> relocs) {
+        return found({kernel("one", assemble(text), std::move(relocs), std::vector<std::uint8_t>(64))});
+    };
+    const std::string data = ".rodata.one";
+    EXPECT_EQ(pairs({"adrp x1, #0", "nop", "ret"}, {{data, 0, ADRP, 0}}), "error one+0 #0 pair\n");
+    EXPECT_EQ(pairs({"add x1, x1, #0", "ret"}, {{data, 0, ADD, 0}}), "warning one+0 #0 pair\n");
+    EXPECT_EQ(pairs({"adrp x1, #0", "add x1, x1, #0", "ret"}, {{data, 0, ADRP, 8}, {data, 4, ADD, 0}}),
+              "error one+0 #0 pair\nwarning one+4 #1 pair\n")
+        << "other addends";
+    EXPECT_EQ(pairs({"adrp x1, #0", "add x1, x1, #0", "ret"}, {{data, 0, ADRP, 0}, {"one", 4, ADD, 0}}),
+              "error one+0 #0 pair\nwarning one+4 #1 pair\n")
+        << "other targets";
+    EXPECT_EQ(pairs({"adrp x1, #0", "add x2, x1, #0", "add x3, x1, #0", "ret"},
+                    {{data, 0, ADRP, 0}, {data, 4, ADD, 0}, {data, 8, ADD, 0}}),
+              "")
+        << "one page for two";
+    // No relocation completes a load, wherever it is.
+    EXPECT_EQ(pairs({"adrp x1, #0", "ldr d0, [x1, #24]", "ret"}, {{data, 0, ADRP, 0}}),
+              "error one+0 #0 pair\nerror one+4 outside-constants\n");
+    EXPECT_EQ(pairs({"adrp x1, #0", "ldr d0, [x1, #24]", "cbnz x0, #-4", "ret"}, {{data, 0, ADRP, 0}}),
+              "error one+0 #0 pair\nerror one+4 outside-constants\n");
+    EXPECT_EQ(pairs({"adrp x1, #0", "ldr d0, [x1, x2]", "ret"}, {{data, 0, ADRP, 0}}),
+              "error one+0 #0 pair\n");
+    EXPECT_EQ(pairs({"adrp x1, #0", "add x2, x1, #0", "ldr d1, [x1]", "ret"},
+                    {{data, 0, ADRP, 0}, {data, 4, ADD, 0}}),
+              "error one+8 outside-constants\n")
+        << "an ADD that another load uses";
+    // What is wrong with one half is not said twice.
+    EXPECT_EQ(pairs({"adrp x1, #0", "add x1, x1, #0", "ret"}, {{data, 0, ADRP, 0}, {"nobody", 4, ADD, 0}}),
+              "ABORT one+4 #1 unknown-target\n");
+    EXPECT_EQ(pairs({"adrp x1, #0", "add x1, x1, #0", "ret"}, {{data, 0, ADRP, 0}, {data, 4, 278, 0}}),
+              "ABORT one+4 #1 unhandled-type\n");
+    EXPECT_EQ(pairs({"adrp x1, #0", "add x1, x1, #0", "ldr x0, [x1]", "ret"},
+                    {{data, 0, ADRP, 0}, {"one", 8, ADD, 0}}),
+              "error one+8 #1 opcode\n");
+}
+
+TEST(KernelCheck, FindsCallsOfWhatIsNoKernel)
+{
+    EXPECT_EQ(found({kernel("one", {bl(), ret()}, {{".rodata.one", 0, BL, 0}}, {1, 2, 3, 4})}),
+              "error one+0 #0 call-target\n");
+    EXPECT_EQ(found({kernel("one", {bl(), ret()}, {{"one", 0, BL, 4}})}), "warning one+0 #0 call-target\n");
+    EXPECT_EQ(found({kernel("first", {ret()}), kernel("second", {ret()}),
+                     kernel("one", {bl(), ret()}, {{"first", 0, BL, 32}})}),
+              "")
+        << "where the second kernel begins";
+    EXPECT_EQ(found({kernel("one", {adr(0), ret()}, {{"one", 0, ADR, 4}})}), "") << "no call";
+}
+
+TEST(KernelCheck, FindsTheBitThatTheFinaliserDoesNotTest)
+{
+    // ORed to a distance ahead, the bit takes 128 MiB from it; to one back, it is set already.
+    const auto call = [](const std::string& target, const kernel_registry_map& registry = {}) {
+        const kernels_t kernels = {kernel("before", {ret()}),
+                                   kernel("one", {nop(), 0x96000000, ret()}, {{target, 4, BL, 0}})};
+        return found(kernels, registry) + messages(kernels, registry);
+    };
+    EXPECT_EQ(
+        call("before"),
+        "warning one+4 #0 call-bit-25\n"
+        "the top bit of the BL's field is set (0x96000000), which the finaliser does not test: the call "
+        "is right only because its target lies before it\n");
+    EXPECT_EQ(
+        call("far", registry_of("far", 0x100000001000)),
+        "note one+4 #0 placement\nwarning one+4 #0 call-bit-25\n"
+        "far is in another mapping: R_AARCH64_CALL26 reaches it within 128 MiB\n"
+        "the top bit of the BL's field is set (0x96000000), which the finaliser does not test: the call "
+        "may lead elsewhere\n");
+    const kernels_t ahead = {kernel("one", {0x96000000, ret()}, {{"one", 0, BL, 4}})};
+    EXPECT_EQ(found(ahead), "error one+0 #0 call-bit-25\nwarning one+0 #0 call-target\n");
+    EXPECT_EQ(
+        check_kernels({}, ahead)[0].message,
+        "the call leads to where no kernel is, -0x7fffffc (-128.00 MiB) from it, not to one+0x4: the top "
+        "bit of the BL's field is set (0x96000000), which the finaliser does not test");
+    EXPECT_EQ(check_kernels({}, ahead)[0].advice, "generate the BL with its whole field zero: 0x94000000");
+    EXPECT_EQ(found({kernel("one", {0x96000000, ret()}, {{"one", 0, BL, 0}})}),
+              "error one+0 #0 call-bit-25\n");
+    EXPECT_EQ(found({kernel("one", {0x92000000, ret()}, {{"one", 0, BL, 0}})}), "error one+0 #0 opcode\n")
+        << "the bit of another instruction";
+    EXPECT_EQ(found({kernel("one", {0x96000001, ret()}, {{"one", 0, BL, 0}})}),
+              "ABORT one+0 #0 field-filled\n");
+}
+
+TEST(KernelCheck, KnowsThatNoOtherKindHasABitThatIsNotTested)
+{
+    const std::pair<std::int32_t, std::uint32_t> untested[] = {
+        {ADR, 0}, {ADRP, 0}, {ADD, 0}, {BL, 0x02000000}};
+    for (const auto& [type, bits] : untested) {
+        const relocation_kind& kind = *find_relocation_kind(type);
+        EXPECT_EQ(field_mask(kind) & ~kind.filled_mask, bits) << kind.name;
+        EXPECT_EQ(kind.filled_mask & ~field_mask(kind), 0U) << kind.name;
+        EXPECT_EQ(field_mask(kind) & kind.opcode_mask, 0U) << kind.name;
+        EXPECT_TRUE(type == ADD || (field_mask(kind) | kind.opcode_mask | 0x1f) == ~0U) << kind.name;
+    }
+}
+
+TEST(KernelCheck, FindsAccessesThatAreNotAligned)
+{
+    const auto alignment = [](const std::string& access, std::int32_t addend, std::size_t before = 0) {
+        return found({kernel("before", {ret()}, {}, std::vector<std::uint8_t>(before)),
+                      kernel("one", {adr(1), assemble({access})[0], ret()}, {{".rodata.one", 0, ADR, addend}},
+                             std::vector<std::uint8_t>(64))});
+    };
+    EXPECT_EQ(alignment("ldr q0, [x1]", 0), "");
+    EXPECT_EQ(alignment("ldr q0, [x1]", 8), "note one+4 data-alignment\n");
+    EXPECT_EQ(alignment("ldr q0, [x1, #16]", 4), "note one+4 data-alignment\n");
+    EXPECT_EQ(alignment("ldr d0, [x1]", 8), "");
+    EXPECT_EQ(alignment("ldr d0, [x1]", 0, 4), "note one+4 data-alignment\n") << "what is before it counts";
+    EXPECT_EQ(alignment("ldr q0, [x1]", 8, 8), "");
+    EXPECT_EQ(alignment("ldp d0, d2, [x1]", 8), "") << "of each register";
+    EXPECT_EQ(alignment("ld1 {v0.2d}, [x1]", 8), "") << "of each element";
+    EXPECT_EQ(alignment("str q0, [x1]", 8), "warning one+4 writes-constants\n") << "no load";
+    EXPECT_EQ(alignment("ldaxr x0, [x1]", 4), "error one+4 data-alignment\n");
+    EXPECT_EQ(alignment("stlr x0, [x1]", 4), "warning one+4 writes-constants\nerror one+4 data-alignment\n");
+    EXPECT_EQ(alignment("ldadd x2, x0, [x1]", 4),
+              "warning one+4 writes-constants\nerror one+4 data-alignment\n");
+    EXPECT_EQ(alignment("ldxp x2, x0, [x1]", 8), "error one+4 data-alignment\n");
+    EXPECT_EQ(alignment("ldar x0, [x1]", 8), "");
+    EXPECT_EQ(alignment("ldr q0, [x2]", 8), "") << "not a known address";
+    EXPECT_EQ(messages({kernel("one", {adr(1), assemble({"ldr q0, [x1]"})[0], ret()},
+                               {{".rodata.one", 0, ADR, 8}}, std::vector<std::uint8_t>(64))}),
+              "16-byte load from an address that is 8-aligned\n");
+}
+
+/// Whether the erratum is found with the first of these words at an offset of the page.
+bool has_erratum(const std::vector<std::string>& lines, std::size_t at = 0xff8)
+{
+    std::vector<std::uint32_t> words(at / 4, nop());
+    for (const std::uint32_t w : assemble(lines))
+        words.push_back(w);
+    words.push_back(ret());
+    const std::string lines_found = found({kernel("one", words)});
+    EXPECT_TRUE(lines_found.empty() ||
+                lines_found == "warning one+" + std::to_string(at) + " erratum-843419\n")
+        << lines_found;
+    return !lines_found.empty();
+}
+
+TEST(KernelCheck, FindsTheSequencesOfErratum843419)
+{
+    for (const std::size_t at : {0xff8U, 0xffcU, 0x1ff8U, 0x5ffcU})
+        EXPECT_TRUE(has_erratum({"adrp x0, #0", "ldr x1, [x2]", "ldr x3, [x0, #8]"}, at)) << at;
+    for (const std::size_t at : {0U, 4U, 0xff4U, 0x1000U, 0x1ff4U})
+        EXPECT_FALSE(has_erratum({"adrp x0, #0", "ldr x1, [x2]", "ldr x3, [x0, #8]"}, at)) << at;
+
+    for (const char* second : {"ldr x1, [x2, #8]",
+                               "str x1, [x2]",
+                               "ldr d1, [x2], #8",
+                               "ldrb w1, [x2, x3]",
+                               "ldur x1, [x2, #-8]",
+                               "ldtr x1, [x2]",
+                               "stp x1, x3, [x2]",
+                               "stnp q1, q3, [x2]",
+                               "stp d1, d3, [x2, #16]!",
+                               "st1 {v1.2d}, [x2]",
+                               "st1 {v1.d}[1], [x2], #8",
+                               "st1 {v0.4s, v1.4s}, [x2]",
+                               "ldxr x1, [x2]",
+                               "stlr x1, [x2]",
+                               "str x0, [x2]",
+                               "ldr x1, [x0, #8]",
+                               "ldr x1, #8",
+                               "stxp w1, x3, x4, [x2]",
+                               "stlxp w1, w3, w4, [x2]",
+                               "prfm pldl1keep, [x2]",
+                               "prfum pldl1keep, [x2, #-8]",
+                               "prfm pldl1keep, #8"})
+        EXPECT_TRUE(has_erratum({"adrp x0, #0", second, "ldr x3, [x0, #8]"})) << second;
+    for (const char* second :
+         {"ldp x1, x3, [x2]", "ldnp x1, x3, [x2]", "ld1 {v1.2d}, [x2]", "st2 {v1.2d, v2.2d}, [x2]",
+          "ldr x0, [x2]", "str x1, [x0], #8", "nop", "add x1, x2, #8", "ldxp x1, x3, [x2]",
+          "ldadd x1, x3, [x2]", "ldapur x1, [x2]", "b #8"})
+        EXPECT_FALSE(has_erratum({"adrp x0, #0", second, "ldr x3, [x0, #8]"})) << second;
+
+    for (const char* third : {"nop", "add x4, x0, #8", "add x0, x0, #8", "ldr x4, [x5]", "str x0, [x5]",
+                              "fmul v0.2d, v1.2d, v2.2d"})
+        EXPECT_TRUE(has_erratum({"adrp x0, #0", "ldr x1, [x2]", third, "str q3, [x0, #16]"})) << third;
+    for (const char* third : {"b #4", "cbz x0, #4", "bl #4"})
+        EXPECT_FALSE(has_erratum({"adrp x0, #0", "ldr x1, [x2]", third, "ldr x3, [x0, #8]"})) << third;
+
+    EXPECT_FALSE(has_erratum({"adrp x0, #0", "ldr x1, [x2]", "ldr x3, [x4, #8]"})) << "another base";
+    EXPECT_FALSE(has_erratum({"adrp x0, #0", "ldr x1, [x2]", "ldur x3, [x0, #-8]"})) << "another offset";
+    EXPECT_FALSE(has_erratum({"adrp x0, #0", "ldr x1, [x2]", "ldr x3, [x0, x5]"})) << "no offset";
+    EXPECT_FALSE(has_erratum({"adrp x0, #0", "ldr x1, [x2]", "nop", "nop", "ldr x3, [x0, #8]"})) << "too far";
+    EXPECT_FALSE(has_erratum({"adr x0, #0", "ldr x1, [x2]", "ldr x3, [x0, #8]"})) << "no ADRP";
+    EXPECT_FALSE(has_erratum({"adrp x0, #0"})) << "the end of the text";
+}
+
+TEST(KernelCheck, KnowsWhereInThePageAKernelOfTheSetLies)
+{
+    std::vector<std::uint32_t> words = assemble({"adrp x0, #0", "ldr x1, [x2]", "ldr x3, [x0, #8]", "ret"});
+    words.insert(words.begin(), 6, nop());
+    const kernel_data sequence = kernel("one", words);
+    const auto filler = [](std::size_t bytes) {
+        return kernel("filler", std::vector<std::uint32_t>(bytes / 4, ret()));
+    };
+    EXPECT_EQ(found({filler(0xfe0), sequence}), "warning one+24 erratum-843419\n");
+    EXPECT_EQ(found({filler(0xfc4), sequence}), "warning one+24 erratum-843419\n")
+        << "on the next 32-byte boundary";
+    EXPECT_EQ(found({filler(0xfc0), sequence}), "");
+    EXPECT_EQ(found({filler(0xfe4), sequence}), "");
+}
+
+TEST(KernelCheck, FindsTextsThatDoNotEnd)
+{
+    EXPECT_EQ(found({kernel_data{nullptr, "one", std::vector<std::uint8_t>(6), {}, {}}}),
+              "warning one+4 text-length\n");
+    EXPECT_EQ(found({kernel("one", {})}), "");
+    for (const char* last : {"ret", "b #-4", "br x1", "brk #0", "udf #0", "hlt #0", "braaz x0", "retaa"})
+        EXPECT_EQ(found({kernel("one", assemble({last}))}), "") << last;
+    for (const char* last : {"nop", "ldr x0, [x1]", "fadd d0, d0, d0", "msr tpidr_el0, x0", "cbnz x0, #0",
+                             "b.eq #0", "tbz x0, #3, #0", "bl #64", "blr x1", "svc #0"})
+        EXPECT_EQ(found({kernel("one", assemble({last}))}), "error one+0 falls-through\n") << last;
+    EXPECT_EQ(
+        messages({kernel("one", {sub(0, 0, 1)})}),
+        "SUB (immediate) (0xd1000400) is the last instruction, and control continues past the end of the "
+        "code\n");
+    EXPECT_EQ(
+        messages({kernel("one", {0x5e280801})}), // sha1h s1, s0
+        "an FP or SIMD instruction (0x5e280801) is the last instruction, and control continues past the "
+        "end of the code\n");
+}
+
+TEST(KernelCheck, TakesPaddingAndLiteralsBehindTheCodeAsTheyAre)
+{
+    constexpr std::uint32_t literal = 0x3d2aaaab;
+    const auto with = [&](const std::vector<std::string>& lines, std::vector<std::uint32_t> more) {
+        std::vector<std::uint32_t> words = assemble(lines);
+        words.insert(words.end(), more.begin(), more.end());
+        return found({kernel("one", words)});
+    };
+    EXPECT_EQ(with({"ret"}, {nop()}), "");
+    EXPECT_EQ(with({"ldr s1, #12", "fmul s0, s0, s1", "ret"}, {literal}), "");
+    EXPECT_EQ(with({"adr x1, #12", "ldr s1, [x1, x0]", "ret"}, {literal, literal}), "");
+    EXPECT_EQ(with({"ldr s1, #8", "b #8"}, {literal, ret()}), "") << "jumped over";
+    EXPECT_EQ(with({"cbz x0, #8", "ret"}, {nop()}), "error one+8 falls-through\n") << "a branch leads there";
+    EXPECT_EQ(with({"ldr s1, #8", "fmul s0, s0, s1"}, {literal}), "error one+8 falls-through\n")
+        << "executed although it is a literal";
+    EXPECT_EQ(with({"adr x1, #12", "br x1", "ret"}, {nop()}), "")
+        << "what a branch to a register reaches is not known";
+    EXPECT_EQ(
+        found({kernel("callee", {ret(), nop()}), kernel("caller", {bl(), ret()}, {{"callee", 0, BL, 4}})}),
+        "error callee+4 falls-through\nwarning caller+0 #0 call-target\n")
+        << "entered by another kernel";
+}
+
+TEST(KernelCheck, FindsAccessesOutsideTheConstants)
+{
+    const auto constants = [](const std::vector<std::string>& lines, std::int32_t addend = 0) {
+        std::vector<std::uint32_t> words = assemble(lines);
+        words.insert(words.begin(), adr(3));
+        words.push_back(ret());
+        const std::vector<kernel_data> set = {
+            kernel("one", words, {{".rodata.one", 0, ADR, addend}}, std::vector<std::uint8_t>(32))};
+        return found(set) + messages(set);
+    };
+    EXPECT_EQ(constants({"ldr x0, [x3, #24]", "ldr q0, [x3, #16]", "ldrb w0, [x3, #31]"}), "");
+    EXPECT_EQ(constants({"ldr x0, [x3, #32]"}),
+              "error one+4 outside-constants\n"
+              "8-byte load from .rodata+0x20, outside the kernel's constants, which have 32 bytes\n");
+    EXPECT_EQ(constants({"ldur x0, [x3, #-8]"}),
+              "error one+4 outside-constants\n"
+              "8-byte load from .rodata-0x8, outside the kernel's constants, which have 32 bytes\n");
+    EXPECT_EQ(constants({"ldp q0, q1, [x3]"}, 16),
+              "error one+4 outside-constants\n"
+              "32-byte load from .rodata+0x10, outside the kernel's constants, which have 32 bytes\n");
+    EXPECT_EQ(constants({"mov x4, x3", "add x4, x4, #32", "sub x5, x4, #1", "str w0, [x5]"}),
+              "error one+16 outside-constants\n"
+              "4-byte store to .rodata+0x1f, outside the kernel's constants, which have 32 bytes\n");
+    EXPECT_EQ(constants({"cbz x0, #8", "nop", "ldr x0, [x3, #32]"}),
+              "error one+12 outside-constants\n"
+              "8-byte load from .rodata+0x20, outside the kernel's constants, which have 32 bytes\n");
+    EXPECT_EQ(
+        constants({"mov x5, #9", "ldr w6, [x3], #4", "sub x5, x5, #1", "cbnz x5, #-8"}),
+        "error one+8 outside-constants\n4-byte load from .rodata+0x20 in turn 9 of its loop, outside the "
+        "kernel's constants, which have 32 bytes\n");
+    EXPECT_EQ(constants({"mov x5, #8", "ldr w6, [x3], #4", "sub x5, x5, #1", "cbnz x5, #-8"}), "");
+    EXPECT_EQ(constants({"ldr w6, [x3], #4", "cbnz x6, #-4"}), "") << "as often as it may be";
+    EXPECT_EQ(constants({"ret", "ldr x0, [x3, #32]"}), "") << "not executed";
+    EXPECT_EQ(constants({"mov x3, x0", "ldr x0, [x3, #32]"}), "") << "another address";
+}
+
+TEST(KernelCheck, FindsWhatKeepsAnAddressFromBeingWhole)
+{
+    const auto accessed = [](const std::vector<std::string>& lines,
+                             const std::vector<tessjit::reloc_info>& relocs) {
+        return found({kernel("one", assemble(lines), relocs, std::vector<std::uint8_t>(32))});
+    };
+    const std::string data = ".rodata.one";
+    EXPECT_EQ(accessed({"adrp x3, #0", "add x3, x3, #0", "ldr d0, [x3]", "ret"}, {{data, 0, ADRP, 0}}),
+              "error one+0 #0 pair\nerror one+8 outside-constants\n")
+        << "the ADD has no relocation";
+    EXPECT_EQ(accessed({"adrp x3, #0", "add x3, x3, #0", "ldr d0, [x3]", "ret"},
+                       {{data, 0, ADRP, 0}, {data, 4, ADD, 4096}}),
+              "error one+0 #0 pair\nwarning one+4 #1 pair\n")
+        << "another addend of the same place in a page";
+    EXPECT_EQ(accessed({"adrp x3, #0", "add x3, x3, #0", "ldr d0, [x3]", "ret"},
+                       {{data, 0, ADRP, 0}, {data, 4, ADD, 32}}),
+              "error one+0 #0 pair\nwarning one+4 #1 pair\nerror one+8 outside-constants\n");
+    EXPECT_EQ(messages({kernel("one", assemble({"adrp x3, #0", "ldr d0, [x3]", "ret"}), {{data, 0, ADRP, 8}},
+                               std::vector<std::uint8_t>(32))}),
+              "ADRP gives the page of .rodata.one+0x8, which no ADD completes\n"
+              "8-byte load through the page of .rodata.one+0x8, which no ADD completes\n");
+}
+
+TEST(KernelCheck, FindsStoresToTheConstants)
+{
+    const auto stores = [](const std::string& line) {
+        const std::vector<kernel_data> set = {kernel("one", {adr(3), assemble({line})[0], ret()},
+                                                     {{".rodata.one", 0, ADR, 8}},
+                                                     std::vector<std::uint8_t>(32))};
+        return found(set) + messages(set);
+    };
+    EXPECT_EQ(stores("str d0, [x3, #16]"), "warning one+4 writes-constants\n"
+                                           "8-byte store to the kernel's constants at .rodata+0x18\n");
+    EXPECT_EQ(stores("ldadd x0, x1, [x3]"),
+              "warning one+4 writes-constants\n"
+              "8-byte load that also writes to the kernel's constants at .rodata+0x8\n");
+    EXPECT_EQ(stores("str x3, [x0]"), "");
+}
+
+TEST(KernelCheck, ForgetsAddressesWhereAnotherKernelEnters)
+{
+    const auto loads = [](std::vector<tessjit::reloc_info> other) {
+        return found({kernel("one", assemble({"adr x3, #0", "nop", "ldr x0, [x3, #32]", "ret"}),
+                             {{".rodata.one", 0, ADR, 0}}, std::vector<std::uint8_t>(32)),
+                      kernel("other", {adr(0), ret()}, std::move(other))});
+    };
+    EXPECT_EQ(loads({}), "error one+8 outside-constants\n");
+    EXPECT_EQ(loads({{"one", 0, ADR, 4}}), "");
+    EXPECT_EQ(loads({{"one", 0, ADR, 12}}), "error one+8 outside-constants\n");
+}
+
+TEST(KernelCheck, TellsAnErrorFromANoteOfTheSameAddress)
+{
+    EXPECT_EQ(found({kernel("one", assemble({"adr x3, #0", "ldr x0, [x3]", "ldar x1, [x3]", "ret"}),
+                            {{".rodata.one", 0, ADR, 4}}, std::vector<std::uint8_t>(16))}),
+              "note one+4 data-alignment\nerror one+8 data-alignment\n");
+}
+
+TEST(KernelCheck, SaysOnWhichProcessorsAnAccessFaults)
+{
+    const auto message = [](const std::string& access, std::int32_t addend) {
+        return messages({kernel("one", {adr(1), assemble({access})[0], ret()},
+                                {{".rodata.one", 0, ADR, addend}}, std::vector<std::uint8_t>(64))});
+    };
+    EXPECT_EQ(message("ldar x0, [x1]", 4), "8-byte load from an address that is 4-aligned, which faults on "
+                                           "processors without FEAT_LSE2\n");
+    EXPECT_EQ(message("ldar x0, [x1]", 12), "8-byte load from an address that is 4-aligned, which faults\n");
+    EXPECT_EQ(message("ldaxr x0, [x1]", 9), "8-byte load from an address that is 1-aligned, which faults\n");
+    EXPECT_EQ(message("ldxp x0, x2, [x1]", 8),
+              "16-byte load from an address that is 8-aligned, which faults\n");
+    EXPECT_EQ(message("ldxp w0, w2, [x1]", 4),
+              "8-byte load from an address that is 4-aligned, which faults on "
+              "processors without FEAT_LSE2\n");
+}
+
+TEST(KernelCheck, FindsNamesThatFilesCannotHave)
+{
+    const auto name = [](std::string n) {
+        std::string ids;
+        for (const kernel_finding& finding : check_kernels({}, {kernel(std::move(n), {ret()})})) {
+            EXPECT_EQ(finding.severity, finding_severity::warning);
+            EXPECT_FALSE(finding.aborts);
+            ids += finding.id + " ";
+        }
+        return ids;
+    };
+    EXPECT_EQ(name("wfta_short_3"), "");
+    EXPECT_EQ(name("a name with blanks"), "");
+    EXPECT_EQ(name("a/b"), "name-file ");
+    EXPECT_EQ(name("nul" + std::string(1, '\0')), "name-file name-map ");
+    EXPECT_EQ(name(""), "name-file name-map ");
+    EXPECT_EQ(name(".."), "name-file name-map ");
+    EXPECT_EQ(name(std::string(250, 'k')), "");
+    EXPECT_EQ(name(std::string(251, 'k')), "name-file ") << "with .hash";
+    EXPECT_EQ(name(std::string(255, 'k')), "name-file ");
+    EXPECT_EQ(name(std::string(256, 'k')), "name-file ");
+    EXPECT_EQ(name("two\nlines"), "name-map ");
+    EXPECT_EQ(name("ab"), "name-map ");
+    EXPECT_EQ(name("abc"), "");
+    EXPECT_EQ(messages({kernel(std::string(251, 'k'), {ret()})}),
+              "the name has 251 bytes: with \".hash\" more than the 255 of a file's name\n");
+}
+
+TEST(KernelCheck, FindsNamesWhoseFilesCollide)
+{
+    EXPECT_EQ(messages({kernel("wfta", {ret()}), kernel("wfta.hash", {ret()})}),
+              "its dump is the hash file of wfta\n");
+    EXPECT_EQ(messages({kernel("wfta.hash", {ret()}), kernel("wfta", {ret()})}),
+              "its hash file is the dump of wfta.hash\n");
+    EXPECT_EQ(found({kernel("wfta", {ret()}), kernel("WFTA", {ret()})}), "warning WFTA name-collision\n");
+    EXPECT_EQ(found({kernel("WFTA", {ret()})}, registry_of("wfta", 0x1000)), "warning WFTA name-collision\n");
+    EXPECT_EQ(found({kernel("wfta.hash", {ret()}), kernel("wfta_", {ret()})}), "");
+}
+
+TEST(KernelCheck, SaysOnceWhatHasOneCause)
+{
+    std::vector<std::uint32_t> words(20, adr(0));
+    words.push_back(ret());
+    std::vector<tessjit::reloc_info> relocs;
+    for (std::int32_t i = 0; i < 20; ++i)
+        relocs.push_back({".rodata.one", 4 * i, ADR, 0x200000});
+    const auto findings = check_kernels({}, {kernel("one", words, relocs, {1})});
+    ASSERT_EQ(findings.size(), 1U);
+    EXPECT_EQ(findings[0].relocation, 0U);
+    EXPECT_EQ(
+        findings[0].message,
+        "R_AARCH64_ADR_PREL_LO21 reaches .rodata.one+0x200000 at +0x200060 (+2.00 MiB), limit 1 MiB; also at "
+        "+0x4, +0x8, +0xc, +0x10, +0x14, +0x18, +0x1c, +0x20 and 11 more");
+    EXPECT_EQ(findings[0].advice, "use ADRP and ADD");
+    EXPECT_EQ(found({kernel("one", words, relocs, {1}), kernel("two", {bl(), ret()}, {{"one", 0, BL, 0}})}),
+              "ABORT one+0 #0 range\n");
+}
+
+TEST(KernelCheck, DoesNotGrowWithWhatIsMadeUp)
+{
+    // A relocation of some bytes in a file may name a target of 64 KiB, and its kernel have a name as long.
+    const std::string name(65536, 'n');
+    std::vector<tessjit::reloc_info> relocs;
+    for (int i = 0; i < 5000; ++i)
+        relocs.push_back({name + std::to_string(i), 0, BL, 0});
+    const auto findings = check_kernels({}, {kernel(name, {bl(), ret()}, relocs)});
+    EXPECT_LE(findings.size(), 1010U);
+    for (const kernel_finding& finding : findings) {
+        ASSERT_LT(finding.message.size(), 600U);
+        ASSERT_LT(finding.advice.size(), 600U);
+    }
+}
+
+TEST(KernelCheck, ChangesNothing)
+{
+    const kernels_t kernels = {kernel("one", {nop(), bl(), ret()}, {{"one", 4, BL, 0}})};
+    const kernel_registry_map registry = registry_of("far", 0x1000);
+    check_kernels(registry, kernels);
+    EXPECT_EQ(kernels[0].text, code({nop(), bl(), ret()}));
+    EXPECT_EQ(registry.size(), 1U);
+}
+
+TEST(KernelCheck, TakesLargeSets)
+{
+    kernels_t kernels;
+    kernels.reserve(50'000);
+    for (int i = 0; i < 50'000; ++i) {
+        const std::string name = "wfta_" + std::to_string(i);
+        const std::string callee = "wfta_" + std::to_string(i / 2);
+        kernels.push_back(
+            kernel(name, {adrp(1), add(1, 1, 0), ldr(0, 1), bl(), ret()},
+                   {{".rodata." + name, 0, ADRP, 0}, {".rodata." + name, 4, ADD, 0}, {callee, 12, BL, 0}},
+                   std::vector<std::uint8_t>(8)));
+    }
+    EXPECT_EQ(found(kernels), "");
+    // As many findings.
+    for (kernel_data& k : kernels)
+        k.relocs[2].name = "nobody";
+    EXPECT_EQ(check_kernels({}, kernels).size(), kernels.size());
+}
+
+} // namespace

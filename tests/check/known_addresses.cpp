@@ -1,0 +1,311 @@
+// Which addresses of loads and stores follow from a kernel's relocations.
+
+#include "check/known_addresses.hpp"
+#include "tests/support/assemble.hpp"
+#include "tests/support/kernels.hpp"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace vorna::wfta;
+
+constexpr std::int32_t adr = 274;
+constexpr std::int32_t page = 275;
+constexpr std::int32_t lo12 = 277;
+constexpr std::int32_t call = 283;
+
+std::vector<known_access> accesses(const std::vector<std::string>& lines,
+                                   const std::vector<tessjit::reloc_info>& relocs,
+                                   const target_address& address_of = {})
+{
+    return known_accesses("k", support::code(support::assemble(lines)), relocs, address_of);
+}
+
+/// What is known, a line each: "offset: target offset, bytes".
+std::string known(const std::vector<std::string>& lines, const std::vector<tessjit::reloc_info>& relocs)
+{
+    std::string text;
+    for (const known_access& access : accesses(lines, relocs)) {
+        text += std::to_string(access.offset) + ": " +
+                (access.target_offset ? std::to_string(*access.target_offset) : "?") + ", " +
+                std::to_string(access.access.bytes) + "\n";
+    }
+    return text;
+}
+
+TEST(KnownAddresses, FollowAnAdr)
+{
+    EXPECT_EQ(known({"adr x3, #0", "ldr q0, [x3, #32]", "ldr x0, [x4]"}, {{".rodata.k", 0, adr, 8}}),
+              "4: 40, 16\n");
+}
+
+TEST(KnownAddresses, FollowAnAdrpWithItsAdd)
+{
+    const std::vector<std::string> lines = {"adrp x3, #0", "nop", "add x5, x3, #0", "ldr d0, [x5, #8]"};
+    EXPECT_EQ(known(lines, {{".rodata.k", 0, page, 16}, {".rodata.k", 8, lo12, 16}}), "12: 24, 8\n");
+    EXPECT_EQ(known(lines, {{".rodata.k", 8, lo12, 16}, {".rodata.k", 0, page, 16}}), "12: 24, 8\n");
+    EXPECT_EQ(known(lines, {{".rodata.k", 0, page, 16}, {".rodata.k", 8, lo12, 8}}), "") << "other addend";
+    EXPECT_EQ(known(lines, {{".rodata.k", 0, page, 16}, {"k", 8, lo12, 16}}), "") << "other target";
+    EXPECT_EQ(known(lines, {{".rodata.k", 8, lo12, 16}}), "") << "no page";
+    EXPECT_EQ(known({"adrp x3, #0", "add w5, w3, #0", "ldr d0, [x5]"},
+                    {{".rodata.k", 0, page, 0}, {".rodata.k", 4, lo12, 0}}),
+              "")
+        << "half an address";
+}
+
+TEST(KnownAddresses, OfAPageAreKnownOnlyWhereItIsPlaced)
+{
+    const std::vector<std::string> lines = {"adrp x3, #0", "ldr d0, [x3, #24]"};
+    const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, page, 8}};
+    const auto unplaced = accesses(lines, relocs);
+    ASSERT_EQ(unplaced.size(), 1U);
+    EXPECT_EQ(unplaced[0].target_offset, std::nullopt);
+    EXPECT_EQ(unplaced[0].address, std::nullopt);
+    const auto placed =
+        accesses(lines, relocs, [](const std::string& target) -> std::optional<std::uint64_t> {
+            if (target == ".rodata.k")
+                return 0x12ff8;
+            return std::nullopt;
+        });
+    ASSERT_EQ(placed.size(), 1U);
+    EXPECT_EQ(placed[0].address, 0x13018U);
+    EXPECT_EQ(placed[0].target_offset, 0x20);
+}
+
+TEST(KnownAddresses, AreAbsoluteWhereTheTargetIsPlaced)
+{
+    const auto found = accesses({"adr x3, #0", "str w0, [x3, #4]"}, {{"callee", 0, adr, -8}},
+                                [](const std::string& target) -> std::optional<std::uint64_t> {
+                                    EXPECT_EQ(target, "callee");
+                                    return 0x1000;
+                                });
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].address, 0xffcU);
+    EXPECT_EQ(found[0].target_offset, -4);
+    EXPECT_EQ(found[0].relocation, 0U);
+    EXPECT_TRUE(found[0].access.store);
+}
+
+TEST(KnownAddresses, FollowMovesAdditionsAndWriteback)
+{
+    const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, adr, 0}};
+    EXPECT_EQ(known({"adr x3, #0", "mov x4, x3", "add x5, x4, #1, lsl #12", "sub x6, x5, #8", "ldr x0, [x6]"},
+                    relocs),
+              "16: 4088, 8\n");
+    EXPECT_EQ(known({"adr x3, #0", "ldr w6, [x3], #4", "ldr w6, [x3, #16]!", "ldr w6, [x3]"}, relocs),
+              "4: 0, 4\n8: 20, 4\n12: 20, 4\n");
+    EXPECT_EQ(
+        known({"adr x3, #0", "ld1 {v0.2d}, [x3], #16", "ldp q1, q2, [x3, #16]!", "ldr q3, [x3]"}, relocs),
+        "4: 0, 16\n8: 32, 32\n12: 32, 16\n");
+    EXPECT_EQ(known({"adr x3, #0", "ld1 {v0.2d}, [x3], x9", "ldr q3, [x3]"}, relocs), "4: 0, 16\n");
+    EXPECT_EQ(known({"adr x3, #0", "ldr q3, [x3, x9]", "ldr q3, [x3]"}, relocs), "8: 0, 16\n");
+    EXPECT_EQ(known({"adr x3, #0", "mov x3, xzr", "ldr q3, [x3]"}, relocs), "");
+    EXPECT_EQ(known({"adr x3, #0", "add sp, x3, #16", "ldr q3, [sp]"}, relocs), "8: 16, 16\n");
+}
+
+TEST(KnownAddresses, EndWithAnotherWriteOfTheRegister)
+{
+    const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, adr, 0}};
+    for (const char* write :
+         {"ldr x3, [x3]", "mov x3, #1", "add x3, x3, x4", "adds w3, w3, #1", "fmov x3, d0",
+          "ldp x4, x3, [x5]", "ldaxr x3, [x5]", "swp x1, x3, [x5]", "mrs x3, tpidr_el0", "blr x9", "svc #0",
+          "and x3, x3, #-16", "csel x3, x3, x4, eq"}) {
+        const std::string found = known({"adr x3, #0", write, "str q0, [x3]"}, relocs);
+        EXPECT_EQ(found.find("8:"), std::string::npos) << write;
+    }
+    for (const char* other : {"ldr x4, [x3]", "str x3, [x5]", "cmp x3, #1", "fmul v3.2d, v3.2d, v3.2d", "nop",
+                              "cbz x3, #64", "b.eq #64", "ldr q3, [x5]", "ld1d {z3.d}, p0/z, [x5]"}) {
+        const std::string found = known({"adr x3, #0", other, "str q0, [x3]"}, relocs);
+        EXPECT_NE(found.find("8: 0, 16\n"), std::string::npos) << other;
+    }
+}
+
+TEST(KnownAddresses, OutliveCallsInRegistersThatCalleesPreserve)
+{
+    const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, adr, 0}};
+    for (const char* other : {"x19", "x28", "x29", "sp"}) {
+        const std::string base = other;
+        EXPECT_EQ(
+            known({"adr x3, #0", "add " + base + ", x3, #0", "bl #64", "ldr q0, [" + base + "]"}, relocs),
+            "12: 0, 16\n")
+            << other;
+    }
+    for (const char* other : {"x0", "x9", "x17", "x18", "x30"}) {
+        const std::string base = other;
+        EXPECT_EQ(known({"adr x3, #0", "mov " + base + ", x3", "blr x10", "ldr q0, [" + base + "]"}, relocs),
+                  "")
+            << other;
+    }
+    // What is not a kernel need not keep to the standard.
+    EXPECT_EQ(known({"adr x3, #0", "mov x19, x3", "bl #12", "ldr q0, [x19]", "ret", "ret"}, relocs), "");
+    EXPECT_EQ(known({"adr x3, #0", "mov x19, x3", "bl #0", "ldr q0, [x19]", "ret"},
+                    {{".rodata.k", 0, adr, 0}, {"k", 8, call, 16}}),
+              "");
+    EXPECT_EQ(known({"adr x3, #0", "mov x19, x3", "bl #0", "ldr q0, [x19]", "ret"},
+                    {{".rodata.k", 0, adr, 0}, {"k", 8, call, 0}}),
+              "12: 0, 16\n");
+}
+
+TEST(KnownAddresses, AreWhatAllWaysThatMeetAgreeOn)
+{
+    const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, adr, 0}};
+    EXPECT_EQ(known({"adr x3, #0", "b #4", "ldr d0, [x3]"}, relocs), "8: 0, 8\n");
+    EXPECT_EQ(known({"adr x3, #0", "ldr d0, [x3]", "b.ne #-4"}, relocs), "4: 0, 8\n");
+    EXPECT_EQ(known({"adr x3, #0", "cbz x0, #8", "add x3, x3, #8", "ldr d0, [x3]"}, relocs), "");
+    EXPECT_EQ(
+        known({"adr x3, #0", "cbz x0, #12", "add x3, x3, #8", "sub x3, x3, #8", "ldr d0, [x3]"}, relocs),
+        "16: 0, 8\n");
+    EXPECT_EQ(known({"adr x3, #0", "cbz x0, #8", "adr x3, #0", "ldr d0, [x3, #8]"},
+                    {{".rodata.k", 0, adr, 0}, {".rodata.k", 8, adr, 0}}),
+              "12: 8, 8\n");
+    EXPECT_EQ(known({"adr x3, #0", "cbz x0, #8", "adr x3, #0", "ldr d0, [x3, #8]"},
+                    {{".rodata.k", 0, adr, 0}, {"other", 8, adr, 0}}),
+              "");
+    EXPECT_EQ(known({"adr x3, #0", "ldr d0, [x3]", "add x3, x3, #8", "cbnz x0, #-8", "ldr d0, [x3]"}, relocs),
+              "")
+        << "moves in the loop, and is somewhere behind it";
+}
+
+TEST(KnownAddresses, EndWhereOtherCodeMayLeadTo)
+{
+    const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, adr, 0}};
+    EXPECT_EQ(known({"adr x3, #0", "ret", "ldr d0, [x3]"}, relocs), "");
+    EXPECT_EQ(known({"adr x3, #0", "bl #64", "ldr d0, [x3]"}, relocs), "");
+    EXPECT_EQ(known({"adr x3, #0", "adr x4, #4", "ldr d0, [x3]"}, relocs), "") << "its address is taken";
+    EXPECT_EQ(known({"adr x3, #0", "ldr d0, [x3]", "nop"}, {{".rodata.k", 0, adr, 0}, {"k", 8, adr, 4}}), "")
+        << "its address is taken by a relocation";
+    for (const char* jump : {"br x4", "blr x4", "ret x4"})
+        EXPECT_EQ(
+            known({"adr x4, #16", "adr x3, #0", "ldr d0, [x3]", jump, "nop"}, {{".rodata.k", 4, adr, 0}}), "")
+            << jump << " may lead anywhere";
+    EXPECT_EQ(known({"adr x3, #0", "ldr d0, [x3]", "br x4"}, relocs), "4: 0, 8\n") << "to another kernel";
+    const std::vector<std::uint8_t> text =
+        support::code(support::assemble({"adr x3, #0", "nop", "ldr d0, [x3]", "ret"}));
+    for (const auto& [entry, count] : {std::pair(0, 1U), {4, 0}, {8, 0}, {12, 1}, {-4, 1}, {400, 1}}) {
+        const code_map map = map_code("k", text, relocs, {{entry, true}});
+        EXPECT_EQ(find_known_addresses(map, "k", text, relocs).accesses.size(), count) << entry;
+    }
+}
+
+TEST(KnownAddresses, EndInALoopThatIsEnteredInItsMiddle)
+{
+    const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, adr, 0}};
+    const std::vector<std::uint8_t> text =
+        support::code(support::assemble({"adr x3, #0", "ldr d0, [x3]", "nop", "cbnz x0, #-8", "ret"}));
+    EXPECT_EQ(find_known_addresses(map_code("k", text, relocs, {}), "k", text, relocs).accesses.size(), 1U);
+    const code_map map = map_code("k", text, relocs, {{8, true}});
+    EXPECT_TRUE(find_known_addresses(map, "k", text, relocs).accesses.empty());
+}
+
+/// The walks, a line each: "offset: first target offset, stride, turns".
+std::string walks(const std::vector<std::string>& lines, const std::vector<tessjit::reloc_info>& relocs)
+{
+    const std::vector<std::uint8_t> text = support::code(support::assemble(lines));
+    std::string found;
+    for (const known_access& access :
+         find_known_addresses(map_code("k", text, relocs, {}), "k", text, relocs).accesses) {
+        if (access.walk) {
+            found += std::to_string(access.offset) + ": " + std::to_string(*access.target_offset) + ", " +
+                     std::to_string(access.walk->stride) + ", " +
+                     (access.walk->turns ? std::to_string(*access.walk->turns) : "?") + "\n";
+        }
+    }
+    return found;
+}
+
+TEST(KnownAddresses, WalkInLoopsThatAreEnteredByOneWay)
+{
+    const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, adr, 0}};
+    const std::string first = "adr x3, #0";
+    EXPECT_EQ(walks({first, "ldr w6, [x3], #4", "cbnz x6, #-4"}, relocs), "4: 0, 4, ?\n");
+    EXPECT_EQ(walks({first, "ldr w6, [x3, #4]!", "cbnz x6, #-4"}, relocs), "4: 4, 4, ?\n");
+    EXPECT_EQ(
+        walks({first, "mov x4, x3", "ldr w6, [x4, #8]", "add x3, x3, #16", "ldur w6, [x3, #-4]", "b #-16"},
+              relocs),
+        "8: 8, 16, ?\n16: 12, 16, ?\n");
+    EXPECT_EQ(walks({first, "ldr w6, [x3], #4", "cbz x6, #8", "b #-8"}, relocs), "4: 0, 4, ?\n");
+    // A part that may be skipped, a second way in, another register in the sum, a call.
+    EXPECT_EQ(walks({first, "cbz x0, #8", "ldr w6, [x3], #4", "cbnz x6, #-8"}, relocs), "");
+    EXPECT_EQ(walks({first, "ldr w6, [x3], #4", "cbnz x6, #-4", "cbnz x5, #-8"}, relocs), "");
+    EXPECT_EQ(walks({first, "ldr w6, [x3], #4", "add x3, x3, x6", "cbnz x6, #-8"}, relocs), "");
+    EXPECT_EQ(walks({first, "ldr w6, [x3], #4", "bl #64", "cbnz x6, #-8"}, relocs), "");
+    EXPECT_EQ(walks({first, "ldr w6, [x3], #4", "mov x3, x4", "add x4, x4, #4", "cbnz x6, #-12"}, relocs),
+              "");
+    EXPECT_EQ(walks({first, "cbz x0, #8", "add x3, x3, #8", "ldr w6, [x3], #4", "cbnz x6, #-4"}, relocs), "");
+    // One loop behind the other.
+    EXPECT_EQ(walks({first, "ldr w6, [x3], #4", "cbnz x6, #-4", "ldr w7, [x3], #4", "cbnz x7, #-4"}, relocs),
+              "4: 0, 4, ?\n");
+}
+
+TEST(KnownAddresses, WalkAsManyTurnsAsTheLoopCounts)
+{
+    const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, adr, 0}};
+    const auto turns = [&](const std::string& counter, std::vector<std::string> end) {
+        std::vector<std::string> lines = {"adr x3, #0", counter, "ldr w6, [x3], #4"};
+        lines.insert(lines.end(), end.begin(), end.end());
+        const std::string found = walks(lines, relocs);
+        EXPECT_EQ(found.substr(0, 9), "8: 0, 4, ") << counter;
+        return found.substr(9, found.size() - 10);
+    };
+    EXPECT_EQ(turns("mov x5, #7", {"sub x5, x5, #1", "cbnz x5, #-8"}), "7");
+    EXPECT_EQ(turns("mov w5, #7", {"sub w5, w5, #1", "cbnz w5, #-8"}), "7");
+    EXPECT_EQ(turns("mov x5, #7", {"subs x5, x5, #1", "b.ne #-8"}), "7");
+    EXPECT_EQ(turns("mov x5, #12", {"sub x5, x5, #4", "nop", "cbnz x5, #-12"}), "3");
+    EXPECT_EQ(turns("mov x5, #12", {"sub x5, x5, #2", "sub x5, x5, #1", "cbnz x5, #-12"}), "4");
+    EXPECT_EQ(turns("mov x5, #65536", {"sub x5, x5, #1", "cbnz x5, #-8"}), "65536");
+    EXPECT_EQ(turns("mov x5, #12", {"sub x5, x5, #5", "cbnz x5, #-8"}), "?");
+    EXPECT_EQ(turns("mov x5, #7", {"add x5, x5, #1", "cbnz x5, #-8"}), "?");
+    EXPECT_EQ(turns("mov x5, #0", {"sub x5, x5, #1", "cbnz x5, #-8"}), "?");
+    EXPECT_EQ(turns("mov x5, x9", {"sub x5, x5, #1", "cbnz x5, #-8"}), "?");
+    EXPECT_EQ(turns("mov x5, #7", {"sub x5, x5, #1", "cbz x6, #8", "cbnz x5, #-12"}), "?") << "another exit";
+    EXPECT_EQ(turns("mov x5, #7", {"sub x5, x5, #1", "cbnz x9, #-8"}), "?");
+    EXPECT_EQ(turns("mov x5, #7", {"sub x5, x5, #1", "b #-8"}), "?");
+    EXPECT_EQ(turns("mov x5, #7", {"subs x5, x5, #1", "cmp x9, #1", "b.ne #-12"}), "?");
+    EXPECT_EQ(turns("mov x5, #7", {"subs x5, x5, #1", "b.gt #-8"}), "?");
+    EXPECT_EQ(turns("mov x5, #7", {"subs x4, x5, #1", "b.ne #-8"}), "?");
+    EXPECT_EQ(turns("mov x5, #7", {"sub x5, x5, x9", "cbnz x5, #-8"}), "?");
+}
+
+TEST(KnownAddresses, AreFollowedInCodeOfAnyShape)
+{
+    // Branches back and forth over each other, and each block knows something else.
+    std::vector<std::uint32_t> words;
+    for (unsigned i = 0; i < 200'000; ++i) {
+        words.push_back(0x10000000 | i % 31);               // adr xN, .
+        words.push_back(0x91000400 | i % 31 << 5 | i % 31); // add xN, xN, #1
+        words.push_back(0x54000000 | ((i % 2 == 0 ? 3U : 0x7fffeU) << 5));
+    }
+    const std::vector<std::uint8_t> text = support::code(words);
+    const code_map map = map_code("k", text, {}, {});
+    EXPECT_EQ(map.uses.size(), words.size());
+    EXPECT_TRUE(find_known_addresses(map, "k", text, {}).accesses.empty());
+    EXPECT_TRUE(map_code("k", std::vector<std::uint8_t>(largest_followed_code + 1), {}, {}).uses.empty());
+}
+
+TEST(KnownAddresses, DoNotComeFromWordsWithSeveralRelocations)
+{
+    EXPECT_EQ(known({"adr x3, #0", "ldr d0, [x3]"}, {{".rodata.k", 0, adr, 0}, {".rodata.k", 0, adr, 0}}),
+              "");
+    EXPECT_EQ(known({"adr x3, #0", "ldr d0, [x3]"}, {{".rodata.k", 0, adr, 0}, {".rodata.k", 2, lo12, 0}}),
+              "");
+    EXPECT_EQ(known({"adr x3, #0", "ldr d0, [x3]"}, {{".rodata.k", 0, adr, 0}, {".rodata.k", -2, lo12, 0}}),
+              "");
+    EXPECT_EQ(known({"adr x3, #0", "ldr d0, [x3]"}, {{".rodata.k", 0, adr, 0}, {".rodata.k", 400, lo12, 0}}),
+              "4: 0, 8\n");
+    EXPECT_EQ(known({"ldr x3, [x4]", "ldr d0, [x3]"}, {{".rodata.k", 0, adr, 0}}), "") << "no ADR";
+    EXPECT_EQ(known({"adr x3, #0", "ldr d0, [x3]"}, {{".rodata.k", 0, page, 0}}), "") << "no ADRP";
+    EXPECT_EQ(known({"adr x3, #0", "ldr d0, [x3]"}, {{"callee", 0, call, 0}}), "");
+}
+
+TEST(KnownAddresses, AreNotLookedForBeyondTheText)
+{
+    EXPECT_TRUE(known_accesses("k", {}, {{".rodata.k", 0, adr, 0}}).empty());
+    EXPECT_TRUE(known_accesses("k", {1, 2, 3}, {{".rodata.k", -4, adr, 0}}).empty());
+    EXPECT_TRUE(
+        known_accesses("k", std::vector<std::uint8_t>(8), {{"k", 2147483647, adr, -2147483648}}).empty());
+}
+
+} // namespace

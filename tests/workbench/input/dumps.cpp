@@ -1,0 +1,416 @@
+// What the workbench makes of dumps, and of files that are none.
+
+#include "workbench/input/dumps.hpp"
+#include "jit/elf.hpp"
+#include "tests/support/child.hpp"
+#include "tests/support/files.hpp"
+#include "tests/support/kernels.hpp"
+#include "tests/support/temp_directory.hpp"
+
+#include <cstring>
+#include <elf.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+namespace {
+
+using support::temp_directory;
+using support::write_file;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using vorna::workbench::dump_reading;
+using vorna::workbench::kernel_mapping;
+using vorna::workbench::placed_kernel;
+using vorna::workbench::read_dumps;
+
+using bytes = std::vector<std::uint8_t>;
+
+tessjit::elf_fn_entry function(const std::string& name, std::uint64_t text, std::size_t text_size,
+                               std::uint64_t data, std::size_t data_size,
+                               std::vector<tessjit::reloc_info> relocs = {})
+{
+    return {name,
+            support::address(text),
+            bytes(text_size, 0x1f),
+            support::address(data),
+            bytes(data_size, 7),
+            std::move(relocs)};
+}
+
+std::string image(std::vector<tessjit::elf_fn_entry> functions)
+{
+    tessjit::elf_data elf;
+    elf.fns = std::move(functions);
+    return support::to_string(tessjit::emit_elf(elf));
+}
+
+// A directory of dumps, one of each function, named like it.
+class dump_directory {
+public:
+    explicit dump_directory(const std::vector<tessjit::elf_fn_entry>& functions)
+    {
+        for (const tessjit::elf_fn_entry& entry : functions)
+            write_file(path() / entry.name, image({entry}));
+    }
+    [[nodiscard]] const std::filesystem::path& path() const { return directory_.path(); }
+    [[nodiscard]] std::string file(const std::string& name) const { return (path() / name).string(); }
+    [[nodiscard]] dump_reading read() const { return read_dumps({path().string()}); }
+
+private:
+    temp_directory directory_;
+};
+
+std::vector<std::string> names(const dump_reading& reading)
+{
+    std::vector<std::string> all;
+    for (const placed_kernel& kernel : reading.set.kernels)
+        all.push_back(kernel.name);
+    return all;
+}
+
+std::vector<std::size_t> mappings(const dump_reading& reading)
+{
+    std::vector<std::size_t> all;
+    for (const placed_kernel& kernel : reading.set.kernels)
+        all.push_back(kernel.mapping);
+    return all;
+}
+
+std::string refusal(const std::string& image)
+{
+    try {
+        vorna::workbench::parse_dump(image.data(), image.size());
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    return "";
+}
+
+Elf64_Ehdr& header(std::string& image)
+{
+    return *reinterpret_cast<Elf64_Ehdr*>(image.data());
+}
+
+Elf64_Shdr& section(std::string& image, std::size_t index)
+{
+    return reinterpret_cast<Elf64_Shdr*>(image.data() + header(image).e_shoff)[index];
+}
+
+TEST(Dumps, AreReadWithNameAddressesBytesAndRelocationsInOrder)
+{
+    const dump_directory directory({function(
+        "b", 0x1000, 8, 0x1040, 3, {{"a", 4, 283, -8}, {".rodata.b", -4, 275, 5}, {"b", 0, -1, 0}})});
+    const dump_reading reading = directory.read();
+    ASSERT_THAT(reading.troubles, IsEmpty());
+    ASSERT_EQ(reading.set.kernels.size(), 1U);
+    const placed_kernel& kernel = reading.set.kernels[0];
+    EXPECT_EQ(kernel.name, "b");
+    EXPECT_EQ(kernel.text_address, 0x1000U);
+    EXPECT_EQ(kernel.text, bytes(8, 0x1f));
+    EXPECT_EQ(kernel.data_address, 0x1040U);
+    EXPECT_EQ(kernel.data, bytes(3, 7));
+    EXPECT_EQ(kernel.file, directory.file("b"));
+    ASSERT_EQ(kernel.relocs.size(), 3U);
+    const auto expect_relocation = [&](std::size_t i, const tessjit::reloc_info& expected) {
+        EXPECT_EQ(kernel.relocs[i].name, expected.name);
+        EXPECT_EQ(kernel.relocs[i].offset, expected.offset);
+        EXPECT_EQ(kernel.relocs[i].type, expected.type);
+        EXPECT_EQ(kernel.relocs[i].addend, expected.addend);
+    };
+    expect_relocation(0, {"a", 4, 283, -8});
+    expect_relocation(1, {".rodata.b", -4, 275, 5});
+    expect_relocation(2, {"b", 0, -1, 0});
+}
+
+TEST(Dumps, ComeInTheOrderOfTheirAddresses)
+{
+    const dump_directory directory({function("a", 0x1040, 4, 0x1062, 1), function("c", 0x1000, 4, 0x1060, 2),
+                                    function("b", 0x1020, 4, 0x1062, 0)});
+    EXPECT_THAT(names(directory.read()), ElementsAre("c", "b", "a"));
+}
+
+TEST(Dumps, OfKernelsWithoutCodeComeBeforeTheKernelAtTheirAddress)
+{
+    const dump_directory directory(
+        {function("a", 0x1020, 4, 0x1040, 0), function("b", 0x1020, 0, 0x1040, 0)});
+    EXPECT_THAT(names(directory.read()), ElementsAre("b", "a"));
+}
+
+TEST(Dumps, OfSeveralFunctionsInOneImageAreAllRead)
+{
+    temp_directory directory;
+    write_file(directory.path() / "all", image({function("k", 0x1000, 4, 0x1040, 1, {{"l", 0, 283, 0}}),
+                                                function("l", 0x1020, 4, 0x1041, 2)}));
+    const dump_reading reading = read_dumps({(directory.path() / "all").string()});
+    EXPECT_THAT(reading.troubles, IsEmpty());
+    EXPECT_THAT(names(reading), ElementsAre("k", "l"));
+    EXPECT_EQ(reading.set.kernels[0].relocs.size(), 1U);
+    EXPECT_EQ(reading.set.kernels[1].data.size(), 2U);
+}
+
+TEST(Dumps, OfAnyNameAreRead)
+{
+    for (const std::string name : {"", " ", "a b", "\n", "\xff\xfe", "..", "caf\xc3\xa9"}) {
+        const std::string dump =
+            image({function(name, 0x1000, 4, 0x1020, 1, {{".rodata." + name, 0, 275, 0}})});
+        const std::vector<placed_kernel> kernels = vorna::workbench::parse_dump(dump.data(), dump.size());
+        ASSERT_EQ(kernels.size(), 1U);
+        EXPECT_EQ(kernels[0].name, name);
+        EXPECT_EQ(kernels[0].relocs[0].name, ".rodata." + name);
+    }
+}
+
+TEST(Dumps, WhatAProcessPlacedIsWhatIsRead)
+{
+    temp_directory directory;
+    support::child_options options;
+    options.directory = directory.path();
+    options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
+    std::vector<vorna::wfta::kernel_data> first = {support::kernel("one", {1, 2, 3}, {}, {1, 2}),
+                                                   support::kernel("none", {}),
+                                                   support::kernel("two", {4}, {}, {3})};
+    std::vector<vorna::wfta::kernel_data> second = {
+        support::kernel("three", std::vector<std::uint32_t>(2000, 5)),
+        support::kernel("four", {6}, {{"one", 0, 277, 8}})};
+    vorna::wfta::kernel_registry_map registry;
+    const support::child_result child = support::run_in_child(
+        [&] {
+            finalise_kernels(registry, first);
+            finalise_kernels(registry, second);
+            const dump_reading reading = read_dumps({directory.path().string()});
+            EXPECT_THAT(reading.troubles, IsEmpty());
+            EXPECT_EQ(reading.set.kernels.size(), registry.size());
+            EXPECT_EQ(reading.set.mappings.size(), 2U);
+            for (const placed_kernel& kernel : reading.set.kernels) {
+                const vorna::wfta::kernel_registry_entry& entry = registry.at(kernel.name);
+                EXPECT_EQ(kernel.text_address, support::number(entry.text_ptr));
+                EXPECT_EQ(kernel.text.size(), entry.text_len);
+                EXPECT_EQ(kernel.data_address, support::number(entry.data_ptr));
+                EXPECT_EQ(kernel.data.size(), entry.data_len);
+                const bool of_second = kernel.name == "three" || kernel.name == "four";
+                const std::size_t other = find_kernel(reading.set, of_second ? "one" : "three")->mapping;
+                EXPECT_NE(kernel.mapping, other);
+            }
+        },
+        options);
+    EXPECT_TRUE(child.succeeded()) << child;
+}
+
+TEST(Mappings, AreToldApartWhereOneBeginsAtTheEndOfTheOther)
+{
+    const dump_directory directory({function("a", 0x1000, 32, 0x1020, 0xfe0),
+                                    function("b", 0x2000, 32, 0x2040, 8),
+                                    function("c", 0x2020, 32, 0x2048, 8)});
+    const dump_reading reading = directory.read();
+    EXPECT_THAT(mappings(reading), ElementsAre(0, 1, 1));
+    ASSERT_EQ(reading.set.mappings.size(), 2U);
+    EXPECT_EQ(reading.set.mappings[0].begin, 0x1000U);
+    EXPECT_EQ(reading.set.mappings[0].end, 0x2000U);
+    EXPECT_EQ(reading.set.mappings[1].begin, 0x2000U);
+    EXPECT_EQ(reading.set.mappings[1].data_begin, 0x2040U);
+    EXPECT_EQ(reading.set.mappings[1].end, 0x2050U);
+}
+
+TEST(Mappings, AreOneAlsoWhereKernelsBetweenHaveNoDump)
+{
+    const dump_directory directory(
+        {function("a", 0x1000, 32, 0x9000, 8), function("z", 0x8fe0, 32, 0x9100, 8)});
+    EXPECT_THAT(mappings(directory.read()), ElementsAre(0, 0));
+}
+
+TEST(Mappings, HoldKernelsWithoutCodeAndData)
+{
+    const dump_directory directory(
+        {function("a", 0x1000, 32, 0x1020, 0), function("empty", 0x1020, 0, 0x1020, 0)});
+    EXPECT_THAT(mappings(directory.read()), ElementsAre(0, 0));
+}
+
+TEST(Mappings, BeginOnThePageOfTheirFirstKernel)
+{
+    const dump_directory directory({function("a", 0x1fe0, 32, 0x2000, 8)});
+    EXPECT_EQ(directory.read().set.mappings.at(0).begin, 0x1000U);
+}
+
+TEST(DumpsOfTwoRuns, AreATroubleThatNamesBothKernels)
+{
+    const dump_directory directory(
+        {function("a", 0x1000, 64, 0x1040, 8), function("b", 0x1020, 32, 0x1080, 8)});
+    const dump_reading reading = directory.read();
+    EXPECT_THAT(reading.troubles, ElementsAre(directory.file("a") + " and " + directory.file("b") +
+                                              ": a and b are placed in the same memory: dumps of two runs"));
+    EXPECT_THAT(reading.set.kernels, IsEmpty());
+}
+
+TEST(DumpsOfTwoRuns, AreFoundWhereAnEmptyKernelLiesBetween)
+{
+
+    const dump_directory directory({function("a", 0x1000, 0x100, 0x2000, 8),
+                                    function("b", 0x1020, 0, 0x2100, 0),
+                                    function("c", 0x10e0, 32, 0x2200, 8)});
+    EXPECT_EQ(directory.read().troubles.size(), 1U);
+}
+
+TEST(DumpsOfTwoRuns, AreFoundByTheirDataAlone)
+{
+    const dump_directory directory(
+        {function("a", 0x1000, 32, 0x1040, 9), function("b", 0x1020, 32, 0x1048, 8)});
+    EXPECT_EQ(directory.read().troubles.size(), 1U);
+}
+
+TEST(DirectoryOfDumps, PassesOverWhatIsNotElfAndNamesIt)
+{
+    const dump_directory directory({function("k", 0x1000, 4, 0x1020, 1)});
+    write_file(directory.path() / "k.hash", "12345678");
+    std::filesystem::create_directory(directory.path() / "more");
+    ASSERT_EQ(mkfifo(directory.file("pipe").c_str(), 0600), 0);
+    const dump_reading reading = directory.read();
+    EXPECT_THAT(names(reading), ElementsAre("k"));
+    EXPECT_THAT(reading.troubles, IsEmpty());
+    EXPECT_THAT(reading.passed_over, ElementsAre(directory.file("k.hash") + ": not an ELF file",
+                                                 directory.file("more") + ": not an ELF file",
+                                                 directory.file("pipe") + ": not an ELF file"));
+}
+
+TEST(DirectoryOfDumps, ReadsTheOthersWhereOneIsBad)
+{
+    const dump_directory directory(
+        {function("a", 0x1000, 4, 0x1020, 1), function("c", 0x2000, 4, 0x2020, 1)});
+    write_file(directory.path() / "b", image({function("b", 0x3000, 4, 0x3020, 1)}).substr(0, 100));
+    write_file(directory.path() / "d", "");
+    const dump_reading reading = directory.read();
+    EXPECT_THAT(names(reading), ElementsAre("a", "c"));
+    EXPECT_THAT(reading.troubles, ElementsAre(testing::StartsWith(directory.file("b") + ": "),
+                                              directory.file("d") + ": empty"));
+}
+
+TEST(FileOfNoDump, IsATroubleWhereItIsNamed)
+{
+    temp_directory directory;
+    const std::string path = (directory.path() / "k").string();
+    EXPECT_THAT(read_dumps({path}).troubles, ElementsAre(path + ": No such file or directory"));
+    write_file(path, "text");
+    EXPECT_THAT(read_dumps({path}).troubles, ElementsAre(path + ": not an ELF file"));
+    EXPECT_THAT(read_dumps({"/dev/zero"}).troubles, ElementsAre("/dev/zero: not an ELF file"));
+}
+
+TEST(FileOfNoDump, OfOtherKindsOfElfSaysSo)
+{
+    std::string dump = image({function("k", 0x1000, 4, 0x1020, 1)});
+    std::string other = dump;
+    header(other).e_machine = EM_X86_64;
+    EXPECT_EQ(refusal(other), "not an ELF file for little-endian AArch64");
+    other = dump;
+    header(other).e_ident[EI_DATA] = ELFDATA2MSB;
+    EXPECT_EQ(refusal(other), "not an ELF file for little-endian AArch64");
+    other = dump;
+    header(other).e_type = ET_EXEC;
+    EXPECT_EQ(refusal(other), "not a relocatable object, as a dump is");
+    EXPECT_EQ(refusal(image({})), "no kernel in it");
+    EXPECT_EQ(refusal(""), "not an ELF file, or a cut one");
+}
+
+TEST(HostileDump, OfAnyLengthIsRefusedInAFewWords)
+{
+    const std::string dump = image({function("k", 0x1000, 4, 0x1020, 1, {{"callee", 0, 283, 0}})});
+    ASSERT_EQ(refusal(dump), "");
+    for (std::size_t length = 0; length < dump.size(); ++length) {
+        const std::string what = refusal(dump.substr(0, length));
+        EXPECT_NE(what, "") << length;
+        EXPECT_EQ(what.find('\n'), std::string::npos);
+    }
+}
+
+TEST(HostileDump, WithAnyByteChangedIsReadOrRefused)
+{
+    const std::string dump = image({function("k", 0x1000, 4, 0x1020, 1, {{"callee", 0, 283, 0}})});
+    for (std::size_t at = 0; at < dump.size(); ++at) {
+        for (const char value : {'\0', '\1', '\x7f', '\x80', '\xff'}) {
+            std::string changed = dump;
+            changed[at] = value;
+            refusal(changed);
+        }
+    }
+}
+
+TEST(HostileDump, WhoseSectionsShareTheirBytesIsRefused)
+{
+    // Every function's code is the whole file.
+    std::vector<tessjit::elf_fn_entry> functions;
+    for (unsigned i = 0; i < 100; ++i)
+        functions.push_back(function(std::to_string(i), i * 0x10000, 4, i * 0x10000 + 0x8000, 0));
+    std::string dump = image(std::move(functions));
+    for (std::size_t i = 4; i < header(dump).e_shnum; i += 2) {
+        section(dump, i).sh_offset = 0;
+        section(dump, i).sh_size = dump.size() / 2;
+    }
+    EXPECT_EQ(refusal(dump), "sections that overlap in the file");
+}
+
+TEST(HostileDump, WhoseRelocationsShareALongNameIsRefused)
+{
+    const std::vector<tessjit::reloc_info> relocs(2000, {std::string(60000, 'x'), 0, 283, 0});
+    EXPECT_EQ(refusal(image({function("k", 0x1000, 4, 0x1020, 1, relocs)})),
+              "its names are too long for its size");
+}
+
+TEST(HostileDump, WithCodeBehindItsDataOrBeyondTheLastAddressIsRefused)
+{
+    const std::string what = "code and data are not placed as the finaliser places them";
+    EXPECT_EQ(refusal(image({function("k", 0x1040, 4, 0x1000, 1)})), what);
+    EXPECT_EQ(refusal(image({function("k", 0x1000, 8, 0x1004, 1)})), what);
+    EXPECT_EQ(refusal(image({function("k", ~std::uint64_t{0} - 3, 8, 0x1004, 1)})), what);
+    EXPECT_EQ(refusal(image({function("k", 0x1000, 8, ~std::uint64_t{0}, 2)})), what);
+}
+
+TEST(HostileDump, WithAnOffsetOrAddendOfMoreThan32BitsIsRefused)
+{
+    std::string dump = image({function("k", 0x1000, 4, 0x1020, 1, {{"callee", 0, 283, 0}})});
+    ASSERT_EQ(section(dump, 6).sh_type, SHT_RELA);
+    auto* const rela = reinterpret_cast<Elf64_Rela*>(dump.data() + section(dump, 6).sh_offset);
+    rela->r_offset = std::uint64_t{1} << 31;
+    EXPECT_EQ(refusal(dump), "a relocation's offset does not fit into 32 bits");
+    rela->r_offset = 0;
+    rela->r_addend = -(std::int64_t{1} << 31) - 1;
+    EXPECT_EQ(refusal(dump), "a relocation's addend does not fit into 32 bits");
+    rela->r_addend += 1;
+    EXPECT_EQ(refusal(dump), "");
+}
+
+TEST(NearestName, IsTheOneOfTheFewestChanges)
+{
+    const dump_directory directory(
+        {function("wfta_short_3", 0x1000, 4, 0x1040, 1), function("wfta_short_16", 0x1020, 4, 0x1041, 1)});
+    const dump_reading reading = directory.read();
+    EXPECT_EQ(nearest_name(reading.set, "wfta_shrt_3"), "wfta_short_3");
+    EXPECT_EQ(nearest_name(reading.set, "short_16"), "wfta_short_16");
+    EXPECT_EQ(nearest_name(vorna::workbench::kernel_set{}, "k"), "");
+}
+
+TEST(KernelByAddress, IsTheOneWhoseBytesLieThere)
+{
+    const dump_directory directory({function("a", 0x1000, 4, 0x1040, 2),
+                                    function("none", 0x1020, 0, 0x1042, 0),
+                                    function("b", 0x1020, 8, 0x1042, 3)});
+    const vorna::workbench::kernel_set set = directory.read().set;
+    const auto by_text = [&](std::uint64_t address) {
+        const placed_kernel* const kernel = find_kernel_by_text(set, address);
+        return kernel == nullptr ? "nothing" : kernel->name;
+    };
+    const auto by_data = [&](std::uint64_t address) {
+        const placed_kernel* const kernel = find_kernel_by_data(set, address);
+        return kernel == nullptr ? "nothing" : kernel->name;
+    };
+    EXPECT_EQ(by_text(0xfff), "nothing");
+    EXPECT_EQ(by_text(0x1000), "a");
+    EXPECT_EQ(by_text(0x1003), "a");
+    EXPECT_EQ(by_text(0x1004), "nothing");
+    EXPECT_EQ(by_text(0x1020), "b");
+    EXPECT_EQ(by_text(0x1027), "b");
+    EXPECT_EQ(by_text(0x1028), "nothing");
+    EXPECT_EQ(by_data(0x1041), "a");
+    EXPECT_EQ(by_data(0x1042), "b");
+    EXPECT_EQ(by_data(0x1045), "nothing");
+}
+
+} // namespace

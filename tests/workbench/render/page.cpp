@@ -1,0 +1,511 @@
+// The page as it is written: its model, what the command says, and what it does with bad input. How it looks
+// and works in a browser is tested by page_browser.py.
+
+#include "workbench/render/page/page.hpp"
+#include "jit/elf.hpp"
+#include "tests/support/a64.hpp"
+#include "tests/support/files.hpp"
+#include "tests/support/kernels.hpp"
+#include "tests/support/temp_directory.hpp"
+#include "tests/support/tool.hpp"
+#include "workbench/analysis/difference.hpp"
+#include "workbench/render/page/page_model.hpp"
+#include "workbench/text/percent.hpp"
+
+#include <elf.h>
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using namespace support;
+using namespace vorna::workbench;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+
+placed_kernel placed(const std::string& name, std::uint64_t text, const std::vector<std::uint32_t>& words,
+                     std::uint64_t data = 0, std::vector<std::uint8_t> data_bytes = {},
+                     std::vector<tessjit::reloc_info> relocs = {})
+{
+    return {name, text, code(words), data, std::move(data_bytes), std::move(relocs), 0, ""};
+}
+
+/// wfta_3 and wfta_12, which calls it, with a loop and constants.
+kernel_set two_kernels()
+{
+    return make_kernel_set(
+        {placed("wfta_3", 0x10000, {a64::nop(), a64::ret()}, 0x10080, {1, 2, 3, 4, 5, 6, 7, 8}),
+         placed("wfta_12", 0x10020, {a64::nop(), a64::bl(), 0xb5ffffc5, a64::ret()}, 0x10088, {9},
+                {{"wfta_3", 4, R_AARCH64_CALL26, 0}})});
+}
+
+page_input input_of(const kernel_set& set)
+{
+    page_input input;
+    input.name = "dumps";
+    input.set = &set;
+    return input;
+}
+
+nlohmann::json overview_of(const page_input& input)
+{
+    return nlohmann::json::parse(make_page_model(input).overview);
+}
+
+nlohmann::json listing_of(const page_input& input, std::size_t kernel)
+{
+    return nlohmann::json::parse(make_page_model(input).listings.at(kernel));
+}
+
+/// The element of the page with that id, of which there is one.
+std::string element_of(const std::string& page, const std::string& id)
+{
+    const std::string begin = "<script type=\"application/json\" id=\"" + id + "\">";
+    const std::size_t at = page.find(begin);
+    EXPECT_NE(at, std::string::npos) << id;
+    EXPECT_EQ(page.find(begin, at + 1), std::string::npos) << id;
+    const std::size_t content = at + begin.size();
+    return page.substr(content, page.find("</script>", content) - content);
+}
+
+using array = nlohmann::json;
+
+// ---- Text
+
+TEST(Percent, HasOneDecimalAndNeverShowsSomethingAsNothing)
+{
+    EXPECT_EQ(percent_text(0, 1000), "0.0");
+    EXPECT_EQ(percent_text(0, 0), "0.0");
+    EXPECT_EQ(percent_text(1, 1000000), "<0.1");
+    EXPECT_EQ(percent_text(49, 100000), "<0.1");
+    EXPECT_EQ(percent_text(51, 100000), "0.1");
+    EXPECT_EQ(percent_text(12345, 100000), "12.3");
+    EXPECT_EQ(percent_text(7, 7), "100.0");
+    EXPECT_EQ(percent(1, 8), 12.5);
+    EXPECT_EQ(percent(1, 0), 0);
+}
+
+TEST(Fragment, IsTheNameWhereItCanBe)
+{
+    EXPECT_EQ(fragment("wfta_short-3.a"), "wfta_short-3.a");
+    EXPECT_EQ(fragment("a+0x4: %\xff"), "a%2B0x4%3A%20%25%FF");
+}
+
+// ---- The model
+
+TEST(PageModel, HoldsTheFactsOfEachKernel)
+{
+    const kernel_set set = two_kernels();
+    const nlohmann::json model = overview_of(input_of(set));
+    EXPECT_EQ(model["version"], 1);
+    EXPECT_EQ(model["name"], "dumps");
+    EXPECT_EQ(model["kernels"][1], nlohmann::json::parse(R"({
+        "id": "wfta_12", "name": "wfta_12", "address": "0x10020", "data_address": "0x10088",
+        "mapping": 0, "at": 32, "data_at": 136, "code": 16, "data": 1, "instructions": 4,
+        "load": 0, "store": 0, "fp": 0, "integer": 0, "branch": 3, "callees": [0]})"));
+    EXPECT_EQ(model["kernels"][0]["callees"], array::array());
+    EXPECT_FALSE(model.contains("classes"));
+    EXPECT_FALSE(model.contains("profile"));
+}
+
+TEST(PageModel, CountsWhatLiesBetweenNeighboursAsPaddingAndTheRestAsUnknown)
+{
+    // Gaps of 31 and 32 bytes, one in front of the first kernel of the mapping, and one before the constants.
+    const kernel_set set = make_kernel_set({
+        placed("a", 0x10040, {a64::ret()}, 0x10200, {1, 2, 3, 4}),
+        {"b", 0x10044 + 31, {1}, 0x10210, {5, 6}, {}, 0, ""},
+        {"c", 0x10064 + 32, {1}, 0x10212, {}, {}, 0, ""},
+    });
+    ASSERT_EQ(set.mappings.size(), 1U);
+    const nlohmann::json mapping = overview_of(input_of(set))["mappings"][0];
+    EXPECT_EQ(mapping["address"], "0x10000");
+    EXPECT_EQ(mapping["size"], 0x212);
+    EXPECT_EQ(mapping["padding"], 31 + 12); // behind a's code, behind a's data
+    // In front of a; between b and c; between c and the first constants.
+    EXPECT_EQ(mapping["unknown"], array({{0, 0x40}, {0x64, 32}, {0x85, 0x200 - 0x85}}));
+}
+
+TEST(PageModel, SpansEveryByteOfAMapping)
+{
+    const kernel_set set = two_kernels();
+    const nlohmann::json model = overview_of(input_of(set));
+    std::size_t bytes = model["mappings"][0]["padding"];
+    for (const nlohmann::json& gap : model["mappings"][0]["unknown"])
+        bytes += gap[1].get<std::size_t>();
+    for (const nlohmann::json& kernel : model["kernels"])
+        bytes += kernel["code"].get<std::size_t>() + kernel["data"].get<std::size_t>();
+    EXPECT_EQ(bytes, set.mappings[0].end - set.mappings[0].begin);
+    EXPECT_EQ(bytes, model["mappings"][0]["size"]);
+}
+
+TEST(PageModel, ListsRowsWithLabelsTargetsAndCalls)
+{
+    const kernel_set set = two_kernels();
+    const nlohmann::json listing = listing_of(input_of(set), 1);
+    EXPECT_EQ(listing["rows"]["words"], array({"d503201f", "97fffff7", "b5ffffc5", "d65f03c0"}));
+    EXPECT_EQ(listing["rows"]["texts"], array({"nop", "bl wfta_3", "cbnz x5, .L0", "ret"}));
+    EXPECT_EQ(listing["rows"]["labels"], array({{0, ".L0"}}));
+    EXPECT_EQ(listing["rows"]["targets"], array({{2, 0}}));
+    EXPECT_EQ(listing["rows"]["calls"], array({{1, 0}}));
+    EXPECT_EQ(listing["constants"], "09");
+    EXPECT_FALSE(listing.contains("before"));
+    EXPECT_FALSE(listing.contains("heat"));
+}
+
+TEST(PageModel, HoldsBothSidesOfAChangedKernelAndHowTheirRowsAlign)
+{
+    const kernel_set before = make_kernel_set(
+        {placed("k", 0x10000, {a64::nop(), 0xaa0003e2, 0xaa0003e3, 0xaa0003e4, a64::ret()}, 0x10020, {1}),
+         placed("gone", 0x10040, {a64::ret()}), placed("same", 0x10060, {a64::ret()})});
+    const kernel_set set = make_kernel_set(
+        {placed("k", 0x20000, {a64::nop(), 0xaa0003e2, 0x910042b5, 0xaa0003e4, a64::nop(), a64::ret()},
+                0x20020, {2}),
+         placed("new", 0x20040, {a64::ret()}), placed("same", 0x20060, {a64::ret()})});
+    page_input input = input_of(set);
+    input.against = &before;
+    input.against_name = "old";
+    const page_model made = make_page_model(input);
+    const nlohmann::json model = nlohmann::json::parse(made.overview);
+    EXPECT_EQ(model["against"], "old");
+    EXPECT_EQ(model["kernels"].size(), 4U);
+    for (const auto& [index, name, change] :
+         {std::tuple(0U, "k", "code"), {1, "new", "new"}, {2, "same", "same"}, {3, "gone", "gone"}}) {
+        EXPECT_EQ(model["kernels"][index]["name"], name);
+        EXPECT_EQ(model["kernels"][index]["class"], change);
+    }
+    EXPECT_EQ(model["kernels"][0]["delta"], 1);
+    EXPECT_FALSE(model["kernels"][1].contains("delta"));
+    EXPECT_FALSE(model["kernels"][3].contains("mapping"));
+    EXPECT_EQ(model["classes"].front()["name"], "code");
+    EXPECT_EQ(model["classes"].back()["name"], "same");
+
+    const nlohmann::json listing = nlohmann::json::parse(made.listings[0]);
+    EXPECT_EQ(listing["runs"], array({{2, 1, 1}, {1, 0, 1}, {1, 0, 0}}));
+    EXPECT_EQ(listing["before"]["texts"][2], "mov x3, x0");
+    EXPECT_EQ(listing["rows"]["texts"][2], "add x21, x21, #16");
+    EXPECT_EQ(listing["complete"], true);
+    EXPECT_EQ(listing["constants_before"], "01");
+    EXPECT_EQ(listing["constants"], "02");
+    EXPECT_EQ(listing["constants_differ"], true);
+    for (const std::size_t unchanged : {1U, 2U, 3U})
+        EXPECT_FALSE(nlohmann::json::parse(made.listings[unchanged]).contains("before"));
+}
+
+TEST(PageModel, GivesEveryClassOfChangesALook)
+{
+    const kernel_set set = two_kernels();
+    page_input input = input_of(set);
+    input.against = &set;
+    std::vector<std::string> names;
+    const nlohmann::json model = overview_of(input);
+    for (const nlohmann::json& one : model["classes"])
+        names.push_back(one["name"]);
+    std::vector<std::string> expected;
+    for (int change = 0; change <= static_cast<int>(change_class::removed); ++change)
+        expected.emplace_back(name_of(static_cast<change_class>(change)));
+    EXPECT_THAT(names, testing::UnorderedElementsAreArray(expected));
+}
+
+TEST(PageModel, HoldsTheHeatOfTheProfileToTheLastSample)
+{
+    const kernel_set set = two_kernels();
+    event_profile profile;
+    profile.event = "cycles:u";
+    profile.total = {9, 1000};
+    profile.in_kernels = {8, 900};
+    profile.elsewhere = {1, 100};
+    profile.kernels = {{1, {6, 600}, {{0, {1, 100}}, {4, {3, 300}}, {6, {1, 150}}, {12, {1, 50}}}},
+                       {0, {2, 300}, {{4, {2, 300}}}}};
+    page_input input = input_of(set);
+    input.profile = &profile;
+    const page_model made = make_page_model(input);
+    const nlohmann::json model = nlohmann::json::parse(made.overview);
+    EXPECT_EQ(model["profile"]["event"], "cycles:u");
+    EXPECT_EQ(model["profile"]["samples"], 9);
+    EXPECT_EQ(model["profile"]["weight"], 1000);
+    EXPECT_EQ(model["profile"]["exact"], false);
+    EXPECT_EQ(model["profile"]["in_kernels"],
+              nlohmann::json({{"weight", 900}, {"time", 90.0}, {"time_text", "90.0"}}));
+    EXPECT_EQ(model["kernels"][1]["weight"], 600);
+    EXPECT_EQ(model["kernels"][1]["samples"], 6);
+    EXPECT_EQ(model["kernels"][1]["time_text"], "60.0");
+    const nlohmann::json heat = nlohmann::json::parse(made.listings[1])["heat"];
+    // A sample in the middle of an instruction counts for it.
+    EXPECT_EQ(heat, array({{0, 100, "16.7"}, {1, 450, "75.0"}, {3, 50, "8.3"}}));
+    for (const kernel_profile& kernel : profile.kernels) {
+        std::uint64_t sum = 0;
+        const nlohmann::json listing = nlohmann::json::parse(made.listings[kernel.kernel]);
+        for (const nlohmann::json& row : listing["heat"])
+            sum += row[1].get<std::uint64_t>();
+        EXPECT_EQ(sum, kernel.count.weight);
+    }
+}
+
+TEST(PageModel, HoldsFindingsWithTheirKernels)
+{
+    const kernel_set set = two_kernels();
+    page_input input = input_of(set);
+    vorna::wfta::kernel_finding finding{};
+    finding.id = "opcode";
+    finding.severity = vorna::wfta::finding_severity::error;
+    finding.kernel = "wfta_12";
+    finding.offset = 8;
+    finding.message = "not <this>";
+    finding.advice = "that";
+    input.findings = {finding};
+    input.findings.push_back(finding);
+    input.findings.back().kernel = "nobody";
+    input.findings.back().offset.reset();
+    EXPECT_EQ(overview_of(input)["findings"], nlohmann::json::parse(R"([
+        {"id": "opcode", "severity": "error", "kernel": 1, "offset": 8, "place": "wfta_12+0x8",
+         "message": "not <this>", "advice": "that"},
+        {"id": "opcode", "severity": "error", "place": "nobody", "message": "not <this>", "advice": "that"}])"));
+}
+
+TEST(PageModel, DoesNotListAKernelThatIsTooLong)
+{
+    std::vector<std::uint32_t> words(50001, a64::nop());
+    const kernel_set too_long = make_kernel_set({placed("long", 0x10000, words)});
+    EXPECT_FALSE(listing_of(input_of(too_long), 0).contains("rows"));
+    words.pop_back();
+    const kernel_set longest = make_kernel_set({placed("long", 0x10000, words)});
+    EXPECT_EQ(listing_of(input_of(longest), 0)["rows"]["words"].size(), 50000U);
+}
+
+TEST(PageModel, HoldsTheFirstBytesOfLongConstants)
+{
+    const kernel_set set =
+        make_kernel_set({placed("k", 0x10000, {a64::ret()}, 0x10020, std::vector<std::uint8_t>(20000, 7))});
+    EXPECT_EQ(listing_of(input_of(set), 0)["constants"].get<std::string>().size(), 2U * 16384);
+}
+
+TEST(PageModel, GivesKernelsOfOneNameAndOfNoNameIdsOfTheirOwn)
+{
+    const kernel_set set = make_kernel_set(
+        {placed("twice", 0x10000, {a64::ret()}), placed("twice", 0x10020, {a64::ret()}),
+         placed("", 0x10040, {a64::ret()}), placed(std::string(1000, '+'), 0x10060, {a64::ret()})});
+    const nlohmann::json kernels = overview_of(input_of(set))["kernels"];
+    for (const auto& [index, id] :
+         {std::pair(0U, "twice"), {1, "kernel:1"}, {2, "kernel:2"}, {3, "kernel:3"}})
+        EXPECT_EQ(kernels[index]["id"], id);
+    EXPECT_EQ(kernels[2]["name"], "(no name)");
+}
+
+TEST(PageModel, SurvivesASetOfOddKernels)
+{
+    // No code at all, no mapping's length, a circle of calls, bytes behind the last word, a call of nobody.
+    const kernel_set set =
+        make_kernel_set({placed("empty", 0, {}),
+                         placed("a", 0x10000, {a64::bl()}, 0x10020, {}, {{"b", 0, R_AARCH64_CALL26, 0}}),
+                         placed("b", 0x10010, {a64::bl(), a64::bl()}, 0x10020, {},
+                                {{"a", 0, R_AARCH64_CALL26, 0}, {"nobody", 4, R_AARCH64_CALL26, 0}})});
+    const nlohmann::json kernels = overview_of(input_of(set))["kernels"];
+    EXPECT_EQ(kernels[1]["callees"], array({2}));
+    EXPECT_EQ(kernels[2]["callees"], array({1}));
+    EXPECT_EQ(listing_of(input_of(set), 0)["rows"]["words"], array::array());
+}
+
+// ---- The page
+
+TEST(Page, HoldsNamesThatCannotEndTheirElement)
+{
+    const kernel_set set = make_kernel_set({placed("</script><!--<script>\n\xff", 0x10000, {a64::ret()})});
+    const std::string page = make_page(input_of(set));
+    EXPECT_THAT(element_of(page, ":model"), HasSubstr(R"("name":"\u003c/script>\u003c!--\u003cscript>\\n)"));
+    EXPECT_EQ(nlohmann::json::parse(element_of(page, ":model"))["kernels"][0]["name"],
+              "</script><!--<script>\\n\xef\xbf\xbd");
+    EXPECT_THAT(page, Not(HasSubstr("</script><!")));
+}
+
+TEST(Page, IsTheModelAndTheListingsInElementsOfTheirOwnAndTheSameEachTime)
+{
+    const kernel_set set = two_kernels();
+    const std::string page = make_page(input_of(set));
+    const page_model model = make_page_model(input_of(set));
+    EXPECT_EQ(element_of(page, ":model"), model.overview);
+    EXPECT_EQ(element_of(page, ":listing-0"), model.listings[0]);
+    EXPECT_EQ(element_of(page, ":listing-1"), model.listings[1]);
+    EXPECT_EQ(page, make_page(input_of(set)));
+    EXPECT_THAT(page, AllOf(testing::StartsWith("<!DOCTYPE html>\n"), testing::EndsWith("</html>\n"),
+                            Not(HasSubstr("@MODEL@")), Not(HasSubstr("https:"))));
+}
+
+// ---- The command
+
+class ReportCommand : public testing::Test {
+protected:
+    ReportCommand()
+    {
+        std::filesystem::create_directory(directory.path() / "dumps");
+        dump("dumps/wfta_3", "wfta_3", 0x10000);
+        dump("dumps/wfta_4", "wfta_4", 0x10020);
+    }
+
+    void dump(const std::string& file, const std::string& name, std::uint64_t text) const
+    {
+        tessjit::elf_data elf;
+        elf.fns.emplace_back(name, address(text), code({a64::ret()}), address(text + 0x80),
+                             std::vector<std::uint8_t>(8, 1), std::vector<tessjit::reloc_info>());
+        write_file(directory.path() / file, to_string(tessjit::emit_elf(elf)));
+    }
+
+    [[nodiscard]] child_result run(std::vector<std::string> arguments) const
+    {
+        arguments.insert(arguments.begin(), {VORNA_KERNELS, "report"});
+        return run_tool(std::move(arguments), directory.path());
+    }
+
+    void expect_trouble(std::vector<std::string> arguments, const std::string& line) const
+    {
+        const child_result result = run(std::move(arguments));
+        EXPECT_EQ(result.exit_status, 2) << result;
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, "vorna-kernels: " + line + "\n");
+    }
+
+    [[nodiscard]] std::string page() const { return contents(directory.path() / "page.html"); }
+
+    temp_directory directory;
+};
+
+TEST_F(ReportCommand, WritesThePageAndSaysSo)
+{
+    const child_result result = run({"dumps", "-o", "page.html"});
+    EXPECT_EQ(result.exit_status, 0) << result;
+    EXPECT_THAT(result.out, MatchesRegex("page\\.html: 2 kernels, 1 mapping, [0-9]+ KiB\n"));
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(nlohmann::json::parse(element_of(page(), ":model"))["name"], "dumps");
+    EXPECT_THAT(names_in(directory.path()), ElementsAre("dumps", "page.html"));
+
+    const child_result json = run({"dumps", "-o", "page.html", "--format=json"});
+    EXPECT_EQ(nlohmann::json::parse(json.out), nlohmann::json({{"version", 1},
+                                                               {"page", "page.html"},
+                                                               {"bytes", page().size()},
+                                                               {"kernels", 2},
+                                                               {"mappings", 1},
+                                                               {"event", nullptr}}));
+}
+
+TEST_F(ReportCommand, AddsTheFindingsOfCheck)
+{
+    dump("dumps/odd", "odd/name", 0x10040);
+    EXPECT_EQ(run({"dumps", "-o", "page.html"}).exit_status, 0);
+    EXPECT_EQ(nlohmann::json::parse(element_of(page(), ":model"))["findings"][0]["id"], "name-file");
+}
+
+TEST_F(ReportCommand, AddsAProfileAndAComparison)
+{
+    write_file(
+        directory.path() / "text",
+        "    7     1.000000: PERF_RECORD_MMAP2 7/7: [0x10000(0x1000) @ 0x10000 00:00 0 0]: rwxp //anon\n"
+        "    7     1.100000:        300 cycles:u:             10000\n"
+        "    7     1.200000:        100 cycles:u:             10020\n"
+        "    7     1.300000:          5   faults:             10020\n");
+    std::filesystem::create_directory(directory.path() / "old");
+    dump("old/wfta_3", "wfta_3", 0x20000);
+    child_result result = run({"dumps", "-o", "page.html", "--perf-script=text", "--against", "old"});
+    EXPECT_EQ(result.exit_status, 0) << result;
+    EXPECT_THAT(result.out, HasSubstr(", profile cycles:u, "));
+    nlohmann::json data = nlohmann::json::parse(element_of(page(), ":model"));
+    EXPECT_EQ(data["kernels"][0]["time"], 75);
+    EXPECT_EQ(data["kernels"][0]["class"], "same");
+    EXPECT_EQ(data["kernels"][0]["delta"], 0);
+    EXPECT_EQ(data["kernels"][1]["class"], "new");
+    EXPECT_FALSE(data["kernels"][1].contains("delta"));
+    EXPECT_EQ(data["against"], "old");
+
+    result = run({"dumps", "-o", "page.html", "--perf-script=text", "--event=faults"});
+    EXPECT_EQ(result.exit_status, 0) << result;
+    EXPECT_EQ(nlohmann::json::parse(element_of(page(), ":model"))["kernels"][1]["time"], 100);
+}
+
+TEST_F(ReportCommand, WritesWhatIsLeftWhereADumpIsBad)
+{
+    write_file(directory.path() / "dumps/bad", "\177ELF");
+    const child_result result = run({"dumps", "-o", "page.html"});
+    EXPECT_EQ(result.exit_status, 2);
+    EXPECT_THAT(result.err, MatchesRegex("vorna-kernels: dumps/bad: [^\n]+\n"));
+    EXPECT_EQ(nlohmann::json::parse(element_of(page(), ":model"))["kernels"].size(), 2U);
+}
+
+TEST_F(ReportCommand, ShowsNoShareOfSamplesWithoutWeight)
+{
+    write_file(
+        directory.path() / "text",
+        "    7     1.000000: PERF_RECORD_MMAP2 7/7: [0x10000(0x1000) @ 0x10000 00:00 0 0]: rwxp //anon\n"
+        "    7     1.100000:          0 cycles:u:             10000\n");
+    EXPECT_EQ(run({"dumps", "-o", "page.html", "--perf-script=text"}).exit_status, 0);
+    const nlohmann::json kernel = nlohmann::json::parse(element_of(page(), ":model"))["kernels"][0];
+    EXPECT_EQ(kernel["samples"], 1);
+    EXPECT_EQ(kernel["time"], 0);
+    EXPECT_EQ(kernel["time_text"], "0.0");
+}
+
+TEST_F(ReportCommand, LeavesTheOldPageInTrouble)
+{
+    write_file(directory.path() / "page.html", "old");
+    std::filesystem::create_directory(directory.path() / "none");
+    write_file(
+        directory.path() / "other",
+        "    7     1.000000: PERF_RECORD_MMAP2 7/7: [0x90000(0x1000) @ 0x90000 00:00 0 0]: rwxp //anon\n"
+        "    7     1.100000:        300 cycles:u:             90000\n");
+    expect_trouble({"none", "-o", "page.html"}, "none: no dumps in it");
+    expect_trouble({"dumps", "-o", "page.html", "--against=none"}, "none: no dumps in it");
+    const child_result other = run({"dumps", "-o", "page.html", "--perf-script=other"});
+    EXPECT_EQ(other.exit_status, 2);
+    EXPECT_THAT(other.err, MatchesRegex("vorna-kernels: other: [^\n]+\n"));
+    expect_trouble({"dumps", "-o", "nowhere/page.html"}, "nowhere/page.html: No such file or directory");
+    expect_trouble({"dumps", "-o", "/dev/full"}, "/dev/full: not a regular file");
+    EXPECT_EQ(page(), "old");
+}
+
+TEST_F(ReportCommand, DoesNotWriteThePageOverWhatItReads)
+{
+    std::filesystem::copy(directory.path() / "dumps", directory.path() / "before");
+    write_file(directory.path() / "text", "some words\n");
+    for (const char* const dumps : {"dumps", "before"}) {
+        const std::string dump = dumps + ("/" + *names_in(directory.path() / dumps).begin());
+        const std::string bytes = contents(directory.path() / dump);
+        expect_trouble({"dumps", "--against=before", "-o", dump}, dump + ": is one of the dumps");
+        EXPECT_EQ(contents(directory.path() / dump), bytes);
+    }
+    expect_trouble({"dumps", "--perf-script=text", "-o", "./text"}, "./text: is the profile");
+    EXPECT_EQ(contents(directory.path() / "text"), "some words\n");
+}
+
+TEST_F(ReportCommand, SaysHowTheTextOfAProfileIsGiven)
+{
+    write_file(directory.path() / "counts", "    7     1.000000:          4 executions:             10000\n");
+    expect_trouble({"dumps", "-o", "page.html", "--profile=counts"},
+                   "counts: text, not what perf record writes: give it with --perf-script=counts");
+}
+
+TEST_F(ReportCommand, NamesTheDirectoryThatIsTheCurrentOne)
+{
+    const child_result result =
+        run_tool({VORNA_KERNELS, "report", ".", "-o", "../page.html"}, directory.path() / "dumps");
+    EXPECT_EQ(result.exit_status, 0) << result;
+    EXPECT_EQ(nlohmann::json::parse(element_of(page(), ":model"))["name"], "dumps");
+}
+
+TEST_F(ReportCommand, RefusesDumpsOfTwoRuns)
+{
+    dump("dumps/again", "wfta_3", 0x10060);
+    expect_trouble({"dumps", "-o", "page.html"},
+                   "dumps of more than one run or registry: two kernels wfta_3 lie in one mapping; use a "
+                   "directory for each");
+}
+
+TEST_F(ReportCommand, RefusesArgumentsThatDoNotGoTogether)
+{
+    expect_trouble({"dumps"}, "--output is required");
+    expect_trouble({"dumps", "-o", "page.html", "--event=cycles"}, "--event: there is no profile");
+    expect_trouble({"dumps", "-o", "page.html", "--profile=a", "--perf-script=b"},
+                   "--profile excludes --perf-script");
+}
+
+} // namespace

@@ -1,0 +1,356 @@
+#include "workbench/analysis/baseline.hpp"
+
+#include "check/relocation.hpp"
+#include "workbench/analysis/canonical_code.hpp"
+#include "workbench/render/listing.hpp"
+#include "workbench/text/output.hpp"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <fmt/format.h>
+#include <iterator>
+#include <map>
+#include <stdexcept>
+#include <tuple>
+#include <xxhash.h>
+
+namespace vorna::workbench {
+
+namespace {
+
+constexpr std::string_view first_line = "vorna-kernels baseline 1";
+
+std::string hash_of(const void* bytes, std::size_t size)
+{
+    const XXH128_hash_t hash = XXH3_128bits(bytes, size);
+    return fmt::format("{:016x}{:016x}", hash.high64, hash.low64);
+}
+
+void append(std::string& bytes, std::uint32_t number)
+{
+    bytes.append(reinterpret_cast<const char*>(&number), sizeof number);
+}
+
+bool is_own_data(const placed_kernel& kernel, std::string_view target)
+{
+    return names_data(target) && target.substr(data_prefix.size()) == kernel.name;
+}
+
+[[noreturn]] void fail(std::size_t line, const std::string& what)
+{
+    throw std::runtime_error(fmt::format("line {}: {}", line, what));
+}
+
+bool is_hexadecimal(std::string_view text)
+{
+    return text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
+std::string unescaped_name(std::string_view text, std::size_t line)
+{
+    if (text == "\\e")
+        return "";
+    std::string name;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\') {
+            name += text[i];
+            continue;
+        }
+        unsigned byte = 0;
+        const std::string_view digits = text.substr(i + 1).substr(0, 3);
+        if (digits.size() != 3 || digits[0] != 'x' || !is_hexadecimal(digits.substr(1)))
+            fail(line, "an escape that is not \\x and two digits");
+        std::from_chars(digits.data() + 1, digits.data() + 3, byte, 16);
+        name += static_cast<char>(byte);
+        i += 3;
+    }
+    if (escaped_name(name) != text)
+        fail(line, "a name that is not written as it would be");
+    return name;
+}
+
+baseline_entry parse_line(std::string_view text, std::size_t line)
+{
+    constexpr std::size_t hash_digits = 32;
+    std::vector<std::string_view> fields;
+    while (fields.size() <= 5) {
+        const std::size_t end = text.find(' ');
+        fields.push_back(text.substr(0, end));
+        if (end == std::string_view::npos)
+            break;
+        text.remove_prefix(end + 1);
+    }
+    static constexpr std::string_view markers[] = {"<<<<<<<", "|||||||", "=======", ">>>>>>>"};
+    const bool marked = std::find(std::begin(markers), std::end(markers), fields[0]) != std::end(markers);
+    const auto is_hash = [](std::string_view field) {
+        return field.size() == hash_digits && is_hexadecimal(field);
+    };
+    const bool hashed = fields.size() == 5 && is_hash(fields[1]) && is_hash(fields[2]) && is_hash(fields[3]);
+    if (marked && !hashed)
+        fail(line, "a conflict of a merge");
+    if (fields.size() != 5 || fields[0].empty())
+        fail(line, "not a name, three hashes and a number");
+    if (!hashed)
+        fail(line, "a hash that is not 32 hexadecimal digits");
+    baseline_entry entry;
+    entry.line = line;
+    entry.name = unescaped_name(fields[0], line);
+    entry.fingerprint = {std::string(fields[1]), std::string(fields[2]), std::string(fields[3])};
+    const char* const end = fields[4].data() + fields[4].size();
+    const auto number = std::from_chars(fields[4].data(), end, entry.fingerprint.instructions);
+    if (number.ec != std::errc() || number.ptr != end)
+        fail(line, "a number of instructions that is none");
+    return entry;
+}
+
+// The next line of the text without its end, or with a carriage return before that. Whether it had an end.
+bool take_line(std::string_view& text, std::string_view& line)
+{
+    const std::size_t end = text.find('\n');
+    line = text.substr(0, end);
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+    if (!line.empty() && line.back() == '\r')
+        line.remove_suffix(1);
+    return end != std::string_view::npos;
+}
+
+// A double that somebody may have meant, or nothing.
+std::string value_text(std::uint64_t bits)
+{
+    double value = 0;
+    std::memcpy(&value, &bits, sizeof value);
+    return value == 0 || (value > -1e30 && value < -1e-30) || (value > 1e-30 && value < 1e30)
+               ? fmt::format("{}", value)
+               : "";
+}
+
+} // namespace
+
+bool operator==(const kernel_fingerprint& a, const kernel_fingerprint& b)
+{
+    return std::tie(a.code, a.references, a.constants, a.instructions) ==
+           std::tie(b.code, b.references, b.constants, b.instructions);
+}
+
+kernel_fingerprint fingerprint_of(const placed_kernel& kernel)
+{
+    std::string references;
+    for (const tessjit::reloc_info& reloc : relocations_by_place(kernel)) {
+        append(references, static_cast<std::uint32_t>(reloc.offset));
+        append(references, static_cast<std::uint32_t>(reloc.type));
+        append(references, static_cast<std::uint32_t>(reloc.addend));
+        const bool own = is_own_data(kernel, reloc.name);
+        references += own ? '\1' : '\0';
+        if (!own) {
+            append(references, static_cast<std::uint32_t>(reloc.name.size()));
+            references += reloc.name;
+        }
+    }
+    return {hash_of(kernel.text.data(), kernel.text.size()), hash_of(references.data(), references.size()),
+            hash_of(kernel.data.data(), kernel.data.size()), kernel.text.size() / 4};
+}
+
+baseline parse_baseline(std::string_view text)
+{
+    std::string_view line;
+    const bool ended = take_line(text, line);
+    if (line != first_line)
+        fail(1, fmt::format("not \"{}\", as a baseline begins", first_line));
+    if (!ended)
+        fail(1, "the file is cut");
+    std::map<std::string, baseline_entry> entries;
+    for (std::size_t number = 2; !text.empty(); ++number) {
+        if (!take_line(text, line))
+            fail(number, "the file is cut");
+        baseline_entry entry = parse_line(line, number);
+        const auto [place, added] = entries.emplace(entry.name, entry);
+        if (!added)
+            fail(number,
+                 fmt::format("{} is in line {} already", escaped_name(entry.name), place->second.line));
+    }
+    baseline sorted;
+    for (auto& [name, entry] : entries)
+        sorted.push_back(std::move(entry));
+    return sorted;
+}
+
+std::string format_baseline(const baseline& entries)
+{
+    std::string text = fmt::format("{}\n", first_line);
+    for (const baseline_entry& entry : entries) {
+        const kernel_fingerprint& f = entry.fingerprint;
+        text += fmt::format("{} {} {} {} {}\n", escaped_name(entry.name), f.code, f.references, f.constants,
+                            f.instructions);
+    }
+    return text;
+}
+
+std::string escaped_name(std::string_view name)
+{
+    if (name.empty())
+        return "\\e";
+    std::string text;
+    for (const char c : name) {
+        if (c > ' ' && c < '\x7f' && c != '\\')
+            text += c;
+        else
+            text += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+    }
+    return text;
+}
+
+std::string_view name_of(baseline_status status)
+{
+    static constexpr std::string_view names[] = {"same", "changed", "new", "missing"};
+    return names[static_cast<std::size_t>(status)];
+}
+
+bool baseline_difference::code_changed() const
+{
+    return before && after && (before->code != after->code || before->instructions != after->instructions);
+}
+
+bool baseline_difference::references_changed() const
+{
+    return before && after && before->references != after->references;
+}
+
+bool baseline_difference::constants_changed() const
+{
+    return before && after && before->constants != after->constants;
+}
+
+std::vector<baseline_difference> compare_with_baseline(const baseline& entries, const kernel_set& set)
+{
+    std::map<std::string, baseline_difference> kernels;
+    for (const baseline_entry& entry : entries) {
+        baseline_difference& difference = kernels[entry.name];
+        difference.before = entry.fingerprint;
+        difference.line = entry.line;
+    }
+    for (std::size_t i = 0; i < set.kernels.size(); ++i) {
+        const placed_kernel& kernel = set.kernels[i];
+        baseline_difference& difference = kernels[kernel.name];
+        const kernel_fingerprint fingerprint = fingerprint_of(kernel);
+        if (difference.after && !(*difference.after == fingerprint)) {
+            throw std::runtime_error(fmt::format("{} and {}: {} is in both and not the same",
+                                                 set.kernels[difference.kernel].file, kernel.file,
+                                                 escaped_name(kernel.name)));
+        }
+        if (!difference.after)
+            difference.kernel = i;
+        difference.after = fingerprint;
+    }
+
+    std::vector<baseline_difference> differences;
+    for (auto& [name, difference] : kernels) {
+        difference.name = name;
+        if (!difference.before)
+            difference.status = baseline_status::added;
+        else if (!difference.after)
+            difference.status = baseline_status::missing;
+        else if (!(*difference.before == *difference.after))
+            difference.status = baseline_status::changed;
+        differences.push_back(std::move(difference));
+    }
+    // New kernels are at the line of the next one that is not, or at the last.
+    std::size_t line = 1;
+    for (const baseline_entry& entry : entries)
+        line = std::max(line, entry.line);
+    for (auto difference = differences.rbegin(); difference != differences.rend(); ++difference) {
+        if (difference->before)
+            line = difference->line;
+        else
+            difference->line = line;
+    }
+    return differences;
+}
+
+std::string baseline_listing(const placed_kernel& kernel, disassembler& disassembler)
+{
+    const kernel_listing listing = list_without_addresses(kernel, disassembler);
+    std::string text =
+        fmt::format("{}  {}, {}; data {}\n", escaped_name(kernel.name), counted(kernel.text.size(), "byte"),
+                    counted(listing.instructions, "instruction"), counted(kernel.data.size(), "byte"));
+    const int digits = offset_digits(kernel);
+    for (const listing_row& row : listing.rows) {
+        if (!row.label.empty())
+            text += row.label + ":\n";
+        text += fmt::format(" {}\n", row_text(row, digits));
+    }
+    if (!kernel.relocs.empty())
+        text += "relocations:\n";
+    for (const tessjit::reloc_info& reloc : relocations_by_place(kernel)) {
+        const wfta::relocation_kind* const kind = wfta::find_relocation_kind(reloc.type);
+        text += fmt::format(
+            " {:+#x}  {}  {} {:+}\n", reloc.offset, kind == nullptr ? std::to_string(reloc.type) : kind->name,
+            is_own_data(kernel, reloc.name) ? ".rodata" : escaped_name(reloc.name), reloc.addend);
+    }
+    if (!kernel.data.empty())
+        text += "constants:\n";
+    constexpr std::size_t bytes_a_line = 16;
+    const auto data_digits = fmt::formatted_size("{:x}", kernel.data.size());
+    for (std::size_t offset = 0; offset < kernel.data.size(); offset += bytes_a_line) {
+        std::string numbers;
+        std::string values;
+        for (std::size_t at = offset; at < std::min(offset + bytes_a_line, kernel.data.size()); at += 8) {
+            const std::size_t bytes = std::min<std::size_t>(8, kernel.data.size() - at);
+            std::uint64_t bits = 0;
+            std::memcpy(&bits, kernel.data.data() + at, bytes);
+            numbers += fmt::format(" {:0{}x}", bits, 2 * bytes);
+            const std::string value = bytes == 8 ? value_text(bits) : "";
+            if (!value.empty())
+                values += fmt::format("{}{}", values.empty() ? "  ; " : ", ", value);
+        }
+        text += fmt::format(" +{:0{}x} {}{}\n", offset, data_digits, numbers, values);
+    }
+    return text;
+}
+
+// What counts of a listing: of rows the offset and the word, of what is behind them all but remarks.
+static std::string facts_of(std::string_view text)
+{
+    std::string facts;
+    std::string_view line;
+    bool rows = true;
+    while (!text.empty()) {
+        take_line(text, line);
+        if (line == "relocations:" || line == "constants:") {
+            rows = false;
+            facts += line;
+        } else if (!rows) {
+            facts += line.substr(0, line.find("  ; "));
+        } else if (line.substr(0, 2) == " +") {
+            const std::size_t word = line.find_first_not_of(' ', std::min(line.size(), line.find(' ', 1)));
+            facts += line.substr(0, word == std::string_view::npos ? word : line.find(' ', word));
+        } else {
+            continue;
+        }
+        facts += '\n';
+    }
+    return facts;
+}
+
+bool same_listing(std::string_view a, std::string_view b)
+{
+    return facts_of(a) == facts_of(b);
+}
+
+std::string listing_file_name(std::string_view kernel)
+{
+    constexpr std::size_t longest = 200;
+    std::string name;
+    for (const char c : kernel) {
+        const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                           c == '_' || c == '-' || c == '+' || (c == '.' && !name.empty());
+        name += plain ? std::string(1, c) : fmt::format("%{:02x}", static_cast<unsigned char>(c));
+    }
+    if (name.empty())
+        name = "%";
+    if (name.size() > longest)
+        name = name.substr(0, longest - 33) + "%" + hash_of(kernel.data(), kernel.size());
+    return name + ".txt";
+}
+
+} // namespace vorna::workbench

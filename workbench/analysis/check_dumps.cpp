@@ -1,0 +1,126 @@
+#include "workbench/analysis/check_dumps.hpp"
+
+#include "check/engine.hpp"
+#include "workbench/text/output.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <fmt/format.h>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace vorna::workbench {
+
+using wfta::checked_kernel;
+using wfta::target_place;
+
+// For each kernel, whether the process may have ended with it: the last of its mapping, before which none is
+// missing, so that it is not the dumps that are incomplete.
+static std::vector<bool> find_last_kernels(const kernel_set& set)
+{
+    std::vector<bool> last(set.kernels.size());
+    bool complete = false;
+    for (std::size_t i = 0; i < set.kernels.size(); ++i) {
+        const placed_kernel& kernel = set.kernels[i];
+        const std::uint64_t begin = set.mappings[kernel.mapping].begin;
+        if (i == 0 || set.kernels[i - 1].mapping != kernel.mapping) {
+            complete = kernel.text_address == begin;
+        } else {
+            const placed_kernel& before = set.kernels[i - 1];
+            const std::uint64_t size = before.text_end() - begin;
+            complete = complete && kernel.text_address - begin == ((size + 31) & ~std::uint64_t{31}) &&
+                       kernel.data_address == before.data_end();
+        }
+        const bool ends = i + 1 == set.kernels.size() || set.kernels[i + 1].mapping != kernel.mapping;
+        last[i] = ends && complete;
+    }
+    return last;
+}
+
+std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set)
+{
+    std::unordered_map<std::string_view, std::vector<std::size_t>> by_name;
+    by_name.reserve(set.kernels.size());
+    std::vector<checked_kernel> checked;
+    checked.reserve(set.kernels.size());
+    for (std::size_t i = 0; i < set.kernels.size(); ++i) {
+        const placed_kernel& kernel = set.kernels[i];
+        std::vector<std::size_t>& same_name = by_name[kernel.name];
+        std::string name_taken;
+        if (!same_name.empty() && set.kernels[same_name.back()].mapping == kernel.mapping)
+            name_taken =
+                "another kernel of this name lies in the same mapping: " + set.kernels[same_name.back()].file;
+        same_name.push_back(i);
+        checked.push_back({&kernel.name, &kernel.text, &kernel.data, &kernel.relocs, kernel.text_address,
+                           kernel.data_address, std::move(name_taken)});
+    }
+
+    const std::vector<bool> last = find_last_kernels(set);
+    using where = target_place::where;
+    const wfta::target_finder find = [&](std::size_t kernel, const std::string& name) -> target_place {
+        const auto named = by_name.find(name);
+        if (named == by_name.end())
+            return {last[kernel] ? where::nowhere : where::unknown, 0};
+        // Of several registries, the own. Kernels are in the order of their mappings.
+        const auto own =
+            std::lower_bound(named->second.begin(), named->second.end(), set.kernels[kernel].mapping,
+                             [&](std::size_t candidate, std::size_t mapping) {
+                                 return set.kernels[candidate].mapping < mapping;
+                             });
+        const bool found =
+            own != named->second.end() && set.kernels[*own].mapping == set.kernels[kernel].mapping;
+        const std::size_t target = found ? *own : named->second.front();
+        if (target > kernel && set.kernels[target].mapping == set.kernels[kernel].mapping)
+            return {where::later, 0};
+        return {where::placed, set.kernels[target].text_address};
+    };
+    return check_placed(checked, find, {}, wfta::address_kind::real);
+}
+
+std::optional<std::string> find_mixture(const kernel_set& set,
+                                        const std::vector<wfta::kernel_finding>& findings)
+{
+    constexpr const char* what = "dumps of more than one run or registry";
+    constexpr const char* remedy = "use a directory for each";
+    std::unordered_map<std::string_view, std::size_t> names;
+    for (const placed_kernel& kernel : set.kernels)
+        ++names[kernel.name];
+    const wfta::kernel_finding* end = nullptr; // of the process, by what was seen so far
+    const auto place = [](const wfta::kernel_finding& finding) {
+        return finding.offset ? place_text(finding.kernel, *finding.offset) : place_text(finding.kernel);
+    };
+    for (const wfta::kernel_finding& finding : findings) {
+        if (!finding.aborts || finding.id == "unknown-target")
+            continue;
+        if (finding.id == "duplicate-name")
+            return fmt::format("{}: two kernels {} lie in one mapping; {}", what, printable(finding.kernel),
+                               remedy);
+        const placed_kernel& kernel = *find_kernel(set, finding.kernel);
+        const std::string& target = kernel.relocs[*finding.relocation].name;
+        const auto targets = names.find(target);
+        // Which of several is meant is not known.
+        if (names[kernel.name] != 1 ||
+            (finding.id == "range" && targets != names.end() && targets->second != 1))
+            continue;
+        const auto next = static_cast<std::size_t>(&kernel - set.kernels.data()) + 1;
+        if (next < set.kernels.size() && set.kernels[next].mapping == kernel.mapping)
+            return fmt::format("{}: {} would have ended the process [{}], but {} was placed after it; {}",
+                               what, place(finding), finding.id, printable(set.kernels[next].name), remedy);
+        if (end != nullptr && end->kernel != finding.kernel)
+            return fmt::format("{}: {} [{}] and {} [{}] would each have ended the process; {}", what,
+                               place(*end), end->id, place(finding), finding.id, remedy);
+        end = &finding;
+    }
+    return std::nullopt;
+}
+
+void refuse_mixture(const kernel_set& set, const std::vector<wfta::kernel_finding>& findings)
+{
+    if (const auto mixture = find_mixture(set, findings))
+        throw std::runtime_error(*mixture);
+}
+
+} // namespace vorna::workbench

@@ -1,0 +1,72 @@
+// What a change of the generator did to the kernels: two sets compared, whatever their addresses.
+#pragma once
+
+#include "workbench/analysis/alignment.hpp"
+#include "workbench/analysis/equivalence.hpp"
+#include "workbench/kernels/kernel_set.hpp"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vorna::workbench {
+
+/// How a kernel differs. The first that fits is a kernel's class; what each means exactly is in
+/// docs/workbench.md.
+enum class change_class {
+    same,
+    constants,  ///< only bytes of its data differ
+    moved,      ///< constants at other offsets, every load gets the same values
+    references, ///< code words equal, relocations differ
+    renamed,    ///< registers exchanged consistently
+    reordered,  ///< instructions in another order within their basic blocks
+    code,       ///< anything else
+    added,      ///< "new": only in the set after the change
+    removed,    ///< "gone": only in the set before the change
+};
+
+/// The class as commands print it: "same", "constants", …, "new", "gone".
+std::string_view name_of(change_class change);
+
+/// One kernel in two sets. The pointers are into the sets.
+struct kernel_difference {
+    std::string name;
+    change_class change = change_class::same;
+    const placed_kernel* before = nullptr; ///< null if it is new
+    const placed_kernel* after = nullptr;  ///< null if it is gone
+};
+
+/// Compares the kernels of two sets by name (the first of a name with the first, the second with the second),
+/// in the order of the names. Code words are compared with their relocations by kind, target's name and
+/// addend, local branches by the instruction that they lead to, constants by value; addresses are not
+/// compared.
+std::vector<kernel_difference> compare_sets(const kernel_set& before, const kernel_set& after);
+
+/// How one kernel differs from another, which are taken for the same kernel before and after a change.
+/// `uses` is what other kernels do with it.
+change_class compare_kernels(const placed_kernel& before, const placed_kernel& after,
+                             const outside_uses& uses = {});
+
+/// A row of a listing before and the one that it became. At least one is there.
+struct row_pair {
+    std::optional<std::size_t> before; ///< index in kernel_listing::rows
+    std::optional<std::size_t> after;
+    bool same = false; ///< both are there, and are the same instruction with the same reference
+};
+
+struct row_alignment {
+    std::vector<row_pair> rows; ///< every row of both, in order; among rows of one side only, `before` first
+    bool complete = true;       ///< false if the kernels were too long to find all equal rows
+};
+
+/// Those rows with what they have in common, in order.
+row_alignment pair_rows(const common_sequence& common, std::size_t before_rows, std::size_t after_rows);
+
+/// Which rows of two kernels' listings belong together, with the longest sequence of rows that are the same.
+/// A branch within the kernel is the same if it leads to the same row, a load from the kernel's own constants
+/// if it gets the same bytes, as far as its place in them is known.
+row_alignment align_rows(const placed_kernel& before, const placed_kernel& after);
+
+} // namespace vorna::workbench

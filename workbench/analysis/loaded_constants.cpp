@@ -1,0 +1,391 @@
+#include "workbench/analysis/loaded_constants.hpp"
+
+#include "check/known_addresses.hpp"
+#include "workbench/text/output.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <fmt/format.h>
+
+namespace vorna::workbench {
+
+namespace {
+
+using wfta::known_access;
+using wfta::memory_access;
+
+constexpr std::size_t word_size = 4;
+
+enum class number_kind { floating_point, signed_integer, unsigned_integer };
+
+/// How the bytes of a register are to be read.
+struct element {
+    number_kind kind;
+    std::size_t size;
+};
+
+bool starts_with(std::string_view text, std::string_view prefix)
+{
+    return text.substr(0, prefix.size()) == prefix;
+}
+
+template <typename T>
+T read(const std::uint8_t* bytes)
+{
+    T value;
+    std::memcpy(&value, bytes, sizeof value);
+    return value;
+}
+
+/// The shortest text that reads back as the same number.
+template <typename T>
+std::string floating_point_text(T value)
+{
+    std::string text = fmt::format("{}", value);
+    if (std::isfinite(value) && text.find_first_of(".e") == std::string::npos)
+        text += ".0";
+    return text;
+}
+
+float half_to_float(std::uint16_t half)
+{
+    const int exponent = half >> 10 & 0x1f;
+    const int fraction = half & 0x3ff;
+    float magnitude = 0;
+    if (exponent == 0x1f)
+        magnitude = fraction == 0 ? INFINITY : NAN;
+    else if (exponent == 0)
+        magnitude = std::ldexp(static_cast<float>(fraction), -24);
+    else
+        magnitude = std::ldexp(static_cast<float>(0x400 + fraction), exponent - 25);
+    return (half & 0x8000) != 0 ? -magnitude : magnitude;
+}
+
+std::string number_text(const std::uint8_t* bytes, const element& element)
+{
+    if (element.kind == number_kind::floating_point && element.size == 8)
+        return floating_point_text(read<double>(bytes));
+    if (element.kind == number_kind::floating_point && element.size == 4)
+        return floating_point_text(read<float>(bytes));
+    if (element.kind == number_kind::floating_point && element.size == 2)
+        return floating_point_text(half_to_float(read<std::uint16_t>(bytes)));
+    std::uint64_t value = 0;
+    std::memcpy(&value, bytes, element.size);
+    if (element.kind != number_kind::signed_integer)
+        return fmt::format("{}", value);
+    const std::size_t unused_bits = 64 - 8 * element.size;
+    return fmt::format("{}", static_cast<std::int64_t>(value << unused_bits) >> unused_bits);
+}
+
+/// Whether operands name the FP and SIMD register, under any of its names: "v7.2d", "d7", "z7.d".
+bool names_register(std::string_view operands, unsigned number)
+{
+    const std::string digits = std::to_string(number);
+    for (std::size_t at = operands.find(digits); at != std::string_view::npos;
+         at = operands.find(digits, at + 1)) {
+        const std::size_t end = at + digits.size();
+        const bool is_whole = end == operands.size() || operands[end] < '0' || operands[end] > '9';
+        if (is_whole && at > 0 &&
+            std::string_view("vzbhsdq").find(operands[at - 1]) != std::string_view::npos)
+            return true;
+    }
+    return false;
+}
+
+/// The size of the elements as which an instruction's text names the vector register: 8 for "v7.2d" and
+/// "v7.d[0]"; 0 if it does not name it.
+std::size_t element_size_in(std::string_view operands, unsigned number)
+{
+    const std::string name = fmt::format("v{}.", number);
+    for (std::size_t at = operands.find(name); at != std::string_view::npos;
+         at = operands.find(name, at + 1)) {
+        if (at != 0 && operands[at - 1] != ' ' && operands[at - 1] != '{')
+            continue;
+        const std::size_t letter = operands.find_first_not_of("0123456789", at + name.size());
+        switch (letter == std::string_view::npos ? ' ' : operands[letter]) {
+        case 'd':
+            return 8;
+        case 's':
+            return 4;
+        case 'h':
+            return 2;
+        case 'b':
+            return 1;
+        default:
+            return 0;
+        }
+    }
+    return 0;
+}
+
+/// What the next instruction of straight-line code that computes with the vector register takes it for;
+/// doubles if there is none. One that only moves its bytes about, as EOR does with a mask of signs, tells
+/// nothing.
+element used_as(const std::vector<listing_row>& rows, std::size_t load, unsigned number)
+{
+    static constexpr std::string_view integer_arithmetic[] = {"add",   "addp", "sub",  "mul",  "mla",
+                                                              "mls",   "cmeq", "cmgt", "cmhi", "scvtf",
+                                                              "ucvtf", "sshl", "ushl", "tbl",  "tbx"};
+    const element doubles = {number_kind::floating_point, 8};
+    constexpr std::size_t farthest = 1000; // instructions, beyond which nobody would look either
+    const std::size_t end = std::min(rows.size(), load + 1 + farthest);
+    for (std::size_t i = load + 1; i < end && rows[i].label.empty(); ++i) {
+        const std::string_view text = rows[i].text;
+        const std::size_t blank = std::min(text.find(' '), text.size());
+        const std::string_view mnemonic = text.substr(0, blank);
+        const std::string_view operands = text.substr(blank);
+        const std::size_t comma = std::min(operands.find(','), operands.size());
+        const std::string_view destination = operands.substr(0, comma);
+        const std::string_view sources = operands.substr(comma);
+        const std::size_t source_size = element_size_in(sources, number);
+        const std::size_t size = source_size != 0 ? source_size : element_size_in(destination, number);
+        if (size > 1 && mnemonic.front() == 'f')
+            return {number_kind::floating_point, size};
+        if (size != 0 && std::find(std::begin(integer_arithmetic), std::end(integer_arithmetic), mnemonic) !=
+                             std::end(integer_arithmetic))
+            return {number_kind::signed_integer, size};
+        const bool overwritten = names_register(destination, number) && !names_register(sources, number) &&
+                                 !starts_with(mnemonic, "st");
+        if (overwritten || wfta::ends_block(rows[i].word))
+            break;
+    }
+    return doubles;
+}
+
+/// How the load reads its registers.
+element element_of(const memory_access& access, const std::vector<listing_row>& rows, std::size_t load)
+{
+    const std::string_view name = wfta::instruction_name(rows[load].word);
+    const std::size_t register_size = access.bytes / access.registers;
+    if (!access.fp_simd) {
+        const bool zero_extended = register_size < 4 && !access.sign_extended;
+        return {zero_extended ? number_kind::unsigned_integer : number_kind::signed_integer,
+                std::min<std::size_t>(register_size, sizeof(std::uint64_t))};
+    }
+    const bool structure = starts_with(name, "LD1") || starts_with(name, "LD2") || starts_with(name, "LD3") ||
+                           starts_with(name, "LD4");
+    if (structure)
+        return {access.element_bytes > 1 ? number_kind::floating_point : number_kind::unsigned_integer,
+                access.element_bytes};
+    if (register_size >= 8)
+        return used_as(rows, load, access.first_register);
+    return {register_size > 1 ? number_kind::floating_point : number_kind::unsigned_integer, register_size};
+}
+
+/// What one execution of the load reads: a vector in braces for each register of several elements.
+std::string values_text(const std::uint8_t* bytes, const memory_access& access, const element& element)
+{
+    const std::size_t register_size = access.bytes / access.registers;
+    std::string text;
+    for (std::size_t at = 0; at < access.bytes; at += element.size) {
+        const bool first = at % register_size == 0;
+        const bool last = (at + element.size) % register_size == 0;
+        text += at == 0 ? "" : ", ";
+        text += first && !last ? "{" : "";
+        text += number_text(bytes + at, element);
+        text += last && !first ? "}" : "";
+    }
+    return text;
+}
+
+bool is_own_data(const placed_kernel& kernel, const std::string& target)
+{
+    return names_data(target) && target.compare(data_prefix.size(), std::string::npos, kernel.name) == 0;
+}
+
+/// A part of the kernel's constants or of its code, by offsets.
+struct range {
+    bool in_code;
+    std::int64_t begin;
+    std::int64_t end;
+};
+
+/// What a kernel loads from its own constants and code.
+class load_describer {
+public:
+    load_describer(const kernel_set& set, const placed_kernel& kernel, const wfta::code_map& map,
+                   const std::vector<listing_row>& rows)
+        : kernel_(kernel), map_(map), rows_(rows)
+    {
+        const wfta::target_address address_of =
+            [&](const std::string& target) -> std::optional<std::uint64_t> {
+            if (is_own_data(kernel, target))
+                return kernel.data_address;
+            const placed_kernel* const callee = target == kernel.name ? &kernel : find_kernel(set, target);
+            return callee == nullptr ? std::nullopt : std::optional(callee->text_address);
+        };
+        known_ = wfta::find_known_addresses(map, kernel.name, kernel.text, kernel.relocs, address_of);
+        for (const known_access& access : known_.accesses) {
+            if (access.access.store && access.target_offset && is_own(access))
+                add_written(access);
+        }
+        std::sort(written_.begin(), written_.end(),
+                  [](const range& a, const range& b) { return a.begin < b.begin; });
+    }
+
+    described_loads run()
+    {
+        for (const known_access& access : known_.accesses) {
+            if (access.access.load && access.target_offset && is_own(access))
+                add(access);
+        }
+        for (std::size_t i = 0; i < map_.uses.size(); ++i) {
+            if (map_.uses[i] != wfta::word_use::code)
+                continue;
+            if (const auto literal = wfta::decode_literal_load(word_at(kernel_.text, word_size * i))) {
+                known_access load{word_size * i, *literal, wfta::own_code, {}, {}, false, {}};
+                load.target_offset = static_cast<std::int64_t>(load.offset) + literal->offset;
+                add(load);
+            }
+        }
+        return std::move(described_);
+    }
+
+private:
+    [[nodiscard]] bool is_in_code(const known_access& access) const
+    {
+        return access.relocation == wfta::own_code || kernel_.relocs[access.relocation].name == kernel_.name;
+    }
+
+    [[nodiscard]] bool is_own(const known_access& access) const
+    {
+        return is_in_code(access) || is_own_data(kernel_, kernel_.relocs[access.relocation].name);
+    }
+
+    // The bytes that all executions of a store may write.
+    void add_written(const known_access& store)
+    {
+        const std::int64_t first = *store.target_offset;
+        if (store.walk && !store.walk->turns) {
+            known_.writes_somewhere = true;
+            return;
+        }
+        std::int64_t last = first;
+        if (store.walk) {
+            constexpr std::int64_t farthest = std::int64_t{1} << 31;
+            if (std::abs(store.walk->stride) > farthest) {
+                known_.writes_somewhere = true;
+                return;
+            }
+            last += static_cast<std::int64_t>(*store.walk->turns - 1) * store.walk->stride;
+        }
+        written_.push_back(
+            {is_in_code(store), std::min(first, last), std::max(first, last) + store.access.bytes});
+        longest_written_ = std::max(longest_written_, written_.back().end - written_.back().begin);
+    }
+
+    [[nodiscard]] bool is_written(bool in_code, std::int64_t begin, std::int64_t end) const
+    {
+        if (known_.writes_somewhere)
+            return true;
+        auto store = std::lower_bound(written_.begin(), written_.end(), begin - longest_written_,
+                                      [](const range& a, std::int64_t b) { return a.begin < b; });
+        for (; store != written_.end() && store->begin < end; ++store) {
+            if (store->in_code == in_code && store->end > begin)
+                return true;
+        }
+        return false;
+    }
+
+    /// Whether the bytes are constants, so that a load has these values.
+    [[nodiscard]] bool are_constants(bool in_code, std::int64_t offset, std::size_t bytes) const
+    {
+        const std::vector<std::uint8_t>& memory = in_code ? kernel_.text : kernel_.data;
+        if (bytes > memory.size() || offset < 0 || static_cast<std::uint64_t>(offset) > memory.size() - bytes)
+            return false;
+        const auto begin = static_cast<std::size_t>(offset);
+        for (std::size_t word = begin / word_size; in_code && word_size * word < begin + bytes; ++word) {
+            if (word >= map_.uses.size() || map_.uses[word] != wfta::word_use::data ||
+                map_.relocations[word].what != wfta::word_relocation::kind::none)
+                return false;
+        }
+        return true;
+    }
+
+    void add(const known_access& load)
+    {
+        const bool in_code = is_in_code(load);
+        const std::int64_t offset = *load.target_offset;
+        const std::size_t bytes = load.access.bytes;
+        const bool there = are_constants(in_code, offset, bytes);
+        if (in_code && !there)
+            return;
+        std::string text = in_code ? fmt::format(".L{:x}", offset) : with_addend(".rodata", offset);
+        if (!there) {
+            text +=
+                fmt::format(", outside the constants, which have {}", counted(kernel_.data.size(), "byte"));
+        } else {
+            const element element = element_of(load.access, rows_, load.offset / word_size);
+            if (in_code)
+                described_.data.emplace(static_cast<std::size_t>(offset), data_text(load, element));
+            if (may_be_written(in_code, load))
+                text += ", which the kernel may overwrite";
+            else
+                text += "  " + all_values(load, element);
+        }
+        described_.comments.emplace(load.offset, text);
+    }
+
+    [[nodiscard]] bool may_be_written(bool in_code, const known_access& load) const
+    {
+        std::int64_t first = *load.target_offset;
+        std::int64_t last = first;
+        if (load.walk)
+            last += static_cast<std::int64_t>(shown_turns(load) - 1) * load.walk->stride;
+        if (last < first)
+            std::swap(first, last);
+        return is_written(in_code, first, last + load.access.bytes);
+    }
+
+    // Of a walk only what is certain is shown, and not much of it.
+    [[nodiscard]] std::size_t shown_turns(const known_access& load) const
+    {
+        if (!load.walk || !load.walk->turns)
+            return 1;
+        constexpr std::size_t values = 4;
+        const std::size_t in_turn = std::max<std::size_t>(
+            1, load.access.bytes / element_of(load.access, rows_, load.offset / word_size).size);
+        return static_cast<std::size_t>(
+            std::min<std::uint64_t>(*load.walk->turns, std::max<std::size_t>(1, values / in_turn)));
+    }
+
+    [[nodiscard]] std::string data_text(const known_access& load, const element& element) const
+    {
+        return values_text(kernel_.text.data() + *load.target_offset, load.access, element);
+    }
+
+    [[nodiscard]] std::string all_values(const known_access& load, const element& element) const
+    {
+        const bool in_code = is_in_code(load);
+        const std::vector<std::uint8_t>& memory = in_code ? kernel_.text : kernel_.data;
+        const std::size_t turns = shown_turns(load);
+        std::string text;
+        std::int64_t offset = *load.target_offset;
+        for (std::size_t i = 0; i < turns; ++i, offset += load.walk ? load.walk->stride : 0) {
+            text += i == 0 ? "" : ", ";
+            if (!are_constants(in_code, offset, load.access.bytes))
+                return text + "then outside the constants";
+            text += values_text(memory.data() + offset, load.access, element);
+        }
+        return load.walk && load.walk->turns != turns ? text + ", ..." : text;
+    }
+
+    const placed_kernel& kernel_;
+    const wfta::code_map& map_;
+    const std::vector<listing_row>& rows_;
+    wfta::known_addresses known_;
+    std::vector<range> written_; // ascending
+    std::int64_t longest_written_ = 0;
+    described_loads described_;
+};
+
+} // namespace
+
+described_loads describe_loads(const kernel_set& set, const placed_kernel& kernel, const wfta::code_map& map,
+                               const std::vector<listing_row>& rows)
+{
+    return load_describer(set, kernel, map, rows).run();
+}
+
+} // namespace vorna::workbench

@@ -1,0 +1,29 @@
+// What a kernel's loads read from its own constants.
+#pragma once
+
+#include "check/code_map.hpp"
+#include "workbench/kernels/kernel_set.hpp"
+#include "workbench/render/listing.hpp"
+
+#include <cstddef>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace vorna::workbench {
+
+struct described_loads {
+    /// By the offset of a load from the kernel's own constants, or from words of its code that are data,
+    /// whose address is known: where it reads, and the values, as the register is used: ".rodata+0x10  -1.5",
+    /// ".rodata  {0.0, -0.0}". Of a load that walks through a table in a loop the first values.
+    std::unordered_map<std::size_t, std::string> comments;
+
+    /// By the offset of data in the code: its value, as the first load takes it.
+    std::unordered_map<std::size_t, std::string> data;
+};
+
+/// `map` is of the kernel, and `rows` its listing.
+described_loads describe_loads(const kernel_set& set, const placed_kernel& kernel, const wfta::code_map& map,
+                               const std::vector<listing_row>& rows);
+
+} // namespace vorna::workbench

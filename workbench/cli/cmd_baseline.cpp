@@ -1,0 +1,484 @@
+#include "workbench/analysis/baseline.hpp"
+#include "workbench/cli/command.hpp"
+#include "workbench/cli/json.hpp"
+#include "workbench/os/replace_file.hpp"
+#include "workbench/render/markdown.hpp"
+#include "workbench/text/output.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fmt/format.h>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <set>
+#include <stdexcept>
+
+namespace vorna::workbench {
+
+namespace {
+
+struct baseline_options {
+    common_options common;
+    std::string file;
+    std::string dumps;
+    std::vector<std::string> kernels;
+    bool all = false;
+    bool force = false;
+    std::string listing; // a directory, empty without
+};
+
+// A kernel's listing beside the baseline, if there is to be one.
+enum class listing_status { not_asked, same, changed, missing };
+
+struct kernel_state {
+    baseline_difference difference;
+    listing_status listing = listing_status::not_asked;
+
+    [[nodiscard]] bool same() const
+    {
+        return difference.status == baseline_status::same &&
+               (listing == listing_status::not_asked || listing == listing_status::same);
+    }
+};
+
+// What a baseline or a listing is at most: more than the text of a million kernels.
+constexpr std::uintmax_t largest_file = std::uintmax_t{1} << 28;
+
+// Nothing if the file is not there. Throws std::runtime_error with what is wrong, the file first.
+std::optional<std::string> read_file(const std::string& path)
+{
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(path, error);
+    if (status.type() == std::filesystem::file_type::not_found)
+        return std::nullopt;
+    if (error)
+        throw std::runtime_error(fmt::format("{}: {}", path, error.message()));
+    if (status.type() != std::filesystem::file_type::regular)
+        throw std::runtime_error(path + ": not a regular file");
+    if (std::filesystem::file_size(path, error) > largest_file || error)
+        throw std::runtime_error(
+            fmt::format("{}: {}", path, error ? error.message() : "larger than 256 MiB"));
+    std::ifstream stream(path, std::ios::binary);
+    std::string text((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+    if (!stream.good() && !stream.eof())
+        throw std::runtime_error(fmt::format("{}: {}", path, std::strerror(errno)));
+    if (!stream.is_open())
+        throw std::runtime_error(fmt::format("{}: {}", path, std::strerror(errno)));
+    return text;
+}
+
+baseline parse_file(const std::string& path, const std::string& text)
+{
+    try {
+        return parse_baseline(text);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(fmt::format("{}: {}", path, error.what()));
+    }
+}
+
+std::string listing_path(const baseline_options& options, const std::string& kernel)
+{
+    return (std::filesystem::path(options.listing) / listing_file_name(kernel)).string();
+}
+
+std::vector<kernel_state> find_states(const baseline_options& options, const baseline& entries,
+                                      const kernel_set& set)
+{
+    std::vector<kernel_state> states;
+    std::optional<disassembler> disassembler;
+    for (baseline_difference& difference : compare_with_baseline(entries, set)) {
+        kernel_state state{std::move(difference)};
+        if (!options.listing.empty() && state.difference.after) {
+            if (!disassembler)
+                disassembler.emplace();
+            const std::optional<std::string> text = read_file(listing_path(options, state.difference.name));
+            if (!text)
+                state.listing = listing_status::missing;
+            else if (same_listing(*text,
+                                  baseline_listing(set.kernels[state.difference.kernel], *disassembler)))
+                state.listing = listing_status::same;
+            else
+                state.listing = listing_status::changed;
+        }
+        states.push_back(std::move(state));
+    }
+    return states;
+}
+
+// "code and constants"
+std::string parts_text(const baseline_difference& difference)
+{
+    std::vector<std::string> parts;
+    if (difference.code_changed())
+        parts.emplace_back("code");
+    if (difference.references_changed())
+        parts.emplace_back("references");
+    if (difference.constants_changed())
+        parts.emplace_back("constants");
+    if (parts.size() < 3)
+        return fmt::format("{}", fmt::join(parts, " and "));
+    return "code, references and constants";
+}
+
+std::string instructions_text(const baseline_difference& difference)
+{
+    const auto count = [](const std::optional<kernel_fingerprint>& fingerprint) {
+        return fingerprint ? fingerprint->instructions : 0;
+    };
+    const std::uint64_t before = count(difference.before);
+    const std::uint64_t after = count(difference.after);
+    if (!difference.before || !difference.after || before == after)
+        return counted(std::max(before, after), "instruction");
+    return fmt::format("{} -> {} instructions", before, after);
+}
+
+// As a check finds it, or as bless has just made it the baseline.
+std::string state_text(const kernel_state& state, bool blessed)
+{
+    const baseline_difference& difference = state.difference;
+    switch (difference.status) {
+    case baseline_status::same:
+        if (blessed)
+            return "listing written";
+        return state.listing == listing_status::missing ? "same, but its listing is missing"
+                                                        : "same, but its listing is another";
+    case baseline_status::changed:
+        return fmt::format("{} changed, {}{}", parts_text(difference),
+                           difference.code_changed() ? "" : "code the same, ", instructions_text(difference));
+    case baseline_status::added:
+        return (blessed ? "added, " : "not in the baseline, ") + instructions_text(difference);
+    case baseline_status::missing:
+        return (blessed ? "removed, " : "missing in the dumps, ") + instructions_text(difference);
+    }
+    return "";
+}
+
+// "5 kernels: 2 same, 2 changed, 1 new"
+std::string count_text(const std::vector<kernel_state>& states)
+{
+    std::map<baseline_status, std::size_t> counts;
+    std::size_t listings = 0;
+    for (const kernel_state& state : states) {
+        ++counts[state.difference.status];
+        listings +=
+            state.listing == listing_status::changed || state.listing == listing_status::missing ? 1 : 0;
+    }
+    std::string text = counted(states.size(), "kernel");
+    const char* separator = ": ";
+    for (const auto& [status, count] : counts) {
+        text += fmt::format("{}{} {}", separator, count, name_of(status));
+        separator = ", ";
+    }
+    if (listings != 0)
+        text += fmt::format("; {} not up to date", counted(listings, "listing"));
+    return text;
+}
+
+std::string shell_word(const std::string& text)
+{
+    const bool plain =
+        !text.empty() && text.front() != '-' &&
+        text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./+-=:@%^,") ==
+            std::string::npos;
+    if (plain)
+        return text;
+    std::string quoted = "'";
+    for (const char c : text)
+        quoted += c == '\'' ? "'\\''" : std::string(1, c);
+    return quoted + "'";
+}
+
+// The command that accepts what differs; empty if nothing does.
+std::string accepting_command(const baseline_options& options, const std::vector<kernel_state>& states)
+{
+    constexpr std::size_t most_names = 8;
+    std::vector<std::string> names;
+    for (const kernel_state& state : states) {
+        if (!state.same())
+            names.push_back(state.difference.name);
+    }
+    if (names.empty())
+        return "";
+    std::string command = "vorna-kernels baseline bless";
+    if (!options.listing.empty())
+        command += " --listing=" + shell_word(options.listing);
+    command += fmt::format(" {} {}", shell_word(options.file), shell_word(options.dumps));
+    const bool lines = std::any_of(names.begin(), names.end(), [](const std::string& name) {
+        return printable(name) != name || (!name.empty() && name.front() == '-') || name.empty();
+    });
+    if (names.size() > most_names || lines)
+        return command + " --all";
+    for (const std::string& name : names)
+        command += " " + shell_word(name);
+    return command;
+}
+
+json fingerprint_parts(const baseline_difference& difference)
+{
+    json parts = json::array();
+    if (difference.code_changed())
+        parts.push_back("code");
+    if (difference.references_changed())
+        parts.push_back("references");
+    if (difference.constants_changed())
+        parts.push_back("constants");
+    return parts;
+}
+
+void print_json(const std::vector<kernel_state>& states)
+{
+    json kernels = json::array();
+    for (const kernel_state& state : states) {
+        json kernel = {{"kernel", state.difference.name},
+                       {"status", name_of(state.difference.status)},
+                       {"changed", fingerprint_parts(state.difference)}};
+        if (state.listing != listing_status::not_asked) {
+            kernel["listing"] = state.listing == listing_status::same      ? "same"
+                                : state.listing == listing_status::changed ? "changed"
+                                                                           : "missing";
+        }
+        kernels.push_back(std::move(kernel));
+    }
+    fmt::print("{}", json_text({{"version", 1}, {"kernels", kernels}}));
+}
+
+void print_markdown(const std::vector<kernel_state>& states, bool blessed)
+{
+    bool head = false;
+    for (const kernel_state& state : states) {
+        if (state.same())
+            continue;
+        if (!head)
+            fmt::print("| kernel | status | |\n|---|---|---|\n");
+        head = true;
+        fmt::print("| {} | {} | {} |\n", markdown_code(printable(state.difference.name)),
+                   name_of(state.difference.status), state_text(state, blessed));
+    }
+    fmt::print("{}{}\n", head ? "\n" : "", count_text(states));
+}
+
+colour colour_of(baseline_status status)
+{
+    switch (status) {
+    case baseline_status::added:
+        return colour::green;
+    case baseline_status::missing:
+        return colour::red;
+    default:
+        return colour::yellow;
+    }
+}
+
+// "kernels.baseline:7: wfta_short_3: code changed, 23 -> 22 instructions"
+void print_lines(const baseline_options& options, const std::vector<kernel_state>& states, bool blessed)
+{
+    const bool coloured = use_colour(options.common);
+    for (const kernel_state& state : states) {
+        if (state.same())
+            continue;
+        const baseline_difference& difference = state.difference;
+        if (difference.before)
+            fmt::print("{}:{}: ", printable(options.file), difference.line);
+        fmt::print("{}: {}\n", painted(printable(difference.name), colour::bold, coloured),
+                   painted(state_text(state, blessed), colour_of(difference.status), coloured));
+    }
+}
+
+void print_annotations(const baseline_options& options, const std::vector<kernel_state>& states, bool blessed)
+{
+    for (const kernel_state& state : states) {
+        if (!state.same()) {
+            fmt::print("{}", github_annotation("error", printable(state.difference.name),
+                                               fmt::format("{}: {}", printable(state.difference.name),
+                                                           state_text(state, blessed)),
+                                               options.file, state.difference.line));
+        }
+    }
+}
+
+int check(const baseline_options& options)
+{
+    const std::optional<std::string> text = read_file(options.file);
+    if (!text) {
+        throw std::runtime_error(
+            fmt::format("{}: no such file; vorna-kernels baseline bless {} {} --all makes it", options.file,
+                        shell_word(options.file), shell_word(options.dumps)));
+    }
+    const baseline entries = parse_file(options.file, *text);
+    const read_result read = read_set({options.dumps}, options.common);
+    if (!require_kernels(read, options.dumps))
+        return in_trouble;
+    const std::vector<kernel_state> states = find_states(options, entries, read.set);
+    const std::string accept = accepting_command(options, states);
+    if (options.common.format == "json") {
+        print_json(states);
+    } else if (options.common.format == "markdown") {
+        print_markdown(states, false);
+        if (!accept.empty())
+            fmt::print("\nTo accept:\n\n{}", markdown_block("sh", {accept}));
+    } else {
+        if (options.common.format == "github")
+            print_annotations(options, states, false);
+        else
+            print_lines(options, states, false);
+        fmt::print("{}\n", count_text(states));
+        if (!accept.empty())
+            fmt::print("to accept: {}\n", accept);
+    }
+    if (read.trouble)
+        return in_trouble;
+    return accept.empty() ? nothing_found : something_found;
+}
+
+// Those that are to be blessed. Throws std::runtime_error for a name that is neither in the baseline nor in
+// the dumps.
+std::set<std::string> names_to_bless(const baseline_options& options, const std::vector<kernel_state>& states,
+                                     const kernel_set& set)
+{
+    std::set<std::string> names(options.kernels.begin(), options.kernels.end());
+    std::set<std::string> known;
+    for (const kernel_state& state : states)
+        known.insert(state.difference.name);
+    if (options.all)
+        return known;
+    for (const std::string& name : names) {
+        if (known.count(name) == 0) {
+            const std::string nearest = nearest_name(set, name);
+            throw std::runtime_error(fmt::format("no kernel {} in the baseline or the dumps{}", name,
+                                                 nearest.empty() ? "" : "; the nearest name is " + nearest));
+        }
+    }
+    return names;
+}
+
+void write_listings(const baseline_options& options, const std::vector<kernel_state>& accepted,
+                    const kernel_set& set)
+{
+    std::error_code error;
+    std::filesystem::create_directories(options.listing, error);
+    if (error)
+        throw std::runtime_error(fmt::format("{}: {}", options.listing, error.message()));
+    if (std::filesystem::equivalent(options.listing, options.dumps, error))
+        throw std::runtime_error(options.listing + ": is the directory of the dumps");
+    disassembler disassembler;
+    for (const kernel_state& state : accepted) {
+        if (state.difference.after)
+            replace_file(listing_path(options, state.difference.name),
+                         baseline_listing(set.kernels[state.difference.kernel], disassembler));
+    }
+}
+
+void remove_listings(const baseline_options& options, const std::vector<kernel_state>& accepted)
+{
+    for (const kernel_state& state : accepted) {
+        std::error_code error;
+        if (!state.difference.after)
+            std::filesystem::remove(listing_path(options, state.difference.name), error);
+        if (error)
+            throw std::runtime_error(
+                fmt::format("{}: {}", listing_path(options, state.difference.name), error.message()));
+    }
+}
+
+int bless(const baseline_options& options)
+{
+    const char* const ci = std::getenv("CI");
+    if (ci != nullptr && *ci != '\0' && !options.force)
+        throw std::runtime_error(
+            "CI is set, and a baseline is blessed by a person; --force does it all the same");
+    if (options.all != options.kernels.empty())
+        throw std::runtime_error(options.all ? "either kernels or --all"
+                                             : "which kernels? Name them, or --all");
+    const std::optional<std::string> text = read_file(options.file);
+    if (!text && !options.all)
+        throw std::runtime_error(options.file + ": no such file; --all makes it");
+    const baseline entries = text ? parse_file(options.file, *text) : baseline();
+    const read_result read = read_set({options.dumps}, options.common);
+    if (!require_kernels(read, options.dumps))
+        return in_trouble;
+    if (read.trouble)
+        throw std::runtime_error(options.file + ": left as it was, since dumps could not be read");
+
+    const std::vector<kernel_state> states = find_states(options, entries, read.set);
+    const std::set<std::string> names = names_to_bless(options, states, read.set);
+    baseline result;
+    std::vector<kernel_state> accepted;
+    for (const kernel_state& state : states) {
+        const baseline_difference& difference = state.difference;
+        const bool blessed = names.count(difference.name) != 0;
+        const std::optional<kernel_fingerprint>& fingerprint = blessed ? difference.after : difference.before;
+        if (fingerprint)
+            result.push_back({difference.name, *fingerprint});
+        if (blessed && !state.same())
+            accepted.push_back(state);
+    }
+
+    // The baseline last: until then a check finds what is not there yet.
+    if (!options.listing.empty())
+        write_listings(options, accepted, read.set);
+    const std::string new_text = format_baseline(result);
+    if (!text || new_text != *text)
+        replace_file(options.file, new_text);
+    if (!options.listing.empty())
+        remove_listings(options, accepted);
+
+    if (options.common.format == "json") {
+        print_json(accepted);
+    } else if (options.common.format == "markdown") {
+        print_markdown(accepted, true);
+    } else {
+        if (options.common.format == "github")
+            print_annotations(options, accepted, true);
+        else
+            print_lines(options, accepted, true);
+        fmt::print("{}: {}\n", printable(options.file),
+                   !text ? "made, " + counted(result.size(), "kernel")
+                   : accepted.empty()
+                       ? "nothing to change"
+                       : fmt::format("{} of {} accepted", accepted.size(), counted(states.size(), "kernel")));
+    }
+    return nothing_found;
+}
+
+void add_arguments(command_line& command, baseline_options& options)
+{
+    command.add_option("FILE", options.file, "The baseline").required();
+    command.add_option("DUMPS", options.dumps, "Directory of dumps, or one dump").required();
+    command
+        .add_option("--listing", options.listing,
+                    "Directory of listings beside the baseline, a file a kernel")
+        .type_name("DIR");
+    add_common_options(command, options.common, {"text", "json", "github", "markdown"});
+}
+
+} // namespace
+
+void add_baseline(command_line& program, int& status)
+{
+    command_line command =
+        program.add_command("baseline", "Compare kernels with a file under version control");
+    command.require_command();
+
+    const auto checked = std::make_shared<baseline_options>();
+    command_line check_command =
+        command.add_command("check", "Tell which kernels are not as the baseline has them");
+    add_arguments(check_command, *checked);
+    check_command.footer("Exit status: 0 all the same, 1 different, 2 error.");
+    check_command.run([checked, &status] { status = check(*checked); });
+
+    const auto blessed = std::make_shared<baseline_options>();
+    command_line bless_command =
+        command.add_command("bless", "Accept kernels as they are now, in the baseline");
+    add_arguments(bless_command, *blessed);
+    bless_command.add_option("KERNEL", blessed->kernels, "Names of kernels to accept");
+    bless_command.add_flag("--all", blessed->all, "Accept all; make FILE if it is not there");
+    bless_command.add_flag("--force", blessed->force, "Also where the environment has CI set");
+    bless_command.footer("Exit status: 0 done, 2 error: then FILE is as it was.");
+    bless_command.run([blessed, &status] { status = bless(*blessed); });
+}
+
+} // namespace vorna::workbench

@@ -1,0 +1,178 @@
+#include "workbench/analysis/check_dumps.hpp"
+#include "workbench/cli/command.hpp"
+#include "workbench/cli/json.hpp"
+#include "workbench/render/listing.hpp"
+#include "workbench/text/output.hpp"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <memory>
+
+namespace vorna::workbench {
+
+namespace {
+
+using wfta::finding_severity;
+using wfta::kernel_finding;
+
+struct check_options {
+    common_options common;
+    std::vector<std::string> dumps;
+    bool strict = false;
+};
+
+struct severity_words {
+    const char* word;       ///< in text and JSON
+    const char* annotation; ///< on GitHub
+    colour paint;
+};
+
+const severity_words& words_of(finding_severity severity)
+{
+    static constexpr severity_words all[] = {{"note", "notice", colour::cyan},
+                                             {"warning", "warning", colour::yellow},
+                                             {"error", "error", colour::red}};
+    return all[static_cast<std::size_t>(severity)];
+}
+
+struct checked_set {
+    const kernel_set& set;
+    std::vector<kernel_finding> findings;
+    std::size_t relocations = 0;
+
+    [[nodiscard]] std::size_t count(finding_severity severity) const
+    {
+        return static_cast<std::size_t>(
+            std::count_if(findings.begin(), findings.end(),
+                          [=](const auto& finding) { return finding.severity == severity; }));
+    }
+};
+
+std::string place_of(const kernel_finding& finding)
+{
+    return finding.offset ? place_text(finding.kernel, *finding.offset) : place_text(finding.kernel);
+}
+
+// The instruction of a finding, and its relocation.
+std::string evidence(const kernel_set& set, const kernel_finding& finding, disassembler& disassembler)
+{
+    const placed_kernel* const kernel = find_kernel(set, finding.kernel);
+    std::string text;
+    if (kernel == nullptr)
+        return text;
+    if (finding.offset && lies_within(kernel->text, *finding.offset)) {
+        const auto offset = static_cast<std::size_t>(*finding.offset);
+        text = fmt::format("    {:08x}  {}", word_at(kernel->text, offset),
+                           generated_text(*kernel, offset, disassembler));
+    }
+    if (finding.relocation && *finding.relocation < kernel->relocs.size()) {
+        const tessjit::reloc_info& reloc = kernel->relocs[*finding.relocation];
+        text = fmt::format("{:<36}  relocation {} of {}: {} {} {}", text.empty() ? "    " : text,
+                           *finding.relocation + 1, kernel->relocs.size(), printable(reloc.name),
+                           reloc.addend < 0 ? '-' : '+', std::abs(std::int64_t{reloc.addend}));
+    }
+    return text;
+}
+
+// "6 kernels, 14 relocations: 3 errors, 1 note"
+std::string summary(const checked_set& checked)
+{
+    std::string text = fmt::format("{}, {}: ", counted(checked.set.kernels.size(), "kernel"),
+                                   counted(checked.relocations, "relocation"));
+    if (checked.findings.empty())
+        return text + "nothing found";
+    const char* separator = "";
+    for (const finding_severity severity :
+         {finding_severity::error, finding_severity::warning, finding_severity::note}) {
+        const std::size_t count = checked.count(severity);
+        if (count == 0)
+            continue;
+        text += separator + counted(count, words_of(severity).word);
+        separator = ", ";
+    }
+    return text;
+}
+
+void print_text(const checked_set& checked, bool colour)
+{
+    disassembler disassembler;
+    for (const kernel_finding& finding : checked.findings) {
+        const severity_words& words = words_of(finding.severity);
+        fmt::print("{}: {}: {} [{}]\n", painted(place_of(finding), colour::bold, colour),
+                   painted(words.word, words.paint, colour), printable(finding.message), finding.id);
+        const std::string shown = evidence(checked.set, finding, disassembler);
+        if (!shown.empty())
+            fmt::print("{}\n", shown);
+        if (!finding.advice.empty())
+            fmt::print("    {}\n", painted(printable(finding.advice), colour::dim, colour));
+    }
+    fmt::print("{}\n", summary(checked));
+}
+
+void print_github(const checked_set& checked)
+{
+    for (const kernel_finding& finding : checked.findings) {
+        std::string message = fmt::format("{} [{}]", printable(finding.message), finding.id);
+        if (!finding.advice.empty())
+            message += "\n" + printable(finding.advice);
+        fmt::print("{}",
+                   github_annotation(words_of(finding.severity).annotation, place_of(finding), message));
+    }
+    fmt::print("{}\n", summary(checked));
+}
+
+void print_json(const checked_set& checked)
+{
+    json findings = json::array();
+    for (const kernel_finding& finding : checked.findings) {
+        findings.push_back({{"id", finding.id},
+                            {"severity", words_of(finding.severity).word},
+                            {"aborts", finding.aborts},
+                            {"kernel", finding.kernel},
+                            {"relocation", finding.relocation ? json(*finding.relocation) : json()},
+                            {"offset", finding.offset ? json(*finding.offset) : json()},
+                            {"message", finding.message},
+                            {"advice", finding.advice}});
+    }
+    fmt::print("{}", json_text({{"version", 1},
+                                {"kernels", checked.set.kernels.size()},
+                                {"relocations", checked.relocations},
+                                {"findings", findings}}));
+}
+
+int check(const check_options& options)
+{
+    const read_result read = read_set(options.dumps, options.common);
+    if (!require_kernels(read, few_of(options.dumps)))
+        return in_trouble;
+    checked_set checked = {read.set, check_dumps(read.set)};
+    refuse_mixture(read.set, checked.findings);
+    for (const placed_kernel& kernel : read.set.kernels)
+        checked.relocations += kernel.relocs.size();
+    if (options.common.format == "json")
+        print_json(checked);
+    else if (options.common.format == "github")
+        print_github(checked);
+    else
+        print_text(checked, use_colour(options.common));
+    if (read.trouble)
+        return in_trouble;
+    const bool found = checked.count(finding_severity::error) != 0 ||
+                       (options.strict && checked.count(finding_severity::warning) != 0);
+    return found ? something_found : nothing_found;
+}
+
+} // namespace
+
+void add_check(command_line& program, int& status)
+{
+    const auto options = std::make_shared<check_options>();
+    command_line command =
+        program.add_command("check", "Find what is wrong with kernels: exit status 1 with errors");
+    command.add_option("DUMPS", options->dumps, "Directories of dumps, or dumps, of one process").required();
+    command.add_flag("--strict", options->strict, "Warnings are found too: exit status 1");
+    add_common_options(command, options->common, {"text", "json", "github"});
+    command.run([options, &status] { status = check(*options); });
+}
+
+} // namespace vorna::workbench

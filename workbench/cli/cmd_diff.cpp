@@ -1,0 +1,325 @@
+#include "workbench/analysis/difference.hpp"
+#include "workbench/cli/command.hpp"
+#include "workbench/cli/json.hpp"
+#include "workbench/render/markdown.hpp"
+#include "workbench/render/unified_diff.hpp"
+#include "workbench/text/output.hpp"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <memory>
+#include <tuple>
+
+namespace vorna::workbench {
+
+namespace {
+
+struct diff_options {
+    common_options common;
+    std::string before;
+    std::string after;
+    std::vector<std::string> kernels;
+    std::vector<std::string> ignored;
+    std::size_t limit = 10;
+};
+
+using kernel_differences = std::vector<kernel_difference>;
+
+struct sizes {
+    std::size_t instructions = 0;
+    std::size_t code = 0;
+    std::size_t data = 0;
+};
+
+sizes sizes_of(const placed_kernel* kernel)
+{
+    if (kernel == nullptr)
+        return {};
+    return {kernel->text.size() / 4, kernel->text.size(), kernel->data.size()};
+}
+
+std::size_t distance(std::size_t a, std::size_t b)
+{
+    return a < b ? b - a : a - b;
+}
+
+// Kernels that are not the same, the largest change first.
+std::vector<const kernel_difference*> different_kernels(const kernel_differences& kernels)
+{
+    std::vector<const kernel_difference*> different;
+    for (const kernel_difference& kernel : kernels) {
+        if (kernel.change != change_class::same)
+            different.push_back(&kernel);
+    }
+    const auto key = [](const kernel_difference* kernel) {
+        const sizes before = sizes_of(kernel->before);
+        const sizes after = sizes_of(kernel->after);
+        return std::pair(distance(before.code, after.code) + distance(before.data, after.data),
+                         kernel->change);
+    };
+    std::stable_sort(different.begin(), different.end(),
+                     [&](const auto* a, const auto* b) { return key(a) > key(b); });
+    return different;
+}
+
+// Kernels that a diff can be shown of, the smallest first.
+std::vector<const kernel_difference*> changed_kernels(const kernel_differences& kernels)
+{
+    std::vector<const kernel_difference*> changed;
+    for (const kernel_difference& kernel : kernels) {
+        if (kernel.change != change_class::same && kernel.before != nullptr && kernel.after != nullptr)
+            changed.push_back(&kernel);
+    }
+    const auto size = [](const kernel_difference* kernel) {
+        return kernel->after->text.size() + kernel->after->data.size();
+    };
+    std::stable_sort(changed.begin(), changed.end(),
+                     [&](const auto* a, const auto* b) { return size(a) < size(b); });
+    return changed;
+}
+
+std::size_t count_same(const kernel_differences& kernels)
+{
+    return static_cast<std::size_t>(std::count_if(kernels.begin(), kernels.end(), [](const auto& kernel) {
+        return kernel.change == change_class::same;
+    }));
+}
+
+std::string change_text(std::size_t before, std::size_t after)
+{
+    if (before == after)
+        return std::to_string(after);
+    return fmt::format("{} -> {} ({}{})", before, after, before < after ? '+' : '-', distance(before, after));
+}
+
+using table_row = std::array<std::string, 5>;
+
+table_row table_head()
+{
+    return {"kernel", "class", "instructions", "bytes of code", "of constants"};
+}
+
+table_row row_of(const kernel_difference& kernel)
+{
+    const sizes before = sizes_of(kernel.before);
+    const sizes after = sizes_of(kernel.after);
+    return {printable(kernel.name), std::string(name_of(kernel.change)),
+            change_text(before.instructions, after.instructions), change_text(before.code, after.code),
+            change_text(before.data, after.data)};
+}
+
+colour colour_of(change_class change)
+{
+    switch (change) {
+    case change_class::same:
+        return colour::none;
+    case change_class::moved:
+    case change_class::renamed:
+    case change_class::reordered:
+        return colour::cyan;
+    case change_class::added:
+        return colour::green;
+    case change_class::constants:
+    case change_class::references:
+        return colour::yellow;
+    case change_class::code:
+    case change_class::removed:
+        return colour::red;
+    }
+    return colour::none;
+}
+
+std::string more_text(std::size_t limit, std::size_t all)
+{
+    return fmt::format("{} more changed {}: --limit={} shows all", all - limit,
+                       all - limit == 1 ? "kernel" : "kernels", all);
+}
+
+void print_table(const std::vector<const kernel_difference*>& kernels, bool coloured)
+{
+    constexpr std::size_t widest_name = 40; // a longer one pushes its own line only
+    std::vector<table_row> rows{table_head()};
+    for (const kernel_difference* kernel : kernels)
+        rows.push_back(row_of(*kernel));
+    std::array<std::size_t, 5> widths{};
+    for (const table_row& row : rows) {
+        for (std::size_t i = 0; i < row.size(); ++i)
+            widths[i] = std::max(widths[i], i == 0 ? std::min(row[i].size(), widest_name) : row[i].size());
+    }
+    for (std::size_t r = 0; r < rows.size(); ++r) {
+        const table_row& row = rows[r];
+        const std::string name = fmt::format("{:<{}}", row[0], widths[0]);
+        const std::string change = fmt::format("{:<{}}", row[1], widths[1]);
+        std::string line =
+            fmt::format("{}  {}  {:<{}}  {:<{}}  {}", r == 0 ? name : painted(name, colour::bold, coloured),
+                        r == 0 ? change : painted(change, colour_of(kernels[r - 1]->change), coloured),
+                        row[2], widths[2], row[3], widths[3], row[4]);
+        fmt::print("{}\n", line);
+    }
+}
+
+void print_text(const kernel_differences& kernels, std::size_t limit, bool coloured)
+{
+    const std::vector<const kernel_difference*> different = different_kernels(kernels);
+    if (!different.empty())
+        print_table(different, coloured);
+    fmt::print("{} same\n", count_same(kernels));
+
+    const std::vector<const kernel_difference*> changed = changed_kernels(kernels);
+    disassembler disassembler;
+    for (std::size_t i = 0; i < changed.size() && i < limit; ++i) {
+        fmt::print("\n");
+        for (const std::string& line : unified_diff(*changed[i]->before, *changed[i]->after, disassembler)) {
+            const bool head = line.compare(0, 3, "---") == 0 || line.compare(0, 3, "+++") == 0;
+            const colour c = head                  ? colour::bold
+                             : line.front() == '-' ? colour::red
+                             : line.front() == '+' ? colour::green
+                             : line.front() == '@' ? colour::cyan
+                                                   : colour::none;
+            fmt::print("{}\n", painted(line, c, coloured));
+        }
+    }
+    if (changed.size() > limit)
+        fmt::print("\n{}\n", more_text(limit, changed.size()));
+}
+
+json side_of(const placed_kernel* kernel)
+{
+    if (kernel == nullptr)
+        return nullptr;
+    const sizes of_kernel = sizes_of(kernel);
+    return {{"code", of_kernel.code}, {"data", of_kernel.data}, {"instructions", of_kernel.instructions}};
+}
+
+void print_json(const kernel_differences& kernels)
+{
+    json list = json::array();
+    for (const kernel_difference& kernel : kernels) {
+        list.push_back({{"kernel", kernel.name},
+                        {"class", name_of(kernel.change)},
+                        {"old", side_of(kernel.before)},
+                        {"new", side_of(kernel.after)}});
+    }
+    fmt::print("{}", json_text({{"version", 1}, {"kernels", list}}));
+}
+
+void print_github(const kernel_differences& kernels)
+{
+    for (const kernel_difference* kernel : different_kernels(kernels)) {
+        const colour c = colour_of(kernel->change);
+        const bool harmless = c == colour::cyan || c == colour::green;
+        const table_row row = row_of(*kernel);
+        fmt::print("{}",
+                   github_annotation(harmless ? "notice" : "warning", row[0],
+                                     fmt::format("{}: {}; instructions {}, bytes of code {}, of constants {}",
+                                                 row[0], row[1], row[2], row[3], row[4])));
+    }
+}
+
+void print_markdown(const kernel_differences& kernels, std::size_t limit)
+{
+    const std::vector<const kernel_difference*> different = different_kernels(kernels);
+    if (!different.empty()) {
+        const table_row head = table_head();
+        fmt::print("| {} |\n|---|---|---:|---:|---:|\n", fmt::join(head, " | "));
+        for (const kernel_difference* kernel : different) {
+            table_row row = row_of(*kernel);
+            row[0] = markdown_code(row[0]);
+            fmt::print("| {} |\n", fmt::join(row, " | "));
+        }
+        fmt::print("\n");
+    }
+    fmt::print("{} same\n", count_same(kernels));
+
+    const std::vector<const kernel_difference*> changed = changed_kernels(kernels);
+    disassembler disassembler;
+    for (std::size_t i = 0; i < changed.size() && i < limit; ++i) {
+        const kernel_difference& kernel = *changed[i];
+        fmt::print("\n<details><summary>{}: {}</summary>\n\n{}\n</details>\n",
+                   markdown_code(printable(kernel.name)), name_of(kernel.change),
+                   markdown_block("diff", unified_diff(*kernel.before, *kernel.after, disassembler)));
+    }
+    if (changed.size() > limit)
+        fmt::print("\n{}\n", more_text(limit, changed.size()));
+}
+
+// Leaves only the kernels of these names, all if there are none. Reports the names that no kernel has.
+bool select_by_name(kernel_differences& kernels, const std::vector<std::string>& names)
+{
+    bool found_all = true;
+    for (const std::string& name : names) {
+        const bool found = std::any_of(kernels.begin(), kernels.end(),
+                                       [&](const kernel_difference& kernel) { return kernel.name == name; });
+        if (!found)
+            report_trouble(fmt::format("no kernel {} in the dumps of either set", printable(name)));
+        found_all = found_all && found;
+    }
+    if (!names.empty()) {
+        kernels.erase(std::remove_if(kernels.begin(), kernels.end(),
+                                     [&](const kernel_difference& kernel) {
+                                         return std::find(names.begin(), names.end(), kernel.name) ==
+                                                names.end();
+                                     }),
+                      kernels.end());
+    }
+    return found_all;
+}
+
+int diff(const diff_options& options)
+{
+    const read_result before = read_set({options.before}, options.common);
+    const read_result after = read_set({options.after}, options.common);
+    const bool trouble = before.trouble || after.trouble;
+    const bool any_before = require_kernels(before, options.before);
+    if (!require_kernels(after, options.after) || !any_before)
+        return in_trouble;
+
+    kernel_differences kernels = compare_sets(before.set, after.set);
+    if (!select_by_name(kernels, options.kernels))
+        return in_trouble;
+    for (kernel_difference& kernel : kernels) {
+        if (std::find(options.ignored.begin(), options.ignored.end(), name_of(kernel.change)) !=
+            options.ignored.end())
+            kernel.change = change_class::same;
+    }
+    if (options.common.format == "json")
+        print_json(kernels);
+    else if (options.common.format == "github")
+        print_github(kernels);
+    else if (options.common.format == "markdown")
+        print_markdown(kernels, options.limit);
+    else
+        print_text(kernels, options.limit, use_colour(options.common));
+    if (trouble)
+        return in_trouble;
+    return count_same(kernels) == kernels.size() ? nothing_found : something_found;
+}
+
+} // namespace
+
+void add_diff(command_line& program, int& status)
+{
+    const auto options = std::make_shared<diff_options>();
+    command_line command =
+        program.add_command("diff", "What a change did to kernels, wherever they were placed");
+    command.add_option("OLD", options->before, "Directory of dumps, or one dump, before the change")
+        .required();
+    command.add_option("NEW", options->after, "The same after it").required();
+    command.add_option("KERNEL", options->kernels, "Kernels to compare; all without");
+    command.add_option("--ignore", options->ignored, "Classes to take for the same, with commas between")
+        .delimiter(',')
+        .one_of({"moved", "renamed", "reordered"});
+    command
+        .add_option("--limit", options->limit,
+                    "Changed kernels to show in detail, the smallest first; 10 without")
+        .check(
+            [](const std::string& value) {
+                return value.find('-') == std::string::npos ? "" : std::string("not a number of kernels");
+            },
+            "N");
+    add_common_options(command, options->common, {"text", "json", "github", "markdown"});
+    command.footer("Exit status: 0 all the same, 1 different, 2 error.");
+    command.run([options, &status] { status = diff(*options); });
+}
+
+} // namespace vorna::workbench

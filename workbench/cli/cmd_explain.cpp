@@ -1,0 +1,299 @@
+#include "workbench/analysis/abort_explanation.hpp"
+#include "workbench/cli/command.hpp"
+#include "workbench/cli/json.hpp"
+#include "workbench/input/abort_log.hpp"
+#include "workbench/render/listing.hpp"
+#include "workbench/text/output.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fmt/format.h>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+#include <unistd.h>
+
+namespace vorna::workbench {
+
+namespace {
+
+struct explain_options {
+    common_options common;
+    std::string log = "-";
+    std::string dumps;
+};
+
+// Closes what it opened; standard input it leaves open.
+class log_file {
+public:
+    explicit log_file(const std::string& path)
+        : descriptor_(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)),
+          name_(path == "-" ? "standard input" : path)
+    {
+        if (descriptor_ < 0)
+            fail();
+    }
+    ~log_file()
+    {
+        if (descriptor_ > STDIN_FILENO)
+            close(descriptor_);
+    }
+    log_file(const log_file&) = delete;
+    log_file& operator=(const log_file&) = delete;
+
+    std::size_t read_some(char* bytes, std::size_t size)
+    {
+        ssize_t count = 0;
+        do {
+            count = read(descriptor_, bytes, size);
+        } while (count < 0 && errno == EINTR);
+        if (count < 0)
+            fail();
+        return static_cast<std::size_t>(count);
+    }
+
+    [[nodiscard]] const std::string& name() const { return name_; }
+
+private:
+    [[noreturn]] void fail() const
+    {
+        throw std::runtime_error(fmt::format("{}: {}", name_, std::strerror(errno)));
+    }
+
+    int descriptor_;
+    std::string name_;
+};
+
+/// A line of the log that tells of a signal which an instruction raises: a kernel's, perhaps.
+struct crash_line {
+    std::size_t number; ///< counted from 1
+    std::string text;
+};
+
+/// Looks for the first such line in the bytes of a log.
+class crash_finder {
+public:
+    void read(std::string_view bytes)
+    {
+        for (const char c : bytes) {
+            if (c == '\n')
+                end_line();
+            else if (line_.size() < longest)
+                line_ += c;
+        }
+    }
+
+    std::optional<crash_line> finish()
+    {
+        end_line();
+        return found_;
+    }
+
+private:
+    static constexpr std::size_t longest = 4096;
+
+    void end_line()
+    {
+        static constexpr std::string_view signs[] = {
+            "SIGSEGV", "Segmentation fault", "SIGILL",  "Illegal instruction",
+            "SIGBUS",  "Bus error",          "SIGTRAP", "Trace/breakpoint trap"};
+        ++number_;
+        if (!found_ && std::any_of(std::begin(signs), std::end(signs), [this](std::string_view sign) {
+                return line_.find(sign) != std::string::npos;
+            }))
+            found_ = crash_line{number_, line_};
+        line_.clear();
+    }
+
+    std::string line_;
+    std::size_t number_ = 0;
+    std::optional<crash_line> found_;
+};
+
+// A log without a report: the finaliser has not ended the process, but a kernel may have.
+void print_way_on(const explain_options& options, const std::string& log_name,
+                  const std::optional<crash_line>& crash)
+{
+    const std::string dumps = options.dumps.empty() ? "DUMPS" : printable(options.dumps);
+    fmt::print("no report of an abort in {}\n", printable(log_name));
+    if (crash)
+        fmt::print("    found  {}:{}: {}\n", printable(log_name), crash->number, printable(crash->text));
+    fmt::print("    cause  {}\n",
+               crash ? "an instruction raised the signal, perhaps a kernel's"
+                     : "the finaliser did not end it; a kernel that crashes leaves no report");
+    fmt::print("    do     vorna-kernels check {0}\n"
+               "           vorna-kernels link {0} -o kernels.elf\n"
+               "           gdb HOST CORE -ex 'add-symbol-file kernels.elf' -ex bt -ex 'x/i $pc'\n",
+               dumps);
+}
+
+std::vector<std::int64_t> times_of_files(const kernel_set& set)
+{
+    std::vector<std::int64_t> times;
+    times.reserve(set.kernels.size());
+    for (const placed_kernel& kernel : set.kernels) {
+        std::error_code ignored;
+        times.push_back(std::filesystem::last_write_time(kernel.file, ignored).time_since_epoch().count());
+    }
+    return times;
+}
+
+// The refused instruction between its neighbours.
+void print_instructions(const kernel_set& set, const abort_explanation& found, bool colour_enabled)
+{
+    if (set.kernels[*found.dump].text.size() > largest_listing)
+        return;
+    constexpr std::size_t neighbours = 2;
+    disassembler disassembler;
+    std::vector<listing_row> rows = list_generated(set, set.kernels[*found.dump], disassembler).rows;
+    const auto at = static_cast<std::size_t>(*found.offset) / 4;
+    if (*found.offset < 0 || at >= rows.size())
+        return;
+    const wfta::relocation_kind* const kind = wfta::find_relocation_kind(found.type.value_or(0));
+    if (kind != nullptr && (rows[at].word & kind->opcode_mask) != kind->opcode)
+        rows[at].comment =
+            fmt::format("not {} {}", kind->instruction[0] == 'A' ? "an" : "a", kind->instruction);
+    for (std::size_t i = at - std::min(at, neighbours); i < std::min(rows.size(), at + neighbours + 1); ++i) {
+        if (!rows[i].label.empty())
+            fmt::print("    {}:\n", rows[i].label);
+        const std::string text = row_text(rows[i], offset_digits(set.kernels[*found.dump]));
+        fmt::print("{}\n", i == at ? painted("  > " + text, colour::bold, colour_enabled) : "    " + text);
+    }
+}
+
+void print_text(const dumps_of_process& dumps, const abort_explanation& found, const std::string& log_name,
+                const common_options& options)
+{
+    const bool colour_enabled = use_colour(options);
+    const std::string line = fmt::format("{}:{}", printable(log_name), found.line);
+    const std::string place = !found.kernel  ? line
+                              : found.offset ? place_text(*found.kernel, *found.offset)
+                                             : place_text(*found.kernel);
+    fmt::print("{}: {}: {}{}\n", painted(place, colour::bold, colour_enabled),
+               painted("error", colour::red, colour_enabled), found.message,
+               found.report.empty() ? "" : fmt::format(" [{}]", found.report));
+    if (found.dump && found.offset)
+        print_instructions(dumps.set, found, colour_enabled);
+    if (found.dump && found.relocation) {
+        const std::vector<tessjit::reloc_info>& relocs = dumps.set.kernels[*found.dump].relocs;
+        const tessjit::reloc_info& reloc = relocs[*found.relocation];
+        fmt::print("    relocation {} of {}: {} {} {}, type {}, offset {}\n", *found.relocation + 1,
+                   relocs.size(), printable(reloc.name), reloc.addend < 0 ? '-' : '+',
+                   std::abs(std::int64_t{reloc.addend}), reloc.type, reloc.offset);
+    }
+    for (const relocation_place& fit : found.fits)
+        fmt::print("    fits   relocation {} at {}\n", *fit.relocation + 1,
+                   place_text(fit.kernel, fit.offset));
+    for (const std::string& note : found.notes)
+        fmt::print("    note   {}\n", note);
+    if (found.kernel)
+        fmt::print("    log    {}\n", line);
+    fmt::print("    cause  {}\n", found.cause);
+    fmt::print("    do     {}\n", found.advice);
+}
+
+template <typename Value>
+json or_null(const std::optional<Value>& value)
+{
+    return value ? json(*value) : json(nullptr);
+}
+
+json to_json(const abort_explanation& found)
+{
+    json object;
+    object["report"] = found.report.empty() ? json(nullptr) : json(found.report);
+    object["kernel"] = or_null(found.kernel);
+    object["offset"] = or_null(found.offset);
+    object["relocation"] = or_null(found.relocation);
+    object["type"] = or_null(found.type);
+    object["target"] = or_null(found.target);
+    object["target_offset"] = or_null(found.target_offset);
+    object["distance"] = or_null(found.distance);
+    object["limit"] = found.limit ? json::array({found.limit->least, found.limit->greatest}) : json(nullptr);
+    object["cause"] = found.cause.empty() ? json(nullptr) : json(found.cause);
+    object["advice"] = found.advice.empty() ? json(nullptr) : json(found.advice);
+    object["message"] = found.message.empty() ? json(nullptr) : json(found.message);
+    object["line"] = found.line == 0 ? json(nullptr) : json(found.line);
+    object["notes"] = found.notes;
+    object["fits"] = json::array();
+    for (const relocation_place& fit : found.fits)
+        object["fits"].push_back(
+            {{"kernel", fit.kernel}, {"relocation", or_null(fit.relocation)}, {"offset", fit.offset}});
+    return object;
+}
+
+// The first report's members stand at the top, those of further ones in "more".
+void print_json(const std::vector<abort_explanation>& explanations)
+{
+    json document;
+    document["version"] = 1;
+    document.update(to_json(explanations.empty() ? abort_explanation() : explanations.front()));
+    document["more"] = json::array();
+    for (std::size_t i = 1; i < explanations.size(); ++i)
+        document["more"].push_back(to_json(explanations[i]));
+    fmt::print("{}", json_text(document));
+}
+
+int explain(const explain_options& options)
+{
+    log_file file(options.log);
+    crash_finder crashes;
+    const abort_log log = read_abort_reports([&](char* bytes, std::size_t size) {
+        const std::size_t count = file.read_some(bytes, size);
+        crashes.read({bytes, count});
+        return count;
+    });
+
+    bool trouble = false;
+    dumps_of_process dumps;
+    if (!options.dumps.empty() && !log.reports.empty()) {
+        read_result read = read_set({options.dumps}, options.common);
+        trouble = !require_kernels(read, options.dumps) || read.trouble;
+        dumps.set = std::move(read.set);
+        dumps.written = times_of_files(dumps.set);
+    }
+
+    std::vector<abort_explanation> explanations;
+    for (const abort_report& report : log.reports)
+        explanations.push_back(explain_report(log, report, dumps));
+    if (options.common.format == "json") {
+        print_json(explanations);
+    } else {
+        for (const abort_explanation& found : explanations)
+            print_text(dumps, found, file.name(), options.common);
+        if (explanations.empty())
+            print_way_on(options, file.name(), crashes.finish());
+        else if (log.more_reports == 0)
+            fmt::print("{}\n", counted(explanations.size(), "report"));
+        else
+            fmt::print("{} explained, {} more passed over\n", counted(explanations.size(), "report"),
+                       log.more_reports);
+    }
+    if (options.common.format == "text" && options.dumps.empty() && !explanations.empty())
+        fmt::print(
+            "note: with the dumps of that process, --dumps DUMPS gives the relocation and its correction\n");
+    if (trouble)
+        return in_trouble;
+    return explanations.empty() ? something_found : nothing_found;
+}
+
+} // namespace
+
+void add_explain(command_line& program, int& status)
+{
+    const auto options = std::make_shared<explain_options>();
+    command_line command =
+        program.add_command("explain", "Say what a process that the finaliser ended died of");
+    command.add_option("LOG", options->log, "What the process wrote to stderr; standard input without, or -");
+    command.add_option("--dumps", options->dumps, "Directory of the dumps that it wrote, or one dump")
+        .type_name("DUMPS");
+    command.footer("Exit status: 0 explained, 1 no report in the input, 2 error.");
+    add_common_options(command, options->common, {"text", "json"});
+    command.run([options, &status] { status = explain(*options); });
+}
+
+} // namespace vorna::workbench

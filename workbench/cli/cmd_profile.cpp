@@ -1,0 +1,257 @@
+#include "workbench/analysis/profile.hpp"
+
+#include "workbench/cli/command.hpp"
+#include "workbench/cli/json.hpp"
+#include "workbench/cli/profile_input.hpp"
+#include "workbench/render/listing.hpp"
+#include "workbench/text/output.hpp"
+#include "workbench/text/percent.hpp"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <memory>
+#include <stdexcept>
+#include <unordered_map>
+
+namespace vorna::workbench {
+
+namespace {
+
+constexpr std::size_t share_columns = 5; // "100.0"
+constexpr std::size_t bar_columns = 8;
+
+struct profile_options {
+    common_options common;
+    std::string dumps;
+    std::string perf_data;
+    std::string perf_script;
+    std::string event;
+    std::vector<std::string> kernels;
+};
+
+std::string grouped_count(std::uint64_t count, const char* noun)
+{
+    return fmt::format("{} {}{}", grouped(count), noun, count == 1 ? "" : "s");
+}
+
+/// "1 sample", "24,180 samples".
+std::string samples_text(std::uint64_t count)
+{
+    return grouped_count(count, "sample");
+}
+
+/// A bar of `part` of `whole`, in eighths of a column, and blanks behind it.
+std::string bar(std::uint64_t part, std::uint64_t whole)
+{
+    static constexpr const char* eighths[] = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
+    const auto length = static_cast<std::size_t>(percent(part, whole) / 100 * 8 * bar_columns);
+    std::string text;
+    for (std::size_t i = 0; i < length / 8; ++i)
+        text += "█";
+    text += eighths[length % 8];
+    return text + std::string(bar_columns - (length + 7) / 8, ' ');
+}
+
+void print_join(const profile& profile, const event_profile& event)
+{
+    const std::uint64_t whole = event.total.weight;
+    const std::string counts =
+        is_exact(event)
+            ? fmt::format("{} of {}", grouped_count(whole, "execution"),
+                          grouped_count(event.total.samples, "instruction"))
+            : fmt::format("{} by period, {}", printable(event.event), samples_text(event.total.samples));
+    fmt::print("{}; in kernels {} %, mapping without dump {} %, elsewhere {} %\n", counts,
+               percent_text(event.in_kernels.weight, whole), percent_text(event.unknown.weight, whole),
+               percent_text(event.elsewhere.weight, whole));
+    for (const event_profile& other : profile.events) {
+        if (&other != &event)
+            fmt::print("also recorded: --event={}, {}\n", printable(other.event),
+                       samples_text(other.total.samples));
+    }
+    if (profile.lost != 0)
+        fmt::print("lost while recording: {}\n", samples_text(profile.lost));
+}
+
+void print_kernels(const kernel_set& set, const event_profile& event)
+{
+    for (const kernel_profile& kernel : event.kernels)
+        fmt::print("{:>6} %  {}\n", percent_text(kernel.count.weight, event.total.weight),
+                   printable(set.kernels[kernel.kernel].name));
+}
+
+const kernel_profile* find_profile(const kernel_set& set, const event_profile& event,
+                                   const placed_kernel& kernel)
+{
+    const auto index = static_cast<std::size_t>(&kernel - set.kernels.data());
+    const auto found = std::find_if(event.kernels.begin(), event.kernels.end(),
+                                    [&](const kernel_profile& k) { return k.kernel == index; });
+    return found == event.kernels.end() ? nullptr : &*found;
+}
+
+colour heat_colour(double percentage)
+{
+    if (percentage >= 10)
+        return colour::red;
+    return percentage >= 2 ? colour::yellow : colour::none;
+}
+
+void print_listing(const kernel_set& set, const event_profile& event, const placed_kernel& kernel,
+                   disassembler& disassembler, bool coloured)
+{
+    const kernel_profile* const sampled = find_profile(set, event, kernel);
+    const sample_count count = sampled == nullptr ? sample_count() : sampled->count;
+    fmt::print("\n{}\n", painted(fmt::format("{}, {}{}", printable(kernel.name),
+                                             is_exact(event) ? grouped_count(count.weight, "execution")
+                                                             : samples_text(count.samples),
+                                             sampled == nullptr ? "" : ", percent of the kernel"),
+                                 colour::bold, coloured));
+    if (sampled == nullptr)
+        return;
+    const kernel_listing listing = list_kernel(set, kernel, disassembler);
+    const std::vector<std::uint64_t> weights = weights_by_row(*sampled, kernel.text.size());
+    const std::uint64_t heaviest = *std::max_element(weights.begin(), weights.end());
+    const int digits = offset_digits(kernel);
+    for (std::size_t i = 0; i < listing.rows.size(); ++i) {
+        listing_row row = listing.rows[i];
+        const placed_kernel* const callee = row.callee.empty() ? nullptr : find_kernel(set, row.callee);
+        if (callee != nullptr) {
+            const kernel_profile* const called = find_profile(set, event, *callee);
+            row.comment +=
+                fmt::format("{}{} % of all is in {}", row.comment.empty() ? "" : "; ",
+                            percent_text(called == nullptr ? 0 : called->count.weight, event.total.weight),
+                            printable(row.callee));
+        }
+        if (!row.label.empty())
+            fmt::print("{:{}}{}\n", "", share_columns + bar_columns + 2,
+                       painted(row.label + ":", colour::cyan, coloured));
+        std::string heat(share_columns + 1 + bar_columns, ' ');
+        if (weights[i] != 0)
+            heat = fmt::format("{:>{}} {}", percent_text(weights[i], count.weight), share_columns,
+                               bar(weights[i], heaviest));
+        fmt::print("{} {}\n", painted(heat, heat_colour(percent(weights[i], count.weight)), coloured),
+                   row_text(row, digits));
+    }
+}
+
+// Named by perf, which makes these of what the Statistical Profiling Extension recorded.
+bool is_spe(std::string_view event)
+{
+    static constexpr std::string_view made[] = {"l1d-miss", "l1d-access", "llc-miss",    "llc-access",
+                                                "tlb-miss", "tlb-access", "branch-miss", "remote-access"};
+    return event.substr(0, 7) == "arm_spe" ||
+           std::find(std::begin(made), std::end(made), event) != std::end(made);
+}
+
+std::string note_text(const event_profile& event)
+{
+    if (event.kernels.empty() && event.unknown.samples != 0)
+        return "no sample is in a kernel with a dump; others ran";
+    if (event.kernels.empty())
+        return "no sample is in a kernel; perf does not see what a simulator or an emulator runs";
+    if (is_spe(event.event))
+        return "arm_spe samples are of operations, not of time, each at its own instruction";
+    if (is_exact(event))
+        return "exact counts: how often each instruction ran, not how long it took";
+    return "samples skid: read a row with those before it; perf record -e arm_spe// is exact";
+}
+
+void print_text(const kernel_set& set, const profile& profile, const event_profile& event,
+                const std::vector<const placed_kernel*>& listed, bool coloured)
+{
+    if (profile.events.empty()) {
+        fmt::print("no samples\n");
+        return;
+    }
+    print_join(profile, event);
+    print_kernels(set, event);
+    disassembler disassembler;
+    for (const placed_kernel* kernel : listed)
+        print_listing(set, event, *kernel, disassembler, coloured);
+    fmt::print("\nnote: {}\n", note_text(event));
+}
+
+json counts(const event_profile& event, const kernel_set& set, const std::vector<const placed_kernel*>& named)
+{
+    json document;
+    document["version"] = 1;
+    document["event"] = event.event;
+    document["samples"] = event.total.samples;
+    document["weight"] = event.total.weight;
+    document["in_kernels"] = event.in_kernels.weight;
+    document["unknown"] = event.unknown.weight;
+    document["elsewhere"] = event.elsewhere.weight;
+    document["kernels"] = json::array();
+    for (const kernel_profile& kernel : event.kernels) {
+        if (!named.empty() &&
+            std::find(named.begin(), named.end(), &set.kernels[kernel.kernel]) == named.end())
+            continue;
+        json rows = json::array();
+        for (const profile_row& row : kernel.rows)
+            rows.push_back(
+                {{"offset", row.offset}, {"samples", row.count.samples}, {"weight", row.count.weight}});
+        document["kernels"].push_back({{"kernel", set.kernels[kernel.kernel].name},
+                                       {"samples", kernel.count.samples},
+                                       {"weight", kernel.count.weight},
+                                       {"rows", std::move(rows)}});
+    }
+    return document;
+}
+
+int show_profile(const profile_options& options)
+{
+    read_result read = read_set({options.dumps}, options.common);
+    if (!require_kernels(read, options.dumps))
+        return in_trouble;
+    const bool text = !options.perf_script.empty();
+    const std::string& file = text ? options.perf_script : options.perf_data;
+    const profile profile = text ? read_perf_script(file, read.set) : read_perf_data(file, read.set);
+    report_profile_trouble(profile, file == "-" ? "standard input" : file, read.trouble);
+
+    const event_profile none;
+    const event_profile* const chosen = choose_event(profile, options.event);
+    const event_profile& event = chosen == nullptr ? none : *chosen;
+    std::vector<const placed_kernel*> named;
+    if (!options.kernels.empty())
+        named = select_kernels(read.set, options.kernels, read.trouble);
+    if (options.common.format == "json") {
+        fmt::print("{}", json_text(counts(event, read.set, named)));
+    } else {
+        if (options.kernels.empty() && !event.kernels.empty())
+            named.push_back(&read.set.kernels[event.kernels.front().kernel]);
+        print_text(read.set, profile, event, named, use_colour(options.common));
+    }
+    if (read.trouble)
+        return in_trouble;
+    return event.kernels.empty() ? something_found : nothing_found;
+}
+
+} // namespace
+
+void add_profile(command_line& program, int& status)
+{
+    const auto options = std::make_shared<profile_options>();
+    command_line command = program.add_command("profile", "Where the time goes, from what perf recorded");
+    command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump").required();
+    const command_option data =
+        command.add_option("PERF.DATA", options->perf_data, "What perf record wrote; not with --perf-script");
+    command.add_option("KERNEL", options->kernels, "Kernels to list; the heaviest one without");
+    command.add_option("--perf-script", options->perf_script,
+                       "Text that perf script made of it, - for standard input");
+    command.add_option("--event", options->event, "Event, as perf names it; the one of most samples without");
+    add_common_options(command, options->common, {"text", "json"});
+    std::string footer = "The text for --perf-script is made by\n ";
+    for (const std::string& word : perf_script_command())
+        footer += " " + word;
+    footer += "\nExit status: 0 samples in kernels, 1 none, 2 error.";
+    command.footer(footer);
+    command.run([options, data, &status] {
+        if (options->perf_script.empty() && !data.given())
+            refuse_without("PERF.DATA or --perf-script");
+        // What is in PERF.DATA's place is the first kernel then.
+        if (!options->perf_script.empty() && data.given())
+            options->kernels.insert(options->kernels.begin(), options->perf_data);
+        status = show_profile(*options);
+    });
+}
+
+} // namespace vorna::workbench

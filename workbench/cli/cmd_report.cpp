@@ -1,0 +1,129 @@
+#include "workbench/render/page/page.hpp"
+
+#include "workbench/analysis/check_dumps.hpp"
+#include "workbench/cli/command.hpp"
+#include "workbench/cli/json.hpp"
+#include "workbench/cli/profile_input.hpp"
+#include "workbench/os/replace_file.hpp"
+#include "workbench/text/output.hpp"
+
+#include <filesystem>
+#include <fmt/format.h>
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+
+namespace vorna::workbench {
+
+namespace {
+
+struct report_options {
+    common_options common;
+    std::string dumps;
+    std::string perf_data;
+    std::string perf_script;
+    std::string event;
+    std::string against;
+    std::string page;
+};
+
+// What the page calls the dumps: as they were named, but "." by the directory's own name.
+std::string name_of(const std::string& dumps)
+{
+    const std::string last = std::filesystem::path(dumps).filename().string();
+    if (!last.empty() && last != "." && last != "..")
+        return dumps;
+    std::error_code error;
+    std::filesystem::path path = std::filesystem::canonical(dumps, error);
+    return error || path.filename().empty() ? dumps : path.filename().string();
+}
+
+int report(const report_options& options)
+{
+    read_result read = read_set({options.dumps}, options.common);
+    bool any = require_kernels(read, options.dumps);
+    read_result before;
+    if (!options.against.empty()) {
+        before = read_set({options.against}, options.common);
+        any = require_kernels(before, options.against) && any;
+    }
+    if (!any)
+        return in_trouble;
+    refuse_dump(read.set, options.page);
+    refuse_dump(before.set, options.page);
+
+    page_input input;
+    input.name = name_of(options.dumps);
+    input.set = &read.set;
+    input.findings = check_dumps(read.set);
+    refuse_mixture(read.set, input.findings);
+    if (!options.against.empty()) {
+        input.against = &before.set;
+        input.against_name = name_of(options.against);
+    }
+    profile profile;
+    const bool text = !options.perf_script.empty();
+    if (text || !options.perf_data.empty()) {
+        const std::string& file = text ? options.perf_script : options.perf_data;
+        std::error_code ignored;
+        if (std::filesystem::equivalent(file, options.page, ignored))
+            throw std::runtime_error(options.page + ": is the profile");
+        profile = text ? read_perf_script(file, read.set) : read_perf_data(file, read.set);
+        report_profile_trouble(profile, file == "-" ? "standard input" : file, read.trouble);
+        input.profile = choose_event(profile, options.event);
+        if (input.profile == nullptr)
+            throw std::runtime_error(file + ": no samples in it");
+    }
+
+    const std::string page = make_page(input);
+    replace_file(options.page, page);
+    if (options.common.format == "json") {
+        json document;
+        document["version"] = 1;
+        document["page"] = options.page;
+        document["bytes"] = page.size();
+        document["kernels"] = read.set.kernels.size();
+        document["mappings"] = read.set.mappings.size();
+        document["event"] = input.profile == nullptr ? json() : json(input.profile->event);
+        fmt::print("{}", json_text(document));
+    } else {
+        fmt::print("{}: {}, {}{}, {} KiB\n", printable(options.page),
+                   counted(read.set.kernels.size(), "kernel"), counted(read.set.mappings.size(), "mapping"),
+                   input.profile == nullptr ? "" : ", profile " + printable(input.profile->event),
+                   grouped((page.size() + 1023) / 1024));
+    }
+    return read.trouble || before.trouble ? in_trouble : nothing_found;
+}
+
+} // namespace
+
+void add_report(command_line& program, int& status)
+{
+    const auto options = std::make_shared<report_options>();
+    command_line command = program.add_command("report", "Make one page to look at, an HTML file");
+    command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump").required();
+    command.add_option("-o,--output", options->page, "The page: one file, to be opened from anywhere")
+        .type_name("FILE.html")
+        .required();
+    const command_option data =
+        command.add_option("--profile", options->perf_data, "What perf record wrote: where the time goes")
+            .type_name("PERF.DATA");
+    const command_option text = command
+                                    .add_option("--perf-script", options->perf_script,
+                                                "Or the text of perf script; - is standard input")
+                                    .type_name("FILE")
+                                    .excludes(data);
+    command.add_option("--event", options->event, "The event of the profile; the one of most samples without")
+        .type_name("E");
+    command.add_option("--against", options->against, "Dumps from before a change, to be compared with")
+        .type_name("OLD");
+    add_common_options(command, options->common, {"text", "json"});
+    command.footer("Exit status: 0 done, 2 error.");
+    command.run([options, text, data, &status] {
+        if (!options->event.empty() && !text.given() && !data.given())
+            refuse_option("--event", "there is no profile");
+        status = report(*options);
+    });
+}
+
+} // namespace vorna::workbench

@@ -1,0 +1,112 @@
+#include "workbench/cli/command.hpp"
+
+#include "workbench/input/dumps.hpp"
+#include "workbench/text/output.hpp"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fmt/format.h>
+#include <stdexcept>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace vorna::workbench {
+
+void add_common_options(command_line& command, common_options& options,
+                        const std::vector<std::string>& formats)
+{
+    options.format = formats.front();
+    command.add_option("--format", options.format, "How results are printed; " + formats.front() + " without")
+        .one_of(formats);
+    command.add_option("--color", options.color, "When in colour; auto, on a terminal, without")
+        .one_of({"always", "never", "auto"});
+    command.add_flag("--verbose", options.verbose, "Name the files that are passed over");
+}
+
+bool use_colour(const common_options& options)
+{
+    if (options.color != "auto")
+        return options.color == "always";
+    const char* const no_color = std::getenv("NO_COLOR");
+    const char* const terminal = std::getenv("TERM");
+    const bool plain = terminal == nullptr || *terminal == '\0' || std::string_view(terminal) == "dumb";
+    return (no_color == nullptr || *no_color == '\0') && !plain && isatty(STDOUT_FILENO) != 0;
+}
+
+void report_trouble(const std::string& text)
+{
+    const std::string line = fmt::format("vorna-kernels: {}\n", printable(text));
+    std::fwrite(line.data(), 1, line.size(), stderr); // where it fails there is nobody to tell
+}
+
+read_result read_set(const std::vector<std::string>& paths, const common_options& options)
+{
+    using clock = std::chrono::steady_clock;
+    const bool terminal = isatty(STDERR_FILENO) != 0;
+    const clock::time_point start = clock::now();
+    clock::time_point last = start;
+    bool shown = false;
+    const auto progress = [&](std::size_t done, std::size_t all) {
+        const clock::time_point now = clock::now();
+        if (now - start < std::chrono::seconds(1) || now - last < std::chrono::milliseconds(100))
+            return;
+        last = now;
+        shown = true;
+        fmt::print(stderr, "\r{} of {} files\x1b[K", done, all);
+    };
+    dump_reading reading = read_dumps(paths, terminal ? reading_progress(progress) : reading_progress());
+    if (shown)
+        fmt::print(stderr, "\r\x1b[K");
+    for (const std::string& trouble : reading.troubles)
+        report_trouble(trouble);
+    if (options.verbose) {
+        for (const std::string& file : reading.passed_over)
+            report_trouble("passed over: " + file);
+    }
+    return {std::move(reading.set), !reading.troubles.empty()};
+}
+
+bool require_kernels(const read_result& read, const std::string& path)
+{
+    if (read.set.kernels.empty() && !read.trouble)
+        report_trouble(path + ": no dumps in it");
+    return !read.set.kernels.empty();
+}
+
+void refuse_dump(const kernel_set& set, const std::string& file)
+{
+    struct stat of_file;
+    if (stat(file.c_str(), &of_file) != 0)
+        return;
+    for (const placed_kernel& kernel : set.kernels) {
+        struct stat of_dump;
+        if (stat(kernel.file.c_str(), &of_dump) == 0 && of_dump.st_dev == of_file.st_dev &&
+            of_dump.st_ino == of_file.st_ino)
+            throw std::runtime_error(file + ": is one of the dumps");
+    }
+}
+
+std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const std::vector<std::string>& names,
+                                                 bool& trouble)
+{
+    std::vector<const placed_kernel*> selected;
+    if (names.empty()) {
+        for (const placed_kernel& kernel : set.kernels)
+            selected.push_back(&kernel);
+    }
+    for (const std::string& name : names) {
+        if (const placed_kernel* const kernel = find_kernel(set, name)) {
+            selected.push_back(kernel);
+            continue;
+        }
+        const std::string nearest = nearest_name(set, name);
+        report_trouble(fmt::format("no kernel {} in the dumps{}", name,
+                                   nearest.empty() ? "" : "; the nearest name is " + nearest));
+        trouble = true;
+    }
+    return selected;
+}
+
+} // namespace vorna::workbench

@@ -1,0 +1,418 @@
+#include "workbench/input/abort_log.hpp"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <elf.h>
+
+namespace vorna::workbench {
+
+namespace {
+
+constexpr std::size_t most_reports = 100;
+constexpr std::size_t longest_line = std::size_t{128} << 10;
+constexpr std::size_t most_listing_bytes = std::size_t{128} << 20;
+
+constexpr std::string_view message_begin = "resolving R_AARCH64_";
+constexpr std::string_view source_file = "kernel_printer";
+
+constexpr std::string_view emit_signature =
+    "void emit_single(vorna::wfta::kernel_registry_map&, const string&, uint8_t*, size_t, const uint8_t*, size_t, const std::vector<tessjit::reloc_info>&)";
+constexpr std::string_view resolve_signature =
+    "void resolve_relocation(const string&, uint8_t*, const uint8_t*, const tessjit::reloc_info&, vorna::wfta::kernel_registry_map&)";
+constexpr std::string_view listing_signature = "void debug_dump_kernels_and_fail(const kernel_registry_map&)";
+
+struct assertion {
+    std::string_view id;
+    std::string_view function;
+    std::string_view expression;
+};
+
+constexpr assertion assertions[] = {
+    {"duplicate-name", emit_signature,
+     "kernel_registry.emplace(fn_name, vorna::wfta::kernel_registry_entry{ text_ptr, text_len, data_ptr, data_len }).second"},
+    {"unknown-target", resolve_signature, "it != kernel_registry.end()"},
+    {"foreign-data", resolve_signature, "reloc.name.substr(8) == fn_name"},
+    {"null-target", resolve_signature, "target_addr"},
+    {"unhandled-type", resolve_signature, "false && \"unhandled reloc type\""},
+    {"", listing_signature, "false"},
+};
+
+// glibc's "program: file:line: function: Assertion `expression' failed.", whose words a locale translates, or
+// musl's "Assertion failed: expression (file: function: line)".
+bool is_assertion(std::string_view line, const assertion& wanted)
+{
+    constexpr auto npos = std::string_view::npos;
+    const std::size_t function = line.rfind(wanted.function);
+    if (function == npos)
+        return false;
+    const std::string_view behind = line.substr(function + wanted.function.size());
+    if (behind.substr(0, 2) != ": ")
+        return false;
+    constexpr std::string_view musl = "Assertion failed: ";
+    const std::size_t words = line.rfind(musl, function);
+    if (words != npos) {
+        const std::string_view expression = line.substr(words + musl.size());
+        return expression.substr(0, wanted.expression.size()) == wanted.expression &&
+               expression.substr(wanted.expression.size(), 2) == " (";
+    }
+    // Quoted in every locale, so that "false" is not the beginning of another expression.
+    const std::size_t expression = behind.find(wanted.expression);
+    return expression != npos && expression >= 3 && behind[expression - 1] != ' ' &&
+           expression + wanted.expression.size() < behind.size() &&
+           behind[expression + wanted.expression.size()] != ' ';
+}
+
+// Takes parts of a text from its front.
+class scanner {
+public:
+    explicit scanner(std::string_view text) : text_(text) {}
+
+    bool skip(std::string_view words)
+    {
+        if (text_.substr(0, words.size()) != words)
+            return false;
+        text_.remove_prefix(words.size());
+        return true;
+    }
+
+    // Up to and with the words.
+    bool skip_to(std::string_view words)
+    {
+        const std::size_t at = text_.find(words);
+        if (at == std::string_view::npos)
+            return false;
+        text_.remove_prefix(at + words.size());
+        return true;
+    }
+
+    template <typename Number>
+    bool take_hex(Number& number)
+    {
+        const auto [end, error] = std::from_chars(text_.data(), text_.data() + text_.size(), number, 16);
+        if (error != std::errc{})
+            return false;
+        text_.remove_prefix(static_cast<std::size_t>(end - text_.data()));
+        return true;
+    }
+
+    // printf's "%p": "0x" is missing in front of a null pointer in some C libraries.
+    bool take_pointer(std::uint64_t& number)
+    {
+        number = 0;
+        if (skip("(nil)"))
+            return true;
+        skip("0x");
+        return take_hex(number);
+    }
+
+    [[nodiscard]] bool at_end() const { return text_.empty(); }
+
+private:
+    std::string_view text_;
+};
+
+const wfta::relocation_kind* take_kind(scanner& text)
+{
+    for (const int type :
+         {R_AARCH64_ADR_PREL_LO21, R_AARCH64_ADR_PREL_PG_HI21, R_AARCH64_ADD_ABS_LO12_NC, R_AARCH64_CALL26}) {
+        const wfta::relocation_kind* const kind = wfta::find_relocation_kind(type);
+        if (text.skip(kind->name) && text.skip(" reloc but "))
+            return kind;
+    }
+    return nullptr;
+}
+
+bool parse_message(std::string_view words, abort_report& report)
+{
+    scanner text(words);
+    text.skip("resolving ");
+    const wfta::relocation_kind* const kind = take_kind(text);
+    if (kind == nullptr)
+        return false;
+    if (text.skip("dst address ")) {
+        filled_message filled{kind, 0, 0};
+        if (!text.take_pointer(filled.place) || !text.skip(" was already filled, got 0x") ||
+            !text.take_hex(filled.word))
+            return false;
+        report.id = "field-filled";
+        report.filled = filled;
+        return true;
+    }
+    range_message range{kind, 0, 0, 0};
+    if (!kind->relative || !text.skip("smod does not fit in ") || !text.skip_to(", got 0x") ||
+        !text.take_hex(range.target) || !text.skip(" - 0x") || !text.take_hex(range.place) ||
+        !text.skip(" = 0x") || !text.take_hex(range.value) || range.value != range.target - range.place)
+        return false;
+    report.id = "range";
+    report.range = range;
+    return true;
+}
+
+// The last word of a text and the blank in front of it.
+bool take_last_word(std::string_view& text, std::string_view& word)
+{
+    const std::size_t blank = text.rfind(' ');
+    if (blank == std::string_view::npos)
+        return false;
+    word = text.substr(blank + 1);
+    text.remove_suffix(text.size() - blank);
+    return true;
+}
+
+// A line of the listing, from the right, since the name may hold anything: `line` becomes what stands in
+// front of the addresses.
+bool parse_registered_kernel(std::string_view& line, registered_kernel& kernel)
+{
+    const auto take = [&line](std::uint64_t& number, bool pointer) {
+        std::string_view word;
+        if (!take_last_word(line, word))
+            return false;
+        scanner text(word);
+        return (pointer ? text.take_pointer(number) : text.skip("0x") && text.take_hex(number)) &&
+               text.at_end();
+    };
+    if (!take(kernel.data_length, false) || !take(kernel.data_address, true) ||
+        !take(kernel.text_length, false) || !take(kernel.text_address, true))
+        return false;
+    constexpr std::string_view separator = " \t";
+    if (line.size() < separator.size() || line.substr(line.size() - separator.size()) != separator)
+        return false;
+    line.remove_suffix(separator.size());
+    return true;
+}
+
+// What a line of a log may end with besides its newline: CR, and sequences that set a terminal's colour or
+// clear the rest of its line.
+void remove_line_end(std::string_view& line)
+{
+    while (!line.empty()) {
+        if (line.back() == '\r') {
+            line.remove_suffix(1);
+            continue;
+        }
+        if (line.back() != 'm' && line.back() != 'K')
+            return;
+        const std::size_t escape = line.rfind("\x1b[");
+        if (escape == std::string_view::npos ||
+            line.find_first_not_of("0123456789;", escape + 2) != line.size() - 1)
+            return;
+        line.remove_suffix(line.size() - escape);
+    }
+}
+
+bool contains(std::string_view text, std::string_view words)
+{
+    return memmem(text.data(), text.size(), words.data(), words.size()) != nullptr;
+}
+
+bool starts_with(std::string_view text, std::string_view prefix)
+{
+    return text.substr(0, prefix.size()) == prefix;
+}
+
+class log_reader {
+public:
+    void add(std::string_view bytes)
+    {
+        take_lines(bytes, 1); // the first may have begun in the piece before
+        if (!open_ && !contains(bytes, message_begin) && !contains(bytes, source_file)) {
+            const std::size_t noise = bytes.rfind('\n') + 1;
+            line_ += static_cast<std::size_t>(
+                std::count(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(noise), '\n'));
+            bytes.remove_prefix(noise);
+        }
+        take_lines(bytes, bytes.size());
+        keep(bytes);
+    }
+
+    abort_log finish()
+    {
+        if (!partial_.empty())
+            end_line({});
+        return std::move(log_);
+    }
+
+private:
+    static constexpr std::string_view indent = "  ";
+
+    // Takes so many lines at most from the front, as far as they end there.
+    void take_lines(std::string_view& bytes, std::size_t most)
+    {
+        for (std::size_t lines = 0; lines < most && !bytes.empty(); ++lines) {
+            const void* const newline = std::memchr(bytes.data(), '\n', bytes.size());
+            if (newline == nullptr)
+                return;
+            const auto length = static_cast<std::size_t>(static_cast<const char*>(newline) - bytes.data());
+            end_line(bytes.substr(0, length));
+            bytes.remove_prefix(length + 1);
+        }
+    }
+
+    // The beginning of a line whose end is still to come.
+    void keep(std::string_view bytes)
+    {
+        if (bytes.size() > longest_line)
+            bytes.remove_prefix(bytes.size() - longest_line);
+        partial_ += bytes;
+        if (partial_.size() > 2 * longest_line)
+            partial_.erase(0, partial_.size() - longest_line);
+    }
+
+    void end_line(std::string_view rest)
+    {
+        ++line_;
+        if (partial_.empty() && !open_ && rest.size() < message_begin.size())
+            return;
+        if (partial_.empty()) {
+            take_line(rest);
+            return;
+        }
+        keep(rest);
+        const std::string whole = std::move(partial_);
+        partial_.clear();
+        take_line(whole);
+    }
+
+    void take_line(std::string_view line)
+    {
+        if (line.size() > longest_line)
+            line.remove_prefix(line.size() - longest_line);
+        remove_line_end(line);
+        if (contains(line, message_begin) && take_message(line))
+            return;
+        if (contains(line, source_file) && take_assertion(line))
+            return;
+        if (open_)
+            take_registry_line(line);
+    }
+
+    bool take_message(std::string_view line)
+    {
+        const std::size_t at = line.rfind(message_begin);
+        abort_report report;
+        if (!parse_message(line.substr(at), report))
+            return false;
+        if (log_.reports.size() == most_reports) {
+            ++log_.more_reports;
+            open_ = false;
+            return true;
+        }
+        // A message behind an assertion is another process's.
+        if (!open_ || assertions_ != 0) {
+            log_.listings.emplace_back();
+            messages_ = 0;
+            assertions_ = 0;
+        }
+        open_ = true;
+        ++messages_;
+        prefix_ = line.substr(0, at);
+        name_begin_.clear();
+        report.listing = log_.listings.size() - 1;
+        report.listing_begin = log_.listings.back().kernels.size();
+        add_report(std::move(report));
+        return true;
+    }
+
+    bool take_assertion(std::string_view line)
+    {
+        for (const assertion& wanted : assertions) {
+            if (!is_assertion(line, wanted))
+                continue;
+            if (wanted.id.empty() && open_) {
+                log_.listings.back().complete = listing_bytes_ <= most_listing_bytes;
+                open_ = ++assertions_ < messages_;
+                return true;
+            }
+            if (wanted.id.empty() && log_.reports.size() == most_reports)
+                return true; // that of a message passed over
+            abort_report report;
+            report.id = wanted.id;
+            add_report(std::move(report));
+            return true;
+        }
+        return false;
+    }
+
+    void add_report(abort_report report)
+    {
+        if (log_.reports.size() == most_reports) {
+            ++log_.more_reports;
+            return;
+        }
+        report.line = line_;
+        log_.reports.push_back(std::move(report));
+    }
+
+    // The line without what the message had in front of it: the same words, or, as a time or a number has
+    // them, others that end with the same character, best if they are as long.
+    [[nodiscard]] std::string_view without_prefix(std::string_view line) const
+    {
+        if (starts_with(line, prefix_))
+            return line.substr(prefix_.size());
+        const std::string end_of_prefix = prefix_.back() + std::string(indent);
+        const std::size_t last = prefix_.size() - 1;
+        if (line.size() > last && starts_with(line.substr(last), end_of_prefix))
+            return line.substr(prefix_.size());
+        const std::size_t at = line.find(end_of_prefix);
+        return at == std::string_view::npos || starts_with(line, indent) ? line : line.substr(at + 1);
+    }
+
+    void take_registry_line(std::string_view line)
+    {
+        line = without_prefix(line);
+        const bool begins = starts_with(line, indent);
+        if (begins) {
+            line.remove_prefix(indent.size());
+            name_begin_.clear();
+        }
+        const std::string_view whole = line;
+        registered_kernel kernel;
+        if (!parse_registered_kernel(line, kernel)) {
+            // Perhaps the beginning of a name with a newline in it, or more of it.
+            if (begins || !name_begin_.empty()) {
+                name_begin_ += whole;
+                name_begin_ += '\n';
+            }
+            if (name_begin_.size() > longest_line)
+                name_begin_.clear();
+            return;
+        }
+        kernel.name = std::move(name_begin_);
+        kernel.name += line;
+        name_begin_.clear();
+        listing_bytes_ += sizeof kernel + kernel.name.size();
+        if (listing_bytes_ <= most_listing_bytes)
+            log_.listings.back().kernels.push_back(std::move(kernel));
+    }
+
+    abort_log log_;
+    std::size_t line_ = 0;
+    std::string partial_;
+    bool open_ = false; // a message's listing may follow
+    std::size_t messages_ = 0;
+    std::size_t assertions_ = 0;
+    std::size_t listing_bytes_ = 0;
+    std::string prefix_;
+    std::string name_begin_; // the lines of a name so far, each with its newline
+};
+
+} // namespace
+
+abort_log read_abort_reports(const std::function<std::size_t(char*, std::size_t)>& read)
+{
+    log_reader reader;
+    std::vector<char> buffer(std::size_t{1} << 18);
+    while (const std::size_t count = read(buffer.data(), buffer.size()))
+        reader.add({buffer.data(), count});
+    return reader.finish();
+}
+
+abort_log read_abort_reports(std::string_view log)
+{
+    log_reader reader;
+    reader.add(log);
+    return reader.finish();
+}
+
+} // namespace vorna::workbench

@@ -1,0 +1,156 @@
+#include "workbench/kernels/kernel_set.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <numeric>
+#include <tuple>
+
+namespace vorna::workbench {
+
+static constexpr std::uint64_t page_size = 4096; // the smallest of an AArch64 system
+
+// A mapping's code all lies before its data, so the point between the two is part of each of its kernels,
+// taken from the first byte of code to the last of data, and of no other mapping's: a kernel whose code
+// begins behind data of the kernels before it is the first of the next mapping.
+static bool continues_mapping(const kernel_mapping& mapping, const placed_kernel& kernel)
+{
+    return kernel.text_address < mapping.data_begin ||
+           (kernel.text.empty() && kernel.text_address == mapping.data_begin);
+}
+
+kernel_set make_kernel_set(std::vector<placed_kernel> kernels)
+{
+    kernel_set set;
+    set.kernels = std::move(kernels);
+    // A kernel without code is where the one placed after it begins.
+    std::stable_sort(set.kernels.begin(), set.kernels.end(), [](const auto& a, const auto& b) {
+        return std::make_tuple(a.text_address, a.data_address, a.text.size()) <
+               std::make_tuple(b.text_address, b.data_address, b.text.size());
+    });
+    set.by_name.reserve(set.kernels.size());
+    for (std::size_t i = 0; i < set.kernels.size(); ++i) {
+        placed_kernel& kernel = set.kernels[i];
+        if (set.mappings.empty() || !continues_mapping(set.mappings.back(), kernel)) {
+            const std::uint64_t begin = kernel.text_address & ~(page_size - 1);
+            set.mappings.push_back({begin, kernel.data_address, begin});
+        }
+        kernel_mapping& mapping = set.mappings.back();
+        mapping.data_begin = std::min(mapping.data_begin, kernel.data_address);
+        if (!kernel.text.empty())
+            mapping.end = std::max(mapping.end, kernel.text_end());
+        if (!kernel.data.empty())
+            mapping.end = std::max(mapping.end, kernel.data_end());
+        kernel.mapping = set.mappings.size() - 1;
+        set.by_name.emplace(kernel.name, i);
+    }
+    set.callers.resize(set.kernels.size());
+    for (std::size_t i = 0; i < set.kernels.size(); ++i) {
+        for (const tessjit::reloc_info& relocation : set.kernels[i].relocs) {
+            const auto callee =
+                names_data(relocation.name) ? set.by_name.end() : set.by_name.find(relocation.name);
+            if (callee == set.by_name.end())
+                continue;
+            std::vector<std::size_t>& callers = set.callers[callee->second];
+            if (callers.empty() || callers.back() != i)
+                callers.push_back(i);
+        }
+    }
+    return set;
+}
+
+std::optional<kernel_pair> find_overlap(const kernel_set& set)
+{
+    struct block {
+        std::uint64_t begin;
+        std::uint64_t end;
+        std::size_t kernel;
+    };
+    std::vector<block> blocks;
+    for (std::size_t i = 0; i < set.kernels.size(); ++i) {
+        const placed_kernel& kernel = set.kernels[i];
+        if (!kernel.text.empty())
+            blocks.push_back({kernel.text_address, kernel.text_end(), i});
+        if (!kernel.data.empty())
+            blocks.push_back({kernel.data_address, kernel.data_end(), i});
+    }
+    std::sort(blocks.begin(), blocks.end(), [](const block& a, const block& b) { return a.begin < b.begin; });
+    for (std::size_t i = 1; i < blocks.size(); ++i) {
+        if (blocks[i].begin < blocks[i - 1].end)
+            return kernel_pair{blocks[i - 1].kernel, blocks[i].kernel};
+    }
+    return std::nullopt;
+}
+
+const placed_kernel* find_kernel(const kernel_set& set, const std::string& name)
+{
+    const auto found = set.by_name.find(name);
+    return found == set.by_name.end() ? nullptr : &set.kernels[found->second];
+}
+
+const placed_kernel* find_kernel_by_text(const kernel_set& set, std::uint64_t address)
+{
+    const auto behind = std::upper_bound(
+        set.kernels.begin(), set.kernels.end(), address,
+        [](std::uint64_t a, const placed_kernel& kernel) { return a < kernel.text_address; });
+    if (behind == set.kernels.begin() || address >= behind[-1].text_end())
+        return nullptr;
+    return &behind[-1];
+}
+
+const placed_kernel* find_kernel_by_data(const kernel_set& set, std::uint64_t address)
+{
+    for (const placed_kernel& kernel : set.kernels) {
+        if (address >= kernel.data_address && address < kernel.data_end())
+            return &kernel;
+    }
+    return nullptr;
+}
+
+static std::size_t edit_distance(std::string_view a, std::string_view b)
+{
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        std::size_t diagonal = row[0]++;
+        for (std::size_t j = 0; j < b.size(); ++j) {
+            const std::size_t replaced = diagonal + (a[i] == b[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
+        }
+    }
+    return row[b.size()];
+}
+
+std::string nearest_name(const kernel_set& set, std::string_view name)
+{
+    const placed_kernel* nearest = nullptr;
+    std::size_t least = 0;
+    for (const placed_kernel& kernel : set.kernels) {
+        const std::size_t distance =
+            edit_distance(name.substr(0, 256), std::string_view(kernel.name).substr(0, 256));
+        if (nearest == nullptr || distance < least) {
+            nearest = &kernel;
+            least = distance;
+        }
+    }
+    return nearest == nullptr ? "" : nearest->name;
+}
+
+bool lies_within(const std::vector<std::uint8_t>& text, std::int64_t offset)
+{
+    return offset >= 0 && text.size() >= 4 && static_cast<std::uint64_t>(offset) <= text.size() - 4;
+}
+
+std::uint32_t word_at(const std::vector<std::uint8_t>& text, std::size_t offset)
+{
+    std::uint32_t word = 0;
+    std::memcpy(&word, text.data() + offset, sizeof word);
+    return word;
+}
+
+bool names_data(std::string_view target)
+{
+    return target.substr(0, data_prefix.size()) == data_prefix;
+}
+
+} // namespace vorna::workbench

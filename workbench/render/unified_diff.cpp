@@ -1,0 +1,203 @@
+#include "workbench/render/unified_diff.hpp"
+
+#include "workbench/analysis/alignment.hpp"
+#include "workbench/text/output.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <fmt/format.h>
+#include <map>
+
+namespace vorna::workbench {
+
+namespace {
+
+constexpr std::size_t context = 3;
+constexpr std::size_t most_constants = 24; // lines that differ
+
+// The lines of one side, and where each begins in what they show.
+struct side {
+    std::vector<std::string> lines;
+    std::vector<std::size_t> offsets;
+    std::vector<std::string> comments; // of code
+    std::size_t size;
+    int digits;
+    std::string section; // of the offsets; empty for code
+
+    [[nodiscard]] std::string offset(const std::optional<std::size_t>& line) const
+    {
+        return fmt::format("{}+{:0{}x}", section, line ? offsets[*line] : size, digits);
+    }
+};
+
+side code_side(const placed_kernel& kernel, disassembler& disassembler)
+{
+    side result{{}, {}, {}, kernel.text.size(), offset_digits(kernel), ""};
+    for (const listing_row& row : list_without_addresses(kernel, disassembler).rows) {
+        result.lines.push_back(row_text(row, result.digits));
+        result.offsets.push_back(row.offset);
+        result.comments.push_back(row.comment);
+    }
+    return result;
+}
+
+// A constant as the double that it may be, or as two integers.
+std::string constant_text(std::uint64_t bits)
+{
+    double value = 0;
+    std::memcpy(&value, &bits, sizeof value);
+    const double magnitude = std::fabs(value);
+    if (value == 0 || (magnitude > 1e-30 && magnitude < 1e30))
+        return fmt::format("{}", value);
+    return fmt::format("{{{}, {}}}", bits & 0xffffffff, bits >> 32);
+}
+
+std::vector<std::vector<std::uint8_t>> constants_of(const placed_kernel& kernel)
+{
+    std::vector<std::vector<std::uint8_t>> constants;
+    for (std::size_t offset = 0; offset < kernel.data.size(); offset += 8) {
+        const auto begin = kernel.data.begin() + static_cast<std::ptrdiff_t>(offset);
+        constants.emplace_back(begin, begin + std::min<std::ptrdiff_t>(8, kernel.data.end() - begin));
+    }
+    return constants;
+}
+
+side data_side(const placed_kernel& kernel, const std::vector<std::vector<std::uint8_t>>& constants)
+{
+    const std::size_t last = kernel.data.empty() ? 0 : kernel.data.size() - 1;
+    side result{{},
+                {},
+                {},
+                kernel.data.size(),
+                std::max(2, static_cast<int>(fmt::formatted_size("{:x}", last))),
+                ".rodata"};
+    for (const std::vector<std::uint8_t>& bytes : constants) {
+        const std::size_t offset = 8 * result.lines.size();
+        std::uint64_t bits = 0;
+        std::memcpy(&bits, bytes.data(), bytes.size());
+        result.offsets.push_back(offset);
+        result.lines.push_back(
+            fmt::format(".rodata+{:0{}x}  {:0{}x}", offset, result.digits, bits, 2 * bytes.size()));
+        if (bytes.size() == 8)
+            result.lines.back() += "  " + constant_text(bits);
+    }
+    return result;
+}
+
+// Constants of equal blocks are compared place by place; if the length changed, it is told what came and
+// went.
+row_alignment align_constants(const std::vector<std::vector<std::uint8_t>>& before,
+                              const std::vector<std::vector<std::uint8_t>>& after)
+{
+    row_alignment alignment;
+    if (before.size() == after.size()) {
+        for (std::size_t i = 0; i < before.size(); ++i)
+            alignment.rows.push_back({i, i, before[i] == after[i]});
+        return alignment;
+    }
+    std::map<std::vector<std::uint8_t>, std::uint32_t> numbers;
+    const auto number = [&](const std::vector<std::vector<std::uint8_t>>& constants) {
+        std::vector<std::uint32_t> sequence;
+        sequence.reserve(constants.size());
+        for (const std::vector<std::uint8_t>& bytes : constants)
+            sequence.push_back(
+                numbers.emplace(bytes, static_cast<std::uint32_t>(numbers.size())).first->second);
+        return sequence;
+    };
+    const std::vector<std::uint32_t> old_numbers = number(before);
+    return pair_rows(find_common_sequence(old_numbers, number(after)), before.size(), after.size());
+}
+
+// Appends the hunks: runs of rows that are not the same, with up to three that are around them.
+void append_hunks(std::vector<std::string>& lines, const row_alignment& alignment, const side& before,
+                  const side& after, std::size_t most_changes)
+{
+    const std::vector<row_pair>& rows = alignment.rows;
+    std::size_t changes = 0;
+    std::size_t left_out = 0;
+    for (std::size_t i = 0; i < rows.size();) {
+        if (rows[i].same) {
+            ++i;
+            continue;
+        }
+        const std::size_t begin = i - std::min(i, context);
+        std::size_t last = i; // change of this hunk
+        for (std::size_t k = i; k < rows.size() && k <= last + 2 * context; ++k) {
+            if (!rows[k].same)
+                last = k;
+        }
+        const std::size_t end = std::min(rows.size(), last + 1 + context);
+        i = end;
+        if (changes >= most_changes) {
+            left_out +=
+                static_cast<std::size_t>(std::count_if(rows.begin() + static_cast<std::ptrdiff_t>(begin),
+                                                       rows.begin() + static_cast<std::ptrdiff_t>(end),
+                                                       [](const row_pair& row) { return !row.same; }));
+            continue;
+        }
+        const auto first_of = [&](auto member) {
+            for (std::size_t k = begin; k < rows.size(); ++k) {
+                if (rows[k].*member)
+                    return rows[k].*member;
+            }
+            return std::optional<std::size_t>();
+        };
+        lines.push_back(fmt::format("@@ {} {} @@", before.offset(first_of(&row_pair::before)),
+                                    after.offset(first_of(&row_pair::after))));
+        for (std::size_t k = begin; k < end;) {
+            if (rows[k].same) {
+                lines.push_back("  " + after.lines[*rows[k++].after]);
+                continue;
+            }
+            // All that went, then all that came.
+            std::size_t run = k;
+            while (run < end && !rows[run].same)
+                ++run;
+            const std::size_t shown = k + std::min(run - k, most_changes - std::min(most_changes, changes));
+            for (std::size_t r = k; r < shown; ++r) {
+                if (rows[r].before)
+                    lines.push_back("- " + before.lines[*rows[r].before]);
+            }
+            for (std::size_t r = k; r < shown; ++r) {
+                if (rows[r].after)
+                    lines.push_back("+ " + after.lines[*rows[r].after]);
+            }
+            changes += run - k;
+            left_out += run - shown;
+            k = run;
+        }
+    }
+    if (left_out != 0)
+        lines.push_back(fmt::format("@@ {} more lines that differ @@", left_out));
+    if (!alignment.complete) {
+        lines.emplace_back(
+            "@@ too long to be compared line by line: what is between the equal beginnings and "
+            "ends is shown as replaced @@");
+    }
+}
+
+} // namespace
+
+std::vector<std::string> unified_diff(const placed_kernel& before, const placed_kernel& after,
+                                      disassembler& disassembler)
+{
+    std::vector<std::string> lines;
+    lines.push_back(fmt::format("--- {} (before)", printable(before.name)));
+    lines.push_back(fmt::format("+++ {} (after)", printable(after.name)));
+    const side old_code = code_side(before, disassembler);
+    const side new_code = code_side(after, disassembler);
+    row_alignment alignment = align_rows(before, after);
+    for (row_pair& row : alignment.rows) // a load that gets something else, or from elsewhere
+        row.same = row.same && old_code.comments[*row.before] == new_code.comments[*row.after];
+    append_hunks(lines, alignment, old_code, new_code, ~std::size_t{0});
+    if (before.data != after.data) {
+        const auto old_constants = constants_of(before);
+        const auto new_constants = constants_of(after);
+        append_hunks(lines, align_constants(old_constants, new_constants), data_side(before, old_constants),
+                     data_side(after, new_constants), most_constants);
+    }
+    return lines;
+}
+
+} // namespace vorna::workbench
