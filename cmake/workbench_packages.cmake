@@ -1,6 +1,38 @@
 # Finds what the workbench is built with. Sets VORNA_WFTA_WORKBENCH to OFF, with one line that says why, where
 # something is missing.
 
+include(CheckCXXSourceCompiles)
+
+# C++20 by what the workbench uses of it. A compiler may know the option, and lack the library.
+if("cxx_std_20" IN_LIST CMAKE_CXX_COMPILE_FEATURES)
+  set(project_standard ${CMAKE_CXX_STANDARD})
+  if(CMAKE_CXX_STANDARD LESS 20)
+    set(CMAKE_CXX_STANDARD 20)
+  endif()
+  check_cxx_source_compiles("
+#include <bit>
+#include <span>
+#include <string_view>
+#include <vector>
+struct field {
+    unsigned first, width;
+    bool operator==(const field&) const = default;
+};
+int main()
+{
+    std::vector<unsigned> words = {std::bit_cast<unsigned>(1.0f)};
+    std::erase_if(words, [](unsigned word) { return word == 0; });
+    return std::span(words).size() == 1 && field{1, 2} == field{1, 2} && std::string_view(\"v0.4s\").starts_with('v') ? 0 : 1;
+}" VORNA_WFTA_CXX20)
+  set(CMAKE_CXX_STANDARD ${project_standard})
+endif()
+if(NOT VORNA_WFTA_CXX20)
+  message(STATUS "The workbench is left out, since this compiler and its library lack C++20: \
+${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION} (VORNA_WFTA_WORKBENCH)")
+  set(VORNA_WFTA_WORKBENCH OFF)
+  return()
+endif()
+
 set(missing "")
 find_package(PkgConfig QUIET)
 if(PkgConfig_FOUND)
@@ -56,7 +88,6 @@ separate_arguments(llvm_system_libraries)
 list(FILTER llvm_system_libraries EXCLUDE REGEX "z3|xml2|edit|ffi")
 
 # What is there need not link: it is built with one C++ library, and some of it is shared only.
-include(CheckCXXSourceCompiles)
 set(CMAKE_REQUIRED_INCLUDES ${llvm_include})
 set(CMAKE_REQUIRED_LIBRARIES ${llvm_libraries} ${llvm_system_libraries} fmt::fmt PkgConfig::libelf PkgConfig::libxxhash)
 check_cxx_source_compiles("

@@ -75,3 +75,16 @@ PKG_CONFIG_LIBDIR=$(pkg_config_without vixl) \
     expect_refusal "The example host needs libvixl-dev: install it, or VORNA_WFTA_EXAMPLES=OFF"
 PKG_CONFIG_LIBDIR=$(pkg_config_without fftw3) \
     expect_refusal "The example host needs libfftw3-dev: install it, or VORNA_WFTA_EXAMPLES=OFF"
+
+# A compiler without C++20 builds all but the workbench, and a line says so.
+cat >"$work/c++17" <<'EOF2'
+#!/bin/sh
+case " $* " in *" -std=c++2"* | *" -std=gnu++2"*) exit 1 ;; esac
+exec c++ "$@"
+EOF2
+chmod +x "$work/c++17"
+configure "$root" -D CMAKE_CXX_COMPILER="$work/c++17" -D VORNA_WFTA_TESTS=OFF -D VORNA_WFTA_EXAMPLES=OFF ||
+    fail "without C++20: $(cat "$work/error")"
+grep -q '^-- The workbench is left out, since this compiler and its library lack C++20: .*[0-9] (VORNA_WFTA_WORKBENCH)$' \
+    "$work/output" || fail "without C++20: $(cat "$work/output")"
+! ninja -C "$work/build" -t targets all | grep -q '^vorna-kernels' || fail "without C++20: has a workbench"
