@@ -3,9 +3,10 @@
 
 mkdir "$work/check_kernels"
 cd "$work/check_kernels"
-heading='## Check a set before it is finalised'
-block docs/workbench.md "$heading" cpp >main.cpp
-block docs/workbench.md "$heading" text >expected
+guide=docs/workbench/check_kernels.md
+heading='# check_kernels: check a set before it is finalised'
+block $guide "$heading" cpp >main.cpp
+block $guide "$heading" text >expected
 
 # expect_findings PROGRAM
 expect_findings() {
@@ -19,7 +20,7 @@ expect_built() {
     mkdir "$1"
     {
         printf 'cmake_minimum_required(VERSION 3.22)\nproject(planner LANGUAGES CXX)\n%s\n' "$2"
-        block docs/workbench.md "$heading" cmake
+        block $guide "$heading" cmake
     } >"$1/CMakeLists.txt"
     cp main.cpp "$1"
     cmake -S "$1" -B "$1/build" "${@:3}"
@@ -31,5 +32,5 @@ expect_built installed 'find_package(vorna_wfta 0.1 CONFIG REQUIRED COMPONENTS w
 expect_built in_tree "add_subdirectory($work/vorna_wfta vorna_wfta)" -D CMAKE_UNITY_BUILD=ON
 
 export PKG_CONFIG_PATH="$HOME/vorna/lib/pkgconfig"
-eval "$(block docs/workbench.md "$heading" sh)"
+eval "$(block $guide "$heading" sh)"
 expect_findings "$PWD/planner"

@@ -14,7 +14,7 @@
 namespace vorna::workbench {
 
 /// How a kernel differs. The first that fits is a kernel's class; what each means exactly is in
-/// docs/workbench.md.
+/// docs/workbench/diff.md.
 enum class change_class {
     same,
     constants,  ///< only bytes of its data differ

@@ -38,7 +38,7 @@ std::string address_text(const kernel_set& set, std::uint64_t address);
 
 /// Something that keeps a set from being linked as the process had it.
 struct link_finding {
-    std::string id;             ///< from the table of findings in docs/workbench.md
+    std::string id;             ///< from the table in docs/workbench/findings.md
     std::size_t kernel = 0;     ///< index in the set
     std::size_t relocation = 0; ///< index in the kernel's relocations; their number if it is of none
     std::string message;

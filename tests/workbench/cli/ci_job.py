@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the steps of the CI job that docs/workbench.md shows, and scripts/baseline: ci_job.py WORKBENCH_MD VORNA_KERNELS
+"""Runs the steps of the CI job that docs/workbench/ci.md shows, and scripts/baseline: ci_job.py CI_MD VORNA_KERNELS
 WFTA_HOST
 
 In a directory that stands for the checkout of a repository whose build is done, as GitHub's runner does: each step's
@@ -27,8 +27,7 @@ BASELINE = "examples/wfta_host/kernels.baseline"
 
 def read_steps():
     with open(DOCUMENT, encoding="utf-8") as file:
-        section = file.read().split("\n## In CI\n")[1]
-    document = yaml.safe_load(re.search(r"```yaml\n(.*?)```", section, re.DOTALL)[1])
+        document = yaml.safe_load(re.search(r"```yaml\n(.*?)```", file.read(), re.DOTALL)[1])
     (job,) = document["jobs"].values()
     return job["steps"]
 
@@ -160,7 +159,7 @@ class CiJob(unittest.TestCase):
 class BaselineScript(unittest.TestCase):
     def run_script(self, host):
         checkout = Checkout(self, host)
-        shutil.copy(os.path.join(os.path.dirname(DOCUMENT), "../scripts/baseline"), checkout.file("scripts"))
+        shutil.copy(os.path.join(os.path.dirname(DOCUMENT), "../../scripts/baseline"), checkout.file("scripts"))
         result = subprocess.run([checkout.file("scripts/baseline")], cwd="/", env=checkout.environment, text=True,
                                 capture_output=True, check=False)
         return result.returncode, result.stdout, result.stderr

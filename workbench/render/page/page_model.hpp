@@ -1,4 +1,4 @@
-// What the page shows, as JSON. The scripts beside this file draw it; its members are in docs/workbench.md.
+// What the page shows, as JSON. The scripts beside this file draw it; its members are in docs/workbench/report.md.
 #pragma once
 
 #include "workbench/render/page/page.hpp"
