@@ -20,7 +20,7 @@ enum class finding_severity {
 
 /// Something that is wrong with a kernel, or that its generator should know.
 struct kernel_finding {
-    std::string id;                        ///< what kind of finding, from the table in docs/workbench/findings.md
+    std::string id;                        ///< kind of finding: docs/workbench/findings.md
     finding_severity severity;             ///< how serious it is
     bool aborts;                           ///< finalise_kernels would end the process here
     std::string kernel;                    ///< name of the kernel

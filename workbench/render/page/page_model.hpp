@@ -1,4 +1,5 @@
-// What the page shows, as JSON. The scripts beside this file draw it; its members are in docs/workbench/report.md.
+// What the page shows, as JSON. The scripts beside this file draw it; docs/workbench/report.md lists its
+// members.
 #pragma once
 
 #include "workbench/render/page/page.hpp"
