@@ -2,8 +2,8 @@
 // finalised, in a child, which goes from set to set until one ends it; another child goes on behind that one.
 
 #include "check/check_kernels.hpp"
+#include "tests/support/broken_sets.hpp"
 #include "tests/support/random_seed.hpp"
-#include "tests/support/random_sets.hpp"
 
 #include <algorithm>
 #include <cerrno>

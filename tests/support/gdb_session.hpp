@@ -1,4 +1,4 @@
-// gdb in a process whose kernels are placed: tests/debuggee.cpp.
+// gdb in a process whose kernels are placed: tests/wfta/debuggee.cpp.
 #pragma once
 
 #include "tests/support/files.hpp"

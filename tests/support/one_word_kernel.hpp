@@ -2,10 +2,10 @@
 // programs that link wfta_platform_spy.
 #pragma once
 
+#include "tests/support/abort_messages.hpp"
 #include "tests/support/child.hpp"
 #include "tests/support/kernels.hpp"
 #include "tests/support/platform_spy.hpp"
-#include "tests/support/reports.hpp"
 
 #include <cstdint>
 #include <string>

@@ -2,8 +2,8 @@
 
 #include "workbench/analysis/abort_explanation.hpp"
 #include "tests/support/a64.hpp"
+#include "tests/support/abort_messages.hpp"
 #include "tests/support/kernels.hpp"
-#include "tests/support/reports.hpp"
 
 #include <elf.h>
 #include <fmt/format.h>

@@ -4,11 +4,11 @@
 #include "jit/elf.hpp"
 #include "tests/support/a64.hpp"
 #include "tests/support/assemble.hpp"
+#include "tests/support/broken_sets.hpp"
 #include "tests/support/child.hpp"
 #include "tests/support/files.hpp"
 #include "tests/support/kernels.hpp"
 #include "tests/support/random_seed.hpp"
-#include "tests/support/random_sets.hpp"
 #include "tests/support/tool.hpp"
 #include "workbench/input/dumps.hpp"
 

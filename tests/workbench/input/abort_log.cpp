@@ -1,7 +1,7 @@
 // Reports of aborts are found among other lines.
 
 #include "workbench/input/abort_log.hpp"
-#include "tests/support/reports.hpp"
+#include "tests/support/abort_messages.hpp"
 
 #include <algorithm>
 #include <fmt/format.h>

@@ -6,10 +6,10 @@
 #include "tests/support/a64.hpp"
 #include "tests/support/binary_tools.hpp"
 #include "tests/support/child.hpp"
+#include "tests/support/far_reaching_sets.hpp"
 #include "tests/support/files.hpp"
 #include "tests/support/kernels.hpp"
 #include "tests/support/platform_spy.hpp"
-#include "tests/support/random_kernel_sets.hpp"
 #include "tests/support/random_seed.hpp"
 #include "tests/support/tool.hpp"
 #include "workbench/image/elf_image.hpp"
@@ -92,7 +92,7 @@ void compare_images(unsigned seed)
 
     constexpr std::size_t room = std::size_t{256} << 20;
     const address_range range(room);
-    random_kernel_sets sets(seed, number(range.begin()), number(range.begin()) + room);
+    far_reaching_sets sets(seed, number(range.begin()), number(range.begin()) + room);
     vorna::wfta::kernel_registry_map registry;
     registry["far"] = {address(sets.far_kernel), 0, nullptr, 0};
     std::vector<std::uint64_t> places;

@@ -19,9 +19,9 @@
 namespace support {
 
 /// Random sets of kernels, as large as the four kinds of relocation reach, and where each is to be placed.
-class random_kernel_sets {
+class far_reaching_sets {
 public:
-    random_kernel_sets(unsigned seed, std::uint64_t begin, std::uint64_t end)
+    far_reaching_sets(unsigned seed, std::uint64_t begin, std::uint64_t end)
         : random_(seed), next_mapping_(begin), end_(end)
     {
         // A kernel of the host's own, out of reach of all but ADRP and ADD.

@@ -2,11 +2,11 @@
 
 #include "fft/SRC/wfta/kernel_printer.hpp"
 #include "tests/support/a64.hpp"
+#include "tests/support/abort_messages.hpp"
 #include "tests/support/child.hpp"
 #include "tests/support/files.hpp"
 #include "tests/support/kernels.hpp"
 #include "tests/support/platform_spy.hpp"
-#include "tests/support/reports.hpp"
 
 #include <algorithm>
 #include <fcntl.h>

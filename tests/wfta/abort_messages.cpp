@@ -1,7 +1,7 @@
 // What ends the process, and the exact texts on stderr that it leaves behind. The tests elsewhere compare
-// with texts that support/reports.cpp composes; the ones here are written out.
+// with texts that support/abort_messages.cpp composes; the ones here are written out.
 
-#include "tests/support/reports.hpp"
+#include "tests/support/abort_messages.hpp"
 
 #include "fft/SRC/wfta/kernel_printer.hpp"
 #include "tests/support/a64.hpp"
@@ -58,7 +58,7 @@ void expect_report(const kernel_registry_map& registry, const std::vector<kernel
     "PROGRAM: fft/SRC/wfta/kernel_printer.cpp:LINE: void debug_dump_kernels_and_fail(const "                 \
     "kernel_registry_map&): Assertion `false' failed.\n"
 
-TEST(Reports, DuplicateName)
+TEST(AbortMessages, DuplicateName)
 {
     expect_report({}, {kernel("twice", {a64::ret()}), kernel("twice", {})},
                   EMIT_SINGLE
@@ -66,32 +66,32 @@ TEST(Reports, DuplicateName)
                   "text_len, data_ptr, data_len }).second' failed.\n");
 }
 
-TEST(Reports, DataOfAnotherKernel)
+TEST(AbortMessages, DataOfAnotherKernel)
 {
     expect_report({}, {kernel("k", {a64::adr(0)}, {{".rodata.other", 0, R_AARCH64_ADR_PREL_LO21, 0}})},
                   RESOLVE_RELOCATION "Assertion `reloc.name.substr(8) == fn_name' failed.\n");
 }
 
-TEST(Reports, UnknownTarget)
+TEST(AbortMessages, UnknownTarget)
 {
     expect_report({}, {kernel("k", {a64::bl()}, {{"unknown", 0, R_AARCH64_CALL26, 0}})},
                   RESOLVE_RELOCATION "Assertion `it != kernel_registry.end()' failed.\n");
 }
 
-TEST(Reports, NullTarget)
+TEST(AbortMessages, NullTarget)
 {
     expect_report({{"null", {nullptr, 0, nullptr, 0}}},
                   {kernel("k", {a64::bl()}, {{"null", 0, R_AARCH64_CALL26, 0}})},
                   RESOLVE_RELOCATION "Assertion `target_addr' failed.\n");
 }
 
-TEST(Reports, UnhandledType)
+TEST(AbortMessages, UnhandledType)
 {
     expect_report({}, {kernel("k", {a64::bl()}, {{"k", 0, R_AARCH64_JUMP26, 0}})},
                   RESOLVE_RELOCATION "Assertion `false && \"unhandled reloc type\"' failed.\n");
 }
 
-TEST(Reports, AdrWordFilled)
+TEST(AbortMessages, AdrWordFilled)
 {
     expect_report({}, {kernel("k", {a64::nop(), 0x70000000}, {{"k", 4, R_AARCH64_ADR_PREL_LO21, 0}})},
                   "resolving R_AARCH64_ADR_PREL_LO21 reloc but dst address BASE+4 was already filled, got "
@@ -99,7 +99,7 @@ TEST(Reports, AdrWordFilled)
                   "  k \t BASE 0x8 BASE+32 0x0\n" DUMP_AND_FAIL);
 }
 
-TEST(Reports, AdrpWordFilled)
+TEST(AbortMessages, AdrpWordFilled)
 {
     expect_report({}, {kernel("k", {0x90000020}, {{"k", 0, R_AARCH64_ADR_PREL_PG_HI21, 0}}, {1, 2, 3})},
                   "resolving R_AARCH64_ADR_PREL_PG_HI21 reloc but dst address BASE was already filled, got "
@@ -107,7 +107,7 @@ TEST(Reports, AdrpWordFilled)
                   "  k \t BASE 0x4 BASE+32 0x3\n" DUMP_AND_FAIL);
 }
 
-TEST(Reports, AddWordFilled)
+TEST(AbortMessages, AddWordFilled)
 {
     expect_report({}, {kernel("k", {0x91000400}, {{"k", 0, R_AARCH64_ADD_ABS_LO12_NC, 0}})},
                   "resolving R_AARCH64_ADD_ABS_LO12_NC reloc but dst address BASE was already filled, got "
@@ -115,14 +115,14 @@ TEST(Reports, AddWordFilled)
                   "  k \t BASE 0x4 BASE+32 0x0\n" DUMP_AND_FAIL);
 }
 
-TEST(Reports, CallWordFilled)
+TEST(AbortMessages, CallWordFilled)
 {
     expect_report({}, {kernel("k", {0x94000001}, {{"k", 0, R_AARCH64_CALL26, 0}})},
                   "resolving R_AARCH64_CALL26 reloc but dst address BASE was already filled, got 0x94000001\n"
                   "  k \t BASE 0x4 BASE+32 0x0\n" DUMP_AND_FAIL);
 }
 
-TEST(Reports, AdrOutOfRange)
+TEST(AbortMessages, AdrOutOfRange)
 {
     expect_report(
         {}, {kernel("k", {a64::nop(), a64::adr(0)}, {{"k", 4, R_AARCH64_ADR_PREL_LO21, 0x100004}})},
@@ -131,7 +131,7 @@ TEST(Reports, AdrOutOfRange)
         "  k \t BASE 0x8 BASE+32 0x0\n" DUMP_AND_FAIL);
 }
 
-TEST(Reports, AdrpOutOfRangeShowsPages)
+TEST(AbortMessages, AdrpOutOfRangeShowsPages)
 {
     address_range range(0x10000);
     kernel_registry_map registry = {{"host", {range.begin() + 0x100000234, 0x10, nullptr, 0}}};
@@ -150,7 +150,7 @@ TEST(Reports, AdrpOutOfRangeShowsPages)
         with_addresses(report, range.begin()));
 }
 
-TEST(Reports, CallOutOfRange)
+TEST(AbortMessages, CallOutOfRange)
 {
     expect_report(
         {}, {kernel("k", {a64::bl()}, {{"k", 0, R_AARCH64_CALL26, 0x8000000}})},
@@ -159,7 +159,7 @@ TEST(Reports, CallOutOfRange)
         "  k \t BASE 0x4 BASE+32 0x0\n" DUMP_AND_FAIL);
 }
 
-TEST(Reports, CallOfHalfAWordReadsAsOutOfRange)
+TEST(AbortMessages, CallOfHalfAWordReadsAsOutOfRange)
 {
     expect_report(
         {}, {kernel("k", {a64::bl()}, {{"k", 0, R_AARCH64_CALL26, 2}})},
@@ -167,7 +167,7 @@ TEST(Reports, CallOfHalfAWordReadsAsOutOfRange)
         "  k \t BASE 0x4 BASE+32 0x0\n" DUMP_AND_FAIL);
 }
 
-TEST(Reports, ANegativeDifferenceShowsItsTwosComplement)
+TEST(AbortMessages, ANegativeDifferenceShowsItsTwosComplement)
 {
     expect_report({}, {kernel("k", {a64::nop(), a64::nop(), a64::bl()}, {{"k", 8, R_AARCH64_CALL26, 1}})},
                   "resolving R_AARCH64_CALL26 reloc but smod does not fit in +/-128M, got BASE+1 - BASE+8 = "
@@ -175,7 +175,7 @@ TEST(Reports, ANegativeDifferenceShowsItsTwosComplement)
                   "  k \t BASE 0xc BASE+32 0x0\n" DUMP_AND_FAIL);
 }
 
-TEST(Reports, TheListingShowsEveryRegisteredKernelInNameOrder)
+TEST(AbortMessages, TheListingShowsEveryRegisteredKernelInNameOrder)
 {
     expect_report({{"host kernel", {address(0x1000), 0x20, address(0x2000), 0x30}},
                    {"", {nullptr, 0, nullptr, 0}},
@@ -191,7 +191,7 @@ TEST(Reports, TheListingShowsEveryRegisteredKernelInNameOrder)
                   "  z \t BASE 0x4 BASE+96 0x2\n" DUMP_AND_FAIL);
 }
 
-TEST(Reports, SuccessPrintsNothing)
+TEST(AbortMessages, SuccessPrintsNothing)
 {
     const child_result child = run_in_child([] {
         kernel_registry_map registry;

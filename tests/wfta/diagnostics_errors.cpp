@@ -122,7 +122,7 @@ std::size_t lines(const perf_map& map)
     return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
-TEST(Trouble, NoneIsTheBaseline)
+TEST(DiagnosticsErrors, NoneIsTheBaseline)
 {
     const temp_directory directory;
     with_all_on(directory.path(), both_announced, [](const perf_map& map) {
@@ -133,7 +133,7 @@ TEST(Trouble, NoneIsTheBaseline)
                 UnorderedElementsAre("callee", "callee.hash", "caller", "caller.hash"));
 }
 
-TEST(Trouble, DirectoryIsNotWritable)
+TEST(DiagnosticsErrors, DirectoryIsNotWritable)
 {
     const temp_directory directory;
     with_all_on(directory.path(), both_announced + both_announced, [](const perf_map& map) {
@@ -145,7 +145,7 @@ TEST(Trouble, DirectoryIsNotWritable)
     EXPECT_THAT(names_in(directory.path()), IsEmpty());
 }
 
-TEST(Trouble, DumpAloneSaysNothingWhenTheDirectoryIsNotWritable)
+TEST(DiagnosticsErrors, DumpAloneSaysNothingWhenTheDirectoryIsNotWritable)
 {
     const temp_directory directory;
     child_options options;
@@ -162,7 +162,7 @@ TEST(Trouble, DumpAloneSaysNothingWhenTheDirectoryIsNotWritable)
     EXPECT_THAT(names_in(directory.path()), IsEmpty());
 }
 
-TEST(Trouble, HashFileMayNotBeReadOrWritten)
+TEST(DiagnosticsErrors, HashFileMayNotBeReadOrWritten)
 {
     const temp_directory directory;
     const std::filesystem::path file = directory.path() / "callee.hash";
@@ -176,7 +176,7 @@ TEST(Trouble, HashFileMayNotBeReadOrWritten)
     EXPECT_EQ(std::filesystem::file_size(file), 15U);
 }
 
-TEST(Trouble, HashFileMayBeReadButNotWritten)
+TEST(DiagnosticsErrors, HashFileMayBeReadButNotWritten)
 {
     const temp_directory directory;
     const std::filesystem::path file = directory.path() / "callee.hash";
@@ -191,7 +191,7 @@ TEST(Trouble, HashFileMayBeReadButNotWritten)
     EXPECT_EQ(contents(file), "short");
 }
 
-TEST(Trouble, DirectoryIsRemoved)
+TEST(DiagnosticsErrors, DirectoryIsRemoved)
 {
     with_all_on({}, both_announced, [](const perf_map& map) {
         std::filesystem::remove(std::filesystem::current_path());
@@ -200,7 +200,7 @@ TEST(Trouble, DirectoryIsRemoved)
     });
 }
 
-TEST(Trouble, DeviceIsFull)
+TEST(DiagnosticsErrors, DeviceIsFull)
 {
     const temp_directory directory;
     for (const char* name : {"callee", "caller", "caller.hash"}) {
@@ -222,7 +222,7 @@ TEST(Trouble, DeviceIsFull)
     EXPECT_TRUE(std::filesystem::is_symlink(directory.path() / "callee"));
 }
 
-TEST(Trouble, NoDescriptorIsLeft)
+TEST(DiagnosticsErrors, NoDescriptorIsLeft)
 {
     const temp_directory directory;
     const std::string at_first =
@@ -243,7 +243,7 @@ TEST(Trouble, NoDescriptorIsLeft)
     });
 }
 
-TEST(Trouble, DirectoriesHaveTheNamesOfTheFiles)
+TEST(DiagnosticsErrors, DirectoriesHaveTheNamesOfTheFiles)
 {
     const temp_directory directory;
     for (const char* name : {"callee", "caller", "callee.hash", "caller.hash"}) {
@@ -261,7 +261,7 @@ TEST(Trouble, DirectoriesHaveTheNamesOfTheFiles)
                 });
 }
 
-TEST(Trouble, NameLeadsIntoADirectoryThatDoesNotExist)
+TEST(DiagnosticsErrors, NameLeadsIntoADirectoryThatDoesNotExist)
 {
     const temp_directory directory;
     for (int run = 0; run < 2; ++run) {
@@ -276,7 +276,7 @@ TEST(Trouble, NameLeadsIntoADirectoryThatDoesNotExist)
     }
 }
 
-TEST(Trouble, NameLeadsIntoADirectoryThatExists)
+TEST(DiagnosticsErrors, NameLeadsIntoADirectoryThatExists)
 {
     const temp_directory directory;
     std::filesystem::create_directory(directory.path() / "sub");
@@ -288,7 +288,7 @@ TEST(Trouble, NameLeadsIntoADirectoryThatExists)
     with_all_on(directory.path(), "", [](const perf_map&) { emit_and_run("sub/callee", "sub/caller"); });
 }
 
-TEST(Trouble, NameIsTooLongForAFile)
+TEST(DiagnosticsErrors, NameIsTooLongForAFile)
 {
     const std::string longest(255, 'n'); // a file name's limit, but not with ".hash" behind it
     const std::string too_long(256, 'n');
@@ -301,7 +301,7 @@ TEST(Trouble, NameIsTooLongForAFile)
     EXPECT_THAT(names_in(directory.path()), ElementsAre(longest));
 }
 
-TEST(Trouble, NameIsEmptyOrADirectory)
+TEST(DiagnosticsErrors, NameIsEmptyOrADirectory)
 {
     const temp_directory directory;
     with_all_on(directory.path(), announcement("", callee_words) + announcement(".", caller_words),

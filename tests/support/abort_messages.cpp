@@ -1,4 +1,4 @@
-#include "tests/support/reports.hpp"
+#include "tests/support/abort_messages.hpp"
 
 #include <cerrno>
 #include <sstream>

@@ -1,4 +1,4 @@
-// Random sets of kernels, and ways to break them.
+// Random sets of kernels that the finaliser accepts, and ways to break them.
 #pragma once
 
 #include "fft/SRC/wfta/kernel_printer.hpp"

@@ -3,9 +3,9 @@
 #include "fft/SRC/wfta/kernel_printer.hpp"
 
 #include "tests/support/a64.hpp"
+#include "tests/support/abort_messages.hpp"
 #include "tests/support/child.hpp"
 #include "tests/support/kernels.hpp"
-#include "tests/support/reports.hpp"
 
 #include <cstddef>
 #include <gmock/gmock.h>

@@ -4,12 +4,12 @@
 // Architecture" defines each relocation.
 
 #include "tests/support/a64.hpp"
+#include "tests/support/abort_messages.hpp"
 #include "tests/support/child.hpp"
 #include "tests/support/kernels.hpp"
 #include "tests/support/one_word_kernel.hpp"
 #include "tests/support/platform_spy.hpp"
 #include "tests/support/random_seed.hpp"
-#include "tests/support/reports.hpp"
 
 #include <csignal>
 #include <gtest/gtest.h>
