@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Fails if a source includes what its room may not, or if includes form a circle: tests/rooms.py ROOT
+"""Fails if a source includes what its room may not, or if includes form a circle: tests/project/rooms.py ROOT
 
 A room of workbench/ includes only itself and rooms above it in the list below, and each foreign library has its few
 places. check/ is for hosts and needs nothing but fft/, jit/ and the standard library.
