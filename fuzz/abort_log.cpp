@@ -61,14 +61,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     static const dumps_of_process dumps = make_dumps();
 
     const std::string_view text(reinterpret_cast<const char*>(bytes), size);
-    const abort_log log = vorna::workbench::read_abort_reports(text);
-    std::string_view rest = text;
+    const abort_log log = vorna::workbench::read_abort_log(text);
+    vorna::workbench::abort_log_reader reader;
     const std::size_t piece = 1 + (size == 0 ? 0 : bytes[size - 1] % 64U);
-    require_same(log, vorna::workbench::read_abort_reports([&](char* buffer, std::size_t most) {
-                     const std::size_t count = rest.copy(buffer, std::min(most, piece));
-                     rest.remove_prefix(count);
-                     return count;
-                 }));
+    for (std::size_t at = 0; at < size; at += piece)
+        reader.read(text.substr(at, piece));
+    require_same(log, reader.finish());
 
     std::size_t line = 0;
     for (const auto& report : log.reports) {

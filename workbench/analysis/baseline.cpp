@@ -2,6 +2,8 @@
 
 #include "check/relocation.hpp"
 #include "workbench/analysis/canonical_code.hpp"
+#include "workbench/input/line_reader.hpp"
+#include "workbench/input/scanner.hpp"
 #include "workbench/render/listing.hpp"
 #include "workbench/text/output.hpp"
 
@@ -73,46 +75,38 @@ std::string unescaped_name(std::string_view text, std::size_t line)
 baseline_entry parse_line(std::string_view text, std::size_t line)
 {
     constexpr std::size_t hash_digits = 32;
-    std::vector<std::string_view> fields;
-    while (fields.size() <= 5) {
-        const std::size_t end = text.find(' ');
-        fields.push_back(text.substr(0, end));
-        if (end == std::string_view::npos)
-            break;
-        text.remove_prefix(end + 1);
-    }
+    scanner fields(text);
+    std::string_view name;
+    std::string_view hashes[3];
+    const bool whole = fields.take_word(name) && fields.take_word(hashes[0]) && fields.take_word(hashes[1]) &&
+                       fields.take_word(hashes[2]) && fields.rest().find(' ') == std::string_view::npos;
+    const bool hashed = std::all_of(std::begin(hashes), std::end(hashes), [](std::string_view hash) {
+        return hash.size() == hash_digits && is_hexadecimal(hash);
+    });
     static constexpr std::string_view markers[] = {"<<<<<<<", "|||||||", "=======", ">>>>>>>"};
-    const bool marked = std::find(std::begin(markers), std::end(markers), fields[0]) != std::end(markers);
-    const auto is_hash = [](std::string_view field) {
-        return field.size() == hash_digits && is_hexadecimal(field);
-    };
-    const bool hashed = fields.size() == 5 && is_hash(fields[1]) && is_hash(fields[2]) && is_hash(fields[3]);
-    if (marked && !hashed)
+    const bool marked = std::find(std::begin(markers), std::end(markers), name) != std::end(markers);
+    if (marked && !(whole && hashed))
         fail(line, "a conflict of a merge");
-    if (fields.size() != 5 || fields[0].empty())
+    if (!whole || name.empty())
         fail(line, "not a name, three hashes and a number");
     if (!hashed)
         fail(line, "a hash that is not 32 hexadecimal digits");
     baseline_entry entry;
     entry.line = line;
-    entry.name = unescaped_name(fields[0], line);
-    entry.fingerprint = {std::string(fields[1]), std::string(fields[2]), std::string(fields[3])};
-    const char* const end = fields[4].data() + fields[4].size();
-    const auto number = std::from_chars(fields[4].data(), end, entry.fingerprint.instructions);
-    if (number.ec != std::errc() || number.ptr != end)
+    entry.name = unescaped_name(name, line);
+    entry.fingerprint = {std::string(hashes[0]), std::string(hashes[1]), std::string(hashes[2])};
+    if (!fields.take(entry.fingerprint.instructions) || !fields.at_end())
         fail(line, "a number of instructions that is none");
     return entry;
 }
 
-// The next line of the text without its end, or with a carriage return before that. Whether it had an end.
-bool take_line(std::string_view& text, std::string_view& line)
+// The lines of a text in memory, whatever their lengths, are views of it.
+template <typename Take>
+void for_each_line(std::string_view text, const Take& take)
 {
-    const std::size_t end = text.find('\n');
-    line = text.substr(0, end);
-    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-    if (!line.empty() && line.back() == '\r')
-        line.remove_suffix(1);
-    return end != std::string_view::npos;
+    line_reader lines(text.size());
+    lines.read(text, take);
+    lines.finish(take);
 }
 
 // A double that somebody may have meant, or nothing.
@@ -153,22 +147,23 @@ kernel_fingerprint fingerprint_of(const placed_kernel& kernel)
 
 baseline parse_baseline(std::string_view text)
 {
-    std::string_view line;
-    const bool ended = take_line(text, line);
-    if (line != first_line)
-        fail(1, fmt::format("not \"{}\", as a baseline begins", first_line));
-    if (!ended)
-        fail(1, "the file is cut");
     std::map<std::string, baseline_entry> entries;
-    for (std::size_t number = 2; !text.empty(); ++number) {
-        if (!take_line(text, line))
-            fail(number, "the file is cut");
-        baseline_entry entry = parse_line(line, number);
+    const auto take = [&entries](const text_line& line) {
+        if (line.number == 1 && line.text != first_line)
+            fail(1, fmt::format("not \"{}\", as a baseline begins", first_line));
+        if (!line.ended)
+            fail(line.number, "the file is cut");
+        if (line.number == 1)
+            return;
+        baseline_entry entry = parse_line(line.text, line.number);
         const auto [place, added] = entries.emplace(entry.name, entry);
         if (!added)
-            fail(number,
+            fail(line.number,
                  fmt::format("{} is in line {} already", escaped_name(entry.name), place->second.line));
-    }
+    };
+    if (text.empty())
+        take({{}, 1, false, false});
+    for_each_line(text, take);
     baseline sorted;
     for (auto& [name, entry] : entries)
         sorted.push_back(std::move(entry));
@@ -312,10 +307,9 @@ std::string baseline_listing(const placed_kernel& kernel, disassembler& disassem
 static std::string facts_of(std::string_view text)
 {
     std::string facts;
-    std::string_view line;
     bool rows = true;
-    while (!text.empty()) {
-        take_line(text, line);
+    for_each_line(text, [&](const text_line& whole) {
+        const std::string_view line = whole.text;
         if (line == "relocations:" || line == "constants:") {
             rows = false;
             facts += line;
@@ -325,10 +319,10 @@ static std::string facts_of(std::string_view text)
             const std::size_t word = line.find_first_not_of(' ', std::min(line.size(), line.find(' ', 1)));
             facts += line.substr(0, word == std::string_view::npos ? word : line.find(' ', word));
         } else {
-            continue;
+            return;
         }
         facts += '\n';
-    }
+    });
     return facts;
 }
 

@@ -1,6 +1,7 @@
 #include "workbench/analysis/baseline.hpp"
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/json.hpp"
+#include "workbench/os/file.hpp"
 #include "workbench/os/replace_file.hpp"
 #include "workbench/render/markdown.hpp"
 #include "workbench/text/output.hpp"
@@ -11,7 +12,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <set>
@@ -46,30 +46,7 @@ struct kernel_state {
 };
 
 // What a baseline or a listing is at most: more than the text of a million kernels.
-constexpr std::uintmax_t largest_file = std::uintmax_t{1} << 28;
-
-// Nothing if the file is not there. Throws std::runtime_error with what is wrong, the file first.
-std::optional<std::string> read_file(const std::string& path)
-{
-    std::error_code error;
-    const std::filesystem::file_status status = std::filesystem::status(path, error);
-    if (status.type() == std::filesystem::file_type::not_found)
-        return std::nullopt;
-    if (error)
-        throw std::runtime_error(fmt::format("{}: {}", path, error.message()));
-    if (status.type() != std::filesystem::file_type::regular)
-        throw std::runtime_error(path + ": not a regular file");
-    if (std::filesystem::file_size(path, error) > largest_file || error)
-        throw std::runtime_error(
-            fmt::format("{}: {}", path, error ? error.message() : "larger than 256 MiB"));
-    std::ifstream stream(path, std::ios::binary);
-    std::string text((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
-    if (!stream.good() && !stream.eof())
-        throw std::runtime_error(fmt::format("{}: {}", path, std::strerror(errno)));
-    if (!stream.is_open())
-        throw std::runtime_error(fmt::format("{}: {}", path, std::strerror(errno)));
-    return text;
-}
+constexpr std::size_t largest_file = std::size_t{1} << 28;
 
 baseline parse_file(const std::string& path, const std::string& text)
 {
@@ -95,7 +72,8 @@ std::vector<kernel_state> find_states(const baseline_options& options, const bas
         if (!options.listing.empty() && state.difference.after) {
             if (!disassembler)
                 disassembler.emplace();
-            const std::optional<std::string> text = read_file(listing_path(options, state.difference.name));
+            const std::optional<std::string> text =
+                read_file(listing_path(options, state.difference.name), largest_file);
             if (!text)
                 state.listing = listing_status::missing;
             else if (same_listing(*text,
@@ -302,7 +280,7 @@ void print_annotations(const baseline_options& options, const std::vector<kernel
 
 int check(const baseline_options& options)
 {
-    const std::optional<std::string> text = read_file(options.file);
+    const std::optional<std::string> text = read_file(options.file, largest_file);
     if (!text) {
         throw std::runtime_error(
             fmt::format("{}: no such file; vorna-kernels baseline bless {} {} --all makes it", options.file,
@@ -393,7 +371,7 @@ int bless(const baseline_options& options)
     if (options.all != options.kernels.empty())
         throw std::runtime_error(options.all ? "either kernels or --all"
                                              : "which kernels? Name them, or --all");
-    const std::optional<std::string> text = read_file(options.file);
+    const std::optional<std::string> text = read_file(options.file, largest_file);
     if (!text && !options.all)
         throw std::runtime_error(options.file + ": no such file; --all makes it");
     const baseline entries = text ? parse_file(options.file, *text) : baseline();

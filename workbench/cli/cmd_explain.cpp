@@ -2,20 +2,19 @@
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/json.hpp"
 #include "workbench/input/abort_log.hpp"
+#include "workbench/input/line_reader.hpp"
+#include "workbench/os/file.hpp"
 #include "workbench/render/listing.hpp"
 #include "workbench/text/output.hpp"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
-#include <unistd.h>
 
 namespace vorna::workbench {
 
@@ -27,92 +26,48 @@ struct explain_options {
     std::string dumps;
 };
 
-// Closes what it opened; standard input it leaves open.
-class log_file {
-public:
-    explicit log_file(const std::string& path)
-        : descriptor_(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)),
-          name_(path == "-" ? "standard input" : path)
-    {
-        if (descriptor_ < 0)
-            fail();
-    }
-    ~log_file()
-    {
-        if (descriptor_ > STDIN_FILENO)
-            close(descriptor_);
-    }
-    log_file(const log_file&) = delete;
-    log_file& operator=(const log_file&) = delete;
-
-    std::size_t read_some(char* bytes, std::size_t size)
-    {
-        ssize_t count = 0;
-        do {
-            count = read(descriptor_, bytes, size);
-        } while (count < 0 && errno == EINTR);
-        if (count < 0)
-            fail();
-        return static_cast<std::size_t>(count);
-    }
-
-    [[nodiscard]] const std::string& name() const { return name_; }
-
-private:
-    [[noreturn]] void fail() const
-    {
-        throw std::runtime_error(fmt::format("{}: {}", name_, std::strerror(errno)));
-    }
-
-    int descriptor_;
-    std::string name_;
-};
-
 /// A line of the log that tells of a signal which an instruction raises: a kernel's, perhaps.
 struct crash_line {
     std::size_t number; ///< counted from 1
     std::string text;
 };
 
-/// Looks for the first such line in the bytes of a log.
-class crash_finder {
-public:
-    void read(std::string_view bytes)
-    {
-        for (const char c : bytes) {
-            if (c == '\n')
-                end_line();
-            else if (line_.size() < longest)
-                line_ += c;
-        }
-    }
+bool tells_of_crash(std::string_view line)
+{
+    static constexpr std::string_view signs[] = {
+        "SIGSEGV", "Segmentation fault", "SIGILL",  "Illegal instruction",
+        "SIGBUS",  "Bus error",          "SIGTRAP", "Trace/breakpoint trap"};
+    return std::any_of(std::begin(signs), std::end(signs),
+                       [line](std::string_view sign) { return line.find(sign) != std::string_view::npos; });
+}
 
-    std::optional<crash_line> finish()
-    {
-        end_line();
-        return found_;
-    }
-
-private:
-    static constexpr std::size_t longest = 4096;
-
-    void end_line()
-    {
-        static constexpr std::string_view signs[] = {
-            "SIGSEGV", "Segmentation fault", "SIGILL",  "Illegal instruction",
-            "SIGBUS",  "Bus error",          "SIGTRAP", "Trace/breakpoint trap"};
-        ++number_;
-        if (!found_ && std::any_of(std::begin(signs), std::end(signs), [this](std::string_view sign) {
-                return line_.find(sign) != std::string::npos;
-            }))
-            found_ = crash_line{number_, line_};
-        line_.clear();
-    }
-
-    std::string line_;
-    std::size_t number_ = 0;
-    std::optional<crash_line> found_;
+struct read_log {
+    abort_log log;
+    std::optional<crash_line> crash; ///< the first
 };
+
+read_log read_log_file(const std::string& path)
+{
+    try {
+        constexpr std::size_t longest_line = 4096;
+        line_reader lines(longest_line);
+        abort_log_reader reader;
+        read_log result;
+        const auto find_crash = [&result](const text_line& line) {
+            if (!result.crash && tells_of_crash(line.text))
+                result.crash = crash_line{line.number, std::string(line.text)};
+        };
+        read_pieces(open_input(path), [&](std::string_view piece) {
+            lines.read(piece, find_crash);
+            reader.read(piece);
+        });
+        lines.finish(find_crash);
+        result.log = reader.finish();
+        return result;
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(fmt::format("{}: {}", input_name(path), error.what()));
+    }
+}
 
 // A log without a report: the finaliser has not ended the process, but a kernel may have.
 void print_way_on(const explain_options& options, const std::string& log_name,
@@ -240,13 +195,8 @@ void print_json(const std::vector<abort_explanation>& explanations)
 
 int explain(const explain_options& options)
 {
-    log_file file(options.log);
-    crash_finder crashes;
-    const abort_log log = read_abort_reports([&](char* bytes, std::size_t size) {
-        const std::size_t count = file.read_some(bytes, size);
-        crashes.read({bytes, count});
-        return count;
-    });
+    const std::string name = input_name(options.log);
+    const auto [log, crash] = read_log_file(options.log);
 
     bool trouble = false;
     dumps_of_process dumps;
@@ -264,9 +214,9 @@ int explain(const explain_options& options)
         print_json(explanations);
     } else {
         for (const abort_explanation& found : explanations)
-            print_text(dumps, found, file.name(), options.common);
+            print_text(dumps, found, name, options.common);
         if (explanations.empty())
-            print_way_on(options, file.name(), crashes.finish());
+            print_way_on(options, name, crash);
         else if (log.more_reports == 0)
             fmt::print("{}\n", counted(explanations.size(), "report"));
         else

@@ -1,4 +1,5 @@
 #include "workbench/cli/command.hpp"
+#include "workbench/os/process.hpp"
 #include "workbench/text/output.hpp"
 
 #include <algorithm>
@@ -87,12 +88,8 @@ void run_objdump(const objdump_options& options, std::vector<std::string> argume
     const std::string program = !options.program.empty() ? options.program
                                 : arguments.empty()      ? "objdump"
                                                          : objdump_for(arguments.back());
-    std::vector<char*> argv = {const_cast<char*>(program.c_str())}; // NOLINT: exec changes nothing
-    for (std::string& argument : arguments)
-        argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    execvp(argv[0], argv.data());
-    throw std::runtime_error(fmt::format("{}: {}", program, std::strerror(errno)));
+    arguments.insert(arguments.begin(), program);
+    exec_program(arguments);
 }
 
 } // namespace

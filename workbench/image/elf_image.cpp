@@ -2,6 +2,8 @@
 
 #include "workbench/image/elf_image.hpp"
 
+#include "workbench/os/file.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -13,7 +15,6 @@
 #include <stdexcept>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <utility>
 #include <xxhash.h>
 
@@ -336,23 +337,16 @@ std::size_t write_elf(int descriptor, const kernel_set& set, const linked_set& l
 linked_image make_image(const kernel_set& set, const linked_set& linked)
 {
     // libelf writes to files only.
-    const int descriptor = memfd_create("image", MFD_CLOEXEC);
-    if (descriptor < 0)
+    const file_descriptor file(memfd_create("image", MFD_CLOEXEC));
+    if (file.number() < 0)
         throw std::runtime_error(std::strerror(errno));
-    const auto close_file = [](const int* file) { close(*file); };
-    const std::unique_ptr<const int, decltype(close_file)> closer(&descriptor, close_file);
-    const std::size_t note = write_elf(descriptor, set, linked);
+    const std::size_t note = write_elf(file.number(), set, linked);
     struct stat status;
-    if (fstat(descriptor, &status) != 0)
+    if (fstat(file.number(), &status) != 0)
         throw std::runtime_error(std::strerror(errno));
     std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
-    for (std::size_t done = 0; done < bytes.size();) {
-        const ssize_t count =
-            pread(descriptor, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
-        if (count <= 0)
-            throw std::runtime_error(std::strerror(errno));
-        done += static_cast<std::size_t>(count);
-    }
+    if (read_at(file, bytes.data(), bytes.size(), 0) != bytes.size())
+        throw std::runtime_error("the image became shorter while it was read");
     const std::string build_id = set_build_id(bytes, note);
     return {std::move(bytes), build_id};
 }

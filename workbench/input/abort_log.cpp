@@ -1,9 +1,11 @@
 #include "workbench/input/abort_log.hpp"
 
-#include <algorithm>
-#include <charconv>
+#include "workbench/input/line_reader.hpp"
+#include "workbench/input/scanner.hpp"
+
 #include <cstring>
 #include <elf.h>
+#include <utility>
 
 namespace vorna::workbench {
 
@@ -63,54 +65,15 @@ bool is_assertion(std::string_view line, const assertion& wanted)
            behind[expression + wanted.expression.size()] != ' ';
 }
 
-// Takes parts of a text from its front.
-class scanner {
-public:
-    explicit scanner(std::string_view text) : text_(text) {}
-
-    bool skip(std::string_view words)
-    {
-        if (text_.substr(0, words.size()) != words)
-            return false;
-        text_.remove_prefix(words.size());
+// printf's "%p": "0x" is missing in front of a null pointer in some C libraries.
+bool take_pointer(scanner& text, std::uint64_t& number)
+{
+    number = 0;
+    if (text.skip("(nil)"))
         return true;
-    }
-
-    // Up to and with the words.
-    bool skip_to(std::string_view words)
-    {
-        const std::size_t at = text_.find(words);
-        if (at == std::string_view::npos)
-            return false;
-        text_.remove_prefix(at + words.size());
-        return true;
-    }
-
-    template <typename Number>
-    bool take_hex(Number& number)
-    {
-        const auto [end, error] = std::from_chars(text_.data(), text_.data() + text_.size(), number, 16);
-        if (error != std::errc{})
-            return false;
-        text_.remove_prefix(static_cast<std::size_t>(end - text_.data()));
-        return true;
-    }
-
-    // printf's "%p": "0x" is missing in front of a null pointer in some C libraries.
-    bool take_pointer(std::uint64_t& number)
-    {
-        number = 0;
-        if (skip("(nil)"))
-            return true;
-        skip("0x");
-        return take_hex(number);
-    }
-
-    [[nodiscard]] bool at_end() const { return text_.empty(); }
-
-private:
-    std::string_view text_;
-};
+    text.skip("0x");
+    return text.take_hexadecimal(number);
+}
 
 const wfta::relocation_kind* take_kind(scanner& text)
 {
@@ -132,8 +95,8 @@ bool parse_message(std::string_view words, abort_report& report)
         return false;
     if (text.skip("dst address ")) {
         filled_message filled{kind, 0, 0};
-        if (!text.take_pointer(filled.place) || !text.skip(" was already filled, got 0x") ||
-            !text.take_hex(filled.word))
+        if (!take_pointer(text, filled.place) || !text.skip(" was already filled, got 0x") ||
+            !text.take_hexadecimal(filled.word))
             return false;
         report.id = "field-filled";
         report.filled = filled;
@@ -141,22 +104,12 @@ bool parse_message(std::string_view words, abort_report& report)
     }
     range_message range{kind, 0, 0, 0};
     if (!kind->relative || !text.skip("smod does not fit in ") || !text.skip_to(", got 0x") ||
-        !text.take_hex(range.target) || !text.skip(" - 0x") || !text.take_hex(range.place) ||
-        !text.skip(" = 0x") || !text.take_hex(range.value) || range.value != range.target - range.place)
+        !text.take_hexadecimal(range.target) || !text.skip(" - 0x") || !text.take_hexadecimal(range.place) ||
+        !text.skip(" = 0x") || !text.take_hexadecimal(range.value) ||
+        range.value != range.target - range.place)
         return false;
     report.id = "range";
     report.range = range;
-    return true;
-}
-
-// The last word of a text and the blank in front of it.
-bool take_last_word(std::string_view& text, std::string_view& word)
-{
-    const std::size_t blank = text.rfind(' ');
-    if (blank == std::string_view::npos)
-        return false;
-    word = text.substr(blank + 1);
-    text.remove_suffix(text.size() - blank);
     return true;
 }
 
@@ -164,25 +117,25 @@ bool take_last_word(std::string_view& text, std::string_view& word)
 // front of the addresses.
 bool parse_registered_kernel(std::string_view& line, registered_kernel& kernel)
 {
-    const auto take = [&line](std::uint64_t& number, bool pointer) {
+    scanner text(line);
+    const auto take_last = [&text](std::uint64_t& number, bool pointer) {
         std::string_view word;
-        if (!take_last_word(line, word))
+        if (!text.take_last_word(word))
             return false;
-        scanner text(word);
-        return (pointer ? text.take_pointer(number) : text.skip("0x") && text.take_hex(number)) &&
-               text.at_end();
+        scanner digits(word);
+        return (pointer ? take_pointer(digits, number)
+                        : digits.skip("0x") && digits.take_hexadecimal(number)) &&
+               digits.at_end();
     };
-    if (!take(kernel.data_length, false) || !take(kernel.data_address, true) ||
-        !take(kernel.text_length, false) || !take(kernel.text_address, true))
+    if (!take_last(kernel.data_length, false) || !take_last(kernel.data_address, true) ||
+        !take_last(kernel.text_length, false) || !take_last(kernel.text_address, true) ||
+        !text.skip_last(" \t"))
         return false;
-    constexpr std::string_view separator = " \t";
-    if (line.size() < separator.size() || line.substr(line.size() - separator.size()) != separator)
-        return false;
-    line.remove_suffix(separator.size());
+    line = text.rest();
     return true;
 }
 
-// What a line of a log may end with besides its newline: CR, and sequences that set a terminal's colour or
+// Removes what a line of a log may end with: carriage returns, and sequences that set a terminal's colour or
 // clear the rest of its line.
 void remove_line_end(std::string_view& line)
 {
@@ -206,78 +159,17 @@ bool contains(std::string_view text, std::string_view words)
     return memmem(text.data(), text.size(), words.data(), words.size()) != nullptr;
 }
 
-bool starts_with(std::string_view text, std::string_view prefix)
-{
-    return text.substr(0, prefix.size()) == prefix;
-}
+constexpr std::string_view indent = "  ";
 
-class log_reader {
-public:
-    void add(std::string_view bytes)
+} // namespace
+
+struct abort_log_reader::implementation {
+    void take_line(const text_line& whole)
     {
-        take_lines(bytes, 1); // the first may have begun in the piece before
-        if (!open_ && !contains(bytes, message_begin) && !contains(bytes, source_file)) {
-            const std::size_t noise = bytes.rfind('\n') + 1;
-            line_ += static_cast<std::size_t>(
-                std::count(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(noise), '\n'));
-            bytes.remove_prefix(noise);
-        }
-        take_lines(bytes, bytes.size());
-        keep(bytes);
-    }
-
-    abort_log finish()
-    {
-        if (!partial_.empty())
-            end_line({});
-        return std::move(log_);
-    }
-
-private:
-    static constexpr std::string_view indent = "  ";
-
-    // Takes so many lines at most from the front, as far as they end there.
-    void take_lines(std::string_view& bytes, std::size_t most)
-    {
-        for (std::size_t lines = 0; lines < most && !bytes.empty(); ++lines) {
-            const void* const newline = std::memchr(bytes.data(), '\n', bytes.size());
-            if (newline == nullptr)
-                return;
-            const auto length = static_cast<std::size_t>(static_cast<const char*>(newline) - bytes.data());
-            end_line(bytes.substr(0, length));
-            bytes.remove_prefix(length + 1);
-        }
-    }
-
-    // The beginning of a line whose end is still to come.
-    void keep(std::string_view bytes)
-    {
-        if (bytes.size() > longest_line)
-            bytes.remove_prefix(bytes.size() - longest_line);
-        partial_ += bytes;
-        if (partial_.size() > 2 * longest_line)
-            partial_.erase(0, partial_.size() - longest_line);
-    }
-
-    void end_line(std::string_view rest)
-    {
-        ++line_;
-        if (partial_.empty() && !open_ && rest.size() < message_begin.size())
+        if (!open_ && whole.text.size() < message_begin.size())
             return;
-        if (partial_.empty()) {
-            take_line(rest);
-            return;
-        }
-        keep(rest);
-        const std::string whole = std::move(partial_);
-        partial_.clear();
-        take_line(whole);
-    }
-
-    void take_line(std::string_view line)
-    {
-        if (line.size() > longest_line)
-            line.remove_prefix(line.size() - longest_line);
+        line_ = whole.number;
+        std::string_view line = whole.text;
         remove_line_end(line);
         if (contains(line, message_begin) && take_message(line))
             return;
@@ -348,20 +240,20 @@ private:
     // them, others that end with the same character, best if they are as long.
     [[nodiscard]] std::string_view without_prefix(std::string_view line) const
     {
-        if (starts_with(line, prefix_))
+        if (line.starts_with(prefix_))
             return line.substr(prefix_.size());
         const std::string end_of_prefix = prefix_.back() + std::string(indent);
         const std::size_t last = prefix_.size() - 1;
-        if (line.size() > last && starts_with(line.substr(last), end_of_prefix))
+        if (line.size() > last && line.substr(last).starts_with(end_of_prefix))
             return line.substr(prefix_.size());
         const std::size_t at = line.find(end_of_prefix);
-        return at == std::string_view::npos || starts_with(line, indent) ? line : line.substr(at + 1);
+        return at == std::string_view::npos || line.starts_with(indent) ? line : line.substr(at + 1);
     }
 
     void take_registry_line(std::string_view line)
     {
         line = without_prefix(line);
-        const bool begins = starts_with(line, indent);
+        const bool begins = line.starts_with(indent);
         if (begins) {
             line.remove_prefix(indent.size());
             name_begin_.clear();
@@ -386,9 +278,9 @@ private:
             log_.listings.back().kernels.push_back(std::move(kernel));
     }
 
+    line_reader lines_{longest_line};
     abort_log log_;
     std::size_t line_ = 0;
-    std::string partial_;
     bool open_ = false; // a message's listing may follow
     std::size_t messages_ = 0;
     std::size_t assertions_ = 0;
@@ -397,21 +289,25 @@ private:
     std::string name_begin_; // the lines of a name so far, each with its newline
 };
 
-} // namespace
+abort_log_reader::abort_log_reader() : implementation_(std::make_unique<implementation>()) {}
 
-abort_log read_abort_reports(const std::function<std::size_t(char*, std::size_t)>& read)
+abort_log_reader::~abort_log_reader() = default;
+
+void abort_log_reader::read(std::string_view piece)
 {
-    log_reader reader;
-    std::vector<char> buffer(std::size_t{1} << 18);
-    while (const std::size_t count = read(buffer.data(), buffer.size()))
-        reader.add({buffer.data(), count});
-    return reader.finish();
+    implementation_->lines_.read(piece, [this](const text_line& line) { implementation_->take_line(line); });
 }
 
-abort_log read_abort_reports(std::string_view log)
+abort_log abort_log_reader::finish()
 {
-    log_reader reader;
-    reader.add(log);
+    implementation_->lines_.finish([this](const text_line& line) { implementation_->take_line(line); });
+    return std::move(implementation_->log_);
+}
+
+abort_log read_abort_log(std::string_view log)
+{
+    abort_log_reader reader;
+    reader.read(log);
     return reader.finish();
 }
 

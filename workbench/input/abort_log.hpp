@@ -5,7 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -63,16 +63,31 @@ struct abort_log {
     std::vector<registry_listing> listings;
 };
 
-/// Reads a log to its end. `read` puts the next bytes, at most as many as it is told, at the pointer and says
-/// how many they are, 0 at the end. What it throws passes through.
+/// Reads a log in pieces.
 ///
-/// Everything else in the log is passed over: other programs' lines, what stands in front of a message on its
+/// Everything else in the log is skipped: other programs' lines, what stands in front of a message on its
 /// line, an equally long prefix of all lines. Lines of several threads may be mixed, a line's own bytes not.
 /// A name that holds newlines is put together again. Memory is bounded, whatever the log holds: of a listing
 /// 128 MiB are kept at most, of a line its last 128 KiB.
-abort_log read_abort_reports(const std::function<std::size_t(char*, std::size_t)>& read);
+class abort_log_reader {
+public:
+    abort_log_reader();
+    ~abort_log_reader();
+    abort_log_reader(const abort_log_reader&) = delete;
+    abort_log_reader& operator=(const abort_log_reader&) = delete;
 
-/// The same of a text in memory.
-abort_log read_abort_reports(std::string_view log);
+    /// The next piece; the log may be cut anywhere between pieces.
+    void read(std::string_view piece);
+
+    /// To be called once, after the last piece.
+    abort_log finish();
+
+private:
+    struct implementation;
+    std::unique_ptr<implementation> implementation_;
+};
+
+/// Reads a log that is in memory.
+abort_log read_abort_log(std::string_view log);
 
 } // namespace vorna::workbench

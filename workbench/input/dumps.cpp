@@ -1,5 +1,7 @@
 #include "workbench/input/dumps.hpp"
 
+#include "workbench/os/file.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -11,7 +13,6 @@
 #include <memory>
 #include <stdexcept>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <unordered_set>
 
 namespace vorna::workbench {
@@ -38,16 +39,6 @@ private:
 
 struct elf_closer {
     void operator()(Elf* elf) const { elf_end(elf); }
-};
-
-struct file_closer {
-    explicit file_closer(int descriptor) : descriptor_(descriptor) {}
-    ~file_closer() { close(descriptor_); }
-    file_closer(const file_closer&) = delete;
-    file_closer& operator=(const file_closer&) = delete;
-
-private:
-    int descriptor_;
 };
 
 struct elf_section {
@@ -248,11 +239,9 @@ file_kind read_file(const std::string& path, std::vector<placed_kernel>& kernels
         throw std::runtime_error(error_text());
     if (!S_ISREG(status.st_mode))
         return file_kind::not_elf;
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); // it may be a FIFO by now
-    if (descriptor < 0)
-        throw std::runtime_error(error_text());
-    const file_closer closer(descriptor);
-    if (fstat(descriptor, &status) != 0)
+    // It may be a FIFO by now.
+    const file_descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file.number() < 0 || fstat(file.number(), &status) != 0)
         throw std::runtime_error(error_text());
     if (!S_ISREG(status.st_mode))
         return file_kind::not_elf;
@@ -261,18 +250,14 @@ file_kind read_file(const std::string& path, std::vector<placed_kernel>& kernels
     if (status.st_size == 0)
         return file_kind::empty;
     char magic[SELFMAG];
-    if (pread(descriptor, magic, SELFMAG, 0) != SELFMAG || std::memcmp(magic, ELFMAG, SELFMAG) != 0)
+    if (read_at(file, magic, SELFMAG, 0) != SELFMAG || std::memcmp(magic, ELFMAG, SELFMAG) != 0)
         return file_kind::not_elf;
     const auto size = static_cast<std::size_t>(status.st_size);
     if (size > largest)
         throw std::runtime_error("larger than 1 GiB, which no dump is");
     buffer.resize(size);
-    for (std::size_t done = 0; done < size;) {
-        const ssize_t count = pread(descriptor, buffer.data() + done, size - done, static_cast<off_t>(done));
-        if (count <= 0)
-            throw std::runtime_error(count == 0 ? "became shorter while it was read" : error_text());
-        done += static_cast<std::size_t>(count);
-    }
+    if (read_at(file, buffer.data(), size, 0) != size)
+        throw std::runtime_error("became shorter while it was read");
     Elf64_Half type = ET_REL;
     if (size >= offsetof(Elf64_Ehdr, e_type) + sizeof type)
         std::memcpy(&type, buffer.data() + offsetof(Elf64_Ehdr, e_type), sizeof type);

@@ -1,5 +1,7 @@
 #include "workbench/os/replace_file.hpp"
 
+#include "workbench/os/file.hpp"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -41,12 +43,11 @@ void replace_file(const std::string& path, std::string_view content)
         mode = status.st_mode & 07777;
     }
     const std::string temporary = fmt::format("{}.{}.tmp", file, getpid());
-    const int descriptor = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (descriptor < 0)
+    file_descriptor out(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    if (out.number() < 0)
         fail(errno);
-    const bool written = write_all(descriptor, content);
-    int error = written ? 0 : errno;
-    if (close(descriptor) != 0 && error == 0)
+    int error = write_all(out.number(), content) ? 0 : errno;
+    if (close(out.release()) != 0 && error == 0) // which may say that the disk is full
         error = errno;
     if (error == 0 && std::rename(temporary.c_str(), file.c_str()) != 0)
         error = errno;

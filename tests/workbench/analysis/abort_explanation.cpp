@@ -81,7 +81,7 @@ dumps_of_process dumps_of(std::vector<placed_kernel> kernels, std::vector<std::i
 
 abort_explanation explain(const std::string& text, const dumps_of_process& dumps = {})
 {
-    const abort_log log = vorna::workbench::read_abort_reports(text);
+    const abort_log log = vorna::workbench::read_abort_log(text);
     EXPECT_EQ(log.reports.size(), 1U);
     return log.reports.empty() ? abort_explanation() : explain_report(log, log.reports.front(), dumps);
 }

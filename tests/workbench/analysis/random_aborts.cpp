@@ -322,7 +322,7 @@ bool has_message(const broken_place& broken)
 
 abort_explanation explain(const std::string& err, const dumps_of_process& dumps)
 {
-    const abort_log log = vorna::workbench::read_abort_reports(err);
+    const abort_log log = vorna::workbench::read_abort_log(err);
     EXPECT_EQ(log.reports.size(), 1U);
     return log.reports.empty() ? abort_explanation() : explain_report(log, log.reports.front(), dumps);
 }

@@ -303,8 +303,8 @@ TEST_F(ProfileCommand, SaysInOneLineWhatIsWrongWithPerf)
                                          directory.path());
     EXPECT_EQ(result.exit_status, 2);
     EXPECT_EQ(result.err,
-              "vorna-kernels: cannot run perf: No such file or directory; --perf-script reads the text "
-              "that perf script made elsewhere\n");
+              "vorna-kernels: perf.data: cannot run perf: No such file or directory; --perf-script reads "
+              "the text that perf script made elsewhere\n");
 }
 
 TEST_F(ProfileCommand, EndsPerfWhenItNeedsNoMoreOfIt)

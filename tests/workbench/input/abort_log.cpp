@@ -13,8 +13,9 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using vorna::workbench::abort_log;
+using vorna::workbench::abort_log_reader;
 using vorna::workbench::abort_report;
-using vorna::workbench::read_abort_reports;
+using vorna::workbench::read_abort_log;
 using vorna::workbench::registered_kernel;
 
 const std::string source = "fft/SRC/wfta/kernel_printer.cpp";
@@ -58,7 +59,7 @@ TEST(AbortReports, OfAFilledFieldHaveKindPlaceAndWord)
                                                  {"R_AARCH64_ADD_ABS_LO12_NC", 277},
                                                  {"R_AARCH64_CALL26", 283}};
     for (const auto& [name, type] : kinds) {
-        const abort_log log = read_abort_reports(
+        const abort_log log = read_abort_log(
             "resolving " + std::string(name) +
             " reloc but dst address 0x5502d5e008 was already filled, got 0xb9400001\n" + end_of_listing);
         ASSERT_EQ(ids(log), std::vector<std::string>{"field-filled"}) << name;
@@ -77,8 +78,8 @@ TEST(AbortReports, OfAValueOutOfRangeHaveKindAndOperands)
                                                                {"R_AARCH64_CALL26", "128M", 283}};
     for (const auto& [name, reach, type] : kinds) {
         const abort_log log =
-            read_abort_reports("resolving " + std::string(name) + " reloc but smod does not fit in +/-" +
-                               reach + ", got 0x1000 - 0x7ffff7fbf008 = 0xffff800008041ff8\n");
+            read_abort_log("resolving " + std::string(name) + " reloc but smod does not fit in +/-" + reach +
+                           ", got 0x1000 - 0x7ffff7fbf008 = 0xffff800008041ff8\n");
         ASSERT_EQ(ids(log), std::vector<std::string>{"range"}) << name;
         ASSERT_TRUE(log.reports[0].range);
         EXPECT_EQ(log.reports[0].range->kind->type, type);
@@ -91,13 +92,13 @@ TEST(AbortReports, OfAValueOutOfRangeHaveKindAndOperands)
 TEST(AbortReports, WhoseBytesAreMixedAreNone)
 {
     EXPECT_THAT(
-        ids(read_abort_reports("resolving R_AARCH64_CALL26 reloc but dst address 0x was already filled\n"
-                               "resolving R_AARCH64_CALL26 reloc but smod does not fit in +/-128M, got 0x10 "
-                               "- 0x4 = 0x10\n"
-                               "resolving R_AARCH64_ADD_ABS_LO12_NC reloc but smod does not fit in +/-1M, "
-                               "got 0x10 - 0x4 = 0xc\n"
-                               "resolving R_AARCH64_JUMP26 reloc but dst address 0x8 was already filled, got "
-                               "0x1\n")),
+        ids(read_abort_log("resolving R_AARCH64_CALL26 reloc but dst address 0x was already filled\n"
+                           "resolving R_AARCH64_CALL26 reloc but smod does not fit in +/-128M, got 0x10 "
+                           "- 0x4 = 0x10\n"
+                           "resolving R_AARCH64_ADD_ABS_LO12_NC reloc but smod does not fit in +/-1M, "
+                           "got 0x10 - 0x4 = 0xc\n"
+                           "resolving R_AARCH64_JUMP26 reloc but dst address 0x8 was already filled, got "
+                           "0x1\n")),
         ElementsAre());
 }
 
@@ -131,8 +132,8 @@ TEST(AbortReports, OfAnAssertionAreKnownInEveryCLibrarysWords)
             fmt::format("Assertion failed: {} ({}: {}: 49)\n", expression, source, function), // musl
             "2026-11-21T12:00:00Z worker | " + glibc(function, expression)};
         for (const std::string& text : texts) {
-            EXPECT_EQ(ids(read_abort_reports(text)), std::vector<std::string>{id}) << text;
-            EXPECT_EQ(read_abort_reports("\nother\n" + text).reports.at(0).line, 3U);
+            EXPECT_EQ(ids(read_abort_log(text)), std::vector<std::string>{id}) << text;
+            EXPECT_EQ(read_abort_log("\nother\n" + text).reports.at(0).line, 3U);
         }
     }
 }
@@ -140,15 +141,15 @@ TEST(AbortReports, OfAnAssertionAreKnownInEveryCLibrarysWords)
 TEST(AbortReports, AreNotThoseOfOtherAssertions)
 {
     const std::string resolve = support::resolve_relocation_signature;
-    EXPECT_THAT(ids(read_abort_reports(
-                    "host: main.cpp:3: int main(): Assertion `false' failed.\n"
-                    "host: main.cpp:3: void f(): Assertion `it != kernel_registry.end()' failed.\n"
-                    "host: kernel_printer_test.cpp:3: void f(): Assertion `target_addr' failed.\n" +
-                    glibc(resolve, "false") + glibc(resolve, "not target_addr") +
-                    glibc(support::dump_signature, "false == true") +
-                    "Assertion failed: false (main.c: main: 5)\n"
-                    "    ASSERT_IN(function, it != kernel_registry.end());\n")),
-                ElementsAre());
+    EXPECT_THAT(
+        ids(read_abort_log("host: main.cpp:3: int main(): Assertion `false' failed.\n"
+                           "host: main.cpp:3: void f(): Assertion `it != kernel_registry.end()' failed.\n"
+                           "host: kernel_printer_test.cpp:3: void f(): Assertion `target_addr' failed.\n" +
+                           glibc(resolve, "false") + glibc(resolve, "not target_addr") +
+                           glibc(support::dump_signature, "false == true") +
+                           "Assertion failed: false (main.c: main: 5)\n"
+                           "    ASSERT_IN(function, it != kernel_registry.end());\n")),
+        ElementsAre());
 }
 
 TEST(AbortReports, ReadTheListingFromTheRightWhateverANameHolds)
@@ -172,7 +173,7 @@ TEST(AbortReports, ReadTheListingFromTheRightWhateverANameHolds)
         text += "  " + name + " \t 0x7f0000 0x10 0x7f0020 0x0\n";
         text += line_of_a;
         text += end_of_listing;
-        const abort_log log = read_abort_reports(text);
+        const abort_log log = read_abort_log(text);
         ASSERT_EQ(log.listings.size(), 1U);
         EXPECT_THAT(listing(log),
                     ElementsAre("a|0x7f0000|0x10|0x7f0020|0x4", name + "|0x7f0000|0x10|0x7f0020|0x0",
@@ -183,10 +184,9 @@ TEST(AbortReports, ReadTheListingFromTheRightWhateverANameHolds)
 
 TEST(AbortReports, ReadNullPointersOfEveryCLibrary)
 {
-    const abort_log log =
-        read_abort_reports(message + "  g \t (nil) 0x0 (nil) 0x0\n"
-                                     "  m \t 0 0x0 0 0x0\n"
-                                     "  n \t 0000000000000000 0x0 0x00007ffff7fbf000 0x1\n");
+    const abort_log log = read_abort_log(message + "  g \t (nil) 0x0 (nil) 0x0\n"
+                                                   "  m \t 0 0x0 0 0x0\n"
+                                                   "  n \t 0000000000000000 0x0 0x00007ffff7fbf000 0x1\n");
     EXPECT_THAT(listing(log),
                 ElementsAre("g|0x0|0x0|0x0|0x0", "m|0x0|0x0|0x0|0x0", "n|0x0|0x0|0x7ffff7fbf000|0x1"));
     EXPECT_FALSE(log.listings[0].complete); // no assertion
@@ -194,11 +194,11 @@ TEST(AbortReports, ReadNullPointersOfEveryCLibrary)
 
 TEST(AbortReports, PassOverLinesInTheListingThatAreNoKernels)
 {
-    const abort_log log = read_abort_reports(
-        "noise\n" + message + "==7==ERROR: AddressSanitizer: ABRT\n    #0 0x7f in abort\n" + line_of_a +
-        "\n  b 0x1 0x2 0x3 0x4\n  c \t 0x1 2 0x3 0x4\n  d \t 0x1 0x2 0x3\n" +
-        "  e \t 0x1 0x2 0x3 0x4z\n  f \t -0x1 0x2 0x3 0x4\n" + line_of_a + end_of_listing + line_of_a +
-        "qemu: uncaught target signal 6 (Aborted) - core dumped\n");
+    const abort_log log =
+        read_abort_log("noise\n" + message + "==7==ERROR: AddressSanitizer: ABRT\n    #0 0x7f in abort\n" +
+                       line_of_a + "\n  b 0x1 0x2 0x3 0x4\n  c \t 0x1 2 0x3 0x4\n  d \t 0x1 0x2 0x3\n" +
+                       "  e \t 0x1 0x2 0x3 0x4z\n  f \t -0x1 0x2 0x3 0x4\n" + line_of_a + end_of_listing +
+                       line_of_a + "qemu: uncaught target signal 6 (Aborted) - core dumped\n");
     EXPECT_EQ(ids(log), std::vector<std::string>{"field-filled"});
     EXPECT_EQ(log.reports[0].line, 2U);
     EXPECT_THAT(listing(log), ElementsAre("a|0x7f0000|0x10|0x7f0020|0x4", "a|0x7f0000|0x10|0x7f0020|0x4"));
@@ -212,7 +212,7 @@ TEST(AbortReports, AreReadBehindThePrefixesOfALogsLines)
         std::string text;
         for (std::size_t i = 0; i < std::size(lines); ++i)
             text += (same ? "  planner_1  | " : "12:00:0" + std::to_string(i) + " [x] ") + lines[i];
-        const abort_log log = read_abort_reports(text);
+        const abort_log log = read_abort_log(text);
         ASSERT_EQ(ids(log), std::vector<std::string>{"field-filled"});
         EXPECT_THAT(listing(log),
                     ElementsAre("a b  c|0x7f0000|0x10|0x7f0020|0x4", "d|0x7f0000|0x10|0x7f0020|0x4"));
@@ -225,14 +225,14 @@ TEST(AbortReports, AreReadBehindThePrefixesOfALogsLines)
         std::string text;
         for (std::size_t i = 0; i < std::size(lines); ++i)
             text += prefixes.at(i) + lines[i];
-        EXPECT_THAT(listing(read_abort_reports(text)),
+        EXPECT_THAT(listing(read_abort_log(text)),
                     ElementsAre("a b  c|0x7f0000|0x10|0x7f0020|0x4", "d|0x7f0000|0x10|0x7f0020|0x4"))
             << text;
     }
-    EXPECT_THAT(ids(read_abort_reports("resolving R_AARCH64_CALL26 reloc but " + message)),
+    EXPECT_THAT(ids(read_abort_log("resolving R_AARCH64_CALL26 reloc but " + message)),
                 ElementsAre("field-filled"));
     // Not a prefix, but what another thread had printed last.
-    const abort_log log = read_abort_reports("12345" + message + lines[1]);
+    const abort_log log = read_abort_log("12345" + message + lines[1]);
     EXPECT_THAT(listing(log), ElementsAre("a b  c|0x7f0000|0x10|0x7f0020|0x4"));
 }
 
@@ -242,12 +242,11 @@ TEST(AbortReports, AreReadWhateverALogsLinesEndWith)
         std::string text;
         for (const std::string& line : {message, line_of_a, end_of_listing})
             text += "\x1b[1;31m" + line.substr(0, line.size() - 1) + end + "\n";
-        EXPECT_EQ(listing(read_abort_reports(text)), listing(read_abort_reports(message + line_of_a)));
-        EXPECT_TRUE(read_abort_reports(text).listings.at(0).complete);
+        EXPECT_EQ(listing(read_abort_log(text)), listing(read_abort_log(message + line_of_a)));
+        EXPECT_TRUE(read_abort_log(text).listings.at(0).complete);
     }
-    EXPECT_THAT(listing(read_abort_reports(message + "  a \t 0x7f0000 0x10 0x7f0020 0x4 1m\n")), IsEmpty());
-    EXPECT_THAT(listing(read_abort_reports(message + "  a \t 0x7f0000 0x10 0x7f0020 0x4\x1b[x1m\n")),
-                IsEmpty());
+    EXPECT_THAT(listing(read_abort_log(message + "  a \t 0x7f0000 0x10 0x7f0020 0x4 1m\n")), IsEmpty());
+    EXPECT_THAT(listing(read_abort_log(message + "  a \t 0x7f0000 0x10 0x7f0020 0x4\x1b[x1m\n")), IsEmpty());
 }
 
 TEST(AbortReports, OfSeveralThreadsShareTheirListing)
@@ -255,9 +254,9 @@ TEST(AbortReports, OfSeveralThreadsShareTheirListing)
     const std::string second =
         "resolving R_AARCH64_ADR_PREL_LO21 reloc but smod does not fit in +/-1M, got 0x0 - 0x10 = "
         "0xfffffffffffffff0\n";
-    const abort_log log = read_abort_reports(message + line_of_a + second + line_of_a +
-                                             glibc(assertions[1].function, assertions[1].expression) +
-                                             end_of_listing + line_of_a + end_of_listing + end_of_listing);
+    const abort_log log = read_abort_log(message + line_of_a + second + line_of_a +
+                                         glibc(assertions[1].function, assertions[1].expression) +
+                                         end_of_listing + line_of_a + end_of_listing + end_of_listing);
     EXPECT_THAT(ids(log), ElementsAre("field-filled", "range", "unknown-target", ""));
     ASSERT_EQ(log.listings.size(), 1U);
     EXPECT_EQ(log.listings[0].kernels.size(), 3U);
@@ -270,7 +269,7 @@ TEST(AbortReports, OfSeveralThreadsShareTheirListing)
 TEST(AbortReports, OfSeveralProcessesHaveAListingEach)
 {
     const abort_log log =
-        read_abort_reports(message + line_of_a + end_of_listing + message + line_of_a + end_of_listing);
+        read_abort_log(message + line_of_a + end_of_listing + message + line_of_a + end_of_listing);
     EXPECT_THAT(ids(log), ElementsAre("field-filled", "field-filled"));
     ASSERT_EQ(log.listings.size(), 2U);
     EXPECT_EQ(log.reports[1].listing, 1U);
@@ -278,8 +277,8 @@ TEST(AbortReports, OfSeveralProcessesHaveAListingEach)
     EXPECT_EQ(log.listings[1].kernels.size(), 1U);
 
     // The first process ends before its second thread has said all.
-    const abort_log cut = read_abort_reports(message + message + line_of_a + end_of_listing + message +
-                                             line_of_a + end_of_listing);
+    const abort_log cut =
+        read_abort_log(message + message + line_of_a + end_of_listing + message + line_of_a + end_of_listing);
     ASSERT_EQ(cut.reports.size(), 3U);
     EXPECT_EQ(cut.reports[1].listing, 0U);
     EXPECT_EQ(cut.reports[2].listing, 1U);
@@ -288,7 +287,7 @@ TEST(AbortReports, OfSeveralProcessesHaveAListingEach)
 
 TEST(AbortReports, WithoutTheirMessageAreFoundToo)
 {
-    const abort_log log = read_abort_reports(line_of_a + end_of_listing);
+    const abort_log log = read_abort_log(line_of_a + end_of_listing);
     EXPECT_THAT(ids(log), ElementsAre(""));
     EXPECT_EQ(log.reports[0].listing, std::nullopt);
 }
@@ -298,12 +297,10 @@ TEST(AbortReports, AreReadInPiecesOfAnySize)
     const std::string text =
         "x\n\ny\nz\n" + message + "  new\nline \t 0x7f0000 0x10 0x7f0020 0x4\n" + end_of_listing;
     for (std::size_t size = 1; size < text.size(); ++size) {
-        std::size_t at = 0;
-        const abort_log log = read_abort_reports([&](char* buffer, std::size_t most) {
-            const std::size_t count = text.copy(buffer, std::min(size, most), at);
-            at += count;
-            return count;
-        });
+        abort_log_reader reader;
+        for (std::size_t at = 0; at < text.size(); at += size)
+            reader.read(std::string_view(text).substr(at, size));
+        const abort_log log = reader.finish();
         ASSERT_EQ(ids(log), std::vector<std::string>{"field-filled"}) << size;
         EXPECT_EQ(log.reports[0].line, 5U);
         EXPECT_THAT(listing(log), ElementsAre("new\nline|0x7f0000|0x10|0x7f0020|0x4"));
@@ -314,8 +311,7 @@ TEST(AbortReports, AreReadInPiecesOfAnySize)
 TEST(AbortReports, AreFoundAtTheEndOfAnEndlessLine)
 {
     const std::string noise(3 << 20, '.');
-    const abort_log log =
-        read_abort_reports(noise + message + noise + "\n" + line_of_a + noise + end_of_listing);
+    const abort_log log = read_abort_log(noise + message + noise + "\n" + line_of_a + noise + end_of_listing);
     ASSERT_EQ(ids(log), std::vector<std::string>{"field-filled"});
     EXPECT_THAT(listing(log), ElementsAre("a|0x7f0000|0x10|0x7f0020|0x4"));
     EXPECT_TRUE(log.listings[0].complete);
@@ -327,7 +323,7 @@ TEST(AbortReports, AreAHundredAtMost)
     std::string text;
     for (int i = 0; i < 130; ++i)
         text += report;
-    const abort_log log = read_abort_reports(text);
+    const abort_log log = read_abort_log(text);
     EXPECT_EQ(log.reports.size(), 100U);
     EXPECT_EQ(log.more_reports, 30U);
     EXPECT_EQ(log.listings.size(), 100U);
@@ -337,20 +333,14 @@ TEST(AbortReports, ThatFillTheMemoryAreCut)
 {
     // 200 MiB of kernels, of which 128 MiB are kept, and names that never end.
     const std::string line = "  " + std::string(100000, 'k') + " \t 0x7f0000 0x10 0x7f0020 0x4\n";
-    std::size_t lines = 0;
-    std::string rest = message;
-    const abort_log log = read_abort_reports([&](char* buffer, std::size_t most) {
-        if (rest.empty() && lines < 2100) {
-            rest = lines < 2000 ? line : "  " + std::string(100000, 'k') + "\n";
-            ++lines;
-        } else if (rest.empty() && lines == 2100) {
-            rest = end_of_listing;
-            ++lines;
-        }
-        const std::size_t count = rest.copy(buffer, most);
-        rest.erase(0, count);
-        return count;
-    });
+    abort_log_reader reader;
+    reader.read(message);
+    for (int i = 0; i < 2000; ++i)
+        reader.read(line);
+    for (int i = 0; i < 100; ++i)
+        reader.read("  " + std::string(100000, 'k') + "\n");
+    reader.read(end_of_listing);
+    const abort_log log = reader.finish();
     ASSERT_EQ(log.listings.size(), 1U);
     EXPECT_LT(log.listings[0].kernels.size(), 1400U);
     EXPECT_GT(log.listings[0].kernels.size(), 1300U);

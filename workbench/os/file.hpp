@@ -1,0 +1,46 @@
+// Files, standard input and pipes.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+
+namespace vorna::workbench {
+
+/// An open file, closed when the object dies. A negative number is none.
+class file_descriptor {
+public:
+    explicit file_descriptor(int number = -1) : number_(number) {}
+    file_descriptor(file_descriptor&& other) noexcept : number_(other.release()) {}
+    file_descriptor& operator=(file_descriptor&& other) noexcept;
+    ~file_descriptor() { close(); }
+
+    [[nodiscard]] int number() const { return number_; }
+    int release();
+    void close();
+
+private:
+    int number_;
+};
+
+/// Opens a file for reading; "-" is standard input. Like the other functions here, throws std::runtime_error
+/// with the system's reason, without the file's name, when the system refuses.
+file_descriptor open_input(const std::string& path);
+
+/// What messages call such a file: the path, or "standard input".
+std::string input_name(const std::string& path);
+
+/// Passes the bytes to `consume` in pieces until the end of the file or pipe.
+void read_pieces(const file_descriptor& file, const std::function<void(std::string_view)>& consume);
+
+/// Reads `size` bytes that begin at `offset`, fewer if the file ends before. Returns how many.
+std::size_t read_at(const file_descriptor& file, char* bytes, std::size_t size, off_t offset);
+
+/// The whole of a regular file of at most `largest` bytes; nothing if there is no file of that name. What is
+/// wrong comes with the path in front of it here.
+std::optional<std::string> read_file(const std::string& path, std::size_t largest);
+
+} // namespace vorna::workbench
