@@ -34,18 +34,8 @@ EXCEPTIONS = {
     ("workbench/analysis/baseline.cpp", "workbench/render/listing.hpp"),
     ("workbench/analysis/equivalence.cpp", "workbench/render/listing.hpp"),
     ("workbench/analysis/loaded_constants.hpp", "workbench/render/listing.hpp"),
-    ("workbench/cli/cmd_explain.cpp", "fcntl.h"),
-    ("workbench/cli/cmd_explain.cpp", "unistd.h"),
-    ("workbench/cli/cmd_objdump.cpp", "unistd.h"),
     ("workbench/cli/command.cpp", "sys/stat.h"),
     ("workbench/cli/command.cpp", "unistd.h"),
-    ("workbench/cli/profile_input.cpp", "fcntl.h"),
-    ("workbench/cli/profile_input.cpp", "spawn.h"),
-    ("workbench/cli/profile_input.cpp", "sys/wait.h"),
-    ("workbench/cli/profile_input.cpp", "unistd.h"),
-    ("workbench/input/dumps.cpp", "fcntl.h"),
-    ("workbench/input/dumps.cpp", "sys/stat.h"),
-    ("workbench/input/dumps.cpp", "unistd.h"),
 }
 
 # The finaliser calls the system, and the object writer and check/ read no more than ELF's constants.

@@ -1,11 +1,10 @@
 #include "workbench/cli/command.hpp"
+#include "workbench/os/file.hpp"
 #include "workbench/os/process.hpp"
 #include "workbench/text/output.hpp"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
 #include <elf.h>
 #include <fmt/format.h>
@@ -13,7 +12,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string_view>
-#include <unistd.h>
+#include <system_error>
 
 namespace vorna::workbench {
 
@@ -36,20 +35,6 @@ Elf64_Half machine_of(const std::string& path)
     return machine;
 }
 
-bool on_path(const std::string& program)
-{
-    const char* const path = std::getenv("PATH");
-    std::string_view rest = path == nullptr ? "" : path;
-    while (!rest.empty()) {
-        const std::size_t colon = std::min(rest.find(':'), rest.size());
-        const std::string directory(rest.substr(0, colon));
-        if (access(((directory.empty() ? "." : directory) + "/" + program).c_str(), X_OK) == 0)
-            return true;
-        rest.remove_prefix(std::min(colon + 1, rest.size()));
-    }
-    return false;
-}
-
 /// The disassembler for a file: the machine's own objdump, which elsewhere than on AArch64 seldom knows
 /// AArch64.
 std::string objdump_for(const std::string& file)
@@ -62,7 +47,7 @@ std::string objdump_for(const std::string& file)
     if (native || machine_of(file) != EM_AARCH64)
         return "objdump";
     for (const char* const program : {"aarch64-linux-gnu-objdump", "llvm-objdump"}) {
-        if (on_path(program))
+        if (is_on_path(program))
             return program;
     }
     return "objdump";
@@ -81,8 +66,11 @@ void run_objdump(const objdump_options& options, std::vector<std::string> argume
     for (std::string& argument : arguments) {
         if (!is_perf_map(argument))
             continue;
-        if (access(options.image.c_str(), R_OK) != 0)
-            throw std::runtime_error(fmt::format("{}: {}", options.image, std::strerror(errno)));
+        try {
+            open_input(options.image);
+        } catch (const std::system_error& error) {
+            throw std::runtime_error(fmt::format("{}: {}", options.image, error.what()));
+        }
         argument = options.image;
     }
     const std::string program = !options.program.empty() ? options.program

@@ -5,26 +5,21 @@
 #include "workbench/os/process.hpp"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
 #include <fmt/format.h>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
-#include <unistd.h>
 
 namespace vorna::workbench {
 
 namespace {
 
-/// Whether a regular file begins as no file of perf record does: without a byte that is not text.
-bool is_text(const std::string& file)
+/// Whether a file begins as no file of perf record does: without a byte that is not text.
+bool is_text(const file_descriptor& file)
 {
-    if (!std::filesystem::is_regular_file(file))
-        return false;
     char bytes[4096];
-    const std::string_view text(bytes, read_at(open_input(file), bytes, sizeof bytes, 0));
+    const std::string_view text(bytes, read_at(file, bytes, sizeof bytes, 0));
     return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
         return static_cast<unsigned char>(c) >= ' ' || c == '\n' || c == '\t' || c == '\r';
     });
@@ -67,9 +62,8 @@ profile read_perf_script(const std::string& file, const kernel_set& set)
 profile read_perf_data(const std::string& file, const kernel_set& set)
 {
     return with_name(input_name(file), [&] {
-        if (file != "-" && access(file.c_str(), R_OK) != 0)
-            throw std::runtime_error(std::strerror(errno));
-        if (is_text(file))
+        const std::optional<regular_file> data = file == "-" ? std::nullopt : open_regular_file(file);
+        if (data && is_text(data->descriptor))
             throw std::runtime_error("text, not what perf record writes: give it with --perf-script=" + file);
         profile_reader reader(set);
         const program_result perf = run_perf_script(file, reader);

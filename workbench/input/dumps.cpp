@@ -3,16 +3,14 @@
 #include "workbench/os/file.hpp"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
 #include <gelf.h>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <stdexcept>
-#include <sys/stat.h>
 #include <unordered_set>
 
 namespace vorna::workbench {
@@ -217,11 +215,6 @@ namespace {
 
 enum class file_kind { dump, read_before, empty, not_elf, not_object };
 
-std::string error_text()
-{
-    return std::strerror(errno);
-}
-
 /// Files by device and inode: one may have several names, and be named several times.
 using file_id = std::pair<dev_t, ino_t>;
 struct file_hash {
@@ -234,29 +227,21 @@ file_kind read_file(const std::string& path, std::vector<placed_kernel>& kernels
                     file_set& files_read)
 {
     constexpr std::size_t largest = std::size_t{1} << 30;
-    struct stat status;
-    if (stat(path.c_str(), &status) != 0)
-        throw std::runtime_error(error_text());
-    if (!S_ISREG(status.st_mode))
+    const std::optional<regular_file> file = open_regular_file(path);
+    if (!file)
         return file_kind::not_elf;
-    // It may be a FIFO by now.
-    const file_descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (file.number() < 0 || fstat(file.number(), &status) != 0)
-        throw std::runtime_error(error_text());
-    if (!S_ISREG(status.st_mode))
-        return file_kind::not_elf;
-    if (!files_read.emplace(status.st_dev, status.st_ino).second)
+    if (!files_read.emplace(file->device, file->inode).second)
         return file_kind::read_before;
-    if (status.st_size == 0)
+    const std::size_t size = file->size;
+    if (size == 0)
         return file_kind::empty;
     char magic[SELFMAG];
-    if (read_at(file, magic, SELFMAG, 0) != SELFMAG || std::memcmp(magic, ELFMAG, SELFMAG) != 0)
+    if (read_at(file->descriptor, magic, SELFMAG, 0) != SELFMAG || std::memcmp(magic, ELFMAG, SELFMAG) != 0)
         return file_kind::not_elf;
-    const auto size = static_cast<std::size_t>(status.st_size);
     if (size > largest)
         throw std::runtime_error("larger than 1 GiB, which no dump is");
     buffer.resize(size);
-    if (read_at(file, buffer.data(), size, 0) != size)
+    if (read_at(file->descriptor, buffer.data(), size, 0) != size)
         throw std::runtime_error("became shorter while it was read");
     Elf64_Half type = ET_REL;
     if (size >= offsetof(Elf64_Ehdr, e_type) + sizeof type)

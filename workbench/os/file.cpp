@@ -1,11 +1,11 @@
 #include "workbench/os/file.hpp"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <stdexcept>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -14,7 +14,7 @@ namespace vorna::workbench {
 
 [[noreturn]] static void fail()
 {
-    throw std::runtime_error(std::strerror(errno));
+    throw std::system_error(errno, std::generic_category());
 }
 
 file_descriptor& file_descriptor::operator=(file_descriptor&& other) noexcept
@@ -51,6 +51,25 @@ std::string input_name(const std::string& path)
     return path == "-" ? "standard input" : path;
 }
 
+std::optional<regular_file> open_regular_file(const std::string& path)
+{
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0)
+        fail();
+    if (!S_ISREG(status.st_mode))
+        return std::nullopt;
+    // By now it may be a FIFO, where opening would wait for a writer.
+    regular_file file{file_descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))};
+    if (file.descriptor.number() < 0 || fstat(file.descriptor.number(), &status) != 0)
+        fail();
+    if (!S_ISREG(status.st_mode))
+        return std::nullopt;
+    file.size = static_cast<std::size_t>(status.st_size);
+    file.device = status.st_dev;
+    file.inode = status.st_ino;
+    return file;
+}
+
 void read_pieces(const file_descriptor& file, const std::function<void(std::string_view)>& consume)
 {
     std::vector<char> buffer(std::size_t{1} << 18);
@@ -81,30 +100,24 @@ std::size_t read_at(const file_descriptor& file, char* bytes, std::size_t size, 
     return done;
 }
 
-static std::optional<std::string> read_regular_file(const std::string& path, std::size_t largest)
-{
-    // Opening a FIFO would wait for a writer.
-    const file_descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (file.number() < 0 && (errno == ENOENT || errno == ENOTDIR))
-        return std::nullopt;
-    struct stat status;
-    if (file.number() < 0 || fstat(file.number(), &status) != 0)
-        fail();
-    if (!S_ISREG(status.st_mode))
-        throw std::runtime_error("not a regular file");
-    std::string content;
-    read_pieces(file, [&](std::string_view piece) {
-        if (piece.size() > largest - content.size())
-            throw std::runtime_error(fmt::format("larger than {} MiB", largest >> 20));
-        content += piece;
-    });
-    return content;
-}
-
 std::optional<std::string> read_file(const std::string& path, std::size_t largest)
 {
     try {
-        return read_regular_file(path, largest);
+        const std::optional<regular_file> file = open_regular_file(path);
+        if (!file)
+            throw std::runtime_error("not a regular file");
+        std::string content;
+        read_pieces(file->descriptor, [&](std::string_view piece) {
+            if (piece.size() > largest - content.size())
+                throw std::runtime_error(fmt::format("larger than {} MiB", largest >> 20));
+            content += piece;
+        });
+        return content;
+    } catch (const std::system_error& error) {
+        if (error.code() == std::errc::no_such_file_or_directory ||
+            error.code() == std::errc::not_a_directory)
+            return std::nullopt;
+        throw std::runtime_error(fmt::format("{}: {}", path, error.what()));
     } catch (const std::runtime_error& error) {
         throw std::runtime_error(fmt::format("{}: {}", path, error.what()));
     }

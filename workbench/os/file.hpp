@@ -26,12 +26,23 @@ private:
     int number_;
 };
 
-/// Opens a file for reading; "-" is standard input. Like the other functions here, throws std::runtime_error
+/// Opens a file for reading; "-" is standard input. Like the other functions here, throws std::system_error
 /// with the system's reason, without the file's name, when the system refuses.
 file_descriptor open_input(const std::string& path);
 
 /// What messages call such a file: the path, or "standard input".
 std::string input_name(const std::string& path);
+
+/// A regular file, open for reading.
+struct regular_file {
+    file_descriptor descriptor;
+    std::size_t size = 0;
+    dev_t device = 0; ///< with the inode, the same for all names of a file
+    ino_t inode = 0;
+};
+
+/// Opens a regular file; nothing if it is another kind of file, which is not touched.
+std::optional<regular_file> open_regular_file(const std::string& path);
 
 /// Passes the bytes to `consume` in pieces until the end of the file or pipe.
 void read_pieces(const file_descriptor& file, const std::function<void(std::string_view)>& consume);
@@ -39,8 +50,8 @@ void read_pieces(const file_descriptor& file, const std::function<void(std::stri
 /// Reads `size` bytes that begin at `offset`, fewer if the file ends before. Returns how many.
 std::size_t read_at(const file_descriptor& file, char* bytes, std::size_t size, off_t offset);
 
-/// The whole of a regular file of at most `largest` bytes; nothing if there is no file of that name. What is
-/// wrong comes with the path in front of it here.
+/// The whole of a regular file of at most `largest` bytes; nothing if there is no file of that name. Throws
+/// std::runtime_error with the path and what is wrong.
 std::optional<std::string> read_file(const std::string& path, std::size_t largest);
 
 } // namespace vorna::workbench

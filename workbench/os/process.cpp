@@ -2,9 +2,11 @@
 
 #include "workbench/os/file.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
@@ -104,6 +106,20 @@ program_result run_child(const std::vector<std::string>& command,
     const int status = child.wait();
     return {WIFEXITED(status) ? WEXITSTATUS(status) : 0, WIFSIGNALED(status) ? WTERMSIG(status) : 0,
             first_line(errors.get())};
+}
+
+bool is_on_path(std::string_view program)
+{
+    const char* const path = std::getenv("PATH");
+    std::string_view rest = path == nullptr ? "" : path;
+    while (!rest.empty()) {
+        const std::size_t colon = std::min(rest.find(':'), rest.size());
+        std::string directory(colon == 0 ? "." : rest.substr(0, colon));
+        if (access(directory.append("/").append(program).c_str(), X_OK) == 0)
+            return true;
+        rest.remove_prefix(std::min(colon + 1, rest.size()));
+    }
+    return false;
 }
 
 void exec_program(const std::vector<std::string>& command)

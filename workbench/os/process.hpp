@@ -21,6 +21,9 @@ struct program_result {
 program_result run_child(const std::vector<std::string>& command,
                          const std::function<void(std::string_view)>& output);
 
+/// Whether a program of that name is on PATH.
+bool is_on_path(std::string_view program);
+
 /// Replaces this process by a program, found on PATH. Throws std::system_error if that fails.
 [[noreturn]] void exec_program(const std::vector<std::string>& command);
 

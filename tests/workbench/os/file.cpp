@@ -67,6 +67,23 @@ TEST(OpenInput, SaysWhyItCannot)
     EXPECT_EQ(error_of([] { open_input("/nowhere/file"); }), "No such file or directory");
 }
 
+TEST(OpenRegularFile, TellsFilesApartAndNoOthers)
+{
+    const temp_directory directory;
+    const std::string path = directory.path() / "file";
+    write_file(path, "12345");
+    create_hard_link(path, directory.path() / "other name");
+    write_file(directory.path() / "other", "12345");
+    const auto file = open_regular_file(path);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->size, 5U);
+    EXPECT_EQ(open_regular_file(directory.path() / "other name")->inode, file->inode);
+    EXPECT_NE(open_regular_file(directory.path() / "other")->inode, file->inode);
+    EXPECT_FALSE(open_regular_file(directory.path()));
+    EXPECT_FALSE(open_regular_file("/dev/null"));
+    EXPECT_EQ(error_of([&] { open_regular_file(path + "x"); }), "No such file or directory");
+}
+
 TEST(ReadPieces, PassesAllBytesOfAPipe)
 {
     int ends[2];

@@ -72,6 +72,12 @@ TEST(RunChild, SaysWhyAProgramCannotBeStarted)
     }
 }
 
+TEST(IsOnPath, FindsProgramsThatCanBeRun)
+{
+    EXPECT_TRUE(is_on_path("sh"));
+    EXPECT_FALSE(is_on_path("no-such-program"));
+}
+
 TEST(ExecProgram, ReplacesTheProcess)
 {
     const auto child = support::run_in_child([] {
