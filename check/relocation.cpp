@@ -1,5 +1,6 @@
 #include "check/relocation.hpp"
 
+#include <cstring>
 #include <elf.h>
 
 namespace vorna::wfta {
@@ -19,6 +20,28 @@ static constexpr relocation_kind kinds[] = {
     {R_AARCH64_CALL26, "R_AARCH64_CALL26", "BL", 0xfc000000, 0x94000000, 0x01ffffff, whole, true, 28, 4,
      "128 MiB"},
 };
+
+bool names_data(std::string_view target)
+{
+    return target.substr(0, data_prefix.size()) == data_prefix;
+}
+
+bool is_own_data(std::string_view kernel, std::string_view target)
+{
+    return names_data(target) && target.substr(data_prefix.size()) == kernel;
+}
+
+bool lies_within(const std::vector<std::uint8_t>& code, std::int64_t offset)
+{
+    return offset >= 0 && code.size() >= 4 && static_cast<std::uint64_t>(offset) <= code.size() - 4;
+}
+
+std::uint32_t word_at(const std::vector<std::uint8_t>& code, std::size_t offset)
+{
+    std::uint32_t word = 0;
+    std::memcpy(&word, code.data() + offset, sizeof word);
+    return word;
+}
 
 const relocation_kind* find_relocation_kind(std::int32_t type)
 {
@@ -55,6 +78,26 @@ std::uint32_t relocation_field(const relocation_kind& kind, std::uint64_t X)
         return bits(11, 0) << 10;
     default: // R_AARCH64_CALL26
         return bits(27, 2);
+    }
+}
+
+static std::int64_t sign_extend(std::uint64_t value, unsigned bits)
+{
+    return static_cast<std::int64_t>(value << (64 - bits)) >> (64 - bits);
+}
+
+std::int64_t encoded_value(const relocation_kind& kind, std::uint32_t word)
+{
+    const std::uint64_t adr = std::uint64_t{word >> 5 & 0x7ffff} << 2 | (word >> 29 & 3);
+    switch (kind.type) {
+    case R_AARCH64_ADR_PREL_LO21:
+        return sign_extend(adr, 21);
+    case R_AARCH64_ADR_PREL_PG_HI21:
+        return sign_extend(adr << 12, 33);
+    case R_AARCH64_ADD_ABS_LO12_NC:
+        return word >> 10 & 0xfff;
+    default: // R_AARCH64_CALL26
+        return sign_extend(std::uint64_t{word & 0x3ffffff} << 2, 28);
     }
 }
 

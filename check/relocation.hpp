@@ -3,9 +3,28 @@
 // other.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string_view>
+#include <vector>
 
 namespace vorna::wfta {
+
+/// A relocation's target names constants by this prefix and the name of their kernel, otherwise a kernel's
+/// code.
+inline constexpr std::string_view data_prefix = ".rodata.";
+
+/// Whether the target names constants, of whatever kernel.
+bool names_data(std::string_view target);
+
+/// Whether the target names the kernel's own constants.
+bool is_own_data(std::string_view kernel, std::string_view target);
+
+/// Whether a whole word at `offset` lies within the code.
+bool lies_within(const std::vector<std::uint8_t>& code, std::int64_t offset);
+
+/// The instruction word at `offset`, which must lie within the code.
+std::uint32_t word_at(const std::vector<std::uint8_t>& code, std::size_t offset);
 
 /// One kind of relocation. S is the target's address plus the addend (the ABI's S + A), P the place, X the
 /// value that is checked and encoded, all with wrap-around in 64 bits.
@@ -34,6 +53,10 @@ bool in_range(const relocation_kind& kind, std::uint64_t X);
 
 /// The bits that are ORed into the instruction word for X.
 std::uint32_t relocation_field(const relocation_kind& kind, std::uint64_t X);
+
+/// The value that the field of an instruction word holds, the inverse of relocation_field: the distance of an
+/// ADR or a BL, that of an ADRP in bytes from its own page.
+std::int64_t encoded_value(const relocation_kind& kind, std::uint32_t word);
 
 /// All bits of the instruction's field. BL's has one more than the finaliser tests: the highest.
 std::uint32_t field_mask(const relocation_kind& kind);

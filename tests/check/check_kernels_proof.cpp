@@ -136,7 +136,7 @@ std::size_t number_of(const std::vector<kernel_data>& kernels, const kernel_find
 {
     std::size_t seen = registry.count(finding.kernel);
     for (std::size_t i = 0; i < kernels.size(); ++i) {
-        if (kernels[i].name == finding.kernel && (finding.id != "duplicate-name" || seen++ > 0))
+        if (kernels[i].name == finding.kernel && (finding.id != finding_id::duplicate_name || seen++ > 0))
             return i;
     }
     return kernels.size();
@@ -165,7 +165,7 @@ std::size_t number_of(const std::vector<kernel_data>& kernels, const kernel_find
             if (!finding.aborts)
                 continue;
             shared.predicted = true;
-            std::snprintf(shared.id, sizeof shared.id, "%s", finding.id.c_str());
+            std::snprintf(shared.id, sizeof shared.id, "%s", name_of(finding.id));
             std::snprintf(shared.kernel, sizeof shared.kernel, "%s", finding.kernel.c_str());
             shared.relocation = finding.relocation.value_or(no_relocation);
             shared.kernel_number = number_of(set.kernels, finding, registry);

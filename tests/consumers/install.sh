@@ -3,7 +3,7 @@
 
 rm -rf "$work"
 mkdir -p "$work/first" "$work/vorna_wfta"
-cp -r "$source"/{CMakeLists.txt,CMakePresets.json,cmake,examples,fft,jit,workbench} "$work/vorna_wfta"
+cp -r "$source"/{CMakeLists.txt,CMakePresets.json,check,cmake,examples,fft,jit,workbench} "$work/vorna_wfta"
 cd "$work/vorna_wfta"
 
 HOME=$work/first
@@ -24,4 +24,4 @@ mv "$work/first" "$HOME"
 ! grep -rIl "$work" "$HOME" || fail "installed files name the directory that they were built in"
 
 installed=$(cd "$HOME/vorna/include/vorna_wfta" && find . -type f | sort | xargs)
-[ "$installed" = "./fft/SRC/wfta/kernel_printer.hpp ./jit/elf.hpp ./jit/reloc_info.hpp ./check/check_kernels.hpp" ] || fail "headers: $installed"
+[ "$installed" = "./check/check_kernels.hpp ./check/finding.hpp ./fft/SRC/wfta/kernel_printer.hpp ./jit/elf.hpp ./jit/reloc_info.hpp" ] || fail "headers: $installed"

@@ -556,16 +556,19 @@ TEST(Breakages, AreFoundBeforeTheSetIsFinalised)
         std::set<std::string> ids;
         bool ends = false;
         for (const vorna::wfta::kernel_finding& finding : vorna::wfta::check_kernels(registry, kernels)) {
-            ids.insert(finding.id);
+            ids.insert(name_of(finding.id));
             ends = ends || finding.aborts;
         }
         EXPECT_EQ(ends, breakage.leads_to == wfta_host::outcome::ended);
         const std::string id = breakage.kind == "provisional" ? "field-filled" : breakage.kind;
-        EXPECT_EQ(ids.count(id), breakage.kind == "callee-saved" ? 0U : 1U);
+        // What only a decoder of instructions finds is found in the dumps, as the next test shows.
+        const std::set<std::string> not_found = {"callee-saved", "falls-through", "outside-constants",
+                                                 "writes-constants"};
+        EXPECT_EQ(ids.count(id), not_found.count(breakage.kind) == 0 ? 1U : 0U);
         // What the finding implies: the relocation that was moved is at another instruction; a call between
-        // instructions is to where no kernel begins; without its ADD, what loads through the page is outside.
-        const std::map<std::string, std::string> implied = {
-            {"field-filled", "opcode"}, {"range", "call-target"}, {"pair", "outside-constants"}};
+        // instructions is to where no kernel begins.
+        const std::map<std::string, std::string> implied = {{"field-filled", "opcode"},
+                                                            {"range", "call-target"}};
         ids.erase(id);
         if (breakage.kind != "provisional" && implied.count(breakage.kind) != 0)
             ids.erase(implied.at(breakage.kind));

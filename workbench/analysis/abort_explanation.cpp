@@ -237,7 +237,7 @@ std::optional<refusal> find_refusal(const placed_kernel& kernel, const kernel_ad
         find, {}, wfta::address_kind::real);
     for (const wfta::kernel_finding& finding : findings) {
         if (finding.aborts && finding.relocation)
-            return refusal{finding.id, *finding.relocation};
+            return refusal{name_of(finding.id), *finding.relocation};
     }
     return std::nullopt;
 }

@@ -34,11 +34,6 @@ void append(std::string& bytes, std::uint32_t number)
     bytes.append(reinterpret_cast<const char*>(&number), sizeof number);
 }
 
-bool is_own_data(const placed_kernel& kernel, std::string_view target)
-{
-    return names_data(target) && target.substr(data_prefix.size()) == kernel.name;
-}
-
 [[noreturn]] void fail(std::size_t line, const std::string& what)
 {
     throw std::runtime_error(fmt::format("line {}: {}", line, what));
@@ -134,7 +129,7 @@ kernel_fingerprint fingerprint_of(const placed_kernel& kernel)
         append(references, static_cast<std::uint32_t>(reloc.offset));
         append(references, static_cast<std::uint32_t>(reloc.type));
         append(references, static_cast<std::uint32_t>(reloc.addend));
-        const bool own = is_own_data(kernel, reloc.name);
+        const bool own = is_own_data(kernel.name, reloc.name);
         references += own ? '\1' : '\0';
         if (!own) {
             append(references, static_cast<std::uint32_t>(reloc.name.size()));
@@ -280,7 +275,7 @@ std::string baseline_listing(const placed_kernel& kernel, disassembler& disassem
         const wfta::relocation_kind* const kind = wfta::find_relocation_kind(reloc.type);
         text += fmt::format(
             " {:+#x}  {}  {} {:+}\n", reloc.offset, kind == nullptr ? std::to_string(reloc.type) : kind->name,
-            is_own_data(kernel, reloc.name) ? ".rodata" : escaped_name(reloc.name), reloc.addend);
+            is_own_data(kernel.name, reloc.name) ? ".rodata" : escaped_name(reloc.name), reloc.addend);
     }
     if (!kernel.data.empty())
         text += "constants:\n";

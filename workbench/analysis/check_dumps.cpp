@@ -1,6 +1,7 @@
 #include "workbench/analysis/check_dumps.hpp"
 
 #include "check/engine.hpp"
+#include "workbench/analysis/instruction_findings.hpp"
 #include "workbench/text/output.hpp"
 
 #include <algorithm>
@@ -77,7 +78,13 @@ std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set)
             return {where::later, 0};
         return {where::placed, set.kernels[target].text_address};
     };
-    return check_placed(checked, find, {}, wfta::address_kind::real);
+    std::vector<wfta::kernel_finding> findings = check_placed(checked, find, {}, wfta::address_kind::real);
+    std::vector<wfta::kernel_finding> in_instructions = find_in_instructions(checked, find);
+    findings.insert(findings.end(), std::make_move_iterator(in_instructions.begin()),
+                    std::make_move_iterator(in_instructions.end()));
+    std::stable_sort(findings.begin(), findings.end(),
+                     [](const auto& a, const auto& b) { return a.index < b.index; });
+    return findings;
 }
 
 std::optional<std::string> find_mixture(const kernel_set& set,
@@ -93,25 +100,26 @@ std::optional<std::string> find_mixture(const kernel_set& set,
         return finding.offset ? place_text(finding.kernel, *finding.offset) : place_text(finding.kernel);
     };
     for (const wfta::kernel_finding& finding : findings) {
-        if (!finding.aborts || finding.id == "unknown-target")
+        if (!finding.aborts || finding.id == wfta::finding_id::unknown_target)
             continue;
-        if (finding.id == "duplicate-name")
+        if (finding.id == wfta::finding_id::duplicate_name)
             return fmt::format("{}: two kernels {} lie in one mapping; {}", what, printable(finding.kernel),
                                remedy);
-        const placed_kernel& kernel = *find_kernel(set, finding.kernel);
+        const placed_kernel& kernel = set.kernels[finding.index];
         const std::string& target = kernel.relocs[*finding.relocation].name;
         const auto targets = names.find(target);
         // Which of several is meant is not known.
         if (names[kernel.name] != 1 ||
-            (finding.id == "range" && targets != names.end() && targets->second != 1))
+            (finding.id == wfta::finding_id::range && targets != names.end() && targets->second != 1))
             continue;
-        const auto next = static_cast<std::size_t>(&kernel - set.kernels.data()) + 1;
+        const auto next = finding.index + 1;
         if (next < set.kernels.size() && set.kernels[next].mapping == kernel.mapping)
             return fmt::format("{}: {} would have ended the process [{}], but {} was placed after it; {}",
-                               what, place(finding), finding.id, printable(set.kernels[next].name), remedy);
+                               what, place(finding), name_of(finding.id), printable(set.kernels[next].name),
+                               remedy);
         if (end != nullptr && end->kernel != finding.kernel)
             return fmt::format("{}: {} [{}] and {} [{}] would each have ended the process; {}", what,
-                               place(*end), end->id, place(finding), finding.id, remedy);
+                               place(*end), name_of(end->id), place(finding), name_of(finding.id), remedy);
         end = &finding;
     }
     return std::nullopt;

@@ -26,10 +26,10 @@
 
 #include "workbench/analysis/equivalence.hpp"
 
-#include "check/a64.hpp"
-#include "check/known_addresses.hpp"
 #include "check/relocation.hpp"
 #include "workbench/analysis/canonical_code.hpp"
+#include "workbench/analysis/known_addresses.hpp"
+#include "workbench/disasm/a64.hpp"
 #include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/render/listing.hpp"
 
@@ -44,22 +44,13 @@
 
 namespace vorna::workbench {
 
-namespace {
-
-bool is_own_data(const placed_kernel& kernel, const std::string& target)
-{
-    return names_data(target) && target.compare(data_prefix.size(), std::string::npos, kernel.name) == 0;
-}
-
-} // namespace
-
 loaded_constants find_loaded_constants(const placed_kernel& kernel)
 {
     loaded_constants constants;
-    for (const wfta::known_access& access : wfta::known_accesses(kernel.name, kernel.text, kernel.relocs)) {
+    for (const known_access& access : known_accesses(kernel.name, kernel.text, kernel.relocs)) {
         const bool in_data =
             access.target_offset && *access.target_offset >= 0 &&
-            is_own_data(kernel, kernel.relocs[access.relocation].name) &&
+            is_own_data(kernel.name, kernel.relocs[access.relocation].name) &&
             static_cast<std::uint64_t>(*access.target_offset) + access.access.bytes <= kernel.data.size();
         if (in_data && access.access.load && !access.access.store) {
             const auto begin = kernel.data.begin() + static_cast<std::ptrdiff_t>(*access.target_offset);
@@ -573,7 +564,7 @@ private:
             made.set(from[0].registers[0]);
         if (a.implicit_uses[link_register] && a.implicit_defs[link_register] && holds_it(link_register))
             made.set(link_register);
-        const auto access = wfta::decode_memory_access(a.word);
+        const auto access = decode_memory_access(a.word);
         if (const auto place = place_on_stack(access); place && is_plain(*access) && access->load) {
             const std::vector<register_id> loaded = moved_registers(from);
             for (std::size_t i = 0; i < loaded.size(); ++i) {
@@ -591,7 +582,7 @@ private:
     void follow_stack(const instruction& a, const operand_range& from)
     {
         stack_frame& stack = registers_.stack;
-        const auto access = wfta::decode_memory_access(a.word);
+        const auto access = decode_memory_access(a.word);
         const auto place = place_on_stack(access);
         const register_set uses = uses_of(a_, a);
         const register_set defs = defs_of(a_, a);
@@ -600,7 +591,7 @@ private:
             const bool adds = a.kind == instruction_kind::add || a.kind == instruction_kind::sub;
             if (adds && a.relocations == 0 && stack.sp && from[1].registers[0] == stack_pointer)
                 to = *stack.sp + signed_number(a, from);
-            else if (place && access->addressing != wfta::addressing_mode::post_register)
+            else if (place && access->addressing != addressing_mode::post_register)
                 to = *stack.sp + access->offset;
             stack.move_sp(to);
         }
@@ -623,19 +614,18 @@ private:
     }
 
     // Of an access by SP and a number.
-    [[nodiscard]] std::optional<std::int64_t>
-    place_on_stack(const std::optional<wfta::memory_access>& access) const
+    [[nodiscard]] std::optional<std::int64_t> place_on_stack(const std::optional<memory_access>& access) const
     {
         if (!access || access->base != stack_pointer || !registers_.stack.sp ||
-            access->addressing == wfta::addressing_mode::register_index)
+            access->addressing == addressing_mode::register_index)
             return std::nullopt;
-        const bool post = access->addressing == wfta::addressing_mode::post_index ||
-                          access->addressing == wfta::addressing_mode::post_register;
+        const bool post = access->addressing == addressing_mode::post_index ||
+                          access->addressing == addressing_mode::post_register;
         return *registers_.stack.sp + (post ? 0 : access->offset);
     }
 
     // LDR, STR, LDP and STP of X registers.
-    static bool is_plain(const wfta::memory_access& access)
+    static bool is_plain(const memory_access& access)
     {
         return !access.fp_simd && access.element_bytes == 8 && access.load != access.store &&
                !access.faults_unaligned && access.bytes == 8 * access.registers;
@@ -715,11 +705,13 @@ private:
     {
         const tessjit::reloc_info& x = before_.relocs[a.relocation];
         const tessjit::reloc_info& y = after_.relocs[b.relocation];
-        const bool own_data = is_own_data(before_, x.name);
+        const bool own_data = is_own_data(before_.name, x.name);
         const bool own_code = x.name == before_.name;
         if (x.type != y.type || (x.addend != y.addend && !own_data))
             return false;
-        if (own_data ? !is_own_data(after_, y.name) : own_code ? y.name != after_.name : x.name != y.name)
+        if (own_data   ? !is_own_data(after_.name, y.name)
+            : own_code ? y.name != after_.name
+                       : x.name != y.name)
             return false;
         if (names_data(x.name) && !own_data)
             return false;
@@ -794,10 +786,10 @@ private:
     bool load_through_address(const instruction& a, const instruction& b, const operand_range& from,
                               const operand_range& to)
     {
-        const auto x = wfta::decode_memory_access(a.word);
-        const auto y = wfta::decode_memory_access(b.word);
+        const auto x = decode_memory_access(a.word);
+        const auto y = decode_memory_access(b.word);
         if (!x || !y || !x->load || x->store || a.may_store || x->addressing != y->addressing ||
-            x->bytes != y->bytes || x->addressing == wfta::addressing_mode::register_index ||
+            x->bytes != y->bytes || x->addressing == addressing_mode::register_index ||
             opcode_name(a.opcode).substr(0, 4) == "LDRA") // checks the address
             return false;
         std::optional<std::size_t> base_operand;
@@ -815,8 +807,8 @@ private:
             return false;
         const link base = link_of(from, to, *base_operand);
         link place = base;
-        const bool post = x->addressing == wfta::addressing_mode::post_index ||
-                          x->addressing == wfta::addressing_mode::post_register;
+        const bool post =
+            x->addressing == addressing_mode::post_index || x->addressing == addressing_mode::post_register;
         place.before += post ? 0 : x->offset;
         place.after += post ? 0 : y->offset;
         if (base.kind != relation::address || !same_bytes(place, x->bytes) ||
@@ -828,12 +820,12 @@ private:
         const auto base_before = from[*base_operand].registers[0];
         const auto base_after = to[*base_operand].registers[0];
         switch (x->addressing) {
-        case wfta::addressing_mode::pre_index:
-        case wfta::addressing_mode::post_index:
+        case addressing_mode::pre_index:
+        case addressing_mode::post_index:
             registers_.relate(base_before, {relation::address, base_after, base.in_code,
                                             base.before + x->offset, base.after + y->offset});
             break;
-        case wfta::addressing_mode::post_register:
+        case addressing_mode::post_register:
             registers_.forget_before(base_before);
             break;
         default:
@@ -922,7 +914,7 @@ bool only_reordered(const placed_kernel& before, const placed_kernel& after, con
                 starts[rows[i].target] = true;
             if (i >= words)
                 starts[i] = true; // a byte
-            else if (wfta::ends_block(word_at(kernel.text, 4 * i)))
+            else if (ends_block(word_at(kernel.text, 4 * i)))
                 starts[i + 1] = true;
         }
         starts[rows.size()] = true;

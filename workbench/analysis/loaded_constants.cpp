@@ -1,6 +1,6 @@
 #include "workbench/analysis/loaded_constants.hpp"
 
-#include "check/known_addresses.hpp"
+#include "workbench/analysis/known_addresses.hpp"
 #include "workbench/text/output.hpp"
 
 #include <algorithm>
@@ -11,9 +11,6 @@
 namespace vorna::workbench {
 
 namespace {
-
-using wfta::known_access;
-using wfta::memory_access;
 
 constexpr std::size_t word_size = 4;
 
@@ -147,7 +144,7 @@ element used_as(const std::vector<listing_row>& rows, std::size_t load, unsigned
             return {number_kind::signed_integer, size};
         const bool overwritten = names_register(destination, number) && !names_register(sources, number) &&
                                  !starts_with(mnemonic, "st");
-        if (overwritten || wfta::ends_block(rows[i].word))
+        if (overwritten || ends_block(rows[i].word))
             break;
     }
     return doubles;
@@ -156,7 +153,7 @@ element used_as(const std::vector<listing_row>& rows, std::size_t load, unsigned
 /// How the load reads its registers.
 element element_of(const memory_access& access, const std::vector<listing_row>& rows, std::size_t load)
 {
-    const std::string_view name = wfta::instruction_name(rows[load].word);
+    const std::string_view name = instruction_name(rows[load].word);
     const std::size_t register_size = access.bytes / access.registers;
     if (!access.fp_simd) {
         const bool zero_extended = register_size < 4 && !access.sign_extended;
@@ -189,11 +186,6 @@ std::string values_text(const std::uint8_t* bytes, const memory_access& access, 
     return text;
 }
 
-bool is_own_data(const placed_kernel& kernel, const std::string& target)
-{
-    return names_data(target) && target.compare(data_prefix.size(), std::string::npos, kernel.name) == 0;
-}
-
 /// A part of the kernel's constants or of its code, by offsets.
 struct range {
     bool in_code;
@@ -204,18 +196,17 @@ struct range {
 /// What a kernel loads from its own constants and code.
 class load_describer {
 public:
-    load_describer(const kernel_set& set, const placed_kernel& kernel, const wfta::code_map& map,
+    load_describer(const kernel_set& set, const placed_kernel& kernel, const code_map& map,
                    const std::vector<listing_row>& rows)
         : kernel_(kernel), map_(map), rows_(rows)
     {
-        const wfta::target_address address_of =
-            [&](const std::string& target) -> std::optional<std::uint64_t> {
-            if (is_own_data(kernel, target))
+        const target_address address_of = [&](const std::string& target) -> std::optional<std::uint64_t> {
+            if (is_own_data(kernel.name, target))
                 return kernel.data_address;
             const placed_kernel* const callee = target == kernel.name ? &kernel : find_kernel(set, target);
             return callee == nullptr ? std::nullopt : std::optional(callee->text_address);
         };
-        known_ = wfta::find_known_addresses(map, kernel.name, kernel.text, kernel.relocs, address_of);
+        known_ = find_known_addresses(map, kernel.name, kernel.text, kernel.relocs, address_of);
         for (const known_access& access : known_.accesses) {
             if (access.access.store && access.target_offset && is_own(access))
                 add_written(access);
@@ -231,10 +222,10 @@ public:
                 add(access);
         }
         for (std::size_t i = 0; i < map_.uses.size(); ++i) {
-            if (map_.uses[i] != wfta::word_use::code)
+            if (map_.uses[i] != word_use::code)
                 continue;
-            if (const auto literal = wfta::decode_literal_load(word_at(kernel_.text, word_size * i))) {
-                known_access load{word_size * i, *literal, wfta::own_code, {}, {}, false, {}};
+            if (const auto literal = decode_literal_load(word_at(kernel_.text, word_size * i))) {
+                known_access load{word_size * i, *literal, own_code, {}, {}, false, {}};
                 load.target_offset = static_cast<std::int64_t>(load.offset) + literal->offset;
                 add(load);
             }
@@ -245,12 +236,12 @@ public:
 private:
     [[nodiscard]] bool is_in_code(const known_access& access) const
     {
-        return access.relocation == wfta::own_code || kernel_.relocs[access.relocation].name == kernel_.name;
+        return access.relocation == own_code || kernel_.relocs[access.relocation].name == kernel_.name;
     }
 
     [[nodiscard]] bool is_own(const known_access& access) const
     {
-        return is_in_code(access) || is_own_data(kernel_, kernel_.relocs[access.relocation].name);
+        return is_in_code(access) || is_own_data(kernel_.name, kernel_.relocs[access.relocation].name);
     }
 
     // The bytes that all executions of a store may write.
@@ -296,8 +287,8 @@ private:
             return false;
         const auto begin = static_cast<std::size_t>(offset);
         for (std::size_t word = begin / word_size; in_code && word_size * word < begin + bytes; ++word) {
-            if (word >= map_.uses.size() || map_.uses[word] != wfta::word_use::data ||
-                map_.relocations[word].what != wfta::word_relocation::kind::none)
+            if (word >= map_.uses.size() || map_.uses[word] != word_use::data ||
+                map_.relocations[word].what != word_relocation::kind::none)
                 return false;
         }
         return true;
@@ -372,9 +363,9 @@ private:
     }
 
     const placed_kernel& kernel_;
-    const wfta::code_map& map_;
+    const code_map& map_;
     const std::vector<listing_row>& rows_;
-    wfta::known_addresses known_;
+    known_addresses known_;
     std::vector<range> written_; // ascending
     std::int64_t longest_written_ = 0;
     described_loads described_;
@@ -382,7 +373,7 @@ private:
 
 } // namespace
 
-described_loads describe_loads(const kernel_set& set, const placed_kernel& kernel, const wfta::code_map& map,
+described_loads describe_loads(const kernel_set& set, const placed_kernel& kernel, const code_map& map,
                                const std::vector<listing_row>& rows)
 {
     return load_describer(set, kernel, map, rows).run();

@@ -1,7 +1,7 @@
 // What a kernel's loads read from its own constants.
 #pragma once
 
-#include "check/code_map.hpp"
+#include "workbench/analysis/code_map.hpp"
 #include "workbench/kernels/kernel_set.hpp"
 #include "workbench/render/listing.hpp"
 
@@ -23,7 +23,7 @@ struct described_loads {
 };
 
 /// `map` is of the kernel, and `rows` its listing.
-described_loads describe_loads(const kernel_set& set, const placed_kernel& kernel, const wfta::code_map& map,
+described_loads describe_loads(const kernel_set& set, const placed_kernel& kernel, const code_map& map,
                                const std::vector<listing_row>& rows);
 
 } // namespace vorna::workbench

@@ -56,19 +56,17 @@ std::string place_of(const kernel_finding& finding)
 // The instruction of a finding, and its relocation.
 std::string evidence(const kernel_set& set, const kernel_finding& finding, disassembler& disassembler)
 {
-    const placed_kernel* const kernel = find_kernel(set, finding.kernel);
+    const placed_kernel& kernel = set.kernels[finding.index];
     std::string text;
-    if (kernel == nullptr)
-        return text;
-    if (finding.offset && lies_within(kernel->text, *finding.offset)) {
+    if (finding.offset && lies_within(kernel.text, *finding.offset)) {
         const auto offset = static_cast<std::size_t>(*finding.offset);
-        text = fmt::format("    {:08x}  {}", word_at(kernel->text, offset),
-                           generated_text(*kernel, offset, disassembler));
+        text = fmt::format("    {:08x}  {}", word_at(kernel.text, offset),
+                           generated_text(kernel, offset, disassembler));
     }
-    if (finding.relocation && *finding.relocation < kernel->relocs.size()) {
-        const tessjit::reloc_info& reloc = kernel->relocs[*finding.relocation];
+    if (finding.relocation && *finding.relocation < kernel.relocs.size()) {
+        const tessjit::reloc_info& reloc = kernel.relocs[*finding.relocation];
         text = fmt::format("{:<36}  relocation {} of {}: {} {} {}", text.empty() ? "    " : text,
-                           *finding.relocation + 1, kernel->relocs.size(), printable(reloc.name),
+                           *finding.relocation + 1, kernel.relocs.size(), printable(reloc.name),
                            reloc.addend < 0 ? '-' : '+', std::abs(std::int64_t{reloc.addend}));
     }
     return text;
@@ -99,12 +97,12 @@ void print_text(const checked_set& checked, bool colour)
     for (const kernel_finding& finding : checked.findings) {
         const severity_words& words = words_of(finding.severity);
         fmt::print("{}: {}: {} [{}]\n", painted(place_of(finding), colour::bold, colour),
-                   painted(words.word, words.paint, colour), printable(finding.message), finding.id);
+                   painted(words.word, words.paint, colour), printable(finding.message), name_of(finding.id));
         const std::string shown = evidence(checked.set, finding, disassembler);
         if (!shown.empty())
             fmt::print("{}\n", shown);
-        if (!finding.advice.empty())
-            fmt::print("    {}\n", painted(printable(finding.advice), colour::dim, colour));
+        if (!finding.help.empty())
+            fmt::print("    {}\n", painted(printable(finding.help), colour::dim, colour));
     }
     fmt::print("{}\n", summary(checked));
 }
@@ -112,9 +110,9 @@ void print_text(const checked_set& checked, bool colour)
 void print_github(const checked_set& checked)
 {
     for (const kernel_finding& finding : checked.findings) {
-        std::string message = fmt::format("{} [{}]", printable(finding.message), finding.id);
-        if (!finding.advice.empty())
-            message += "\n" + printable(finding.advice);
+        std::string message = fmt::format("{} [{}]", printable(finding.message), name_of(finding.id));
+        if (!finding.help.empty())
+            message += "\n" + printable(finding.help);
         fmt::print("{}",
                    github_annotation(words_of(finding.severity).annotation, place_of(finding), message));
     }
@@ -125,14 +123,14 @@ void print_json(const checked_set& checked)
 {
     json findings = json::array();
     for (const kernel_finding& finding : checked.findings) {
-        findings.push_back({{"id", finding.id},
+        findings.push_back({{"id", name_of(finding.id)},
                             {"severity", words_of(finding.severity).word},
                             {"aborts", finding.aborts},
                             {"kernel", finding.kernel},
                             {"relocation", finding.relocation ? json(*finding.relocation) : json()},
                             {"offset", finding.offset ? json(*finding.offset) : json()},
                             {"message", finding.message},
-                            {"advice", finding.advice}});
+                            {"advice", finding.help}});
     }
     fmt::print("{}", json_text({{"version", 1},
                                 {"kernels", checked.set.kernels.size()},

@@ -41,7 +41,7 @@ void print_text(const kernel_set& set, const linked_set& linked, const std::stri
 {
     for (const link_finding& finding : linked.findings) {
         fmt::print("{}: {} {} [{}]\n", place_of(set, finding), painted("error:", colour::red, colour),
-                   finding.message, finding.id);
+                   finding.message, name_of(finding.id));
         if (!finding.evidence.empty())
             fmt::print("    {}\n", finding.evidence);
     }
@@ -89,7 +89,7 @@ void print_json(const kernel_set& set, const linked_set& linked, const std::stri
             relocation = finding.relocation;
             offset = kernel.relocs[finding.relocation].offset;
         }
-        findings.push_back({{"id", finding.id},
+        findings.push_back({{"id", name_of(finding.id)},
                             {"kernel", kernel.name},
                             {"relocation", relocation},
                             {"offset", offset},

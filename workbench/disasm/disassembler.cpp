@@ -1,6 +1,6 @@
 #include "workbench/disasm/disassembler.hpp"
 
-#include "check/a64.hpp"
+#include "workbench/disasm/a64.hpp"
 
 #include <algorithm>
 #include <cstddef>
@@ -71,7 +71,7 @@ static std::uint64_t sign_extended(std::uint64_t value, unsigned bits)
 // The fields are those of the "Arm A-profile A64 Instruction Set Architecture".
 std::optional<std::uint64_t> pc_relative_target(std::uint32_t word, std::uint64_t pc)
 {
-    if (const std::optional<std::int64_t> displacement = wfta::branch_displacement(word))
+    if (const std::optional<std::int64_t> displacement = branch_displacement(word))
         return pc + static_cast<std::uint64_t>(*displacement);
     const std::uint64_t immediate = word >> 5 & 0x7ffff;
     if ((word & 0x3b000000) == 0x18000000) // LDR, LDRSW, PRFM (literal)

@@ -1,7 +1,6 @@
 #include "workbench/kernels/kernel_set.hpp"
 
 #include <algorithm>
-#include <cstring>
 #include <numeric>
 #include <tuple>
 
@@ -134,23 +133,6 @@ std::string nearest_name(const kernel_set& set, std::string_view name)
         }
     }
     return nearest == nullptr ? "" : nearest->name;
-}
-
-bool lies_within(const std::vector<std::uint8_t>& text, std::int64_t offset)
-{
-    return offset >= 0 && text.size() >= 4 && static_cast<std::uint64_t>(offset) <= text.size() - 4;
-}
-
-std::uint32_t word_at(const std::vector<std::uint8_t>& text, std::size_t offset)
-{
-    std::uint32_t word = 0;
-    std::memcpy(&word, text.data() + offset, sizeof word);
-    return word;
-}
-
-bool names_data(std::string_view target)
-{
-    return target.substr(0, data_prefix.size()) == data_prefix;
 }
 
 } // namespace vorna::workbench

@@ -1,6 +1,7 @@
 // The middle of the workbench: a set of placed kernels. The reader of dumps makes it, every command uses it.
 #pragma once
 
+#include "check/relocation.hpp"
 #include "jit/reloc_info.hpp"
 
 #include <cstddef>
@@ -12,6 +13,12 @@
 #include <vector>
 
 namespace vorna::workbench {
+
+using wfta::data_prefix;
+using wfta::is_own_data;
+using wfta::lies_within;
+using wfta::names_data;
+using wfta::word_at;
 
 /// One placed kernel, before relocation.
 struct placed_kernel {
@@ -67,15 +74,5 @@ const placed_kernel* find_kernel_by_data(const kernel_set& set, std::uint64_t ad
 /// The name in the set that takes the fewest insertions, deletions and replacements of bytes to become
 /// `name`; empty if the set is.
 std::string nearest_name(const kernel_set& set, std::string_view name);
-
-/// Whether a word at `offset` lies within the code.
-bool lies_within(const std::vector<std::uint8_t>& text, std::int64_t offset);
-
-/// The instruction word at `offset` of the code, of which four bytes must be left.
-std::uint32_t word_at(const std::vector<std::uint8_t>& text, std::size_t offset);
-
-/// Whether a relocation's target names constants (this prefix and a kernel's name), not a kernel.
-inline constexpr std::string_view data_prefix = ".rodata.";
-bool names_data(std::string_view target);
 
 } // namespace vorna::workbench

@@ -1,6 +1,5 @@
 #include "workbench/kernels/linking.hpp"
 
-#include "check/a64.hpp"
 #include "check/relocation.hpp"
 #include "workbench/text/output.hpp"
 
@@ -99,27 +98,24 @@ bool leads_elsewhere(const kernel_set& set, const placed_kernel& kernel,
 
 namespace {
 
-const char* finding_id(relocation_outcome outcome)
+wfta::finding_id id_of(relocation_outcome outcome)
 {
     switch (outcome) {
-    case relocation_outcome::applied:
-        break;
     case relocation_outcome::outside_text:
-        return "offset";
+        return wfta::finding_id::offset;
     case relocation_outcome::unhandled_type:
-        return "unhandled-type";
+        return wfta::finding_id::unhandled_type;
     case relocation_outcome::foreign_data:
-        return "foreign-data";
+        return wfta::finding_id::foreign_data;
     case relocation_outcome::unknown_target:
-        return "unknown-target";
+        return wfta::finding_id::unknown_target;
     case relocation_outcome::field_filled:
-        return "field-filled";
+        return wfta::finding_id::field_filled;
     case relocation_outcome::out_of_range:
-        return "range";
-    case relocation_outcome::leads_elsewhere:
-        return "call-bit-25";
+        return wfta::finding_id::range;
+    default:
+        return wfta::finding_id::call_bit_25;
     }
-    return "";
 }
 
 std::string message_of(const kernel_set& set, const placed_kernel& kernel,
@@ -157,7 +153,7 @@ std::string message_of(const kernel_set& set, const placed_kernel& kernel,
     case relocation_outcome::leads_elsewhere: {
         const std::uint64_t P =
             kernel.text_address + static_cast<std::uint64_t>(std::int64_t{relocation.offset});
-        const std::int64_t distance = wfta::branch_displacement(linked_word).value_or(0);
+        const std::int64_t distance = wfta::encoded_value(*kind, linked_word);
         return fmt::format(
             "the call leads to {}, {} from it, not to {}: the top bit of the BL's field was set",
             address_text(set, P + static_cast<std::uint64_t>(distance)), signed_hex(distance),
@@ -182,7 +178,7 @@ linked_set link_set(const kernel_set& set)
     for (std::size_t k = 0; k < set.kernels.size(); ++k) {
         const placed_kernel& kernel = set.kernels[k];
         if (&kernel != find_kernel(set, kernel.name)) {
-            linked.findings.push_back({"duplicate-name", k, kernel.relocs.size(),
+            linked.findings.push_back({wfta::finding_id::duplicate_name, k, kernel.relocs.size(),
                                        "a second kernel of that name: other kernels' calls lead to the first",
                                        ""});
         }
@@ -207,7 +203,7 @@ linked_set link_set(const kernel_set& set)
                     ? word_at(of_kernel.text, static_cast<std::size_t>(relocation.offset))
                     : 0;
             linked.findings.push_back(
-                {finding_id(outcome), k, r, message_of(set, kernel, relocation, outcome, word), ""});
+                {id_of(outcome), k, r, message_of(set, kernel, relocation, outcome, word), ""});
         }
         linked.texts.push_back(std::move(of_kernel.text));
     }

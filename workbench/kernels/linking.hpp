@@ -1,6 +1,7 @@
 // Linking: what the finaliser does with a kernel's relocations.
 #pragma once
 
+#include "check/finding.hpp"
 #include "workbench/kernels/kernel_set.hpp"
 
 #include <cstddef>
@@ -38,7 +39,7 @@ std::string address_text(const kernel_set& set, std::uint64_t address);
 
 /// Something that keeps a set from being linked as the process had it.
 struct link_finding {
-    std::string id;             ///< from the table in docs/workbench/findings.md
+    wfta::finding_id id{};
     std::size_t kernel = 0;     ///< index in the set
     std::size_t relocation = 0; ///< index in the kernel's relocations; their number if it is of none
     std::string message;

@@ -1,9 +1,9 @@
 #include "workbench/render/listing.hpp"
 
-#include "check/a64.hpp"
-#include "check/code_map.hpp"
 #include "check/relocation.hpp"
+#include "workbench/analysis/code_map.hpp"
 #include "workbench/analysis/loaded_constants.hpp"
+#include "workbench/disasm/a64.hpp"
 #include "workbench/kernels/linking.hpp"
 #include "workbench/text/output.hpp"
 
@@ -22,9 +22,8 @@ constexpr std::size_t word_size = 4;
 /// A relocation's target as the listing of a kernel has it: its own constants without its name.
 std::string target_text(const placed_kernel& kernel, const tessjit::reloc_info& relocation)
 {
-    const bool own_data = names_data(relocation.name) &&
-                          relocation.name.compare(data_prefix.size(), std::string::npos, kernel.name) == 0;
-    return with_addend(own_data ? ".rodata" : printable(relocation.name), relocation.addend);
+    return with_addend(is_own_data(kernel.name, relocation.name) ? ".rodata" : printable(relocation.name),
+                       relocation.addend);
 }
 
 std::string type_text(std::int32_t type)
@@ -119,7 +118,7 @@ void name_target(const kernel_set& set, const placed_kernel& kernel, listing_row
         read.push_back(offset);
         row.text = disassembler.text_with_last_operand(row.word, label_of(offset));
     }
-    if (!wfta::branch_displacement(row.word))
+    if (!branch_displacement(row.word))
         return;
     if (lies_within(kernel.text, static_cast<std::int64_t>(offset)) && !(call && offset == 0)) {
         row.branch_target = offset;
@@ -132,9 +131,9 @@ void name_target(const kernel_set& set, const placed_kernel& kernel, listing_row
 }
 
 /// Where the relocations of other kernels lead into this one.
-std::vector<wfta::code_entry> entries_by_others(const kernel_set& set, const placed_kernel& kernel)
+std::vector<code_entry> entries_by_others(const kernel_set& set, const placed_kernel& kernel)
 {
-    std::vector<wfta::code_entry> entries;
+    std::vector<code_entry> entries;
     for (const std::size_t caller : set.callers[static_cast<std::size_t>(&kernel - set.kernels.data())]) {
         for (const tessjit::reloc_info& reloc : set.kernels[caller].relocs) {
             if (reloc.addend != 0 && reloc.name == kernel.name && set.kernels[caller].name != kernel.name)
@@ -177,10 +176,9 @@ kernel_listing list_rows(const kernel_set& set, const placed_kernel& kernel, dis
                                              counted(kernel.text.size(), "byte")));
     kernel_listing listing;
     const std::size_t words = kernel.text.size() / word_size;
-    const wfta::code_map map =
-        wfta::map_code(kernel.name, kernel.text, kernel.relocs, entries_by_others(set, kernel));
+    const code_map map = map_code(kernel.name, kernel.text, kernel.relocs, entries_by_others(set, kernel));
     listing.instructions =
-        words - static_cast<std::size_t>(std::count(map.uses.begin(), map.uses.end(), wfta::word_use::data));
+        words - static_cast<std::size_t>(std::count(map.uses.begin(), map.uses.end(), word_use::data));
     for (const std::size_t caller : set.callers[static_cast<std::size_t>(&kernel - set.kernels.data())]) {
         if (refers_to(set, set.kernels[caller], kernel.name))
             listing.callers.push_back(set.kernels[caller].name);
@@ -195,7 +193,7 @@ kernel_listing list_rows(const kernel_set& set, const placed_kernel& kernel, dis
         const std::uint32_t generated = word_at(kernel.text, offset);
         row.word = contents.linked ? word_at(code.text, offset) : generated;
         const std::vector<std::size_t>& of_row = relocations[offset / word_size];
-        row.is_data = !map.uses.empty() && map.uses[offset / word_size] == wfta::word_use::data;
+        row.is_data = !map.uses.empty() && map.uses[offset / word_size] == word_use::data;
         const bool plain =
             !row.is_data && of_row.size() == 1 && fits(kernel.relocs[of_row.front()], offset, generated);
         const bool elsewhere = plain && code.outcomes[of_row.front()] == relocation_outcome::leads_elsewhere;

@@ -28,12 +28,6 @@ std::string place_text(std::string_view kernel)
     return printable(kernel);
 }
 
-std::string signed_hex(std::int64_t value)
-{
-    const auto magnitude = value < 0 ? -static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
-    return fmt::format("{}{:#x}", value < 0 ? '-' : '+', magnitude);
-}
-
 std::string place_text(std::string_view kernel, std::int64_t offset)
 {
     return printable(kernel) + signed_hex(offset);

@@ -1,6 +1,8 @@
 // What the commands' output has in common: names made printable, colour, annotations.
 #pragma once
 
+#include "check/format.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -9,15 +11,14 @@
 
 namespace vorna::workbench {
 
+using wfta::signed_hex;
+
 /// The name for a line of text: control characters as "\n", "\x1b" and the like, everything else as it is.
 std::string printable(std::string_view name);
 
 /// "KERNEL+0xOFFSET", or "KERNEL" alone without an offset; a negative offset as "KERNEL-0x…".
 std::string place_text(std::string_view kernel);
 std::string place_text(std::string_view kernel, std::int64_t offset);
-
-/// "+0x10", "-0x8".
-std::string signed_hex(std::int64_t value);
 
 /// "NAME", "NAME+0x10", "NAME-0x8": a symbol and an addend. The name is one that is printable already.
 std::string with_addend(std::string_view name, std::int64_t addend);

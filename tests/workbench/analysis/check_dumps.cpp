@@ -50,7 +50,7 @@ std::string found(std::vector<placed_kernel> kernels)
         lines += (finding.aborts ? "ABORT " : levels[static_cast<int>(finding.severity)]) + finding.kernel;
         if (finding.relocation)
             lines += " #" + std::to_string(*finding.relocation);
-        lines += " " + finding.id + "\n";
+        lines += std::string(" ") + name_of(finding.id) + "\n";
     }
     return lines;
 }
@@ -93,9 +93,10 @@ TEST(Checks, SayWhereACallLeadsWhoseTopBitIsSet)
             {placed("there", 0x1000, 0x1020, {nop(), ret()}),
              placed("callee", callee, callee + 0x20, {ret()}),
              placed("caller", 0x8000000, 0x8000040, {0x96000000, ret()}, {{"callee", 0, BL, 0}})}));
-        return findings.size() == 1 ? (findings[0].severity == finding_severity::error ? "error: " : "") +
-                                          findings[0].id + ": " + findings[0].message
-                                    : "";
+        return findings.size() == 1
+                   ? std::string(findings[0].severity == finding_severity::error ? "error: " : "") +
+                         name_of(findings[0].id) + ": " + findings[0].message
+                   : "";
     };
     const std::string set =
         ": the top bit of the BL's field is set (0x96000000), which the finaliser does not test";
@@ -236,7 +237,7 @@ TEST(Checks, PointAtTheRelocationThatEndedTheProcess)
                     registry[name] = {nullptr, 0, nullptr, 0};
                 finalise_kernels(registry, set.earlier);
                 for (const kernel_finding& finding : check_kernels(registry, set.kernels)) {
-                    if (finding.aborts && finding.id == "duplicate-name")
+                    if (finding.aborts && finding.id == vorna::wfta::finding_id::duplicate_name)
                         break; // it ends the process before the kernel is dumped
                     if (finding.aborts) {
                         std::printf("%s #%zu", finding.kernel.c_str(), *finding.relocation);
@@ -304,16 +305,16 @@ TEST_F(CheckCommand, PrintsFindingsWithTheirInstructions)
     EXPECT_EQ(result.exit_status, 1);
     EXPECT_EQ(
         result.out,
+        "caller+0x0: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]\n"
+        "    b9400000  ldr w0, [x0]            relocation 1 of 2: callee + 0\n"
+        "caller+0x0: error: R_AARCH64_CALL26 fills BL, but the word there is 0xb9400000 "
+        "[opcode]\n"
+        "    b9400000  ldr w0, [x0]            relocation 1 of 2: callee + 0\n"
+        "    correct the offset or the type\n"
         "caller+0x8: error: NOP (0xd503201f) is the last instruction, and control continues past the end of "
         "the code [falls-through]\n"
         "    d503201f  nop\n"
         "    end the code with RET, a branch or a trap\n"
-        "caller+0x0: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]\n"
-        "    b9400000  ldr w0, [x0]            relocation 1 of 2: callee + 0\n"
-        "caller+0x0: error: R_AARCH64_CALL26 fills BL, but this is LDR (immediate) (0xb9400000) "
-        "[opcode]\n"
-        "    b9400000  ldr w0, [x0]            relocation 1 of 2: callee + 0\n"
-        "    correct the offset or the type\n"
         "2 kernels, 2 relocations: 3 errors\n");
     EXPECT_EQ(result.err, "");
     const child_result coloured = check({".", "--color=always"});
@@ -332,11 +333,11 @@ TEST_F(CheckCommand, PrintsJsonOfTheSame)
     EXPECT_EQ(document["kernels"], 2);
     EXPECT_EQ(document["relocations"], 2);
     ASSERT_EQ(document["findings"].size(), 3U);
-    EXPECT_EQ(document["findings"][0], nlohmann::json::parse(R"({
+    EXPECT_EQ(document["findings"][2], nlohmann::json::parse(R"({
         "id": "falls-through", "severity": "error", "aborts": false, "kernel": "caller", "relocation": null,
         "offset": 8, "message": "NOP (0xd503201f) is the last instruction, and control continues past the end of the code",
         "advice": "end the code with RET, a branch or a trap"})"));
-    EXPECT_EQ(document["findings"][1], nlohmann::json::parse(R"({
+    EXPECT_EQ(document["findings"][0], nlohmann::json::parse(R"({
         "id": "field-filled", "severity": "error", "aborts": true, "kernel": "caller", "relocation": 0, "offset": 0,
         "message": "R_AARCH64_CALL26: the field of 0xb9400000 is not zero", "advice": ""})"));
 }
@@ -353,8 +354,8 @@ TEST_F(CheckCommand, PrintsAnnotationsOfTheSame)
                                 "control continues past the end of the code [falls-through]%0Aend the code "
                                 "with RET"));
     EXPECT_THAT(result.out,
-                testing::HasSubstr("::error title=caller+0x0::R_AARCH64_CALL26 fills BL, but this is LDR "
-                                   "(immediate) (0xb9400000) [opcode]%0Acorrect the offset"));
+                testing::HasSubstr("::error title=caller+0x0::R_AARCH64_CALL26 fills BL, but the word "
+                                   "there is 0xb9400000 [opcode]%0Acorrect the offset"));
     EXPECT_THAT(result.out, testing::HasSubstr("::notice title=far+0x0::left_out is not among the dumps"));
     EXPECT_THAT(result.out, testing::EndsWith("4 kernels, 3 relocations: 3 errors, 1 note\n"));
 }
@@ -440,7 +441,7 @@ TEST_F(CheckCommand, MakesNamesPrintable)
     placed_kernel kernel = placed("two\nlines", 0x1000, 0x1080, {ret()});
     dump(kernel);
     EXPECT_EQ(check({"."}).out,
-              "two\\nlines: warning: the name holds a newline, which ends the line in the perf map "
+              "two\\nlines: warning: the name contains a newline, which ends the line in the perf map "
               "[name-map]\n    choose another name\n1 kernel, 0 relocations: 1 warning\n");
 }
 

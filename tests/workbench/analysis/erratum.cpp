@@ -1,11 +1,11 @@
 // Sequences of erratum 843419, held against what the linkers' workarounds change.
 
-#include "check/check_kernels.hpp"
 #include "tests/support/files.hpp"
 #include "tests/support/kernels.hpp"
 #include "tests/support/random_seed.hpp"
 #include "tests/support/temp_directory.hpp"
 #include "tests/support/tool.hpp"
+#include "workbench/analysis/check_dumps.hpp"
 #include "workbench/disasm/disassembler.hpp"
 
 #include <array>
@@ -62,8 +62,14 @@ bool is_found(const sequence& words)
     std::vector<std::uint32_t> code(at / 4, 0xd503201f);
     code.insert(code.end(), words.begin(), words.end());
     code.push_back(0xd65f03c0);
-    for (const vorna::wfta::kernel_finding& finding : vorna::wfta::check_kernels({}, {kernel("one", code)})) {
-        if (finding.id == "erratum-843419")
+    vorna::workbench::placed_kernel placed;
+    placed.name = "one";
+    placed.text_address = 0x10000000;
+    placed.text = support::code(code);
+    placed.data_address = placed.text_end();
+    for (const vorna::wfta::kernel_finding& finding :
+         check_dumps(vorna::workbench::make_kernel_set({placed}))) {
+        if (finding.id == vorna::wfta::finding_id::erratum_843419)
             return true;
     }
     return false;

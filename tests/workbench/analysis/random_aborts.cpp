@@ -471,8 +471,9 @@ TEST(AdviceInBraces, IsTakenByTheFinaliserAndRightByTheChecks)
                 follow(advice, kernels[1]);
                 EXPECT_TRUE(finalise_in_child(kernels, directory.path()).succeeded());
                 for (const auto& finding : vorna::wfta::check_kernels({}, kernels))
-                    EXPECT_TRUE(finding.id == "pair" || finding.id == "name-map" ||
-                                finding.id == "outside-constants")
+                    EXPECT_TRUE(finding.id == vorna::wfta::finding_id::pair ||
+                                finding.id == vorna::wfta::finding_id::name_map ||
+                                finding.id == vorna::wfta::finding_id::outside_constants)
                         << finding.message; // of the rest of the kernel
             }
         }

@@ -682,8 +682,8 @@ public:
         for (const vorna::wfta::kernel_finding& finding : findings_) {
             if (finding.kernel != "k")
                 continue;
-            says_falls_through_ = says_falls_through_ || finding.id == "falls-through";
-            if (finding.id == "outside-constants")
+            says_falls_through_ = says_falls_through_ || finding.id == vorna::wfta::finding_id::falls_through;
+            if (finding.id == vorna::wfta::finding_id::outside_constants)
                 outside_.emplace(static_cast<std::size_t>(*finding.offset), finding.message);
         }
         for (const std::size_t entry : entries_)

@@ -408,7 +408,7 @@ TEST(LinkedKernels, OfOneNameCallThemselvesByIt)
         EXPECT_EQ(link_kernel(set, kernel).text, code({a64::bl(), a64::ret()}));
     const linked_set linked = link_set(set);
     ASSERT_EQ(linked.findings.size(), 1U);
-    EXPECT_EQ(linked.findings[0].id, std::string("duplicate-name"));
+    EXPECT_EQ(linked.findings[0].id, vorna::wfta::finding_id::duplicate_name);
     EXPECT_EQ(linked.findings[0].kernel, 1U);
 }
 

@@ -250,12 +250,12 @@ TEST(PageModel, HoldsFindingsWithTheirKernels)
     const kernel_set set = two_kernels();
     page_input input = input_of(set);
     vorna::wfta::kernel_finding finding{};
-    finding.id = "opcode";
+    finding.id = vorna::wfta::finding_id::opcode;
     finding.severity = vorna::wfta::finding_severity::error;
     finding.kernel = "wfta_12";
     finding.offset = 8;
     finding.message = "not <this>";
-    finding.advice = "that";
+    finding.help = "that";
     input.findings = {finding};
     input.findings.push_back(finding);
     input.findings.back().kernel = "nobody";

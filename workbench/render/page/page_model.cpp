@@ -1,7 +1,7 @@
 #include "workbench/render/page/page_model.hpp"
 
-#include "check/a64.hpp"
 #include "workbench/analysis/difference.hpp"
+#include "workbench/disasm/a64.hpp"
 #include "workbench/kernels/linking.hpp"
 #include "workbench/render/json.hpp"
 #include "workbench/render/page/page_listing.hpp"
@@ -170,7 +170,7 @@ std::array<std::size_t, 6> count_instructions(const placed_kernel& kernel)
 {
     std::array<std::size_t, 6> counts{};
     for (std::size_t offset = 0; offset + 4 <= kernel.text.size(); offset += 4)
-        ++counts[static_cast<std::size_t>(wfta::instruction_class_of(word_at(kernel.text, offset)))];
+        ++counts[static_cast<std::size_t>(instruction_class_of(word_at(kernel.text, offset)))];
     return counts;
 }
 
@@ -220,7 +220,7 @@ json kernel_json(const model& model, const entry& one)
 json finding_json(const model& model, const wfta::kernel_finding& finding)
 {
     const auto kernel = model.input->set->by_name.find(finding.kernel);
-    json made = {{"id", finding.id},
+    json made = {{"id", name_of(finding.id)},
                  {"severity", severity_names[static_cast<std::size_t>(finding.severity)]}};
     if (kernel != model.input->set->by_name.end())
         made["kernel"] = kernel->second;
@@ -229,7 +229,7 @@ json finding_json(const model& model, const wfta::kernel_finding& finding)
     const std::string name = finding.kernel.empty() ? "(no name)" : finding.kernel;
     made["place"] = finding.offset ? place_text(name, *finding.offset) : place_text(name);
     made["message"] = printable(finding.message);
-    made["advice"] = printable(finding.advice);
+    made["advice"] = printable(finding.help);
     return made;
 }
 

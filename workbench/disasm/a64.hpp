@@ -7,7 +7,7 @@
 #include <optional>
 #include <string_view>
 
-namespace vorna::wfta {
+namespace vorna::workbench {
 
 enum class instruction_class {
     load,    ///< reads memory; an atomic that also writes it counts here
@@ -78,4 +78,4 @@ bool never_falls_through(std::uint32_t word);
 /// what the callee changes, here as much as an exception: every register.
 std::uint32_t written_registers(std::uint32_t word);
 
-} // namespace vorna::wfta
+} // namespace vorna::workbench

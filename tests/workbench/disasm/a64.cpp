@@ -1,6 +1,6 @@
 // What the workbench knows of single instructions. The words come from the assembler.
 
-#include "check/a64.hpp"
+#include "workbench/disasm/a64.hpp"
 #include "tests/support/assemble.hpp"
 
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 
 namespace {
 
-using namespace vorna::wfta;
+using namespace vorna::workbench;
 using support::assemble;
 
 constexpr std::uint32_t every = 0xffffffff;

@@ -1,9 +1,9 @@
 // The loads and stores of a kernel whose address follows from its relocations.
 #pragma once
 
-#include "check/a64.hpp"
-#include "check/code_map.hpp"
 #include "jit/reloc_info.hpp"
+#include "workbench/analysis/code_map.hpp"
+#include "workbench/disasm/a64.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-namespace vorna::wfta {
+namespace vorna::workbench {
 
 /// In place of a relocation's index: an ADR of the own code that needs no relocation.
 inline constexpr std::size_t own_code = std::numeric_limits<std::size_t>::max();
@@ -72,4 +72,4 @@ std::vector<known_access> known_accesses(const std::string& name, const std::vec
                                          const std::vector<tessjit::reloc_info>& relocs,
                                          const target_address& address_of = {});
 
-} // namespace vorna::wfta
+} // namespace vorna::workbench

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace vorna::wfta {
+namespace vorna::workbench {
 
 /// Code beyond which a kernel is not followed: nothing is known about its words then.
 inline constexpr std::size_t largest_followed_code = std::size_t{4} << 20;
@@ -57,4 +57,4 @@ struct word_flow {
 };
 word_flow flow_of(const code_map& map, const std::vector<std::uint8_t>& text, std::size_t index);
 
-} // namespace vorna::wfta
+} // namespace vorna::workbench

@@ -1,10 +1,10 @@
-#include "check/a64.hpp"
+#include "workbench/disasm/a64.hpp"
 
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
 
-namespace vorna::wfta {
+namespace vorna::workbench {
 
 namespace {
 
@@ -926,4 +926,4 @@ std::uint32_t written_registers(std::uint32_t word)
     return is_sve(word) ? written_by_sve(word) : every_register;
 }
 
-} // namespace vorna::wfta
+} // namespace vorna::workbench

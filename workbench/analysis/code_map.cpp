@@ -1,12 +1,12 @@
-#include "check/code_map.hpp"
+#include "workbench/analysis/code_map.hpp"
 
-#include "check/a64.hpp"
 #include "check/relocation.hpp"
+#include "workbench/disasm/a64.hpp"
 
 #include <cstring>
 #include <elf.h>
 
-namespace vorna::wfta {
+namespace vorna::workbench {
 
 namespace {
 
@@ -39,7 +39,7 @@ std::vector<word_relocation> relocations_of_words(const std::vector<std::uint8_t
             continue;
         }
         const bool inside = offset >= 0 && offset / 4 < static_cast<std::int64_t>(words);
-        const relocation_kind* const expected = find_relocation_kind(relocs[i].type);
+        const wfta::relocation_kind* const expected = wfta::find_relocation_kind(relocs[i].type);
         const bool fits =
             inside && expected != nullptr &&
             (word_at(text, static_cast<std::size_t>(offset / 4)) & expected->opcode_mask) == expected->opcode;
@@ -224,4 +224,4 @@ word_flow flow_of(const code_map& map, const std::vector<std::uint8_t>& text, st
     return flow;
 }
 
-} // namespace vorna::wfta
+} // namespace vorna::workbench

@@ -1,6 +1,6 @@
 // Which addresses of loads and stores follow from a kernel's relocations.
 
-#include "check/known_addresses.hpp"
+#include "workbench/analysis/known_addresses.hpp"
 #include "tests/support/assemble.hpp"
 #include "tests/support/kernels.hpp"
 
@@ -10,7 +10,7 @@
 
 namespace {
 
-using namespace vorna::wfta;
+using namespace vorna::workbench;
 
 constexpr std::int32_t adr = 274;
 constexpr std::int32_t page = 275;

@@ -6,7 +6,7 @@
 // A loop of one block is walked once more with what is known before it is entered, which shows by how much an
 // address moves from turn to turn.
 
-#include "check/known_addresses.hpp"
+#include "workbench/analysis/known_addresses.hpp"
 
 #include <algorithm>
 #include <array>
@@ -15,7 +15,7 @@
 #include <string_view>
 #include <unordered_map>
 
-namespace vorna::wfta {
+namespace vorna::workbench {
 
 namespace {
 
@@ -670,4 +670,4 @@ std::vector<known_access> known_accesses(const std::string& name, const std::vec
     return accesses;
 }
 
-} // namespace vorna::wfta
+} // namespace vorna::workbench

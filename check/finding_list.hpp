@@ -1,0 +1,46 @@
+// The findings of a set of kernels, where several with one cause in one kernel become one finding.
+#pragma once
+
+#include "check/finding.hpp"
+
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace vorna::wfta {
+
+/// What is wrong and what to do, without the place.
+struct finding_text {
+    std::string message;
+    std::string note = {};
+    std::string help = {};
+};
+
+class finding_list {
+public:
+    /// What is added from here on is about this kernel. The name must outlive the list.
+    void begin_kernel(std::size_t index, const std::string& name);
+
+    /// Adds a finding. If the kernel has one with this id and cause already, only the place is added to it.
+    /// Keeps at most some 1,000 causes apart for each kernel.
+    void add(finding_id id, finding_severity severity, bool aborts, std::optional<std::size_t> relocation,
+             std::optional<std::int64_t> offset, std::string_view cause, finding_text text);
+
+    /// All findings in the order in which they were added; the list is empty afterwards.
+    std::vector<kernel_finding> take();
+
+private:
+    struct more_places {
+        std::size_t count = 0;
+        std::string text;
+    };
+
+    std::vector<kernel_finding> all_;
+    std::vector<more_places> more_;                               // of each finding
+    std::unordered_map<std::string, std::size_t> of_this_kernel_; // by id and cause: index of the finding
+    std::size_t index_ = 0;
+    std::string_view kernel_;
+};
+
+} // namespace vorna::wfta

@@ -1,0 +1,16 @@
+// Findings that need to know what instructions do, beyond the four that relocations fill: what is executed,
+// where loads and stores lead, and sequences that a processor executes wrongly.
+#pragma once
+
+#include "check/engine.hpp"
+
+#include <vector>
+
+namespace vorna::workbench {
+
+/// Finds falls-through, outside-constants, writes-constants, data-alignment and erratum-843419, kernel by
+/// kernel. The parameters are those of wfta::check_placed.
+std::vector<wfta::kernel_finding> find_in_instructions(const std::vector<wfta::checked_kernel>& kernels,
+                                                       const wfta::target_finder& find);
+
+} // namespace vorna::workbench
