@@ -1,0 +1,139 @@
+// Placed kernels, sets of them and files of dumps, from instruction words or from text.
+#pragma once
+
+#include "jit/elf.hpp"
+#include "tests/support/assemble.hpp"
+#include "tests/support/files.hpp"
+#include "tests/support/kernels.hpp"
+#include "workbench/kernels/kernel_set.hpp"
+
+#include <cstdint>
+#include <filesystem>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace support {
+
+/// A kernel of these words, placed at `code_address`, with its constants at `data_address`.
+inline vorna::workbench::placed_kernel placed(const std::string& name, std::uint64_t code_address,
+                                              const std::vector<std::uint32_t>& words,
+                                              std::vector<tessjit::reloc_info> relocs = {},
+                                              std::uint64_t data_address = 0x20000,
+                                              std::vector<std::uint8_t> data = {})
+{
+    vorna::workbench::placed_kernel kernel;
+    kernel.name = name;
+    kernel.text_address = code_address;
+    kernel.text = code(words);
+    kernel.data_address = data_address;
+    kernel.data = std::move(data);
+    kernel.relocs = std::move(relocs);
+    return kernel;
+}
+
+/// A kernel whose content does not matter: so many bytes of code and of constants, at these addresses.
+inline vorna::workbench::placed_kernel placed_bytes(const std::string& name, std::uint64_t code_address,
+                                                    std::size_t code_size,
+                                                    std::uint64_t data_address = 0x20000,
+                                                    std::size_t data_size = 0,
+                                                    std::vector<tessjit::reloc_info> relocs = {})
+{
+    vorna::workbench::placed_kernel kernel = placed(name, code_address, {}, std::move(relocs), data_address,
+                                                    std::vector<std::uint8_t>(data_size, 0xda));
+    kernel.text.assign(code_size, 0xc0);
+    return kernel;
+}
+
+/// The dump of these kernels, in one file, as the JIT library writes it.
+inline std::string dump_of(const std::vector<vorna::workbench::placed_kernel>& kernels)
+{
+    tessjit::elf_data elf;
+    for (const vorna::workbench::placed_kernel& kernel : kernels)
+        elf.fns.emplace_back(kernel.name, address(kernel.text_address), kernel.text,
+                             address(kernel.data_address), kernel.data, kernel.relocs);
+    return to_string(tessjit::emit_elf(elf));
+}
+
+/// Writes a dump of each kernel into the directory, which is made if it is not there. A file bears its
+/// kernel's name, or the kernel's number if an earlier one took the name, or if it cannot be a file's.
+inline void write_dumps(const std::filesystem::path& directory,
+                        const std::vector<vorna::workbench::placed_kernel>& kernels)
+{
+    std::filesystem::create_directories(directory);
+    std::set<std::string> taken = {"", ".", ".."};
+    for (std::size_t i = 0; i < kernels.size(); ++i) {
+        std::string name = kernels[i].name;
+        if (name.find('/') != std::string::npos || !taken.insert(name).second)
+            name = std::to_string(i);
+        write_file(directory / name, dump_of({kernels[i]}));
+    }
+}
+
+/// The kernels of a text, in which each begins with a line of its own and goes on with GNU assembly:
+///
+///     kernel double_it
+///         adrp x1, .rodata
+///         ldr d1, [x1]        // relocations are written as symbols, see assemble_kernel
+///         bl another
+///         ret
+///         .section .rodata
+///         .double 2
+///
+/// They are placed as the finaliser does: all code, then all constants. A line "mapping 0x7f0000000000"
+/// places what follows at another address; the first mapping is at 0x10000. Throws std::runtime_error.
+inline std::vector<vorna::workbench::placed_kernel> kernels_of(const std::string& text)
+{
+    struct mapping {
+        std::uint64_t begin;
+        std::vector<vorna::workbench::placed_kernel> kernels;
+    };
+    std::vector<mapping> mappings = {{0x10000, {}}};
+    std::string source;
+    const auto finish_kernel = [&] {
+        if (mappings.back().kernels.empty()) {
+            if (source.find_first_not_of(" \n") != std::string::npos)
+                throw std::runtime_error("the text does not begin with a kernel");
+            return;
+        }
+        vorna::workbench::placed_kernel& kernel = mappings.back().kernels.back();
+        generated_kernel generated = assemble_kernel(kernel.name, source);
+        kernel.text = std::move(generated.code);
+        kernel.data = std::move(generated.constants);
+        kernel.relocs = std::move(generated.relocs);
+        source.clear();
+    };
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind("mapping ", 0) == 0) {
+            finish_kernel();
+            mappings.push_back({std::stoull(line.substr(8), nullptr, 0), {}});
+        } else if (line.rfind("kernel ", 0) == 0) {
+            finish_kernel();
+            mappings.back().kernels.push_back({line.substr(7), 0, {}, 0, {}, {}, 0, ""});
+        } else {
+            source += line + "\n";
+        }
+    }
+    finish_kernel();
+
+    std::vector<vorna::workbench::placed_kernel> all;
+    for (mapping& mapping : mappings) {
+        std::uint64_t place = mapping.begin;
+        for (vorna::workbench::placed_kernel& kernel : mapping.kernels) {
+            kernel.text_address = place;
+            place += (kernel.text.size() + 31) / 32 * 32;
+        }
+        for (vorna::workbench::placed_kernel& kernel : mapping.kernels) {
+            kernel.data_address = place;
+            place += kernel.data.size();
+            all.push_back(std::move(kernel));
+        }
+    }
+    return all;
+}
+
+} // namespace support
