@@ -51,12 +51,13 @@ std::optional<profile> read(std::string_view text, std::size_t piece)
 
 bool same(const sample_count& a, const sample_count& b)
 {
-    return a.samples == b.samples && a.weight == b.weight;
+    return a.samples == b.samples && a.period == b.period;
 }
 
 void require_same(const profile& a, const profile& b)
 {
-    require(a.bad_lines == b.bad_lines && a.first_bad_line == b.first_bad_line && a.lost == b.lost);
+    require(a.text.bad_lines == b.text.bad_lines && a.text.first_bad_line == b.text.first_bad_line &&
+            a.text.lost == b.text.lost);
     require(std::equal(a.events.begin(), a.events.end(), b.events.begin(), b.events.end(),
                        [](const event_profile& x, const event_profile& y) {
                            return x.event == y.event && same(x.total, y.total) &&

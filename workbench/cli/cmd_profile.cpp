@@ -54,28 +54,28 @@ std::string bar(std::uint64_t part, std::uint64_t whole)
 
 void print_join(const profile& profile, const event_profile& event)
 {
-    const std::uint64_t whole = event.total.weight;
+    const std::uint64_t whole = event.total.period;
     const std::string counts =
         is_exact(event)
             ? fmt::format("{} of {}", grouped_count(whole, "execution"),
                           grouped_count(event.total.samples, "instruction"))
             : fmt::format("{} by period, {}", printable(event.event), samples_text(event.total.samples));
     fmt::print("{}; in kernels {} %, mapping without dump {} %, elsewhere {} %\n", counts,
-               percent_text(event.in_kernels.weight, whole), percent_text(event.unknown.weight, whole),
-               percent_text(event.elsewhere.weight, whole));
+               percent_text(event.in_kernels.period, whole), percent_text(event.unknown.period, whole),
+               percent_text(event.elsewhere.period, whole));
     for (const event_profile& other : profile.events) {
         if (&other != &event)
             fmt::print("also recorded: --event={}, {}\n", printable(other.event),
                        samples_text(other.total.samples));
     }
-    if (profile.lost != 0)
-        fmt::print("lost while recording: {}\n", samples_text(profile.lost));
+    if (profile.text.lost != 0)
+        fmt::print("lost while recording: {}\n", samples_text(profile.text.lost));
 }
 
 void print_kernels(const kernel_set& set, const event_profile& event)
 {
     for (const kernel_profile& kernel : event.kernels)
-        fmt::print("{:>6} %  {}\n", percent_text(kernel.count.weight, event.total.weight),
+        fmt::print("{:>6} %  {}\n", percent_text(kernel.count.period, event.total.period),
                    printable(set.kernels[kernel.kernel].name));
 }
 
@@ -101,15 +101,15 @@ void print_listing(const kernel_set& set, const event_profile& event, const plac
     const kernel_profile* const sampled = find_profile(set, event, kernel);
     const sample_count count = sampled == nullptr ? sample_count() : sampled->count;
     fmt::print("\n{}\n", painted(fmt::format("{}, {}{}", printable(kernel.name),
-                                             is_exact(event) ? grouped_count(count.weight, "execution")
+                                             is_exact(event) ? grouped_count(count.period, "execution")
                                                              : samples_text(count.samples),
                                              sampled == nullptr ? "" : ", percent of the kernel"),
                                  colour::bold, coloured));
     if (sampled == nullptr)
         return;
     const kernel_listing listing = list_kernel(set, kernel, disassembler);
-    const std::vector<std::uint64_t> weights = weights_by_row(*sampled, kernel.text.size());
-    const std::uint64_t heaviest = *std::max_element(weights.begin(), weights.end());
+    const std::vector<std::uint64_t> periods = periods_by_row(*sampled, kernel.text.size());
+    const std::uint64_t largest = *std::max_element(periods.begin(), periods.end());
     const int digits = offset_digits(kernel);
     for (std::size_t i = 0; i < listing.rows.size(); ++i) {
         listing_row row = listing.rows[i];
@@ -118,17 +118,17 @@ void print_listing(const kernel_set& set, const event_profile& event, const plac
             const kernel_profile* const called = find_profile(set, event, *callee);
             row.comment +=
                 fmt::format("{}{} % of all is in {}", row.comment.empty() ? "" : "; ",
-                            percent_text(called == nullptr ? 0 : called->count.weight, event.total.weight),
+                            percent_text(called == nullptr ? 0 : called->count.period, event.total.period),
                             printable(row.callee));
         }
         if (!row.label.empty())
             fmt::print("{:{}}{}\n", "", share_columns + bar_columns + 2,
                        painted(row.label + ":", colour::cyan, coloured));
         std::string heat(share_columns + 1 + bar_columns, ' ');
-        if (weights[i] != 0)
-            heat = fmt::format("{:>{}} {}", percent_text(weights[i], count.weight), share_columns,
-                               bar(weights[i], heaviest));
-        fmt::print("{} {}\n", painted(heat, heat_colour(percent(weights[i], count.weight)), coloured),
+        if (periods[i] != 0)
+            heat = fmt::format("{:>{}} {}", percent_text(periods[i], count.period), share_columns,
+                               bar(periods[i], largest));
+        fmt::print("{} {}\n", painted(heat, heat_colour(percent(periods[i], count.period)), coloured),
                    row_text(row, digits));
     }
 }
@@ -176,10 +176,10 @@ json counts(const event_profile& event, const kernel_set& set, const std::vector
     document["version"] = 1;
     document["event"] = event.event;
     document["samples"] = event.total.samples;
-    document["weight"] = event.total.weight;
-    document["in_kernels"] = event.in_kernels.weight;
-    document["unknown"] = event.unknown.weight;
-    document["elsewhere"] = event.elsewhere.weight;
+    document["period"] = event.total.period;
+    document["in_kernels"] = event.in_kernels.period;
+    document["unknown"] = event.unknown.period;
+    document["elsewhere"] = event.elsewhere.period;
     document["kernels"] = json::array();
     for (const kernel_profile& kernel : event.kernels) {
         if (!named.empty() &&
@@ -188,10 +188,10 @@ json counts(const event_profile& event, const kernel_set& set, const std::vector
         json rows = json::array();
         for (const profile_row& row : kernel.rows)
             rows.push_back(
-                {{"offset", row.offset}, {"samples", row.count.samples}, {"weight", row.count.weight}});
+                {{"offset", row.offset}, {"samples", row.count.samples}, {"period", row.count.period}});
         document["kernels"].push_back({{"kernel", set.kernels[kernel.kernel].name},
                                        {"samples", kernel.count.samples},
-                                       {"weight", kernel.count.weight},
+                                       {"period", kernel.count.period},
                                        {"rows", std::move(rows)}});
     }
     return document;
@@ -234,7 +234,7 @@ void add_profile(command_line& program, int& status)
     command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump").required();
     const command_option data =
         command.add_option("PERF.DATA", options->perf_data, "What perf record wrote; not with --perf-script");
-    command.add_option("KERNEL", options->kernels, "Kernels to list; the heaviest one without");
+    command.add_option("KERNEL", options->kernels, "Kernels to list; the largest one without");
     command.add_option("--perf-script", options->perf_script,
                        "Text that perf script made of it, - for standard input");
     command.add_option("--event", options->event, "Event, as perf names it; the one of most samples without");

@@ -1,6 +1,7 @@
 #include "workbench/cli/profile_input.hpp"
 
 #include "workbench/cli/command.hpp"
+#include "workbench/input/perf_script.hpp"
 #include "workbench/os/file.hpp"
 #include "workbench/os/process.hpp"
 
@@ -91,13 +92,14 @@ const event_profile* choose_event(const profile& profile, const std::string& eve
 
 void report_profile_trouble(const profile& profile, const std::string& file, bool& trouble)
 {
-    if (profile.bad_lines == 0)
+    if (profile.text.bad_lines == 0)
         return;
-    report_trouble(fmt::format("{}:{}: not a line of the text of perf script -F pid,time,event,period,ip{}",
-                               file, profile.first_bad_line,
-                               profile.bad_lines == 1
-                                   ? ""
-                                   : fmt::format(", as {} in all; they are passed over", profile.bad_lines)));
+    report_trouble(
+        fmt::format("{}:{}: not a line of the text of perf script -F pid,time,event,period,ip{}", file,
+                    profile.text.first_bad_line,
+                    profile.text.bad_lines == 1
+                        ? ""
+                        : fmt::format(", as {} in all; they are passed over", profile.text.bad_lines)));
     trouble = true;
 }
 

@@ -79,10 +79,10 @@ std::string refusal(const kernel_set& set, const std::string& text)
     }
 }
 
-/// "samples/weight" of all, in kernels, in their mappings, elsewhere; then the rows of each kernel.
+/// "samples/period" of all, in kernels, in their mappings, elsewhere; then the rows of each kernel.
 std::string counts(const sample_count& count)
 {
-    return std::to_string(count.samples) + "/" + std::to_string(count.weight);
+    return std::to_string(count.samples) + "/" + std::to_string(count.period);
 }
 
 std::string summary(const kernel_set& set, const event_profile& event)
@@ -103,7 +103,7 @@ std::string summary(const kernel_set& set, const event_profile& event)
 std::string summary(const kernel_set& set, const std::string& text)
 {
     const profile made = read(set, text);
-    EXPECT_EQ(made.bad_lines, 0U) << "line " << made.first_bad_line;
+    EXPECT_EQ(made.text.bad_lines, 0U) << "line " << made.text.first_bad_line;
     EXPECT_EQ(made.events.size(), 1U);
     return made.events.empty() ? "" : summary(set, made.events.front());
 }
@@ -309,24 +309,6 @@ TEST(Profile, CountsEveryProcessThatHoldsTheKernels)
               "3/7 = 2/3 + 0/0 + 1/4; a 2/3 (+0 2/3)");
 }
 
-TEST(Profile, ReadsAllThatPerfCallsAnonymousMemory)
-{
-    for (const char* const what : {"rwxp //anon", "rwxs /dev/zero (deleted)", "rwxp [anon:wfta kernels]"}) {
-        EXPECT_EQ(summary(one_mapping(), mapped(5, "10000", "2000", what) + sample(5, "10000")),
-                  "1/1 = 1/1 + 0/0 + 0/0; a 1/1 (+0 1/1)")
-            << what;
-    }
-    // The older record, and the newer one with a build id.
-    EXPECT_EQ(summary(one_mapping(), "5 7.000001: PERF_RECORD_MMAP 5/5: [0x10000(0x2000) @ 0]: x //anon\n" +
-                                         sample(5, "10000")),
-              "1/1 = 1/1 + 0/0 + 0/0; a 1/1 (+0 1/1)");
-    EXPECT_EQ(summary(one_mapping(),
-                      "5 7.000001: PERF_RECORD_MMAP2 5/5: [0x10000(0x2000) @ 0 <0123456789abcdef>]: rwxp "
-                      "//anon\n" +
-                          sample(5, "10000")),
-              "1/1 = 1/1 + 0/0 + 0/0; a 1/1 (+0 1/1)");
-}
-
 TEST(Profile, TellsEventsApart)
 {
     const kernel_set set = one_mapping();
@@ -361,75 +343,6 @@ TEST(Profile, IsTheSameWhereverTheTextIsCut)
             reader.read(std::string_view(text).substr(at, piece));
         EXPECT_EQ(summary(set, reader.finish().events.at(0)), expected) << piece;
     }
-}
-
-TEST(Profile, ReadsCommentsOtherRecordsOtherEndsOfLines)
-{
-    std::string text = "# recorded yesterday\n\n" + whole +
-                       "  5/7 12.000000001:   4 e:\t10000 \r\n"
-                       "  5  12.000000001: PERF_RECORD_NAMESPACES 5/5 - nr_namespaces: 7 [0/net: 3/0xf]\n"
-                       "  5  12.000000001: PERF_RECORD_LOST lost 12\n"
-                       "  5  12.000000001: PERF_RECORD_LOST lost 30\n\r\n" +
-                       sample(5, "10000", 3);
-    text.pop_back(); // the newline at the end
-    const kernel_set set = one_mapping();
-    const profile made = read(set, text);
-    EXPECT_EQ(made.bad_lines, 0U);
-    EXPECT_EQ(made.lost, 42U);
-    ASSERT_EQ(made.events.size(), 1U);
-    EXPECT_EQ(summary(set, made.events[0]), "2/7 = 2/7 + 0/0 + 0/0; a 2/7 (+0 2/7)");
-}
-
-TEST(Profile, PassesOverLinesThatArePerfScriptsNot)
-{
-    const std::string bad[] = {
-        "loop  662   237.439996:     250000  cpu-clock:  10000", // with the command's name
-        "  5   237.439996:     250000  cpu-clock:",              // call graphs not hidden
-        "  5   237.439996:     cpu-clock:  10000",               // no period
-        "  5   237.439996:     1 cpu-clock  10000",
-        "  5   237.439996:     1 :  10000",
-        "  5   237.439996:     1 e:  1z000",
-        "  5   237.439996:     1 e:  12345678901234567",
-        "  5   237.439996:     1 e:  10000 main+0x4",
-        "  5   237.439996:     18446744073709551616 e:  10000",
-        "  5   237.439996:     99999999999999999999 e:  10000",
-        "  5   237:     1 e:  10000",
-        "  5   .5:     1 e:  10000",
-        "  99999999999   237.5:     1 e:  10000",
-        "  5",
-        "  5   237.439996:",
-        "  5   237.439996: PERF_RECORDX",
-        "  5   237.439996: PERF_RECORD_FORK(5:5):(5)",
-        "  5   237.439996: PERF_RECORD_COMM exec: x",
-        "  5   237.439996: PERF_RECORD_COMM exec: x:5",
-        "  5   237.439996: PERF_RECORD_LOST lost x",
-        "  5   237.439996: PERF_RECORD_MMAP2 5/5: [0x10000(0x2000) @ 0 00:00 0 0: rwxp //anon",
-        "  5   237.439996: PERF_RECORD_MMAP2 5/5: [0x10000(0x2000) @ 0 00:00 0 0]: rwxp",
-        "  5   237.439996: PERF_RECORD_MMAP2 5: [0x10000(0x2000) @ 0 00:00 0 0]: rwxp //anon",
-        "  5   237.439996: PERF_RECORD_MMAP2 5/5: [(0x2000) @ 0 00:00 0 0]: rwxp //anon",
-        std::string("  5   237.439996:     1 e:  10000") + '\0',
-        std::string(70000, ' '),
-        std::string(70000, 'x'),
-    };
-    const kernel_set set = one_mapping();
-    for (const std::string& line : bad) {
-        std::string text = whole + sample(5, "10000");
-        text += line;
-        text += "\n" + sample(5, "10000", 2);
-        const profile made = read(set, text);
-        EXPECT_EQ(made.bad_lines, 1U) << line.substr(0, 100);
-        EXPECT_EQ(made.first_bad_line, 3U) << line.substr(0, 100);
-        ASSERT_EQ(made.events.size(), 1U);
-        EXPECT_EQ(summary(set, made.events[0]), "2/3 = 2/3 + 0/0 + 0/0; a 2/3 (+0 2/3)")
-            << line.substr(0, 100);
-    }
-}
-
-TEST(Profile, TellsTheFirstOfTheLinesThatArePassedOver)
-{
-    const profile made = read(one_mapping(), "one\n" + whole + "two\n" + sample(5, "10000") + "three");
-    EXPECT_EQ(made.bad_lines, 3U);
-    EXPECT_EQ(made.first_bad_line, 1U);
 }
 
 TEST(Profile, TakesAMappingUpToTheLastAddress)
@@ -484,19 +397,26 @@ TEST(Profile, HasNoEventIfThereIsNoSample)
     EXPECT_TRUE(read(one_mapping(), whole).events.empty());
 }
 
-TEST(Profile, SaysWhatOtherTextsAre)
+TEST(Profile, NeedsKernels)
 {
-    const kernel_set set = one_mapping();
-    EXPECT_EQ(refusal(set, ""), "no line of the text of perf script -F pid,time,event,period,ip");
-    EXPECT_EQ(refusal(set, "something else\n"),
-              "no line of the text of perf script -F pid,time,event,period,ip");
-    EXPECT_EQ(refusal(set, std::string(1000000, 'x')),
-              "no line of the text of perf script -F pid,time,event,period,ip");
-    EXPECT_EQ(refusal(set, "PERFILE2..."), "data of perf record, not the text that perf script makes of it");
-    EXPECT_EQ(refusal(set, "\x1f\x8b\b"), "compressed by gzip: unpack it first");
-    EXPECT_EQ(refusal(set, sample(5, "10000")),
-              "no process's mappings in it: perf script was run without --show-mmap-events");
     EXPECT_EQ(refusal({}, whole), "there are no kernels to look for in it");
+}
+
+TEST(Profile, KeepsWhatTheTextSaysBesides)
+{
+    const profile made = read(one_mapping(), whole + sample(5, "10000") + "bad\n" +
+                                                 "5 12.000000001: PERF_RECORD_LOST lost 12\n");
+    EXPECT_EQ(made.text.lost, 12U);
+    EXPECT_EQ(made.text.bad_lines, 1U);
+    EXPECT_EQ(made.text.first_bad_line, 3U);
+}
+
+TEST(Profile, HasThePeriodOfEachRowOfAListing)
+{
+    kernel_profile made;
+    for (const std::uint64_t offset : {0, 3, 4, 9, 10, 10})
+        made.rows.push_back({offset, {1, 1 + offset}});
+    EXPECT_EQ(periods_by_row(made, 11), (std::vector<std::uint64_t>{5, 5, 0, 10, 22}));
 }
 
 TEST(Profile, RefusesMoreEventsThanAnyRecordingHas)

@@ -173,15 +173,15 @@ TEST_F(ProfileCommand, PrintsTheSameAsJson)
     EXPECT_EQ(result.exit_status, 0) << result;
     EXPECT_THAT(result.out, StartsWith("{\n  \"version\": 1,\n  \"event\": \"cycles:u\",\n"));
     EXPECT_EQ(json::parse(result.out), json::parse(R"({
-        "version": 1, "event": "cycles:u", "samples": 6, "weight": 10000,
+        "version": 1, "event": "cycles:u", "samples": 6, "period": 10000,
         "in_kernels": 7501, "unknown": 499, "elsewhere": 2000,
         "kernels": [
-            {"kernel": "wfta_12", "samples": 3, "weight": 6501, "rows": [
-                {"offset": 0, "samples": 1, "weight": 500},
-                {"offset": 4, "samples": 1, "weight": 1},
-                {"offset": 12, "samples": 1, "weight": 6000}]},
-            {"kernel": "wfta_3", "samples": 1, "weight": 1000, "rows": [
-                {"offset": 4, "samples": 1, "weight": 1000}]}]})"));
+            {"kernel": "wfta_12", "samples": 3, "period": 6501, "rows": [
+                {"offset": 0, "samples": 1, "period": 500},
+                {"offset": 4, "samples": 1, "period": 1},
+                {"offset": 12, "samples": 1, "period": 6000}]},
+            {"kernel": "wfta_3", "samples": 1, "period": 1000, "rows": [
+                {"offset": 4, "samples": 1, "period": 1000}]}]})"));
     const child_result one = run({"dumps", "wfta_3", "--perf-script=text", "--format=json"});
     EXPECT_EQ(json::parse(one.out)["kernels"].size(), 1U) << one;
     EXPECT_EQ(json::parse(one.out)["kernels"][0]["kernel"], "wfta_3");
@@ -322,11 +322,11 @@ TEST_F(ProfileCommand, AgreesWithPerfOnARecordingOfAnAarch64System)
         std::string event;
         std::string kernel;
         std::uint64_t samples;
-        std::uint64_t weight;
+        std::uint64_t period;
         bool operator==(const line& other) const
         {
-            return std::tie(event, kernel, samples, weight) ==
-                   std::tie(other.event, other.kernel, other.samples, other.weight);
+            return std::tie(event, kernel, samples, period) ==
+                   std::tie(other.event, other.kernel, other.samples, other.period);
         }
     };
     const std::filesystem::path data = PROJECT_ROOT "/tests/data/perf-aarch64";
@@ -339,7 +339,7 @@ TEST_F(ProfileCommand, AgreesWithPerfOnARecordingOfAnAarch64System)
         if (row.substr(0, 1) == "\t" && cells >> read.event) {
             std::getline(cells >> std::ws, read.kernel, '\t');
             read.kernel.erase(read.kernel.find_last_not_of(' ') + 1);
-            if (cells >> read.samples >> read.weight)
+            if (cells >> read.samples >> read.period)
                 table.push_back(read);
         }
     }
@@ -361,10 +361,10 @@ TEST_F(ProfileCommand, AgreesWithPerfOnARecordingOfAnAarch64System)
              {"wfta_short_5", "wfta_short_7", "wfta_short_9", "wfta_short_16", "wfta_5040"}) {
             for (const json& kernel : made["kernels"]) {
                 if (kernel["kernel"] == name)
-                    found.push_back({event, name, kernel["samples"], kernel["weight"]});
+                    found.push_back({event, name, kernel["samples"], kernel["period"]});
             }
         }
-        found.push_back({event, "all samples of all processes", made["samples"], made["weight"]});
+        found.push_back({event, "all samples of all processes", made["samples"], made["period"]});
         EXPECT_EQ(made["kernels"].size(), 5U);
     }
     EXPECT_TRUE(found == table);
@@ -481,7 +481,7 @@ protected:
             std::map<std::string, std::uint64_t> found = {{"all", made["samples"]}};
             for (const json& kernel : made["kernels"]) {
                 found[kernel["kernel"]] = kernel["samples"];
-                EXPECT_EQ(kernel["weight"], kernel["samples"].get<std::uint64_t>() * 250'000);
+                EXPECT_EQ(kernel["period"], kernel["samples"].get<std::uint64_t>() * 250'000);
             }
             EXPECT_EQ(found, samples(event));
             EXPECT_GT(found["countdown"], 20U);

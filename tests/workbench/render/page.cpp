@@ -226,11 +226,11 @@ TEST(PageModel, HoldsTheHeatOfTheProfileToTheLastSample)
     const nlohmann::json model = nlohmann::json::parse(made.overview);
     EXPECT_EQ(model["profile"]["event"], "cycles:u");
     EXPECT_EQ(model["profile"]["samples"], 9);
-    EXPECT_EQ(model["profile"]["weight"], 1000);
+    EXPECT_EQ(model["profile"]["period"], 1000);
     EXPECT_EQ(model["profile"]["exact"], false);
     EXPECT_EQ(model["profile"]["in_kernels"],
-              nlohmann::json({{"weight", 900}, {"time", 90.0}, {"time_text", "90.0"}}));
-    EXPECT_EQ(model["kernels"][1]["weight"], 600);
+              nlohmann::json({{"period", 900}, {"time", 90.0}, {"time_text", "90.0"}}));
+    EXPECT_EQ(model["kernels"][1]["period"], 600);
     EXPECT_EQ(model["kernels"][1]["samples"], 6);
     EXPECT_EQ(model["kernels"][1]["time_text"], "60.0");
     const nlohmann::json heat = nlohmann::json::parse(made.listings[1])["heat"];
@@ -241,7 +241,7 @@ TEST(PageModel, HoldsTheHeatOfTheProfileToTheLastSample)
         const nlohmann::json listing = nlohmann::json::parse(made.listings[kernel.kernel]);
         for (const nlohmann::json& row : listing["heat"])
             sum += row[1].get<std::uint64_t>();
-        EXPECT_EQ(sum, kernel.count.weight);
+        EXPECT_EQ(sum, kernel.count.period);
     }
 }
 

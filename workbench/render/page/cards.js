@@ -51,8 +51,8 @@ function findingsCard() {
             make('span', {class: severity}, `${signs[severity]} ${severity}${of(severity) === 1 ? '' : 's'}`)]));
 }
 
-function profileCard({event, samples, weight, exact, ...parts}) {
-    const title = exact ? `Profile, ${counted(weight, 'execution')} of ${counted(samples, 'instruction')}`
+function profileCard({event, samples, period, exact, ...parts}) {
+    const title = exact ? `Profile, ${counted(period, 'execution')} of ${counted(samples, 'instruction')}`
         : `Profile, ${counted(samples, 'sample')} of ${event}`;
     const meanings = {in_kernels: 'in kernels', unknown: 'in their mappings, without a dump', elsewhere: 'elsewhere'};
     const bar = make('div', {class: 'join', 'aria-hidden': true});

@@ -3,7 +3,7 @@
 const columns = [
     {key: 'name', title: 'Kernel', also: ['kernel'], text: true},
     {key: 'class', title: 'Change', meaning: 'class of its change', also: ['change'], text: true, there: Boolean(model.classes)},
-    {key: 'time', title: 'Time, %', meaning: `${ofAll}, by weight`, also: ['share', 'percent', 'heat'],
+    {key: 'time', title: 'Time, %', meaning: `${ofAll}, by period`, also: ['share', 'percent', 'heat'],
         there: Boolean(model.profile)},
     {key: 'findings', title: 'Findings', meaning: 'of check: errors, warnings, notes', also: ['finding']},
     {key: 'size', title: 'Size', meaning: 'bytes of code and constants', also: ['bytes']},
@@ -44,7 +44,7 @@ function sortBy({key, text}, ascending) {
         const [none, other] = [valueOf(a, column) === null, valueOf(b, column) === null];
         if (none || other)
             return none - other || i - j;
-        return compare(a, b) * (ascending ? 1 : -1) || (b.weight ?? 0) - (a.weight ?? 0) || i - j;
+        return compare(a, b) * (ascending ? 1 : -1) || (b.period ?? 0) - (a.period ?? 0) || i - j;
     });
     view.sorted = {key, ascending};
 }

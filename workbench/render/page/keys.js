@@ -69,7 +69,7 @@ function hotSpotsOf(kernel) {
     const {heat, rows} = kernel.time >= 1 ? listingOf(kernel.index) : {};
     if (!heat)
         return [];
-    const most = Object.values(heat).reduce((largest, [weight]) => Math.max(largest, weight), 0);
+    const most = Object.values(heat).reduce((largest, [period]) => Math.max(largest, period), 0);
     return begins([...rows.words.keys()], (row) => 2 * (heat[row]?.[0] ?? 0) >= most)
         .map((row) => `${kernel.id}+0x${hexadecimal(offsetOf(rows, row))}`);
 }

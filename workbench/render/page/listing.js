@@ -49,13 +49,13 @@ function foldsOf(count, seen) {
 
 // How hot rows are: against what each had if all had the same, so that a kernel without loops stays pale.
 function heatOf(heat, rowCount) {
-    const weights = Object.values(heat).map(([weight]) => weight);
-    const even = sum(weights) / rowCount;
-    const most = Math.max(4 * even, weights.reduce((a, b) => Math.max(a, b), 0));
-    return ([weight, text]) => ({
+    const periods = Object.values(heat).map(([period]) => period);
+    const even = sum(periods) / rowCount;
+    const most = Math.max(4 * even, periods.reduce((a, b) => Math.max(a, b), 0));
+    return ([period, text]) => ({
         text,
-        bar: weight / most,
-        step: Math.max(1, Math.min(7, 3 + Math.round(Math.log2(weight / even)))),
+        bar: period / most,
+        step: Math.max(1, Math.min(7, 3 + Math.round(Math.log2(period / even)))),
     });
 }
 
@@ -314,7 +314,7 @@ function factsOf(kernel) {
     if (kernel.data)
         facts.push(` · ${counted(kernel.data, 'byte')} of constants at ${kernel.data_address}`);
     if (kernel.samples)
-        facts.push(` · ${model.profile.exact ? counted(kernel.weight, 'execution') : counted(kernel.samples, 'sample')}`);
+        facts.push(` · ${model.profile.exact ? counted(kernel.period, 'execution') : counted(kernel.samples, 'sample')}`);
     if (kernel.callees.length)
         facts.push(' · calls ', ...namesOf(kernel.callees));
     if (kernel.callersOf.length)

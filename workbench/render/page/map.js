@@ -10,7 +10,7 @@ function legendOf(kind) {
         return [make('span', {}, `${grouped(Math.round(2 ** smallest))} bytes `, scale('size'),
             ` ${grouped(Math.round(2 ** largest))} bytes of code and constants`)];
     if (kind === 'heat') {
-        const most = kernels.find(({weight}) => weight === hottest);
+        const most = kernels.find(({period}) => period === hottest);
         return [make('span', {}, '0 ', scale('heat'), ` ${most?.time_text ?? 0} ${ofAll}, a step is half`)];
     }
     return [...classes.keys()].filter((name) => kernels.some((kernel) => kernel.class === name)).map(chip);

@@ -49,7 +49,7 @@ const signs = {error: '✖', warning: '▲', note: '●'};
 // What follows from the model for each kernel.
 const sizes = kernels.map(({code, data}) => Math.log2(Math.max(1, code + data)));
 const [smallest, largest] = [sizes.reduce((a, b) => Math.min(a, b), 64), sizes.reduce((a, b) => Math.max(a, b), 0)];
-const hottest = kernels.reduce((most, {weight}) => Math.max(most, weight ?? 0), 0);
+const hottest = kernels.reduce((most, {period}) => Math.max(most, period ?? 0), 0);
 kernels.forEach((kernel, index) => {
     kernel.index = index;
     kernel.size = kernel.code + kernel.data;
@@ -59,7 +59,7 @@ kernels.forEach((kernel, index) => {
     kernel.rank = classes.get(kernel.class)?.rank ?? 0;
     kernel.changed = Boolean(model.classes) && kernel.class !== same;
     const sizeStep = largest === smallest ? 3 : Math.round(7 * (sizes[index] - smallest) / (largest - smallest));
-    kernel.colours = `size-${sizeStep} heat-${stepOf(kernel.weight, hottest)} tone-${classes.get(kernel.class)?.tone}`;
+    kernel.colours = `size-${sizeStep} heat-${stepOf(kernel.period, hottest)} tone-${classes.get(kernel.class)?.tone}`;
 });
 for (const kernel of kernels)
     for (const callee of kernel.callees)

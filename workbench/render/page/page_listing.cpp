@@ -46,14 +46,14 @@ json rows_json(const kernel_listing& listing, const std::unordered_map<std::stri
             {"comments", std::move(comments)}, {"targets", std::move(targets)}, {"calls", std::move(calls)}};
 }
 
-/// Of rows with samples: the row, their weight, and its share of the kernel's in percent as text.
+/// Of rows with samples: the row, their period, and its share of the kernel's in percent as text.
 json heat_json(const kernel_profile& profile, std::size_t text_size)
 {
-    const std::vector<std::uint64_t> weights = weights_by_row(profile, text_size);
+    const std::vector<std::uint64_t> periods = periods_by_row(profile, text_size);
     json heat = json::array();
-    for (std::size_t i = 0; i < weights.size(); ++i) {
-        if (weights[i] != 0)
-            heat.push_back({i, weights[i], percent_text(weights[i], profile.count.weight)});
+    for (std::size_t i = 0; i < periods.size(); ++i) {
+        if (periods[i] != 0)
+            heat.push_back({i, periods[i], percent_text(periods[i], profile.count.period)});
     }
     return heat;
 }

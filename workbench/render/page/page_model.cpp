@@ -200,11 +200,11 @@ json kernel_json(const model& model, const entry& one)
     made["callees"] = find_callees(model, kernel);
     if (model.input->profile != nullptr && !gone) {
         const sample_count count = one.profile == nullptr ? sample_count() : one.profile->count;
-        const std::uint64_t whole = model.input->profile->total.weight;
+        const std::uint64_t whole = model.input->profile->total.period;
         made["samples"] = count.samples;
-        made["weight"] = count.weight;
-        made["time"] = percent(count.weight, whole);
-        made["time_text"] = percent_text(count.weight, whole);
+        made["period"] = count.period;
+        made["time"] = percent(count.period, whole);
+        made["time_text"] = percent_text(count.period, whole);
     }
     if (model.input->against != nullptr) {
         made["class"] = name_of(one.change);
@@ -237,12 +237,12 @@ json profile_json(const event_profile& profile)
 {
     json made = {{"event", printable(profile.event)},
                  {"samples", profile.total.samples},
-                 {"weight", profile.total.weight},
+                 {"period", profile.total.period},
                  {"exact", is_exact(profile)}};
     const auto add = [&](const char* name, const sample_count& count) {
-        made[name] = {{"weight", count.weight},
-                      {"time", percent(count.weight, profile.total.weight)},
-                      {"time_text", percent_text(count.weight, profile.total.weight)}};
+        made[name] = {{"period", count.period},
+                      {"time", percent(count.period, profile.total.period)},
+                      {"time_text", percent_text(count.period, profile.total.period)}};
     };
     add("in_kernels", profile.in_kernels);
     add("unknown", profile.unknown);

@@ -21,7 +21,7 @@ function cell(kernel, column) {
         return make('td', {}, `${value > 0 ? '+' : '−'}${grouped(Math.abs(value))}`);
     if (key === 'time') {
         const made = make('td', {class: 'time'}, kernel.time_text);
-        made.style.setProperty('--bar', kernel.weight / hottest);
+        made.style.setProperty('--bar', kernel.period / hottest);
         return made;
     }
     return make('td', {}, grouped(value));

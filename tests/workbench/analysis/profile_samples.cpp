@@ -272,7 +272,7 @@ private:
         const auto count = [&](const std::string& kernel, std::uint64_t offset) {
             sample_count& sum = expected_[{event, kernel, offset}];
             ++sum.samples;
-            sum.weight += period;
+            sum.period += period;
         };
         count("total", 0);
         if (where == nullptr || !where->kernels)
@@ -309,16 +309,16 @@ truth counted(const kernel_set& set, const profile& profile)
         sums[{event.event, "elsewhere", 0}] = event.elsewhere;
         std::uint64_t last = UINT64_MAX;
         for (const kernel_profile& kernel : event.kernels) {
-            EXPECT_LE(kernel.count.weight, last) << "the heaviest is not the first";
-            last = kernel.count.weight;
+            EXPECT_LE(kernel.count.period, last) << "the heaviest is not the first";
+            last = kernel.count.period;
             sample_count sum;
             for (const profile_row& row : kernel.rows) {
                 sums[{event.event, set.kernels[kernel.kernel].name, row.offset}] = row.count;
                 sum.samples += row.count.samples;
-                sum.weight += row.count.weight;
+                sum.period += row.count.period;
             }
             EXPECT_EQ(sum.samples, kernel.count.samples);
-            EXPECT_EQ(sum.weight, kernel.count.weight);
+            EXPECT_EQ(sum.period, kernel.count.period);
         }
     }
     return sums;
@@ -332,7 +332,7 @@ TEST(ProfileSamples, AreCountedExactly)
     profile_reader reader(made.set());
     made.run(samples, [&](std::string_view piece) { reader.read(piece); });
     const profile profile = reader.finish();
-    EXPECT_EQ(profile.bad_lines, 0U);
+    EXPECT_EQ(profile.text.bad_lines, 0U);
     const truth sums = counted(made.set(), profile);
     ASSERT_EQ(sums.size(), made.expected().size());
     std::uint64_t all = 0;
@@ -340,7 +340,7 @@ TEST(ProfileSamples, AreCountedExactly)
         const auto& [event, kernel, offset] = sum->first;
         ASSERT_EQ(sum->first, expected->first) << event << " " << kernel << "+" << offset;
         EXPECT_EQ(sum->second.samples, expected->second.samples) << event << " " << kernel << "+" << offset;
-        EXPECT_EQ(sum->second.weight, expected->second.weight) << event << " " << kernel << "+" << offset;
+        EXPECT_EQ(sum->second.period, expected->second.period) << event << " " << kernel << "+" << offset;
         all += kernel == "total" ? sum->second.samples : 0;
     }
     EXPECT_EQ(all, samples);
