@@ -19,7 +19,7 @@ using std::uint8_t;
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the structures of <elf.h> are written as they are");
 
-// Indices of the sections that every image has; those of the functions follow.
+// Indices of the sections that every image has; those of the functions come after them.
 enum fixed_section : Elf64_Half { null_section, symtab, strtab, stack_note, first_function_section };
 
 static constexpr string_view rodata_prefix = ".rodata.";
@@ -35,7 +35,7 @@ struct object_file {
     string strings = string(1, '\0');
 };
 
-/// What the relocations of a function need to know of it.
+/// What the relocations of a function need to know about it.
 struct defined_function {
     string_view name;
     Elf64_Half text_section;
@@ -174,8 +174,8 @@ std::vector<uint8_t> tessjit::emit_elf(const elf_data& data)
     std::unordered_map<string_view, Elf64_Word> globals;      // functions and undefined targets, by name
     std::unordered_map<string_view, Elf64_Word> data_symbols; // by the name of the function
 
-    // Local symbols come before global ones, so functions get their own symbols only below; all but those
-    // whose name an earlier function has: a second global one would be a multiple definition.
+    // Local symbols come before global ones, so functions get their symbols only below. Exceptions are
+    // functions whose name is taken: a second global symbol would be a multiple definition.
     const Elf64_Word code_mark = add_string(object, "$x");
     const Elf64_Word data_mark = add_string(object, "$d");
     for (const elf_fn_entry& fn : data.fns) {

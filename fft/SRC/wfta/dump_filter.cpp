@@ -8,8 +8,7 @@ namespace {
 
 struct dump_filter {
     std::optional<std::regex> r;
-    std::optional<std::regex_error>
-        error; // of a pattern that does not compile, kept to be raised in every call
+    std::optional<std::regex_error> error; // of a pattern that does not compile, to be thrown in every call
 };
 
 } // namespace

@@ -1,6 +1,6 @@
-// The switch of the object dump. A source of its own: a pattern that does not compile raises an exception,
-// and in code built without exception handling, as the finaliser is, <regex> aborts at some of them, and a
-// static whose initialiser an exception leaves stays locked.
+// The switch of the object dump. It has a source of its own, since an invalid pattern raises an exception: in
+// code built without exception handling, as the finaliser is, <regex> aborts on some invalid patterns, and a
+// static whose initialiser throws stays locked.
 #pragma once
 
 #include <string>

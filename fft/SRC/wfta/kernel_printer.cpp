@@ -1,4 +1,4 @@
-// The kernel finaliser. Reads from the bottom up: finalise_kernels places a set of kernels, emit_single
+// The kernel finaliser. Read it from the bottom up: finalise_kernels places a set of kernels, emit_single
 // registers and links one of them, resolve_relocation patches one instruction word, and the first functions
 // report errors.
 
@@ -31,8 +31,8 @@ using vorna::wfta::want_dump_kernel;
 extern "C" void __clear_cache(void* begin, void* end);
 
 // Checks an invariant in every build and reports a broken one through the C library's own reporter: assert()
-// disappears with NDEBUG, evaluation and all, and words the function's signature as the compiler at hand
-// does, and its file as the build calls it.
+// disappears with NDEBUG, together with the evaluation, and spells the function's signature as the
+// compiler does, and the file's name as the build does.
 #define ASSERT_IN(function, ...) ASSERT_AS(function, #__VA_ARGS__, __VA_ARGS__)
 #define ASSERT_AS(function, text, ...)                                                                       \
     ((__VA_ARGS__) ? void() : __assert_fail(text, "fft/SRC/wfta/kernel_printer.cpp", __LINE__, function))
@@ -50,8 +50,8 @@ extern "C" void __clear_cache(void* begin, void* end);
 }
 
 // The relocations of "ELF for the Arm 64-bit Architecture (AArch64)", in its letters: S is the target's
-// address plus the addend (its S + A), P the place, which is the address of the instruction word, and X the
-// difference of the two that is checked and encoded.
+// address plus the addend (its S + A), P the place, that is, the address of the instruction word, and X
+// the difference of the two, which is checked and encoded.
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "words are read and written as they lie in memory");
 
@@ -79,8 +79,8 @@ struct relocation_kind {
     bool (*in_range)(uint64_t X);
     uint32_t (*field)(uint64_t X);
     uint32_t filled_mask;       // bits of the instruction word that must still be zero
-    const char* filled_message; // of P and the word
-    const char* range_message;  // of the two operands and X
+    const char* filled_message; // with P and the word
+    const char* range_message;  // with the two operands and X
 };
 
 } // namespace
@@ -115,7 +115,7 @@ static constexpr relocation_kind add = {
     "resolving R_AARCH64_ADD_ABS_LO12_NC reloc but dst address %p was already filled, got 0x%x\n",
     ""};
 
-// BL: X = S - P, signed 28 bits (128 MiB), multiple of 4; X[27:2] in imm26 (bits 25:0, of which 25 is not
+// BL: X = S - P, signed 28 bits (128 MiB), multiple of 4; X[27:2] in imm26 (bits 25:0; bit 25 is not
 // tested)
 static constexpr relocation_kind call = {
     whole,
@@ -158,12 +158,12 @@ static void resolve_relocation(const string& fn_name, uint8_t* text, const uint8
 
     const uint8_t* target_addr = nullptr;
     if (reloc.name.size() > 7 && memcmp(reloc.name.data(), ".rodata.", 8) == 0) {
-        // The asserted test without its temporary string.
+        // The asserted expression, without its temporary string.
         ASSERT_AS(function, "reloc.name.substr(8) == fn_name",
                   std::string_view(reloc.name).substr(8) == fn_name);
         target_addr = data;
     } else if (reloc.name == fn_name) {
-        target_addr = text; // registered just now, so the look-up would find the same
+        target_addr = text; // just registered, so a look-up would find the same
     } else {
         const auto it = kernel_registry.find(reloc.name);
         ASSERT_IN(function, it != kernel_registry.end());
@@ -209,8 +209,8 @@ static bool want_check_kernel_hash()
     return ret;
 }
 
-// Runs `write`, which writes one file, stderr may be it: at a size limit, or when a pipe has lost its reader,
-// it fails without SIGXFSZ or SIGPIPE. An exception would leave them blocked, so `write` raises none.
+// Runs `write`, which writes one file, possibly stderr. At a size limit or on a closed pipe it fails without
+// SIGXFSZ or SIGPIPE. An exception would leave the signals blocked, so `write` must not throw.
 template <typename Write>
 static void write_without_signals(const Write& write)
 {
@@ -245,7 +245,7 @@ static void dump_kernel(const string& fn_name, const uint8_t* text, size_t text_
     });
 }
 
-// The file's name is formed anew for each line, since a forked child has a map of its own.
+// The file's name is formed for each line, since a forked child has a map of its own.
 static void append_map_line(const string& fn_name, const uint8_t* text_ptr, size_t text_len)
 {
     char path[500];
@@ -275,8 +275,8 @@ static uint64_t hash_of_eight(const uint8_t* bytes)
     return (sums & 0x00000000ffffffff) * power_4 + (sums >> 32);
 }
 
-// h = h * 31 + b for every byte b, modulo 2^64. Two times eight bytes a step, which do not wait for each
-// other.
+// h = h * 31 + b for every byte b, modulo 2^64. Each step hashes two independent groups of
+// eight bytes.
 static uint64_t kernel_code_hash(const uint8_t* text_ptr, size_t text_len)
 {
     uint64_t h = 0;
@@ -341,7 +341,7 @@ static void emit_single(kernel_registry_map& kernel_registry, const string& fn_n
     ASSERT_IN(function,
               kernel_registry.emplace(fn_name, vorna::wfta::kernel_registry_entry{ text_ptr, text_len, data_ptr, data_len }).second);
 
-    // Before the relocations: dump and hash are of the code as it was generated.
+    // Before the relocations: dump and hash are of the code as generated.
     if (want_dump_kernel(fn_name) || want_map_file())
         dump_kernel(fn_name, text_ptr, text_len, data_ptr, data_len, relocs);
     if (want_map_file())
@@ -361,7 +361,7 @@ static size_t round_up_to_32(size_t x)
 
 static void copy_bytes(uint8_t* destination, const std::vector<uint8_t>& bytes)
 {
-    if (!bytes.empty()) // an empty vector may hold a null pointer, which memcpy does not take
+    if (!bytes.empty()) // an empty vector may hold a null pointer, which memcpy must not get
         memcpy(destination, bytes.data(), bytes.size());
 }
 
@@ -378,13 +378,13 @@ void vorna::wfta::finalise_kernels(kernel_registry_map& kernel_registry,
     void* const mapping = mmap(nullptr, text_size + data_size, PROT_READ | PROT_WRITE | PROT_EXEC,
                                MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
 #ifdef MADV_POPULATE_WRITE
-    // All pages fault in at once, which is cheaper than one by one. Where it is refused, as by a kernel
-    // before Linux 5.14, they do so when they are written.
+    // Faults in all pages at once, which is cheaper than one by one. Where that is refused, as before
+    // Linux 5.14, each faults when it is written.
     if (mapping != MAP_FAILED)
         madvise(mapping, text_size + data_size, MADV_POPULATE_WRITE);
 #endif
-    // A refused mapping is not an error here: an empty set needs none, and any other dies of its first copy.
-    // Addresses are integers until they are used, since a null pointer must not be added to.
+    // A refused mapping is not an error here: an empty set needs none, and any other faults at its first
+    // copy. Addresses are integers until they are used, since arithmetic on a null pointer is undefined.
     const auto base = mapping == MAP_FAILED ? 0 : reinterpret_cast<uintptr_t>(mapping);
     const uintptr_t data_base = base + text_size;
     size_t text_offset = 0;

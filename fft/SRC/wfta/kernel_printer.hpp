@@ -26,7 +26,7 @@ struct kernel_data {
     std::vector<std::uint8_t> text;
 
     /// Read-only data, may be empty. Data blocks are packed without alignment: a host whose constants need
-    /// alignment makes the length of every block of the set a multiple of it.
+    /// one makes the length of every block of the set a multiple of it.
     std::vector<std::uint8_t> data;
 
     /// Fixups of `text`, in the order in which they are applied.
@@ -51,7 +51,7 @@ using kernel_registry_map = std::map<std::string, kernel_registry_entry>;
 /// instruction cache over the code. A kernel may refer to itself, to kernels before it in `kernels` and to
 /// kernels that the registry already holds.
 ///
-/// The mapping is never unmapped or protected. Nothing of `kernels` is kept.
+/// The mapping is never unmapped or protected. Nothing in `kernels` is kept.
 ///
 /// Errors end the process: a duplicate name, an unknown target, an unsupported relocation type, an
 /// instruction field that is not zero or a value out of range by an assertion report on stderr and abort(),
