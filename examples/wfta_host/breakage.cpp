@@ -15,7 +15,7 @@ namespace {
 
 using kernel_set = std::vector<kernel_data>;
 
-// Every driver has calls and, for its tables, ADRs.
+// Every driver has calls, and ADRs of its tables.
 reloc_info& first_relocation(kernel_data& kernel, std::int32_t type)
 {
     return *std::find_if(kernel.relocs.begin(), kernel.relocs.end(),
@@ -27,7 +27,7 @@ reloc_info& first_call(kernel_set& kernels)
     return first_relocation(kernels.back(), R_AARCH64_CALL26);
 }
 
-// The first short kernel of the set that has constants, or null.
+// The set's first short kernel with constants, or null.
 kernel_data* find_kernel_with_constants(kernel_set& kernels)
 {
     const auto found = std::find_if(kernels.begin(), kernels.end() - 1,
@@ -114,7 +114,7 @@ void leave_out_an_add(kernel_registry_map&, kernel_set& kernels)
     if (kernel == nullptr)
         return;
     put_word(*kernel, first_relocation(*kernel, R_AARCH64_ADD_ABS_LO12_NC).offset, nop);
-    kernel->relocs.pop_back(); // a short kernel has those of one ADRP and one ADD
+    kernel->relocs.pop_back(); // a short kernel has one ADRP and one ADD
 }
 
 void point_past_the_constants(kernel_registry_map&, kernel_set& kernels)
@@ -126,7 +126,7 @@ void point_past_the_constants(kernel_registry_map&, kernel_set& kernels)
         reloc.addend += static_cast<std::int32_t>(kernel->data.size());
 }
 
-void call_behind_the_first_instructions(kernel_registry_map&, kernel_set& kernels)
+void call_past_the_first_instructions(kernel_registry_map&, kernel_set& kernels)
 {
     first_call(kernels).addend = 8;
 }
@@ -137,7 +137,7 @@ void clobber_a_register_of_the_caller(kernel_registry_map&, kernel_set& kernels)
         insert_before_return(kernels.front(), {0xd2800037}); // mov x23, #1
 }
 
-void relocate_a_word_behind_the_code(kernel_registry_map&, kernel_set& kernels)
+void relocate_a_word_past_the_code(kernel_registry_map&, kernel_set& kernels)
 {
     kernel_data& driver = kernels.back();
     while (driver.text.size() % 32 == 0)
@@ -180,15 +180,14 @@ const std::vector<breakage>& breakages()
         {"opcode", "the relocation of an ADR has the type of an ADRP", outcome::crashes,
          relocate_an_adr_as_an_adrp},
         {"call-target", "a call leads past the callee's first instructions", outcome::wrong,
-         call_behind_the_first_instructions},
+         call_past_the_first_instructions},
         {"callee-saved", "a short kernel changes a register that it must preserve (no finding)",
          outcome::wrong, clobber_a_register_of_the_caller},
         {"outside-constants", "an addend leads past a short kernel's constants", outcome::wrong,
          point_past_the_constants},
         {"pair", "the ADD of a short kernel's ADRP is left out", outcome::wrong, leave_out_an_add},
         {"call-bit-25", "the top bit of a call's field is set", outcome::good, set_the_top_bit_of_a_call},
-        {"offset", "a relocation lies after the driver's code", outcome::good,
-         relocate_a_word_behind_the_code},
+        {"offset", "a relocation lies after the driver's code", outcome::good, relocate_a_word_past_the_code},
         {"writes-constants", "a short kernel stores to its constants", outcome::good, store_to_constants},
     };
     return all;

@@ -1,4 +1,4 @@
-// Mistakes as a generator makes them, for trying what the finaliser and the workbench say about each.
+// Mistakes that generators make, to try what the finaliser and the workbench say about each.
 #pragma once
 
 #include "fft/SRC/wfta/kernel_printer.hpp"
@@ -13,21 +13,21 @@ enum class outcome {
     ended,   ///< the finaliser ends the process
     crashes, ///< a kernel ends it, when it runs
     wrong,   ///< the results are wrong
-    good     ///< the results are right all the same
+    good     ///< the results are right nevertheless
 };
 
 struct breakage {
     std::string kind; ///< where it has one, the id of the finding of vorna-kernels check
     std::string description;
     outcome leads_to;
-    /// Breaks a set: the short kernels that the registry lacks, and the driver, which is the last.
+    /// Breaks a set: the short kernels that the registry lacks, then the driver.
     void (*apply)(vorna::wfta::kernel_registry_map& registry, std::vector<vorna::wfta::kernel_data>& kernels);
 };
 
-/// All of them, by kind those that end the process first.
+/// All mistakes, those that end the process first, sorted by kind.
 const std::vector<breakage>& breakages();
 
-/// The one of that kind, or null.
+/// The mistake of that kind, or null.
 const breakage* find_breakage(const std::string& kind);
 
 } // namespace wfta_host

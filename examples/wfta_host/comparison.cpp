@@ -27,7 +27,7 @@ double largest_error(const complex_signal& got, const complex_signal& expected)
     double largest = 0;
     for (std::size_t k = 0; k < expected.size(); ++k) {
         const double difference = std::abs(got[k] - expected[k]);
-        // Every comparison with it is false, so a maximum would pass it over.
+        // Comparisons with NaN are false, so max() would ignore it.
         if (std::isnan(difference))
             return std::numeric_limits<double>::quiet_NaN();
         error = std::max(error, difference);

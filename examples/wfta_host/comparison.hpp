@@ -1,4 +1,4 @@
-// What the kernels' results are held against.
+// What the kernels' results are compared with.
 #pragma once
 
 #include "examples/wfta_host/kernel_generator.hpp"
@@ -13,11 +13,11 @@ using complex_signal = std::vector<std::complex<double>>;
 /// The transform of `in`, computed by FFTW.
 complex_signal transform_by_fftw(complex_signal in, direction dir);
 
-/// The largest difference of two signals of one length, relative to the largest magnitude in `expected`. Not
-/// a number if any value is not.
+/// The largest difference of two signals of one length, relative to the largest magnitude in `expected`. NaN
+/// if any value is NaN.
 double largest_error(const complex_signal& got, const complex_signal& expected);
 
-/// What the error of a transform of `length` values must stay below.
+/// The bound on the error of a transform of `length` values.
 double error_bound(unsigned length);
 
 } // namespace wfta_host

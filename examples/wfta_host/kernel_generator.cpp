@@ -26,7 +26,7 @@ namespace {
 constexpr int complex_size = 16;
 constexpr int complex_size_log2 = 4;
 
-// A kernel while its code is being generated.
+// A kernel whose code is being generated.
 struct kernel_builder {
     std::string name;
     std::vector<std::uint8_t> data;
@@ -41,8 +41,8 @@ void append_to_data(kernel_builder& kernel, T element)
     kernel.data.insert(kernel.data.end(), bytes, bytes + sizeof element);
 }
 
-// The instruction that is emitted next is linked to `target`. Its field must be zero until then, so it is
-// emitted by the plain assembler: the macro assembler is free to leave out an addition of zero.
+// Adds a relocation of the next instruction against `target`. That instruction's field must be zero, so
+// emit it with the plain assembler: the macro assembler may drop an addition of zero.
 void link_next(kernel_builder& kernel, const std::string& target, std::int32_t type, std::int32_t addend)
 {
     kernel.relocs.push_back({target, static_cast<std::int32_t>(kernel.code.GetCursorOffset()), type, addend});
@@ -75,7 +75,7 @@ void call(kernel_builder& kernel, const std::string& target)
 
 kernel_data finish(kernel_builder& kernel)
 {
-    // Data blocks are packed behind each other: a whole number of vectors keeps the next kernel's aligned.
+    // Data blocks are packed: a whole number of vectors keeps the next kernel's data aligned.
     while (kernel.data.size() % complex_size != 0)
         kernel.data.push_back(0);
 
@@ -88,8 +88,8 @@ kernel_data finish(kernel_builder& kernel)
             std::move(kernel.relocs)};
 }
 
-// Which vector register holds which value: a value takes one when it is computed and gives it back at its
-// last use. Real and imaginary part of a value lie side by side in one register.
+// Which vector register holds which value: a value gets one when it is computed and frees it at its last
+// use. A register holds the real and the imaginary part.
 class register_allocation {
 public:
     void take(value v)
@@ -105,13 +105,13 @@ public:
     VRegister operator[](value v) const { return VRegister(register_of_[v], a64::kQRegSize); }
 
 private:
-    // Not v8 to v15, which belong to the caller, and not v7 and v31, which hold the constants.
+    // Not v8 to v15, which are callee-saved, and not v7 and v31, which hold the constants.
     std::vector<int> free_ = {30, 29, 28, 27, 26, 25, 24, 23, 22, 21, 20,
                               19, 18, 17, 16, 6,  5,  4,  3,  2,  1,  0};
     std::array<int, value_count> register_of_{};
 };
 
-// For each value the number of the last step that uses it. Outputs are used after all steps.
+// For each value, the index of the last step that uses it. Outputs are used after all steps.
 std::array<std::size_t, value_count> last_uses(const short_dft& dft)
 {
     std::array<std::size_t, value_count> last{};
@@ -124,8 +124,8 @@ std::array<std::size_t, value_count> last_uses(const short_dft& dft)
     return last;
 }
 
-// Where element i goes to: positions are those of an array with one dimension for each factor, the last one
-// running fastest; elements are numbered in the order that the prime-factor mapping needs.
+// Where element i goes: positions are those of an array with one dimension for each factor, the last one
+// varying fastest; elements are numbered as the prime-factor algorithm needs.
 struct index_tables {
     std::vector<std::uint32_t> in;  // element of the input at each position
     std::vector<std::uint32_t> out; // element of the output at each position
@@ -141,8 +141,8 @@ index_tables prime_factor_mapping(const std::vector<unsigned>& factors, unsigned
         for (auto n = factors.rbegin(); n != factors.rend(); ++n) {
             const unsigned coordinate = rest % *n;
             rest /= *n;
-            // Input element: the sum of coordinate * length / n. Output element: the one that leaves the
-            // remainder coordinate by each n. Then no twiddle factors are left between the dimensions.
+            // Input element: the sum of coordinate * length / n. Output element: the one that is congruent to
+            // the coordinate modulo each n. Then there are no twiddle factors between the dimensions.
             const unsigned cofactor = length / *n;
             unsigned unit = cofactor;
             while (unit % *n != 1)
@@ -152,7 +152,7 @@ index_tables prime_factor_mapping(const std::vector<unsigned>& factors, unsigned
         }
         in %= length;
         out %= length;
-        // The inverse transform is the forward one with its outputs in the opposite order.
+        // The inverse transform is the forward one with its outputs reversed.
         tables.in.push_back(in);
         tables.out.push_back(dir == direction::forward ? out : (length - out) % length);
     }
@@ -250,7 +250,7 @@ kernel_data generate_driver_kernel(const std::vector<unsigned>& factors, directi
     const Register count = a64::x5;
     const Register index = a64::w6;
     const VRegister element = a64::q0;
-    // These keep their contents across calls.
+    // Callee-saved registers.
     const Register out = a64::x19;
     const Register work = a64::x20;
     const Register first = a64::x21;
@@ -276,7 +276,7 @@ kernel_data generate_driver_kernel(const std::vector<unsigned>& factors, directi
     code.Mov(out, a64::x1);
     code.Mov(work, a64::x2);
 
-    // The tables of one length are at most 40 KiB: in reach of ADR from any place in the length's mapping.
+    // The tables of one length are at most 40 KiB: within range of ADR anywhere in the length's mapping.
     a64::Label gather;
     load_near_data_address(kernel, table, 0);
     code.Mov(cursor, work);
@@ -288,7 +288,7 @@ kernel_data generate_driver_kernel(const std::vector<unsigned>& factors, directi
     code.Sub(count, count, 1);
     code.Cbnz(count, &gather);
 
-    // One pass for each dimension: its factor's short kernel on every line of that dimension.
+    // One pass for each dimension: the factor's short kernel on every line along it.
     unsigned lines_from_here = length;
     for (const unsigned n : factors) {
         const unsigned blocks = length / lines_from_here;

@@ -30,13 +30,13 @@ std::string driver_kernel_name(unsigned length, direction dir);
 /// registers at once than there are.
 vorna::wfta::kernel_data generate_short_kernel(const short_dft& dft);
 
-/// Generates the driver kernel of the product of `factors`, which must be prime to each other and have short
-/// kernels in the registry by the time the driver is placed:
+/// Generates the driver kernel of the product of `factors`, which must be coprime and have short kernels in
+/// the registry by the time the driver is placed:
 ///
 ///     void driver(const std::complex<double>* in, std::complex<double>* out, std::complex<double>* work);
 ///
-/// Each array holds the product of `factors` values; `in` and `out` may be the same, `work` is apart from
-/// both. The data of the driver holds its index tables and is a multiple of 16 bytes long.
+/// Each array holds the product of `factors` values; `in` and `out` may be the same, `work` must not
+/// overlap them. The data of the driver holds its index tables and is a multiple of 16 bytes long.
 ///
 /// The entry_out of the result is null.
 vorna::wfta::kernel_data generate_driver_kernel(const std::vector<unsigned>& factors, direction dir);

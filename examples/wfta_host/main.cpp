@@ -95,7 +95,7 @@ void print_breakages()
                     outcomes[static_cast<int>(breakage.leads_to)]);
 }
 
-// Prints one line that names the nearest possible lengths.
+// Prints one line with the nearest possible lengths.
 void reject(std::int64_t length)
 {
     const std::vector<unsigned>& possible = wfta_host::possible_lengths();

@@ -12,7 +12,7 @@ namespace wfta_host {
 
 std::vector<unsigned> factors_of(unsigned length)
 {
-    // The largest power of a prime that divides the length must go into one factor, since factors share none.
+    // The largest power of a prime that divides the length must be in one factor, since factors are coprime.
     std::vector<unsigned> factors;
     unsigned rest = length;
     for (const unsigned prime : {2U, 3U, 5U, 7U}) {

@@ -25,17 +25,17 @@ struct plan {
     const void* entry;               ///< first instruction of the driver kernel, valid for the process's life
 };
 
-/// The 59 lengths above 1 that are products of lengths of short kernels prime to each other, rising.
+/// The 59 lengths above 1 that are products of coprime lengths of short kernels, ascending.
 const std::vector<unsigned>& possible_lengths();
 
-/// Splits a possible length into its factors, rising. Returns an empty vector for any other length.
+/// Splits a possible length into its factors, ascending. Returns an empty vector for any other length.
 std::vector<unsigned> factors_of(unsigned length);
 
 /// Makes `length`, one of possible_lengths(), runnable: generates the kernels that `registry` lacks, and
-/// places and links them, with calls to the kernels that it holds. Throws std::invalid_argument for an
+/// places and links them, with calls of the kernels that it has. Throws std::invalid_argument for an
 /// impossible length.
 ///
-/// With a breakage the set has that mistake.
+/// With a breakage, the set has that mistake.
 plan make_plan(vorna::wfta::kernel_registry_map& registry, unsigned length, direction dir,
                const breakage* breakage = nullptr);
 

@@ -19,7 +19,7 @@ void write_profile(const std::string& file, const vorna::wfta::kernel_registry_m
     for (const plan& p : plans) {
         if (p.mapping == nullptr)
             continue;
-        // The last kernel's constants are the last of the mapping.
+        // The mapping ends with the last kernel's constants.
         const vorna::wfta::kernel_registry_entry& last = registry.at(p.placed.back());
         const auto begin = reinterpret_cast<std::uintptr_t>(p.mapping);
         const auto end = reinterpret_cast<std::uintptr_t>(last.data_ptr) + last.data_len;

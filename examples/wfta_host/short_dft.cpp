@@ -1,11 +1,11 @@
 // How the algorithms are found.
 //
-// Inputs i and n - i meet the same cosine and opposite sines. So sums p of such pairs give the even part e of
-// the outputs, differences q the odd part o, and y[k] = e[k] - j o[k], y[n - k] = e[k] + j o[k].
+// Inputs i and n - i have the same cosine and opposite sines. So the sums p of such pairs give the even part
+// e of the outputs, the differences q the odd part o, and y[k] = e[k] - j o[k], y[n - k] = e[k] + j o[k].
 //
-// For a prime n, the powers of a generator g put the indices 1 .. n-1 in an order in which the rest of the
-// DFT is a cyclic convolution (Rader); p and q make two convolutions of half the length of it. Each is
-// computed modulo the irreducible factors of its polynomial (Winograd), where
+// For a prime n, the powers of a generator g order the indices 1 .. n-1 so that the rest of the DFT is a
+// cyclic convolution (Rader); p and q make two convolutions of half its length. Each is computed modulo the
+// irreducible factors of its polynomial (Winograd), where
 //   modulo z - 1    it takes one product with the mean of the constants,
 //   modulo z + 1    one product,
 //   modulo z^2 + 1  three products instead of four:  a u + b v = b (u + v) + (a - b) u,
@@ -14,8 +14,8 @@
 //                                  a u + b v + c w =  a (u - w) + b (v - w),
 //                                  b u + c v + a w = -a (u - w) - c (u - v),
 //                                  c u + a v + b w = -b (v - w) + c (u - v).
-// For n = 9 the same is done with the indices that 3 does not divide, and for n = 8 and 16 with the odd
-// indices; the rest is a shorter DFT.
+// For n = 9 the same is done with the indices not divisible by 3, and for n = 8 and 16 with the odd indices;
+// the rest is a shorter DFT.
 
 #include "examples/wfta_host/short_dft.hpp"
 
@@ -136,8 +136,8 @@ short_dft dft5()
             }};
 }
 
-// Generator 3: the indices run 1, 3, 2 and then, with the other sign of the sine, 6, 4, 5. With the sign of
-// q3 changed the odd part becomes a cyclic convolution, which gives -o3.
+// Generator 3: the indices are 1, 3, 2 and then, with the opposite sign of the sine, 6, 4, 5. With q3 negated
+// the odd part becomes a cyclic convolution, which gives -o3.
 short_dft dft7()
 {
     const long double cos1 = cosine(1, 7);
@@ -245,9 +245,9 @@ short_dft dft8()
             }};
 }
 
-// Generator 2: the indices that 3 does not divide run 1, 2, 4 and then, with the other sign of the sine, 8,
-// 7, 5. Cosines and signed sines of 1, 2 and 4 add up to zero, so nothing is left modulo z - 1. With the sign
-// of q2 changed the odd part becomes a cyclic convolution, which gives -o2.
+// Generator 2: the indices not divisible by 3 are 1, 2, 4 and then, with the opposite sign of the sine, 8, 7,
+// 5. Cosines and signed sines of 1, 2 and 4 add up to zero, so nothing is left modulo z - 1. With q2 negated
+// the odd part becomes a cyclic convolution, which gives -o2.
 short_dft dft9()
 {
     const long double cos1 = cosine(1, 9);
@@ -321,8 +321,8 @@ short_dft dft9()
             }};
 }
 
-// p gives the even outputs, a DFT of 8 values, and q the odd ones: q[i] and q[8 - i] meet opposite cosines
-// and the same sine there, and outputs 7 and 5 differ from 1 and 3 in signs only.
+// p gives the even outputs, a DFT of 8 values, and q the odd ones: q[i] and q[8 - i] have opposite cosines
+// and the same sine there, and outputs 7 and 5 differ from 1 and 3 only in signs.
 short_dft dft16()
 {
     const long double cos1 = cosine(1, 16);
@@ -444,7 +444,7 @@ const std::vector<short_dft>& short_dfts()
 
 operation_count real_operations(const short_dft& dft)
 {
-    // A step works on both parts of a complex value.
+    // Each step operates on both parts of a complex value.
     operation_count count{};
     for (const step& s : dft.steps) {
         if (s.op == operation::multiply)

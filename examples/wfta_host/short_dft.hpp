@@ -11,7 +11,7 @@ namespace wfta_host {
 ///   p  sum of inputs                      q  difference of inputs
 ///   s  sum or difference of p's or q's    m  product with a constant
 ///   e  even part of outputs (cosines)     o  odd part of outputs (sines)
-///   r  turned odd part, -j o
+///   r  odd part multiplied by -j: -j o
 // clang-format off
 enum value : std::uint8_t {
     x0, x1, x2, x3, x4, x5, x6, x7, x8, x9, x10, x11, x12, x13, x14, x15,
@@ -35,7 +35,7 @@ enum class operation : std::uint8_t {
     turn,     ///< to = -j a: real and imaginary part change places and one changes its sign
 };
 
-/// One step of an algorithm. `b` counts for add and subtract only, `constant` for multiply only.
+/// One step of an algorithm. `b` is used by add and subtract only, `constant` by multiply only.
 struct step {
     operation op;
     value to;
@@ -51,7 +51,7 @@ struct short_dft {
     std::vector<step> steps;
 };
 
-/// All algorithms, by rising length: 2, 3, 4, 5, 7, 8, 9 and 16. They live as long as the process.
+/// All algorithms, by ascending length: 2, 3, 4, 5, 7, 8, 9 and 16. They live as long as the process.
 const std::vector<short_dft>& short_dfts();
 
 /// Operations on real numbers.
