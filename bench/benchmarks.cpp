@@ -1,5 +1,5 @@
-// The timings. Every way to place kernels is checked before it is timed; what it makes is given back off the
-// clock, so that each iteration starts with a new mapping and an empty registry.
+// The timings. Every method of placing kernels is checked before it is timed; its memory is freed outside the
+// measured time, so each iteration starts with a new mapping and an empty registry.
 
 #include "bench/hash.hpp"
 #include "bench/ways.hpp"

@@ -1,4 +1,4 @@
-// Runs one case so that callgrind can count its instructions: wfta_count CASE [N]. Counted is the function
+// Runs one case so that callgrind can count its instructions: wfta_count CASE [N]. It counts the function
 // `measured`; whatever happens once per process has happened before.
 
 #include "bench/hash.hpp"

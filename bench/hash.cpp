@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-// The hash is local to its file, which is therefore compiled here once more, under another name.
+// The hash is local to its file, so that file is compiled again here, under another name.
 #define finalise_kernels finalise_kernels_not_measured
 #include "fft/SRC/wfta/kernel_printer.cpp" // NOLINT(bugprone-suspicious-include)
 

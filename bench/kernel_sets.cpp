@@ -16,7 +16,7 @@ using vorna::wfta::kernel_data;
 
 constexpr std::size_t word = 4;
 
-// The library's distributions differ from one implementation to the next; this does not.
+// The distributions of <random> differ between implementations; this one does not.
 std::size_t pick(std::mt19937_64& random, std::size_t first, std::size_t last)
 {
     return first + random() % (last - first + 1);
@@ -41,7 +41,7 @@ std::vector<std::string> make_names(std::size_t count, std::mt19937_64& random)
     return names;
 }
 
-// A kernel before `caller`, and near enough for BL even where every kernel has pages of its own.
+// A kernel before `caller`, near enough for BL even if every kernel has its own pages.
 std::size_t pick_callee(std::mt19937_64& random, std::size_t caller)
 {
     constexpr std::size_t furthest = 30000;
@@ -57,7 +57,7 @@ std::vector<std::uint8_t> make_bytes(std::size_t size, std::mt19937_64& random)
     return bytes;
 }
 
-// Adds a relocation of the instruction at `offset`, which is written with an empty field.
+// Adds a relocation of the instruction at `offset` and writes that instruction, with a zero field.
 void add_relocation(kernel_data& kernel, std::size_t offset, reference kind, const std::string& other,
                     std::size_t addend)
 {
@@ -115,7 +115,7 @@ kernel_set make_kernels(std::size_t count)
                                {}});
         kernel_data& kernel = set.kernels.back();
         const std::vector<reference> references = pick_references(random, i > 0);
-        // Spread evenly over the text, two words for each, so that a pair stays together.
+        // Spread evenly over the text, two words each, so that a pair stays together.
         const std::size_t words_each = kernel.text.size() / word / (references.size() + 1);
         std::size_t offset = 0;
         for (const reference kind : references) {
@@ -173,7 +173,7 @@ std::int64_t signed_field(std::uint32_t instruction, unsigned high, unsigned low
     return shifted >> (31 - high + low);
 }
 
-// The address that the instruction at `place` forms; of an ADD, the 12 bits that it adds.
+// The address that the instruction at `place` forms; for an ADD, the 12 bits that it adds.
 std::uint64_t decode_target(std::int32_t type, std::uint64_t place)
 {
     std::uint32_t instruction;

@@ -1,4 +1,4 @@
-// What scripts/bench prints of the finaliser under load: a set of 200,000 kernels, 20,000 calls on one
+// The finaliser under load, for scripts/bench: a set of 200,000 kernels, 20,000 calls on one
 // registry, and how many maps the kernel keeps for the mappings of many calls. Prints lines "NAME<tab>VALUE".
 
 #include "bench/ways.hpp"
@@ -55,13 +55,13 @@ void place(measured_way& measured, const bench::prepared_set& prepared)
     measured.times.push_back(time / static_cast<double>(prepared.set.kernels.size()));
 }
 
-// Not the median: whatever else runs on the machine only ever adds.
+// Not the median: other load on the machine can only add time.
 double fastest(const measured_way& measured)
 {
     return *std::min_element(measured.times.begin(), measured.times.end());
 }
 
-/// A set of 200,000 beside one of 2,000, and the floor beside the finaliser.
+/// Compares a set of 200,000 kernels with one of 2,000, and the finaliser with the floor.
 void measure_one_call()
 {
     const bench::prepared_set few(bench::make_kernels(2'000));
@@ -85,11 +85,11 @@ void measure_one_call()
     print("floor, 200,000 to 2,000", fastest(floor_many) / fastest(floor_few));
 }
 
-// The digits in the names of make_kernels(10), all but the last.
+// The digits in the names of make_kernels(10), except the last.
 constexpr std::size_t digits = 7;
 const std::string zeros(digits, '0');
 
-/// The ten kernels under names of their own, for one of many calls on one registry.
+/// The ten kernels under unique names, for one of many calls on one registry.
 std::vector<kernel_data> renamed(std::vector<kernel_data> kernels, std::size_t call)
 {
     std::string number = std::to_string(call);
@@ -111,7 +111,7 @@ std::ptrdiff_t count_maps()
 void measure_calls()
 {
     constexpr std::size_t count = 20'000;
-    constexpr std::size_t step = 7'919; // a prime: the names come in no order
+    constexpr std::size_t step = 7'919; // a prime: the names come in scattered order
     const bench::kernel_set ten = bench::make_kernels(10);
     std::vector<std::vector<kernel_data>> calls;
     for (std::size_t i = 0; i < count; ++i)
@@ -132,14 +132,14 @@ vorna::wfta::kernel_data smallest_kernel()
     return {nullptr, "k", {0xc0, 0x03, 0x5f, 0xd6}, {}, {}};
 }
 
-/// A mapping that the kernel cannot join with the finaliser's, as a host makes them between its calls.
+/// A mapping, as hosts make them between calls, that the kernel cannot merge with the finaliser's.
 void map_a_page_of_the_host()
 {
     mmap(nullptr, 1, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
 }
 
 /// How many calls succeed in a host that makes a mapping of its own after each, until the kernel's limit on
-/// the number of maps refuses one.
+/// the number of maps is reached.
 void measure_calls_until_refused()
 {
     auto* const calls = static_cast<volatile std::size_t*>(

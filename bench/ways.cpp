@@ -67,7 +67,7 @@ sizes add_up(const std::vector<kernel_data>& kernels)
     return total;
 }
 
-// What the finaliser does, but of each relocation only the store of the word, which is known already. The
+// Does what the finaliser does, except that a relocation is only the store of a word known in advance. The
 // pages fault in at once, as the finaliser's do, or one by one.
 template <bool at_once>
 std::unique_ptr<placement> place_known_words(const prepared_set& prepared)
@@ -131,7 +131,7 @@ public:
     kernel_registry_map placed;
 };
 
-// The bits of the field, of an address that is in range.
+// The bits of the field, for an address that is in range.
 std::uint32_t field_of(std::int32_t type, std::uint64_t S, std::uint64_t P)
 {
     const auto adr = [](std::uint64_t X) {
@@ -154,8 +154,8 @@ std::size_t whole_pages(const kernel_data& kernel)
     return (kernel.text.size() + kernel.data.size() + 4095) / 4096 * 4096;
 }
 
-// Every kernel in a mapping of its own, written, linked without checks, and then made executable. The
-// mappings lie side by side, where a stretch of addresses is free, so that BL reaches from each to each.
+// Each kernel in its own mapping, written, linked without checks, and then made executable. The mappings are
+// adjacent, in a free address range, so that BL reaches from each to each.
 std::unique_ptr<placement> map_each(const prepared_set& prepared)
 {
     auto result = std::make_unique<mapping_each>();
@@ -203,7 +203,7 @@ void append(std::vector<std::uint8_t>& bytes, const T* values, std::size_t count
 prepared_set::prepared_set(kernel_set given)
     : set(std::move(given)), layout(layout_of(set.kernels)), object(make_object(set.kernels, layout))
 {
-    // The words are read from a placement, whose links are checked like those of every other.
+    // The words are read from a placement that is checked like every other.
     const std::unique_ptr<placement> placed = finalise(*this);
     const kernel_registry_map registry = placed->registry();
     for (const kernel_data& kernel : set.kernels) {

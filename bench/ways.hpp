@@ -1,5 +1,5 @@
-// The ways to place a set of kernels that are measured against each other: the finaliser, the floor of the
-// work that it cannot do without, and the other linkers at hand.
+// The measured ways to place a set of kernels: the finaliser, the floor of the work that it cannot avoid, and
+// other linkers.
 #pragma once
 
 #include "bench/kernel_sets.hpp"
@@ -11,12 +11,12 @@
 
 namespace bench {
 
-/// A set and what the ways find ready, off the clock.
+/// A set, and what is prepared for the ways outside the measured time.
 struct prepared_set {
     explicit prepared_set(kernel_set given);
 
-    /// An instruction word as it reads once it is linked. It holds wherever the mapping lies: kernels and
-    /// data keep their distances, and a mapping begins on a page.
+    /// An instruction word after linking. It does not depend on where the mapping is: distances stay the
+    /// same, and a mapping is page-aligned.
     struct linked_word {
         std::uint32_t offset; ///< from the start of its kernel's text
         std::uint32_t word;
@@ -25,11 +25,11 @@ struct prepared_set {
     kernel_set set;
     set_layout layout;
     std::vector<linked_word> words;     ///< of all kernels, in order
-    std::vector<std::size_t> word_ends; ///< index behind the last word of each kernel
+    std::vector<std::size_t> word_ends; ///< index past the last word of each kernel
     std::vector<std::uint8_t> object;   ///< one relocatable object with all kernels in one text section
 };
 
-/// A set that one of the ways has placed. Destroying it gives the memory back.
+/// A set that one of the ways has placed. Destroying it frees the memory.
 class placement {
 public:
     placement() = default;
@@ -53,7 +53,7 @@ void check(const way& way, const prepared_set& prepared, const placement& placed
 /// All ways, the finaliser first, the floor second. `prepared` outlives what they return.
 std::vector<way> all_ways();
 
-/// LLVM's linkers: JITLink on a graph built in memory, JITLink and RuntimeDyld on the ready object. Empty in
+/// LLVM's linkers: JITLink on a graph built in memory, JITLink and RuntimeDyld on a ready object. Empty in
 /// a build without LLVM.
 std::vector<way> llvm_ways();
 

@@ -70,7 +70,7 @@ public:
     void lookup(const LookupMap&,
                 std::unique_ptr<jitlink::JITLinkAsyncLookupContinuation> continuation) override
     {
-        continuation->run(jitlink::AsyncLookupResult()); // the kernels call no one else
+        continuation->run(jitlink::AsyncLookupResult()); // the kernels call nothing else
     }
 
     llvm::Error notifyResolved(jitlink::LinkGraph& graph) override
@@ -118,7 +118,7 @@ jitlink::Edge::Kind edge_kind(std::int32_t type)
     }
 }
 
-// A block for each text and each data, as a generator without an object format would hand them over.
+// A block for each text and each data, as a generator without an object format would pass them.
 std::unique_ptr<placement> jitlink_graph(const prepared_set& prepared)
 {
     auto result = std::make_unique<jitlink_placement>(prepared);
@@ -209,7 +209,7 @@ std::unique_ptr<placement> runtime_dyld(const prepared_set& prepared)
 
 std::vector<way> llvm_ways()
 {
-    // RuntimeDyld keeps 12 of the 21 bits of an ADR: one that leads backwards, as all here do, goes astray.
+    // RuntimeDyld encodes 12 of the 21 bits of an ADR: backward ones, as all are here, go wrong.
     return {{"JITLink, graph", jitlink_graph, way::all},
             {"JITLink, object", jitlink_object<true>, way::all},
             {"JITLink, object, no registry", jitlink_object<false>, way::nothing},
