@@ -1,4 +1,4 @@
-// The texts with which the library ends the process, as its users see them on stderr.
+// What the library prints on stderr before it ends the process.
 #pragma once
 
 #include "fft/SRC/wfta/kernel_printer.hpp"
@@ -21,18 +21,18 @@ std::string assertion_report(const std::string& function, const std::string& exp
 /// The lines that list a registry.
 std::string listing(const vorna::wfta::kernel_registry_map& kernel_registry);
 
-/// A report of a relocation that could not be applied: its message line (without the newline), the listing of
-/// the registry at that time, and the assertion.
+/// The report of a relocation that could not be applied: its message line (without the newline), the registry
+/// at that time, and the assertion.
 std::string relocation_report(const std::string& message,
                               const vorna::wfta::kernel_registry_map& kernel_registry);
 
 /// `value` as "0x" and lower-case hexadecimal digits.
 std::string hex(std::uint64_t value);
 
-/// The report of a second kernel of one name.
+/// The report of a second kernel with the same name.
 std::string duplicate_report();
 
-/// The report of a relocation whose target the registry does not hold.
+/// The report of a relocation whose target is not in the registry.
 std::string unknown_target_report();
 
 } // namespace support

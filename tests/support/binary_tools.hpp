@@ -1,4 +1,4 @@
-// Binutils, LLVM's and elfutils' tools on dumps, and what linkers make of them.
+// Runs binutils, LLVM's and elfutils' tools and linkers on dumps.
 #pragma once
 
 #include "fft/SRC/wfta/kernel_printer.hpp"
@@ -18,7 +18,7 @@
 
 namespace support {
 
-/// Hexadecimal digits as these tools print them, at least so many.
+/// Hexadecimal digits as these tools print them, with a minimum width.
 inline std::string hex_digits(std::uint64_t value, int digits = 0)
 {
     char text[32];
@@ -26,7 +26,7 @@ inline std::string hex_digits(std::uint64_t value, int digits = 0)
     return text;
 }
 
-/// The binutils for AArch64 have the prefix on every machine, on one of their own too.
+/// The binutils for AArch64 have the prefix on every machine, AArch64 included.
 inline std::string binutil(const char* name)
 {
     return std::string("aarch64-linux-gnu-") + name;
@@ -49,9 +49,9 @@ inline void expect_no_elf_errors(const std::string& file, const std::filesystem:
     }
 }
 
-/// The sections that a linker (its program and options) makes of the dumps of all kernels in the registry,
-/// which are in the current directory: each section where the finaliser placed it. The kernel "far" has no
-/// dump and lies at `far_kernel`.
+/// The sections that a linker (its program and options) writes for the dumps of all kernels in the registry,
+/// which are in the current directory, with each section at the finaliser's address. The kernel "far" has no
+/// dump and is at `far_kernel`.
 inline std::map<std::string, linked_section>
 link_where_placed(const std::vector<std::string>& linker, const vorna::wfta::kernel_registry_map& registry,
                   std::uint64_t far_kernel)

@@ -18,7 +18,7 @@ namespace support {
 
 using random_engine = std::mt19937_64;
 
-/// The kernels of one call of finalise_kernels, and what the registry holds before.
+/// The kernels of one call of finalise_kernels, and what the registry has before it.
 struct random_set {
     std::vector<vorna::wfta::kernel_data> earlier; ///< to be finalised first, in a call of their own
     std::vector<std::string> null_names;           ///< to be registered at address null, by the host
@@ -120,7 +120,7 @@ inline random_set make_random_set(random_engine& random)
     return set;
 }
 
-/// A way to break a set: changes it, or returns false where the set has nothing to break in this way.
+/// A way to break a set: changes it, or returns false if the set has nothing to break in this way.
 struct breakage {
     const char* name;
     bool (*apply)(random_engine& random, random_set& set);
@@ -172,7 +172,7 @@ inline bool change_word(random_engine& random, random_set& set, const std::vecto
     return true;
 }
 
-/// The first nine end the process, or nearly always; of the others what they make of the set decides.
+/// The first nine (nearly) always end the process; whether the others do depends on the set.
 inline const std::vector<breakage>& breakages()
 {
     static const std::vector<breakage> all = {
@@ -301,8 +301,8 @@ inline const std::vector<breakage>& breakages()
     return all;
 }
 
-/// Whether what becomes of the set depends on how far the system puts its mapping from that of the earlier
-/// call: kernels that calls reach from nearby are out of reach only in theory.
+/// Whether the outcome depends on how far from the earlier call's mapping the system places the set's: kernels
+/// that a nearby mapping reaches are out of range only in theory.
 inline bool depends_on_placement(const random_set& set)
 {
     for (const vorna::wfta::kernel_data& kernel : set.kernels) {
@@ -315,7 +315,7 @@ inline bool depends_on_placement(const random_set& set)
     return false;
 }
 
-/// Breaks a set in one way, and names it.
+/// Breaks a set in one way, and returns its name.
 inline const char* break_set(random_engine& random, random_set& set)
 {
     for (;;) {

@@ -28,7 +28,7 @@ using file_ptr = std::unique_ptr<FILE, int (*)(FILE*)>;
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-// An unlinked file rather than a pipe: the child never waits for its reader.
+// An unlinked file rather than a pipe: the child never blocks on its reader.
 file_ptr capture_file()
 {
     file_ptr file(std::tmpfile(), &std::fclose);
@@ -49,7 +49,7 @@ std::string contents(FILE* file)
     return text;
 }
 
-// qemu-user reports the fatal signal of the program that it runs on that program's stderr.
+// qemu-user reports a fatal signal on the stderr of the program that it runs.
 void remove_emulator_report(std::string& err)
 {
     const std::size_t start = err.rfind("qemu: uncaught target signal ");
@@ -149,7 +149,7 @@ static std::function<void()> look_at_abort;
 void at_abort(std::function<void()> look)
 {
     look_at_abort = std::move(look);
-    // A handler that returns lets abort() go on. The signal is raised by abort() itself, outside any lock.
+    // abort() continues after a handler that returns. It raises the signal itself, without holding a lock.
     std::signal(SIGABRT, [](int) { look_at_abort(); });
 }
 
@@ -163,7 +163,7 @@ void expect_abort(const std::function<void()>& body, const std::string& err)
 
 std::string without_line_numbers(const std::string& text)
 {
-    // Not by std::regex: whatever of it the tests link must not stand in for the library's own.
+    // Not with std::regex: the tests' copy of it must not replace the library's at link time.
     const std::string file = "kernel_printer.cpp:";
     std::string result;
     std::size_t end = 0;

@@ -12,7 +12,7 @@
 //
 // The child is a copy of the test's process at the time of the call, so it may use everything the test has
 // prepared, and addresses mean the same in both. What it changes in memory is lost: it reports through its
-// output, its files, its way to end, or EXPECT_ and ASSERT_ macros inside the body, which print to `out` and
+// output, its files, its exit, or EXPECT_ and ASSERT_ macros inside the body, which print to `out` and
 // make the child fail.
 //
 // The library under test reads its switches once per process, so a test that sets one must not have finalised
@@ -30,13 +30,13 @@
 namespace support {
 
 struct child_options {
-    /// Variables set in the child, over the test's own environment without the library's switches.
+    /// Variables set in the child, in addition to the test's environment without the library's switches.
     std::vector<std::pair<std::string, std::string>> environment;
 
     /// The child's current directory. Empty: a fresh one, removed when the child has ended.
     std::filesystem::path directory;
 
-    /// A child that runs longer hangs, on the busiest machine, and is ended by SIGALRM.
+    /// A child that runs longer hangs, even on the busiest machine; SIGALRM ends it.
     unsigned time_limit_seconds = 1800;
 };
 
@@ -57,20 +57,20 @@ constexpr int child_assertion_failed = 101;
 /// Exit status of a child whose body threw; `err` then ends with a line "uncaught exception: ...".
 constexpr int child_exception_thrown = 102;
 
-/// Prints all there is to know, for a failure message.
+/// Prints everything, for a failure message.
 std::ostream& operator<<(std::ostream& stream, const child_result& child);
 
-/// Runs `body` in a forked child and waits for its end. A child whose body returns exits with status 0 by
+/// Runs `body` in a forked child and waits for it to exit. A child whose body returns exits with status 0 by
 /// _exit, without destructors, exit handlers and leak checks. Fatal signals have their default action, also
 /// under the sanitizers, and leave no core file. Throws std::system_error when the system refuses a child.
 child_result run_in_child(const std::function<void()>& body, const child_options& options = {});
 
-/// To be called in a child: has `look` called when the process is about to end by abort(), to look with
-/// EXPECT_ macros at the state that a fatal error leaves. Their failures show in the child's `out`.
+/// Called in a child: calls `look` when the process is about to end by abort(), to test with EXPECT_ macros
+/// the state that a fatal error leaves. Failures are in the child's `out`.
 void at_abort(std::function<void()> look);
 
-/// Runs `body` in a child and expects that it ends by abort() with exactly `err` on stderr, in which every
-/// line number of the library's source file reads "LINE". Nothing on stdout.
+/// Runs `body` in a child and expects that it ends by abort() with exactly `err` on stderr, where every
+/// line number of the library's source file is replaced by "LINE", and nothing on stdout.
 void expect_abort(const std::function<void()>& body, const std::string& err);
 
 /// `text` with the line number after each "kernel_printer.cpp:" replaced by "LINE".

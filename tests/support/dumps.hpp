@@ -35,7 +35,7 @@ inline vorna::workbench::placed_kernel placed(const std::string& name, std::uint
     return kernel;
 }
 
-/// A kernel whose content does not matter: so many bytes of code and of constants, at these addresses.
+/// A kernel of these sizes and addresses, whose content does not matter.
 inline vorna::workbench::placed_kernel placed_bytes(const std::string& name, std::uint64_t code_address,
                                                     std::size_t code_size,
                                                     std::uint64_t data_address = 0x20000,
@@ -58,8 +58,8 @@ inline std::string dump_of(const std::vector<vorna::workbench::placed_kernel>& k
     return to_string(tessjit::emit_elf(elf));
 }
 
-/// Writes a dump of each kernel into the directory, which is made if it is not there. A file bears its
-/// kernel's name, or the kernel's number if an earlier one took the name, or if it cannot be a file's.
+/// Writes a dump of each kernel into the directory, which is created if necessary. The file has the kernel's
+/// name, or the kernel's index if that name is taken or cannot be a file name.
 inline void write_dumps(const std::filesystem::path& directory,
                         const std::vector<vorna::workbench::placed_kernel>& kernels)
 {
@@ -73,7 +73,7 @@ inline void write_dumps(const std::filesystem::path& directory,
     }
 }
 
-/// The kernels of a text, in which each begins with a line of its own and goes on with GNU assembly:
+/// The kernels of a text, each a line with its name followed by GNU assembly:
 ///
 ///     kernel double_it
 ///         adrp x1, .rodata

@@ -18,13 +18,13 @@
 
 namespace support {
 
-/// Random sets of kernels, as large as the four kinds of relocation reach, and where each is to be placed.
+/// Random sets of kernels, as large as the ranges of the four relocation types, and where to place each.
 class far_reaching_sets {
 public:
     far_reaching_sets(unsigned seed, std::uint64_t begin, std::uint64_t end)
         : random_(seed), next_mapping_(begin), end_(end)
     {
-        // A kernel of the host's own, out of reach of all but ADRP and ADD.
+        // A kernel of the host's own, out of range of all relocations except ADRP's and ADD's.
         const std::uint64_t four_gib = std::uint64_t{4} << 30;
         far_kernel = begin > 2 * four_gib && one_in(2) ? begin - below(four_gib) : begin + below(four_gib);
         known_["far"] = far_kernel;
@@ -39,7 +39,7 @@ public:
             known_[kernel.name] = 0;
             std::vector<std::uint32_t> words(below(12));
             if (&kernel == &kernels.front()) {
-                words.resize(12); // a set without any bytes gets no mapping
+                words.resize(12); // an empty set gets no mapping
             }
             for (std::uint32_t& word : words) {
                 word = a64::nop();
@@ -90,7 +90,7 @@ public:
     std::uint64_t place = 0;
 
 private:
-    // Makes the word an instruction with a relocation to a random target that is in reach.
+    // Makes the word an instruction with a relocation against a random target within range.
     void relocate(vorna::wfta::kernel_data& kernel, std::int32_t offset, std::uint64_t text,
                   std::uint64_t data)
     {

@@ -16,20 +16,20 @@
 
 namespace support {
 
-/// All bytes of a file; of one that cannot be read, none.
+/// All bytes of a file; none if it cannot be read.
 inline std::string contents(const std::filesystem::path& path)
 {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// Makes or replaces a file.
+/// Creates or replaces a file.
 inline void write_file(const std::filesystem::path& path, const std::string& bytes)
 {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
-/// What a directory holds, without the path.
+/// The names in a directory.
 inline std::set<std::string> names_in(const std::filesystem::path& directory)
 {
     std::set<std::string> names;
@@ -44,10 +44,10 @@ inline std::string to_string(const std::vector<std::uint8_t>& bytes)
     return {bytes.begin(), bytes.end()};
 }
 
-/// The perf map of a process; removed, whatever it is, when the object dies.
+/// The perf map of a process; removed, whatever it is, by the destructor.
 class perf_map {
 public:
-    /// Of this process. Removes one that an earlier process of the same number has left.
+    /// Of this process. Removes one that an earlier process with the same PID has left.
     perf_map() : perf_map(getpid()) { remove(); }
 
     /// Of another process, as it is.

@@ -15,8 +15,9 @@
 namespace support {
 
 /// Runs the program in gdb, under the emulator that a machine other than AArch64 needs (empty for none), in a
-/// directory of its own, which gets the kernels' dumps; gives gdb the commands `load` once they are placed;
-/// and expects that it then breaks at answer_kernel and knows the kernels by name. Returns what gdb printed.
+/// directory of its own, which gets the kernels' dumps. Gives gdb the commands `load` once the kernels are
+/// placed, and expects that it then breaks at answer_kernel and knows the kernels by name. Returns what gdb
+/// printed.
 inline child_result break_at_answer_kernel(const std::string& program, const std::string& emulator,
                                            const std::vector<std::string>& load)
 {
@@ -29,11 +30,11 @@ inline child_result break_at_answer_kernel(const std::string& program, const std
     command("set confirm off");
     command("break kernels_are_placed");
     if (emulator.empty()) {
-        // LeakSanitizer cannot work in a debugged process, and would end it in its own way.
+        // LeakSanitizer does not work in a debugged process, and would end it.
         command("set environment ASAN_OPTIONS detect_leaks=0");
         command("run >placed");
     } else {
-        // The emulator waits for gdb at a socket in this directory.
+        // The emulator waits for gdb on a socket in this directory.
         command("shell timeout 1800 " + emulator + " -g ./stub " + program + " >placed &");
         command("shell until test -S stub; do sleep 0.05; done");
         command("target remote ./stub");

@@ -1,4 +1,4 @@
-// Kernels and relocations in as few words as the tests need.
+// Makes kernels and relocations, concisely.
 #pragma once
 
 #include "fft/SRC/wfta/kernel_printer.hpp"
@@ -40,7 +40,7 @@ inline std::uint32_t word_at(const void* address)
     return word;
 }
 
-/// An address of no meaning to this process, for a registry entry made by the host.
+/// An arbitrary address, for a registry entry made by the host.
 inline std::uint8_t* address(std::uint64_t value)
 {
     return reinterpret_cast<std::uint8_t*>(value);

@@ -1,5 +1,5 @@
-// A kernel of one instruction word at a known place P, to be linked against a target of any address. For
-// programs that link wfta_platform_spy.
+// A kernel of one instruction word at a known place P, linked against a target at any address. For programs
+// that link wfta_platform_spy.
 #pragma once
 
 #include "tests/support/abort_messages.hpp"
@@ -17,15 +17,15 @@ public:
     /// The place: the address of the word, which is the start of a page.
     [[nodiscard]] std::uint64_t P() const { return number(range_.begin()); }
 
-    /// Places `word` at P, applies one relocation of it to a kernel "target" that the host's registry holds
-    /// at the address `target`, and returns what the word has become.
+    /// Places `word` at P, applies one relocation to it, against a kernel "target" that the host's registry
+    /// has at the address `target`, and returns the resulting word.
     std::uint32_t link(std::uint32_t word, std::int32_t type, std::uint64_t target, std::int32_t addend = 0)
     {
         place(word, type, target, addend);
         return word_at(range_.begin());
     }
 
-    /// Expects that the same ends the process: the message, the registry, the assertion.
+    /// Expects that this ends the process, with the message, the registry and the assertion.
     void expect_rejected(std::uint32_t word, std::int32_t type, std::uint64_t target, std::int32_t addend,
                          const std::string& message)
     {

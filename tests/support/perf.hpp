@@ -55,10 +55,10 @@ inline command_result shell(const std::string& command)
     return {WEXITSTATUS(pclose(pipe)), output};
 }
 
-/// A process that does the same again and again until it is destroyed.
+/// A process that repeats one action until it is destroyed.
 class busy_process {
 public:
-    /// `prepare` is called in the new process, in the directory, and returns what is done again and again.
+    /// `prepare` is called in the new process, in the directory, and returns the action.
     busy_process(const std::filesystem::path& directory,
                  const std::function<std::function<void()>()>& prepare)
     {
@@ -98,8 +98,8 @@ private:
     pid_t pid_;
 };
 
-/// A shell command that ends when the process has run for another half second, of its own time: on a busy
-/// machine that takes longer, and perf has as many samples all the same.
+/// A shell command that ends when the process has used another half second of processor time: on a busy
+/// machine that takes longer, but perf has as many samples.
 inline std::string until_it_has_run(pid_t pid)
 {
     const std::string ticks = "$(cut -d\" \" -f 14 /proc/" + std::to_string(pid) + "/stat)";
@@ -107,7 +107,7 @@ inline std::string until_it_has_run(pid_t pid)
            " -lt $end ]; do sleep 0.1; done";
 }
 
-/// Finalises the kernel countdown with the perf map on. What a busy_process prepares: a call of it.
+/// Finalises the kernel countdown with the perf map on, and returns a call of it: for busy_process.
 inline std::function<void()> countdown_in_the_perf_map()
 {
     setenv("VORNA_WFTA_PERF", "1", 1);
@@ -117,13 +117,12 @@ inline std::function<void()> countdown_in_the_perf_map()
     return [count_down] { count_down(1'000'000); };
 }
 
-/// Why a test with perf is to be skipped; empty if perf works here.
+/// Why tests with perf are to be skipped; empty if perf works here.
 inline std::string why_perf_cannot_record()
 {
     utsname own;
     uname(&own);
-    // An emulator tells its program one machine while the shell, a program of the machine itself, knows
-    // better.
+    // Under an emulator, the program and the shell, which is not emulated, report different machines.
     if (shell("uname -m").output != std::string(own.machine) + "\n") {
         return "perf sees an emulator's code here, not the kernel's";
     }

@@ -1,5 +1,5 @@
-// Sees the calls of the library into the platform, mmap, madvise and __clear_cache, in programs that link
-// wfta_platform_spy (link-time wrapping: calls from inside the C library are not seen).
+// Records the library's calls of mmap, madvise and __clear_cache in programs that link wfta_platform_spy
+// (link-time wrapping: calls from inside the C library are not seen).
 #pragma once
 
 #include <cstddef>
@@ -32,7 +32,7 @@ struct flush_call {
     std::vector<std::uint8_t> bytes; ///< what the range held when it was flushed
 };
 
-/// Records the calls made while it lives, and passes them on. One at a time.
+/// Records the calls made during its lifetime, and passes them on. Only one may exist.
 class platform_spy {
 public:
     platform_spy();
@@ -49,8 +49,8 @@ public:
     std::function<void()> on_flush; ///< called at each flush, if set
 };
 
-/// Address space to place mappings in, so that a test knows a mapping's address before it is made, a child's
-/// too, and that inaccessible pages lie on both sides of it.
+/// Address space to place mappings in: a test knows a mapping's address in advance, in a child too, and that
+/// there are inaccessible pages on both sides.
 class address_range {
 public:
     /// Reserves `length` bytes, a multiple of the page size, between two guards. Throws std::system_error.

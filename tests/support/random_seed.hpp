@@ -15,8 +15,8 @@ inline unsigned random_seed()
     return given != nullptr ? static_cast<unsigned>(std::stoul(given)) : std::random_device{}();
 }
 
-/// How much a randomised test tries: `most` where the environment variable WFTA_TEST_ALL is set, as
-/// `scripts/test --all` sets it, and `few` in the runs between.
+/// How much a randomised test tries: `most` if the environment variable WFTA_TEST_ALL is set, as by
+/// `scripts/test --all`, otherwise `few`.
 inline std::size_t test_size(std::size_t few, std::size_t most)
 {
     return std::getenv("WFTA_TEST_ALL") != nullptr ? most : few;

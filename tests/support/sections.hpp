@@ -1,4 +1,4 @@
-// The sections of what a linker has made.
+// Reads the sections of a linker's output.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// A directory of a test's own.
+// A temporary directory for a test.
 #pragma once
 
 #include <cerrno>
@@ -9,8 +9,8 @@
 
 namespace support {
 
-/// Makes an empty directory under the system's directory for temporary files, and removes it with all it
-/// holds when destroyed. Throws std::system_error when it cannot be made; a failed removal is ignored.
+/// Creates an empty directory in the system's directory for temporary files, and removes it with its contents
+/// when destroyed. Throws std::system_error if it cannot be created; a failed removal is ignored.
 class temp_directory {
 public:
     temp_directory()

@@ -11,13 +11,13 @@
 
 namespace support {
 
-/// Runs `arguments`, of which the first is the program's name, in `directory`; no shell comes between. Exit
-/// status 127, and a line on `err`, when there is no such program.
+/// Runs `arguments`, a program and its arguments, in `directory`, without a shell. If there is no such
+/// program, the exit status is 127, and a line on `err` says so.
 inline child_result run_tool(std::vector<std::string> arguments, const std::filesystem::path& directory)
 {
     child_options options;
     options.directory = directory;
-    // Not translated, and none of the user's debuginfod servers.
+    // Messages not translated, and without the user's debuginfod servers.
     options.environment = {{"LC_ALL", "C"}, {"DEBUGINFOD_URLS", ""}};
     return run_in_child(
         [&] {
