@@ -3,7 +3,8 @@
 #include "check/engine.hpp"
 #include "workbench/disasm/disassembler.hpp"
 #include "workbench/kernels/linking.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/counts.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <algorithm>
 #include <array>
@@ -43,7 +44,7 @@ std::uint64_t magnitude_of(std::int64_t value)
 std::string bytes_text(std::uint64_t bytes)
 {
     if (bytes < 1024)
-        return counted(bytes, "byte");
+        return pluralize(bytes, "byte");
     static constexpr const char* units[] = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
     auto value = static_cast<double>(bytes) / 1024;
     std::size_t unit = 0;
@@ -542,8 +543,8 @@ void find_kernel_of_message(explaining& e)
             printable(*e.result.kernel), e.addresses.text, e.dump->text_address));
         if (e.registered->text_length != e.dump->text.size()) {
             e.result.notes.push_back(fmt::format("its code was {} long, in the dump it is {}",
-                                                 counted(e.registered->text_length, "byte"),
-                                                 counted(e.dump->text.size(), "byte")));
+                                                 pluralize(e.registered->text_length, "byte"),
+                                                 pluralize(e.dump->text.size(), "byte")));
         }
     }
     if (!fitting.empty()) {

@@ -5,7 +5,7 @@
 #include "workbench/input/line_reader.hpp"
 #include "workbench/input/scanner.hpp"
 #include "workbench/render/listing.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/counts.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -118,25 +118,25 @@ std::string value_text(std::uint64_t bits)
 
 bool operator==(const kernel_fingerprint& a, const kernel_fingerprint& b)
 {
-    return std::tie(a.code, a.references, a.constants, a.instructions) ==
-           std::tie(b.code, b.references, b.constants, b.instructions);
+    return std::tie(a.code, a.relocations, a.constants, a.instructions) ==
+           std::tie(b.code, b.relocations, b.constants, b.instructions);
 }
 
 kernel_fingerprint fingerprint_of(const placed_kernel& kernel)
 {
-    std::string references;
+    std::string relocations;
     for (const tessjit::reloc_info& reloc : relocations_by_place(kernel)) {
-        append(references, static_cast<std::uint32_t>(reloc.offset));
-        append(references, static_cast<std::uint32_t>(reloc.type));
-        append(references, static_cast<std::uint32_t>(reloc.addend));
+        append(relocations, static_cast<std::uint32_t>(reloc.offset));
+        append(relocations, static_cast<std::uint32_t>(reloc.type));
+        append(relocations, static_cast<std::uint32_t>(reloc.addend));
         const bool own = is_own_data(kernel.name, reloc.name);
-        references += own ? '\1' : '\0';
+        relocations += own ? '\1' : '\0';
         if (!own) {
-            append(references, static_cast<std::uint32_t>(reloc.name.size()));
-            references += reloc.name;
+            append(relocations, static_cast<std::uint32_t>(reloc.name.size()));
+            relocations += reloc.name;
         }
     }
-    return {hash_of(kernel.text.data(), kernel.text.size()), hash_of(references.data(), references.size()),
+    return {hash_of(kernel.text.data(), kernel.text.size()), hash_of(relocations.data(), relocations.size()),
             hash_of(kernel.data.data(), kernel.data.size()), kernel.text.size() / 4};
 }
 
@@ -170,7 +170,7 @@ std::string format_baseline(const baseline& entries)
     std::string text = fmt::format("{}\n", first_line);
     for (const baseline_entry& entry : entries) {
         const kernel_fingerprint& f = entry.fingerprint;
-        text += fmt::format("{} {} {} {} {}\n", escaped_name(entry.name), f.code, f.references, f.constants,
+        text += fmt::format("{} {} {} {} {}\n", escaped_name(entry.name), f.code, f.relocations, f.constants,
                             f.instructions);
     }
     return text;
@@ -192,7 +192,7 @@ std::string escaped_name(std::string_view name)
 
 std::string_view name_of(baseline_status status)
 {
-    static constexpr std::string_view names[] = {"same", "changed", "new", "missing"};
+    static constexpr std::string_view names[] = {"same", "changed", "added", "removed"};
     return names[static_cast<std::size_t>(status)];
 }
 
@@ -201,9 +201,9 @@ bool baseline_difference::code_changed() const
     return before && after && (before->code != after->code || before->instructions != after->instructions);
 }
 
-bool baseline_difference::references_changed() const
+bool baseline_difference::relocations_changed() const
 {
-    return before && after && before->references != after->references;
+    return before && after && before->relocations != after->relocations;
 }
 
 bool baseline_difference::constants_changed() const
@@ -239,12 +239,12 @@ std::vector<baseline_difference> compare_with_baseline(const baseline& entries, 
         if (!difference.before)
             difference.status = baseline_status::added;
         else if (!difference.after)
-            difference.status = baseline_status::missing;
+            difference.status = baseline_status::removed;
         else if (!(*difference.before == *difference.after))
             difference.status = baseline_status::changed;
         differences.push_back(std::move(difference));
     }
-    // New kernels are at the line of the next one that is not, or at the last.
+    // Added kernels are at the line of the next one that is not, or at the last.
     std::size_t line = 1;
     for (const baseline_entry& entry : entries)
         line = std::max(line, entry.line);
@@ -261,8 +261,8 @@ std::string baseline_listing(const placed_kernel& kernel, disassembler& disassem
 {
     const kernel_listing listing = list_without_addresses(kernel, disassembler);
     std::string text =
-        fmt::format("{}  {}, {}; data {}\n", escaped_name(kernel.name), counted(kernel.text.size(), "byte"),
-                    counted(listing.instructions, "instruction"), counted(kernel.data.size(), "byte"));
+        fmt::format("{}  {}, {}; data {}\n", escaped_name(kernel.name), pluralize(kernel.text.size(), "byte"),
+                    pluralize(listing.instructions, "instruction"), pluralize(kernel.data.size(), "byte"));
     const int digits = offset_digits(kernel);
     for (const listing_row& row : listing.rows) {
         if (!row.label.empty())

@@ -15,11 +15,11 @@ namespace vorna::workbench {
 
 /// A kernel without its addresses. The hashes are XXH3's of 128 bits, in 32 hexadecimal digits.
 struct kernel_fingerprint {
-    std::string code;       ///< of the code as it was generated, before relocations are applied
-    std::string references; ///< of the relocations in the order of their offsets: of each the offset, type
-                            ///< and addend in 32 bits, a byte 1 if the target is the own data and otherwise
-                            ///< 0, and of any other target the length of its name in 32 bits and the name
-    std::string constants;  ///< of the data
+    std::string code;        ///< of the code as it was generated, before relocations are applied
+    std::string relocations; ///< of the relocations in the order of their offsets: of each the offset, type
+                             ///< and addend in 32 bits, a byte 1 if the target is the own data and otherwise
+                             ///< 0, and of any other target the length of its name in 32 bits and the name
+    std::string constants;   ///< of the data
     std::uint64_t instructions = 0; ///< whole words of the code
 };
 
@@ -47,9 +47,9 @@ std::string format_baseline(const baseline& entries);
 /// A name as the baseline has it.
 std::string escaped_name(std::string_view name);
 
-enum class baseline_status { same, changed, added, missing };
+enum class baseline_status { same, changed, added, removed };
 
-/// The status as commands print it: "same", "changed", "new", "missing".
+/// The status as commands print it: "same", "changed", "added", "removed".
 std::string_view name_of(baseline_status status);
 
 struct baseline_difference {
@@ -57,11 +57,11 @@ struct baseline_difference {
     baseline_status status = baseline_status::same;
     std::optional<kernel_fingerprint> before; ///< of the baseline
     std::optional<kernel_fingerprint> after;  ///< of the dumps
-    std::size_t line = 0; ///< in the baseline; of a new kernel that which it would stand before, or the last
-    std::size_t kernel = 0; ///< index in the set; of a missing one nothing
+    std::size_t line = 0; ///< in the baseline; of an added kernel the one it would stand before, or the last
+    std::size_t kernel = 0; ///< index in the set; meaningless for a removed kernel
 
     [[nodiscard]] bool code_changed() const;
-    [[nodiscard]] bool references_changed() const;
+    [[nodiscard]] bool relocations_changed() const;
     [[nodiscard]] bool constants_changed() const;
 };
 

@@ -2,7 +2,8 @@
 
 #include "check/engine.hpp"
 #include "workbench/analysis/instruction_findings.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/place.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <algorithm>
 #include <cstddef>

@@ -34,8 +34,8 @@ private:
 
 std::string_view name_of(change_class change)
 {
-    static constexpr std::string_view names[] = {"same",      "constants", "moved", "references", "renamed",
-                                                 "reordered", "code",      "new",   "gone"};
+    static constexpr std::string_view names[] = {"same",  "constants", "layout", "relocations", "registers",
+                                                 "order", "code",      "added",  "removed"};
     return names[static_cast<std::size_t>(change)];
 }
 
@@ -48,13 +48,13 @@ change_class compare_kernels(const placed_kernel& before, const placed_kernel& a
     if (same_code && same_references)
         return same_data ? change_class::same : change_class::constants;
     if (same_data && same_references && only_renamed(before, after, uses))
-        return change_class::renamed;
+        return change_class::registers;
     if (only_moved(before, after, uses))
-        return change_class::moved;
+        return change_class::layout;
     if (same_code)
-        return change_class::references;
+        return change_class::relocations;
     if (same_data && only_reordered(before, after, uses))
-        return change_class::reordered;
+        return change_class::order;
     return change_class::code;
 }
 

@@ -17,25 +17,25 @@ namespace vorna::workbench {
 /// docs/workbench/diff.md.
 enum class change_class {
     same,
-    constants,  ///< only bytes of its data differ
-    moved,      ///< constants at other offsets, every load gets the same values
-    references, ///< code words equal, relocations differ
-    renamed,    ///< registers exchanged consistently
-    reordered,  ///< instructions in another order within their basic blocks
-    code,       ///< anything else
-    added,      ///< "new": only in the set after the change
-    removed,    ///< "gone": only in the set before the change
+    constants,   ///< only bytes of its data differ
+    layout,      ///< constants at other offsets; every load gets the same values
+    relocations, ///< code words equal, relocations differ
+    registers,   ///< registers renamed consistently
+    order,       ///< instructions in another order within their basic blocks
+    code,        ///< anything else
+    added,       ///< only in the set after the change
+    removed,     ///< only in the set before the change
 };
 
-/// The class as commands print it: "same", "constants", …, "new", "gone".
+/// The class as commands print it: "same", "constants", "layout", ….
 std::string_view name_of(change_class change);
 
 /// One kernel in two sets. The pointers are into the sets.
 struct kernel_difference {
     std::string name;
     change_class change = change_class::same;
-    const placed_kernel* before = nullptr; ///< null if it is new
-    const placed_kernel* after = nullptr;  ///< null if it is gone
+    const placed_kernel* before = nullptr; ///< null if it was added
+    const placed_kernel* after = nullptr;  ///< null if it was removed
 };
 
 /// Compares the kernels of two sets by name (the first of a name with the first, the second with the second),

@@ -6,7 +6,7 @@
 #include "workbench/analysis/known_addresses.hpp"
 #include "workbench/disasm/a64.hpp"
 #include "workbench/kernels/kernel_set.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/place.hpp"
 
 #include <algorithm>
 #include <elf.h>

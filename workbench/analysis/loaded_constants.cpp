@@ -1,7 +1,8 @@
 #include "workbench/analysis/loaded_constants.hpp"
 
 #include "workbench/analysis/known_addresses.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/counts.hpp"
+#include "workbench/text/place.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -305,7 +306,7 @@ private:
         std::string text = in_code ? fmt::format(".L{:x}", offset) : with_addend(".rodata", offset);
         if (!there) {
             text +=
-                fmt::format(", outside the constants, which have {}", counted(kernel_.data.size(), "byte"));
+                fmt::format(", outside the constants, which have {}", pluralize(kernel_.data.size(), "byte"));
         } else {
             const element element = element_of(load.access, rows_, load.offset / word_size);
             if (in_code)

@@ -3,8 +3,11 @@
 #include "workbench/cli/json.hpp"
 #include "workbench/os/file.hpp"
 #include "workbench/os/replace_file.hpp"
+#include "workbench/render/color.hpp"
+#include "workbench/render/github.hpp"
 #include "workbench/render/markdown.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/counts.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -93,13 +96,13 @@ std::string parts_text(const baseline_difference& difference)
     std::vector<std::string> parts;
     if (difference.code_changed())
         parts.emplace_back("code");
-    if (difference.references_changed())
-        parts.emplace_back("references");
+    if (difference.relocations_changed())
+        parts.emplace_back("relocations");
     if (difference.constants_changed())
         parts.emplace_back("constants");
     if (parts.size() < 3)
         return fmt::format("{}", fmt::join(parts, " and "));
-    return "code, references and constants";
+    return "code, relocations and constants";
 }
 
 std::string instructions_text(const baseline_difference& difference)
@@ -110,7 +113,7 @@ std::string instructions_text(const baseline_difference& difference)
     const std::uint64_t before = count(difference.before);
     const std::uint64_t after = count(difference.after);
     if (!difference.before || !difference.after || before == after)
-        return counted(std::max(before, after), "instruction");
+        return pluralize(std::max(before, after), "instruction");
     return fmt::format("{} -> {} instructions", before, after);
 }
 
@@ -129,13 +132,13 @@ std::string state_text(const kernel_state& state, bool blessed)
                            difference.code_changed() ? "" : "code the same, ", instructions_text(difference));
     case baseline_status::added:
         return (blessed ? "added, " : "not in the baseline, ") + instructions_text(difference);
-    case baseline_status::missing:
-        return (blessed ? "removed, " : "missing in the dumps, ") + instructions_text(difference);
+    case baseline_status::removed:
+        return (blessed ? "removed, " : "not in the dumps, ") + instructions_text(difference);
     }
     return "";
 }
 
-// "5 kernels: 2 same, 2 changed, 1 new"
+// "5 kernels: 2 same, 2 changed, 1 added"
 std::string count_text(const std::vector<kernel_state>& states)
 {
     std::map<baseline_status, std::size_t> counts;
@@ -145,14 +148,14 @@ std::string count_text(const std::vector<kernel_state>& states)
         listings +=
             state.listing == listing_status::changed || state.listing == listing_status::missing ? 1 : 0;
     }
-    std::string text = counted(states.size(), "kernel");
+    std::string text = pluralize(states.size(), "kernel");
     const char* separator = ": ";
     for (const auto& [status, count] : counts) {
         text += fmt::format("{}{} {}", separator, count, name_of(status));
         separator = ", ";
     }
     if (listings != 0)
-        text += fmt::format("; {} not up to date", counted(listings, "listing"));
+        text += fmt::format("; {} not up to date", pluralize(listings, "listing"));
     return text;
 }
 
@@ -200,14 +203,14 @@ json fingerprint_parts(const baseline_difference& difference)
     json parts = json::array();
     if (difference.code_changed())
         parts.push_back("code");
-    if (difference.references_changed())
-        parts.push_back("references");
+    if (difference.relocations_changed())
+        parts.push_back("relocations");
     if (difference.constants_changed())
         parts.push_back("constants");
     return parts;
 }
 
-void print_json(const std::vector<kernel_state>& states)
+void print_states(const std::vector<kernel_state>& states)
 {
     json kernels = json::array();
     for (const kernel_state& state : states) {
@@ -221,7 +224,7 @@ void print_json(const std::vector<kernel_state>& states)
         }
         kernels.push_back(std::move(kernel));
     }
-    fmt::print("{}", json_text({{"version", 1}, {"kernels", kernels}}));
+    print_json({{"kernels", kernels}});
 }
 
 void print_markdown(const std::vector<kernel_state>& states, bool blessed)
@@ -239,30 +242,30 @@ void print_markdown(const std::vector<kernel_state>& states, bool blessed)
     fmt::print("{}{}\n", head ? "\n" : "", count_text(states));
 }
 
-colour colour_of(baseline_status status)
+color color_of(baseline_status status)
 {
     switch (status) {
     case baseline_status::added:
-        return colour::green;
-    case baseline_status::missing:
-        return colour::red;
+        return color::green;
+    case baseline_status::removed:
+        return color::red;
     default:
-        return colour::yellow;
+        return color::yellow;
     }
 }
 
 // "kernels.baseline:7: wfta_short_3: code changed, 23 -> 22 instructions"
 void print_lines(const baseline_options& options, const std::vector<kernel_state>& states, bool blessed)
 {
-    const bool coloured = use_colour(options.common);
+    const bool colored = use_color(options.common);
     for (const kernel_state& state : states) {
         if (state.same())
             continue;
         const baseline_difference& difference = state.difference;
         if (difference.before)
             fmt::print("{}:{}: ", printable(options.file), difference.line);
-        fmt::print("{}: {}\n", painted(printable(difference.name), colour::bold, coloured),
-                   painted(state_text(state, blessed), colour_of(difference.status), coloured));
+        fmt::print("{}: {}\n", colorize(printable(difference.name), color::bold, colored),
+                   colorize(state_text(state, blessed), color_of(difference.status), colored));
     }
 }
 
@@ -289,11 +292,11 @@ int check(const baseline_options& options)
     const baseline entries = parse_file(options.file, *text);
     const read_result read = read_set({options.dumps}, options.common);
     if (!require_kernels(read, options.dumps))
-        return in_trouble;
+        return exit_error;
     const std::vector<kernel_state> states = find_states(options, entries, read.set);
     const std::string accept = accepting_command(options, states);
     if (options.common.format == "json") {
-        print_json(states);
+        print_states(states);
     } else if (options.common.format == "markdown") {
         print_markdown(states, false);
         if (!accept.empty())
@@ -307,9 +310,9 @@ int check(const baseline_options& options)
         if (!accept.empty())
             fmt::print("to accept: {}\n", accept);
     }
-    if (read.trouble)
-        return in_trouble;
-    return accept.empty() ? nothing_found : something_found;
+    if (read.had_errors)
+        return exit_error;
+    return accept.empty() ? exit_success : exit_findings;
 }
 
 // Those that are to be blessed. Throws std::runtime_error for a name that is neither in the baseline nor in
@@ -377,8 +380,8 @@ int bless(const baseline_options& options)
     const baseline entries = text ? parse_file(options.file, *text) : baseline();
     const read_result read = read_set({options.dumps}, options.common);
     if (!require_kernels(read, options.dumps))
-        return in_trouble;
-    if (read.trouble)
+        return exit_error;
+    if (read.had_errors)
         throw std::runtime_error(options.file + ": left as it was, since dumps could not be read");
 
     const std::vector<kernel_state> states = find_states(options, entries, read.set);
@@ -405,7 +408,7 @@ int bless(const baseline_options& options)
         remove_listings(options, accepted);
 
     if (options.common.format == "json") {
-        print_json(accepted);
+        print_states(accepted);
     } else if (options.common.format == "markdown") {
         print_markdown(accepted, true);
     } else {
@@ -414,12 +417,12 @@ int bless(const baseline_options& options)
         else
             print_lines(options, accepted, true);
         fmt::print("{}: {}\n", printable(options.file),
-                   !text ? "made, " + counted(result.size(), "kernel")
-                   : accepted.empty()
-                       ? "nothing to change"
-                       : fmt::format("{} of {} accepted", accepted.size(), counted(states.size(), "kernel")));
+                   !text              ? "made, " + pluralize(result.size(), "kernel")
+                   : accepted.empty() ? "nothing to change"
+                                      : fmt::format("{} of {} accepted", accepted.size(),
+                                                    pluralize(states.size(), "kernel")));
     }
-    return nothing_found;
+    return exit_success;
 }
 
 void add_arguments(command_line& command, baseline_options& options)

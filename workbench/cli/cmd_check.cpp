@@ -1,8 +1,12 @@
 #include "workbench/analysis/check_dumps.hpp"
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/json.hpp"
+#include "workbench/render/color.hpp"
+#include "workbench/render/github.hpp"
 #include "workbench/render/listing.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/counts.hpp"
+#include "workbench/text/place.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -24,14 +28,14 @@ struct check_options {
 struct severity_words {
     const char* word;       ///< in text and JSON
     const char* annotation; ///< on GitHub
-    colour paint;
+    color paint;
 };
 
 const severity_words& words_of(finding_severity severity)
 {
-    static constexpr severity_words all[] = {{"note", "notice", colour::cyan},
-                                             {"warning", "warning", colour::yellow},
-                                             {"error", "error", colour::red}};
+    static constexpr severity_words all[] = {{"note", "notice", color::cyan},
+                                             {"warning", "warning", color::yellow},
+                                             {"error", "error", color::red}};
     return all[static_cast<std::size_t>(severity)];
 }
 
@@ -75,8 +79,8 @@ std::string evidence(const kernel_set& set, const kernel_finding& finding, disas
 // "6 kernels, 14 relocations: 3 errors, 1 note"
 std::string summary(const checked_set& checked)
 {
-    std::string text = fmt::format("{}, {}: ", counted(checked.set.kernels.size(), "kernel"),
-                                   counted(checked.relocations, "relocation"));
+    std::string text = fmt::format("{}, {}: ", pluralize(checked.set.kernels.size(), "kernel"),
+                                   pluralize(checked.relocations, "relocation"));
     if (checked.findings.empty())
         return text + "nothing found";
     const char* separator = "";
@@ -85,24 +89,25 @@ std::string summary(const checked_set& checked)
         const std::size_t count = checked.count(severity);
         if (count == 0)
             continue;
-        text += separator + counted(count, words_of(severity).word);
+        text += separator + pluralize(count, words_of(severity).word);
         separator = ", ";
     }
     return text;
 }
 
-void print_text(const checked_set& checked, bool colour)
+void print_text(const checked_set& checked, bool colored)
 {
     disassembler disassembler;
     for (const kernel_finding& finding : checked.findings) {
         const severity_words& words = words_of(finding.severity);
-        fmt::print("{}: {}: {} [{}]\n", painted(place_of(finding), colour::bold, colour),
-                   painted(words.word, words.paint, colour), printable(finding.message), name_of(finding.id));
+        fmt::print("{}: {}: {} [{}]\n", colorize(place_of(finding), color::bold, colored),
+                   colorize(words.word, words.paint, colored), printable(finding.message),
+                   name_of(finding.id));
         const std::string shown = evidence(checked.set, finding, disassembler);
         if (!shown.empty())
             fmt::print("{}\n", shown);
         if (!finding.help.empty())
-            fmt::print("    {}\n", painted(printable(finding.help), colour::dim, colour));
+            fmt::print("    {}\n", colorize(printable(finding.help), color::dim, colored));
     }
     fmt::print("{}\n", summary(checked));
 }
@@ -119,7 +124,7 @@ void print_github(const checked_set& checked)
     fmt::print("{}\n", summary(checked));
 }
 
-void print_json(const checked_set& checked)
+void print_findings(const checked_set& checked)
 {
     json findings = json::array();
     for (const kernel_finding& finding : checked.findings) {
@@ -130,34 +135,33 @@ void print_json(const checked_set& checked)
                             {"relocation", finding.relocation ? json(*finding.relocation) : json()},
                             {"offset", finding.offset ? json(*finding.offset) : json()},
                             {"message", finding.message},
-                            {"advice", finding.help}});
+                            {"help", finding.help}});
     }
-    fmt::print("{}", json_text({{"version", 1},
-                                {"kernels", checked.set.kernels.size()},
-                                {"relocations", checked.relocations},
-                                {"findings", findings}}));
+    print_json({{"kernels", checked.set.kernels.size()},
+                {"relocations", checked.relocations},
+                {"findings", findings}});
 }
 
 int check(const check_options& options)
 {
     const read_result read = read_set(options.dumps, options.common);
-    if (!require_kernels(read, few_of(options.dumps)))
-        return in_trouble;
+    if (!require_kernels(read, join_some(options.dumps)))
+        return exit_error;
     checked_set checked = {read.set, check_dumps(read.set)};
     refuse_mixture(read.set, checked.findings);
     for (const placed_kernel& kernel : read.set.kernels)
         checked.relocations += kernel.relocs.size();
     if (options.common.format == "json")
-        print_json(checked);
+        print_findings(checked);
     else if (options.common.format == "github")
         print_github(checked);
     else
-        print_text(checked, use_colour(options.common));
-    if (read.trouble)
-        return in_trouble;
+        print_text(checked, use_color(options.common));
+    if (read.had_errors)
+        return exit_error;
     const bool found = checked.count(finding_severity::error) != 0 ||
                        (options.strict && checked.count(finding_severity::warning) != 0);
-    return found ? something_found : nothing_found;
+    return found ? exit_findings : exit_success;
 }
 
 } // namespace

@@ -1,9 +1,11 @@
 #include "workbench/analysis/difference.hpp"
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/json.hpp"
+#include "workbench/render/color.hpp"
+#include "workbench/render/github.hpp"
 #include "workbench/render/markdown.hpp"
 #include "workbench/render/unified_diff.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -108,25 +110,25 @@ table_row row_of(const kernel_difference& kernel)
             change_text(before.data, after.data)};
 }
 
-colour colour_of(change_class change)
+color color_of(change_class change)
 {
     switch (change) {
     case change_class::same:
-        return colour::none;
-    case change_class::moved:
-    case change_class::renamed:
-    case change_class::reordered:
-        return colour::cyan;
+        return color::none;
+    case change_class::layout:
+    case change_class::registers:
+    case change_class::order:
+        return color::cyan;
     case change_class::added:
-        return colour::green;
+        return color::green;
     case change_class::constants:
-    case change_class::references:
-        return colour::yellow;
+    case change_class::relocations:
+        return color::yellow;
     case change_class::code:
     case change_class::removed:
-        return colour::red;
+        return color::red;
     }
-    return colour::none;
+    return color::none;
 }
 
 std::string more_text(std::size_t limit, std::size_t all)
@@ -135,7 +137,7 @@ std::string more_text(std::size_t limit, std::size_t all)
                        all - limit == 1 ? "kernel" : "kernels", all);
 }
 
-void print_table(const std::vector<const kernel_difference*>& kernels, bool coloured)
+void print_table(const std::vector<const kernel_difference*>& kernels, bool colored)
 {
     constexpr std::size_t widest_name = 40; // a longer one pushes its own line only
     std::vector<table_row> rows{table_head()};
@@ -151,18 +153,18 @@ void print_table(const std::vector<const kernel_difference*>& kernels, bool colo
         const std::string name = fmt::format("{:<{}}", row[0], widths[0]);
         const std::string change = fmt::format("{:<{}}", row[1], widths[1]);
         std::string line =
-            fmt::format("{}  {}  {:<{}}  {:<{}}  {}", r == 0 ? name : painted(name, colour::bold, coloured),
-                        r == 0 ? change : painted(change, colour_of(kernels[r - 1]->change), coloured),
-                        row[2], widths[2], row[3], widths[3], row[4]);
+            fmt::format("{}  {}  {:<{}}  {:<{}}  {}", r == 0 ? name : colorize(name, color::bold, colored),
+                        r == 0 ? change : colorize(change, color_of(kernels[r - 1]->change), colored), row[2],
+                        widths[2], row[3], widths[3], row[4]);
         fmt::print("{}\n", line);
     }
 }
 
-void print_text(const kernel_differences& kernels, std::size_t limit, bool coloured)
+void print_text(const kernel_differences& kernels, std::size_t limit, bool colored)
 {
     const std::vector<const kernel_difference*> different = different_kernels(kernels);
     if (!different.empty())
-        print_table(different, coloured);
+        print_table(different, colored);
     fmt::print("{} same\n", count_same(kernels));
 
     const std::vector<const kernel_difference*> changed = changed_kernels(kernels);
@@ -171,12 +173,12 @@ void print_text(const kernel_differences& kernels, std::size_t limit, bool colou
         fmt::print("\n");
         for (const std::string& line : unified_diff(*changed[i]->before, *changed[i]->after, disassembler)) {
             const bool head = line.compare(0, 3, "---") == 0 || line.compare(0, 3, "+++") == 0;
-            const colour c = head                  ? colour::bold
-                             : line.front() == '-' ? colour::red
-                             : line.front() == '+' ? colour::green
-                             : line.front() == '@' ? colour::cyan
-                                                   : colour::none;
-            fmt::print("{}\n", painted(line, c, coloured));
+            const color c = head                  ? color::bold
+                            : line.front() == '-' ? color::red
+                            : line.front() == '+' ? color::green
+                            : line.front() == '@' ? color::cyan
+                                                  : color::none;
+            fmt::print("{}\n", colorize(line, c, colored));
         }
     }
     if (changed.size() > limit)
@@ -191,7 +193,7 @@ json side_of(const placed_kernel* kernel)
     return {{"code", of_kernel.code}, {"data", of_kernel.data}, {"instructions", of_kernel.instructions}};
 }
 
-void print_json(const kernel_differences& kernels)
+void print_differences(const kernel_differences& kernels)
 {
     json list = json::array();
     for (const kernel_difference& kernel : kernels) {
@@ -200,14 +202,14 @@ void print_json(const kernel_differences& kernels)
                         {"old", side_of(kernel.before)},
                         {"new", side_of(kernel.after)}});
     }
-    fmt::print("{}", json_text({{"version", 1}, {"kernels", list}}));
+    print_json({{"kernels", list}});
 }
 
 void print_github(const kernel_differences& kernels)
 {
     for (const kernel_difference* kernel : different_kernels(kernels)) {
-        const colour c = colour_of(kernel->change);
-        const bool harmless = c == colour::cyan || c == colour::green;
+        const color c = color_of(kernel->change);
+        const bool harmless = c == color::cyan || c == color::green;
         const table_row row = row_of(*kernel);
         fmt::print("{}",
                    github_annotation(harmless ? "notice" : "warning", row[0],
@@ -251,7 +253,7 @@ bool select_by_name(kernel_differences& kernels, const std::vector<std::string>&
         const bool found = std::any_of(kernels.begin(), kernels.end(),
                                        [&](const kernel_difference& kernel) { return kernel.name == name; });
         if (!found)
-            report_trouble(fmt::format("no kernel {} in the dumps of either set", printable(name)));
+            print_error(fmt::format("no kernel {} in the dumps of either set", printable(name)));
         found_all = found_all && found;
     }
     if (!names.empty()) {
@@ -269,30 +271,30 @@ int diff(const diff_options& options)
 {
     const read_result before = read_set({options.before}, options.common);
     const read_result after = read_set({options.after}, options.common);
-    const bool trouble = before.trouble || after.trouble;
+    const bool had_errors = before.had_errors || after.had_errors;
     const bool any_before = require_kernels(before, options.before);
     if (!require_kernels(after, options.after) || !any_before)
-        return in_trouble;
+        return exit_error;
 
     kernel_differences kernels = compare_sets(before.set, after.set);
     if (!select_by_name(kernels, options.kernels))
-        return in_trouble;
+        return exit_error;
     for (kernel_difference& kernel : kernels) {
         if (std::find(options.ignored.begin(), options.ignored.end(), name_of(kernel.change)) !=
             options.ignored.end())
             kernel.change = change_class::same;
     }
     if (options.common.format == "json")
-        print_json(kernels);
+        print_differences(kernels);
     else if (options.common.format == "github")
         print_github(kernels);
     else if (options.common.format == "markdown")
         print_markdown(kernels, options.limit);
     else
-        print_text(kernels, options.limit, use_colour(options.common));
-    if (trouble)
-        return in_trouble;
-    return count_same(kernels) == kernels.size() ? nothing_found : something_found;
+        print_text(kernels, options.limit, use_color(options.common));
+    if (had_errors)
+        return exit_error;
+    return count_same(kernels) == kernels.size() ? exit_success : exit_findings;
 }
 
 } // namespace
@@ -308,7 +310,7 @@ void add_diff(command_line& program, int& status)
     command.add_option("KERNEL", options->kernels, "Kernels to compare; all without");
     command.add_option("--ignore", options->ignored, "Classes to take for the same, with commas between")
         .delimiter(',')
-        .one_of({"moved", "renamed", "reordered"});
+        .one_of({"layout", "registers", "order"});
     command
         .add_option("--limit", options->limit,
                     "Changed kernels to show in detail, the smallest first; 10 without")

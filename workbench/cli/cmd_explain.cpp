@@ -4,8 +4,11 @@
 #include "workbench/input/abort_log.hpp"
 #include "workbench/input/line_reader.hpp"
 #include "workbench/os/file.hpp"
+#include "workbench/render/color.hpp"
 #include "workbench/render/listing.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/counts.hpp"
+#include "workbench/text/place.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <algorithm>
 #include <filesystem>
@@ -116,20 +119,20 @@ void print_instructions(const kernel_set& set, const abort_explanation& found, b
         if (!rows[i].label.empty())
             fmt::print("    {}:\n", rows[i].label);
         const std::string text = row_text(rows[i], offset_digits(set.kernels[*found.dump]));
-        fmt::print("{}\n", i == at ? painted("  > " + text, colour::bold, colour_enabled) : "    " + text);
+        fmt::print("{}\n", i == at ? colorize("  > " + text, color::bold, colour_enabled) : "    " + text);
     }
 }
 
 void print_text(const dumps_of_process& dumps, const abort_explanation& found, const std::string& log_name,
                 const common_options& options)
 {
-    const bool colour_enabled = use_colour(options);
+    const bool colour_enabled = use_color(options);
     const std::string line = fmt::format("{}:{}", printable(log_name), found.line);
     const std::string place = !found.kernel  ? line
                               : found.offset ? place_text(*found.kernel, *found.offset)
                                              : place_text(*found.kernel);
-    fmt::print("{}: {}: {}{}\n", painted(place, colour::bold, colour_enabled),
-               painted("error", colour::red, colour_enabled), found.message,
+    fmt::print("{}: {}: {}{}\n", colorize(place, color::bold, colour_enabled),
+               colorize("error", color::red, colour_enabled), found.message,
                found.report.empty() ? "" : fmt::format(" [{}]", found.report));
     if (found.dump && found.offset)
         print_instructions(dumps.set, found, colour_enabled);
@@ -166,11 +169,11 @@ json to_json(const abort_explanation& found)
     object["relocation"] = or_null(found.relocation);
     object["type"] = or_null(found.type);
     object["target"] = or_null(found.target);
-    object["target_offset"] = or_null(found.target_offset);
+    object["addend"] = or_null(found.target_offset);
     object["distance"] = or_null(found.distance);
-    object["limit"] = found.limit ? json::array({found.limit->least, found.limit->greatest}) : json(nullptr);
+    object["range"] = found.limit ? json::array({found.limit->least, found.limit->greatest}) : json(nullptr);
     object["cause"] = found.cause.empty() ? json(nullptr) : json(found.cause);
-    object["advice"] = found.advice.empty() ? json(nullptr) : json(found.advice);
+    object["help"] = found.advice.empty() ? json(nullptr) : json(found.advice);
     object["message"] = found.message.empty() ? json(nullptr) : json(found.message);
     object["line"] = found.line == 0 ? json(nullptr) : json(found.line);
     object["notes"] = found.notes;
@@ -182,15 +185,14 @@ json to_json(const abort_explanation& found)
 }
 
 // The first report's members stand at the top, those of further ones in "more".
-void print_json(const std::vector<abort_explanation>& explanations)
+void print_explanations(const std::vector<abort_explanation>& explanations)
 {
     json document;
-    document["version"] = 1;
     document.update(to_json(explanations.empty() ? abort_explanation() : explanations.front()));
     document["more"] = json::array();
     for (std::size_t i = 1; i < explanations.size(); ++i)
         document["more"].push_back(to_json(explanations[i]));
-    fmt::print("{}", json_text(document));
+    print_json(document);
 }
 
 int explain(const explain_options& options)
@@ -198,11 +200,11 @@ int explain(const explain_options& options)
     const std::string name = input_name(options.log);
     const auto [log, crash] = read_log_file(options.log);
 
-    bool trouble = false;
+    bool had_errors = false;
     dumps_of_process dumps;
     if (!options.dumps.empty() && !log.reports.empty()) {
         read_result read = read_set({options.dumps}, options.common);
-        trouble = !require_kernels(read, options.dumps) || read.trouble;
+        had_errors = !require_kernels(read, options.dumps) || read.had_errors;
         dumps.set = std::move(read.set);
         dumps.written = times_of_files(dumps.set);
     }
@@ -211,24 +213,24 @@ int explain(const explain_options& options)
     for (const abort_report& report : log.reports)
         explanations.push_back(explain_report(log, report, dumps));
     if (options.common.format == "json") {
-        print_json(explanations);
+        print_explanations(explanations);
     } else {
         for (const abort_explanation& found : explanations)
             print_text(dumps, found, name, options.common);
         if (explanations.empty())
             print_way_on(options, name, crash);
         else if (log.more_reports == 0)
-            fmt::print("{}\n", counted(explanations.size(), "report"));
+            fmt::print("{}\n", pluralize(explanations.size(), "report"));
         else
-            fmt::print("{} explained, {} more passed over\n", counted(explanations.size(), "report"),
+            fmt::print("{} explained, {} more passed over\n", pluralize(explanations.size(), "report"),
                        log.more_reports);
     }
     if (options.common.format == "text" && options.dumps.empty() && !explanations.empty())
         fmt::print(
             "note: with the dumps of that process, --dumps DUMPS gives the relocation and its correction\n");
-    if (trouble)
-        return in_trouble;
-    return explanations.empty() ? something_found : nothing_found;
+    if (had_errors)
+        return exit_error;
+    return explanations.empty() ? exit_findings : exit_success;
 }
 
 } // namespace

@@ -4,7 +4,10 @@
 #include "workbench/image/elf_image.hpp"
 #include "workbench/kernels/linking.hpp"
 #include "workbench/os/replace_file.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/render/color.hpp"
+#include "workbench/text/counts.hpp"
+#include "workbench/text/place.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <fmt/format.h>
 #include <memory>
@@ -37,10 +40,10 @@ std::vector<std::vector<std::string>> names_by_mapping(const kernel_set& set)
 }
 
 void print_text(const kernel_set& set, const linked_set& linked, const std::string& image,
-                const std::string& build_id, bool colour)
+                const std::string& build_id, bool colored)
 {
     for (const link_finding& finding : linked.findings) {
-        fmt::print("{}: {} {} [{}]\n", place_of(set, finding), painted("error:", colour::red, colour),
+        fmt::print("{}: {} {} [{}]\n", place_of(set, finding), colorize("error:", color::red, colored),
                    finding.message, name_of(finding.id));
         if (!finding.evidence.empty())
             fmt::print("    {}\n", finding.evidence);
@@ -51,12 +54,12 @@ void print_text(const kernel_set& set, const linked_set& linked, const std::stri
         code_bytes += kernel.text.size();
         data_bytes += kernel.data.size();
     }
-    fmt::print("{}, {}, {} of code, {} of data -> {}\n", counted(set.mappings.size(), "mapping"),
-               counted(set.kernels.size(), "kernel"), counted(code_bytes, "byte"), data_bytes,
+    fmt::print("{}, {}, {} of code, {} of data -> {}\n", pluralize(set.mappings.size(), "mapping"),
+               pluralize(set.kernels.size(), "kernel"), pluralize(code_bytes, "byte"), data_bytes,
                printable(image));
     const std::vector<std::vector<std::string>> names = names_by_mapping(set);
     for (std::size_t i = 0; i < set.mappings.size(); ++i)
-        fmt::print("  {:#x}  {}\n", set.mappings[i].begin, few_of(names[i]));
+        fmt::print("  {:#x}  {}\n", set.mappings[i].begin, join_some(names[i]));
     fmt::print("gdb:  add-symbol-file {0}\n"
                "perf: perf buildid-cache --add {0}\n"
                "      perf inject -b --known-build-ids='{1} /tmp/perf-PID.map' -i perf.data -o kernels.data\n"
@@ -64,8 +67,8 @@ void print_text(const kernel_set& set, const linked_set& linked, const std::stri
                printable(image), build_id);
 }
 
-void print_json(const kernel_set& set, const linked_set& linked, const std::string& image,
-                const std::string& build_id)
+void print_image(const kernel_set& set, const linked_set& linked, const std::string& image,
+                 const std::string& build_id)
 {
     json mappings = json::array();
     for (const kernel_mapping& mapping : set.mappings)
@@ -95,20 +98,19 @@ void print_json(const kernel_set& set, const linked_set& linked, const std::stri
                             {"offset", offset},
                             {"message", finding.message}});
     }
-    fmt::print("{}", json_text({{"version", 1},
-                                {"image", image},
-                                {"build_id", build_id},
-                                {"mappings", mappings},
-                                {"kernels", kernels},
-                                {"missing", linked.missing},
-                                {"findings", findings}}));
+    print_json({{"image", image},
+                {"build_id", build_id},
+                {"mappings", mappings},
+                {"kernels", kernels},
+                {"missing", linked.missing},
+                {"findings", findings}});
 }
 
 int link(const link_options& options)
 {
     const read_result read = read_set({options.dumps}, options.common);
     if (!require_kernels(read, options.dumps))
-        return in_trouble;
+        return exit_error;
     refuse_dump(read.set, options.image);
     refuse_mixture(read.set, check_dumps(read.set));
     const linked_set linked = link_set(read.set);
@@ -120,12 +122,12 @@ int link(const link_options& options)
     }
     replace_file(options.image, image.bytes);
     if (options.common.format == "json")
-        print_json(read.set, linked, options.image, image.build_id);
+        print_image(read.set, linked, options.image, image.build_id);
     else
-        print_text(read.set, linked, options.image, image.build_id, use_colour(options.common));
-    if (read.trouble)
-        return in_trouble;
-    return linked.findings.empty() ? nothing_found : something_found;
+        print_text(read.set, linked, options.image, image.build_id, use_color(options.common));
+    if (read.had_errors)
+        return exit_error;
+    return linked.findings.empty() ? exit_success : exit_findings;
 }
 
 } // namespace

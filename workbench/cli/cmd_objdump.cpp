@@ -1,7 +1,6 @@
 #include "workbench/cli/command.hpp"
 #include "workbench/os/file.hpp"
 #include "workbench/os/process.hpp"
-#include "workbench/text/output.hpp"
 
 #include <algorithm>
 #include <cstddef>

@@ -3,9 +3,11 @@
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/json.hpp"
 #include "workbench/cli/profile_input.hpp"
+#include "workbench/render/color.hpp"
 #include "workbench/render/listing.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/counts.hpp"
 #include "workbench/text/percent.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -29,15 +31,10 @@ struct profile_options {
     std::vector<std::string> kernels;
 };
 
-std::string grouped_count(std::uint64_t count, const char* noun)
-{
-    return fmt::format("{} {}{}", grouped(count), noun, count == 1 ? "" : "s");
-}
-
 /// "1 sample", "24,180 samples".
 std::string samples_text(std::uint64_t count)
 {
-    return grouped_count(count, "sample");
+    return pluralize_with_separators(count, "sample");
 }
 
 /// A bar of `part` of `whole`, in eighths of a column, and blanks behind it.
@@ -57,8 +54,8 @@ void print_join(const profile& profile, const event_profile& event)
     const std::uint64_t whole = event.total.period;
     const std::string counts =
         is_exact(event)
-            ? fmt::format("{} of {}", grouped_count(whole, "execution"),
-                          grouped_count(event.total.samples, "instruction"))
+            ? fmt::format("{} of {}", pluralize_with_separators(whole, "execution"),
+                          pluralize_with_separators(event.total.samples, "instruction"))
             : fmt::format("{} by period, {}", printable(event.event), samples_text(event.total.samples));
     fmt::print("{}; in kernels {} %, mapping without dump {} %, elsewhere {} %\n", counts,
                percent_text(event.in_kernels.period, whole), percent_text(event.unknown.period, whole),
@@ -88,23 +85,24 @@ const kernel_profile* find_profile(const kernel_set& set, const event_profile& e
     return found == event.kernels.end() ? nullptr : &*found;
 }
 
-colour heat_colour(double percentage)
+color heat_color(double percentage)
 {
     if (percentage >= 10)
-        return colour::red;
-    return percentage >= 2 ? colour::yellow : colour::none;
+        return color::red;
+    return percentage >= 2 ? color::yellow : color::none;
 }
 
 void print_listing(const kernel_set& set, const event_profile& event, const placed_kernel& kernel,
-                   disassembler& disassembler, bool coloured)
+                   disassembler& disassembler, bool colored)
 {
     const kernel_profile* const sampled = find_profile(set, event, kernel);
     const sample_count count = sampled == nullptr ? sample_count() : sampled->count;
-    fmt::print("\n{}\n", painted(fmt::format("{}, {}{}", printable(kernel.name),
-                                             is_exact(event) ? grouped_count(count.period, "execution")
-                                                             : samples_text(count.samples),
-                                             sampled == nullptr ? "" : ", percent of the kernel"),
-                                 colour::bold, coloured));
+    fmt::print("\n{}\n",
+               colorize(fmt::format("{}, {}{}", printable(kernel.name),
+                                    is_exact(event) ? pluralize_with_separators(count.period, "execution")
+                                                    : samples_text(count.samples),
+                                    sampled == nullptr ? "" : ", percent of the kernel"),
+                        color::bold, colored));
     if (sampled == nullptr)
         return;
     const kernel_listing listing = list_kernel(set, kernel, disassembler);
@@ -123,12 +121,12 @@ void print_listing(const kernel_set& set, const event_profile& event, const plac
         }
         if (!row.label.empty())
             fmt::print("{:{}}{}\n", "", share_columns + bar_columns + 2,
-                       painted(row.label + ":", colour::cyan, coloured));
+                       colorize(row.label + ":", color::cyan, colored));
         std::string heat(share_columns + 1 + bar_columns, ' ');
         if (periods[i] != 0)
             heat = fmt::format("{:>{}} {}", percent_text(periods[i], count.period), share_columns,
                                bar(periods[i], largest));
-        fmt::print("{} {}\n", painted(heat, heat_colour(percent(periods[i], count.period)), coloured),
+        fmt::print("{} {}\n", colorize(heat, heat_color(percent(periods[i], count.period)), colored),
                    row_text(row, digits));
     }
 }
@@ -156,7 +154,7 @@ std::string note_text(const event_profile& event)
 }
 
 void print_text(const kernel_set& set, const profile& profile, const event_profile& event,
-                const std::vector<const placed_kernel*>& listed, bool coloured)
+                const std::vector<const placed_kernel*>& listed, bool colored)
 {
     if (profile.events.empty()) {
         fmt::print("no samples\n");
@@ -166,14 +164,13 @@ void print_text(const kernel_set& set, const profile& profile, const event_profi
     print_kernels(set, event);
     disassembler disassembler;
     for (const placed_kernel* kernel : listed)
-        print_listing(set, event, *kernel, disassembler, coloured);
+        print_listing(set, event, *kernel, disassembler, colored);
     fmt::print("\nnote: {}\n", note_text(event));
 }
 
 json counts(const event_profile& event, const kernel_set& set, const std::vector<const placed_kernel*>& named)
 {
     json document;
-    document["version"] = 1;
     document["event"] = event.event;
     document["samples"] = event.total.samples;
     document["period"] = event.total.period;
@@ -201,28 +198,28 @@ int show_profile(const profile_options& options)
 {
     read_result read = read_set({options.dumps}, options.common);
     if (!require_kernels(read, options.dumps))
-        return in_trouble;
+        return exit_error;
     const bool text = !options.perf_script.empty();
     const std::string& file = text ? options.perf_script : options.perf_data;
     const profile profile = text ? read_perf_script(file, read.set) : read_perf_data(file, read.set);
-    report_profile_trouble(profile, file == "-" ? "standard input" : file, read.trouble);
+    print_profile_errors(profile, file == "-" ? "standard input" : file, read.had_errors);
 
     const event_profile none;
     const event_profile* const chosen = choose_event(profile, options.event);
     const event_profile& event = chosen == nullptr ? none : *chosen;
     std::vector<const placed_kernel*> named;
     if (!options.kernels.empty())
-        named = select_kernels(read.set, options.kernels, read.trouble);
+        named = select_kernels(read.set, options.kernels, read.had_errors);
     if (options.common.format == "json") {
-        fmt::print("{}", json_text(counts(event, read.set, named)));
+        print_json(counts(event, read.set, named));
     } else {
         if (options.kernels.empty() && !event.kernels.empty())
             named.push_back(&read.set.kernels[event.kernels.front().kernel]);
-        print_text(read.set, profile, event, named, use_colour(options.common));
+        print_text(read.set, profile, event, named, use_color(options.common));
     }
-    if (read.trouble)
-        return in_trouble;
-    return event.kernels.empty() ? something_found : nothing_found;
+    if (read.had_errors)
+        return exit_error;
+    return event.kernels.empty() ? exit_findings : exit_success;
 }
 
 } // namespace

@@ -5,7 +5,8 @@
 #include "workbench/cli/json.hpp"
 #include "workbench/cli/profile_input.hpp"
 #include "workbench/os/replace_file.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/counts.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <filesystem>
 #include <fmt/format.h>
@@ -48,7 +49,7 @@ int report(const report_options& options)
         any = require_kernels(before, options.against) && any;
     }
     if (!any)
-        return in_trouble;
+        return exit_error;
     refuse_dump(read.set, options.page);
     refuse_dump(before.set, options.page);
 
@@ -69,7 +70,7 @@ int report(const report_options& options)
         if (std::filesystem::equivalent(file, options.page, ignored))
             throw std::runtime_error(options.page + ": is the profile");
         profile = text ? read_perf_script(file, read.set) : read_perf_data(file, read.set);
-        report_profile_trouble(profile, file == "-" ? "standard input" : file, read.trouble);
+        print_profile_errors(profile, file == "-" ? "standard input" : file, read.had_errors);
         input.profile = choose_event(profile, options.event);
         if (input.profile == nullptr)
             throw std::runtime_error(file + ": no samples in it");
@@ -79,20 +80,20 @@ int report(const report_options& options)
     replace_file(options.page, page);
     if (options.common.format == "json") {
         json document;
-        document["version"] = 1;
         document["page"] = options.page;
         document["bytes"] = page.size();
         document["kernels"] = read.set.kernels.size();
         document["mappings"] = read.set.mappings.size();
         document["event"] = input.profile == nullptr ? json() : json(input.profile->event);
-        fmt::print("{}", json_text(document));
+        print_json(document);
     } else {
         fmt::print("{}: {}, {}{}, {} KiB\n", printable(options.page),
-                   counted(read.set.kernels.size(), "kernel"), counted(read.set.mappings.size(), "mapping"),
+                   pluralize(read.set.kernels.size(), "kernel"),
+                   pluralize(read.set.mappings.size(), "mapping"),
                    input.profile == nullptr ? "" : ", profile " + printable(input.profile->event),
-                   grouped((page.size() + 1023) / 1024));
+                   with_separators((page.size() + 1023) / 1024));
     }
-    return read.trouble || before.trouble ? in_trouble : nothing_found;
+    return read.had_errors || before.had_errors ? exit_error : exit_success;
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/json.hpp"
+#include "workbench/render/color.hpp"
 #include "workbench/render/listing.hpp"
-#include "workbench/text/output.hpp"
 
 #include <fmt/format.h>
 #include <memory>
@@ -24,16 +24,16 @@ struct listed_kernel {
     kernel_listing listing;
 };
 
-void print_text(const listed_kernel& listed, bool colour)
+void print_text(const listed_kernel& listed, bool colored)
 {
-    fmt::print("{}\n", painted(headline(listed.kernel, listed.listing), colour::bold, colour));
+    fmt::print("{}\n", colorize(headline(listed.kernel, listed.listing), color::bold, colored));
     const int digits = offset_digits(listed.kernel);
     for (const listing_row& row : listed.listing.rows) {
         if (!row.label.empty())
-            fmt::print("{}\n", painted(row.label + ":", colour::cyan, colour));
+            fmt::print("{}\n", colorize(row.label + ":", color::cyan, colored));
         const std::string text = row_text(row, digits);
         const std::size_t comment = row.comment.empty() ? text.size() : text.size() - row.comment.size() - 2;
-        fmt::print(" {}{}\n", text.substr(0, comment), painted(text.substr(comment), colour::green, colour));
+        fmt::print(" {}{}\n", text.substr(0, comment), colorize(text.substr(comment), color::green, colored));
     }
 }
 
@@ -61,21 +61,21 @@ int show(const show_options& options)
 {
     read_result read = read_set({options.dumps}, options.common);
     if (!require_kernels(read, options.dumps))
-        return in_trouble;
-    const bool colour = use_colour(options.common);
+        return exit_error;
+    const bool colored = use_color(options.common);
     disassembler disassembler;
     // Kernel by kernel, since the listings of all would be many times the size of their dumps.
     std::optional<json_array_document> document;
     if (options.common.format == "json")
         document.emplace("kernels");
     bool first = true;
-    for (const placed_kernel* kernel : select_kernels(read.set, options.kernels, read.trouble)) {
+    for (const placed_kernel* kernel : select_kernels(read.set, options.kernels, read.had_errors)) {
         listed_kernel listed = {*kernel, {}};
         try {
             listed.listing = list_kernel(read.set, *kernel, disassembler, !options.unlinked);
         } catch (const std::runtime_error& error) {
-            report_trouble(error.what());
-            read.trouble = true;
+            print_error(error.what());
+            read.had_errors = true;
             continue;
         }
         if (document) {
@@ -85,11 +85,11 @@ int show(const show_options& options)
         if (!first)
             fmt::print("\n");
         first = false;
-        print_text(listed, colour);
+        print_text(listed, colored);
     }
     if (document)
         document->finish();
-    return read.trouble ? in_trouble : nothing_found;
+    return read.had_errors ? exit_error : exit_success;
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 #include "workbench/cli/command.hpp"
 
 #include "workbench/input/dumps.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <chrono>
 #include <cstdio>
@@ -25,7 +25,7 @@ void add_common_options(command_line& command, common_options& options,
     command.add_flag("--verbose", options.verbose, "Name the files that are passed over");
 }
 
-bool use_colour(const common_options& options)
+bool use_color(const common_options& options)
 {
     if (options.color != "auto")
         return options.color == "always";
@@ -35,7 +35,7 @@ bool use_colour(const common_options& options)
     return (no_color == nullptr || *no_color == '\0') && !plain && isatty(STDOUT_FILENO) != 0;
 }
 
-void report_trouble(const std::string& text)
+void print_error(const std::string& text)
 {
     const std::string line = fmt::format("vorna-kernels: {}\n", printable(text));
     std::fwrite(line.data(), 1, line.size(), stderr); // where it fails there is nobody to tell
@@ -59,19 +59,19 @@ read_result read_set(const std::vector<std::string>& paths, const common_options
     dump_reading reading = read_dumps(paths, terminal ? reading_progress(progress) : reading_progress());
     if (shown)
         fmt::print(stderr, "\r\x1b[K");
-    for (const std::string& trouble : reading.troubles)
-        report_trouble(trouble);
+    for (const std::string& error : reading.errors)
+        print_error(error);
     if (options.verbose) {
-        for (const std::string& file : reading.passed_over)
-            report_trouble("passed over: " + file);
+        for (const std::string& file : reading.skipped)
+            print_error("passed over: " + file);
     }
-    return {std::move(reading.set), !reading.troubles.empty()};
+    return {std::move(reading.set), !reading.errors.empty()};
 }
 
 bool require_kernels(const read_result& read, const std::string& path)
 {
-    if (read.set.kernels.empty() && !read.trouble)
-        report_trouble(path + ": no dumps in it");
+    if (read.set.kernels.empty() && !read.had_errors)
+        print_error(path + ": no dumps in it");
     return !read.set.kernels.empty();
 }
 
@@ -89,7 +89,7 @@ void refuse_dump(const kernel_set& set, const std::string& file)
 }
 
 std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const std::vector<std::string>& names,
-                                                 bool& trouble)
+                                                 bool& had_errors)
 {
     std::vector<const placed_kernel*> selected;
     if (names.empty()) {
@@ -102,9 +102,9 @@ std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const st
             continue;
         }
         const std::string nearest = nearest_name(set, name);
-        report_trouble(fmt::format("no kernel {} in the dumps{}", name,
-                                   nearest.empty() ? "" : "; the nearest name is " + nearest));
-        trouble = true;
+        print_error(fmt::format("no kernel {} in the dumps{}", name,
+                                nearest.empty() ? "" : "; the nearest name is " + nearest));
+        had_errors = true;
     }
     return selected;
 }

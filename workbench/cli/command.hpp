@@ -1,4 +1,4 @@
-// What the commands of vorna-kernels share: their options, reading dumps, trouble on stderr.
+// What the commands of vorna-kernels share: their options, reading dumps, errors on stderr.
 #pragma once
 
 #include "workbench/cli/options.hpp"
@@ -11,9 +11,9 @@ namespace vorna::workbench {
 
 /// Exit statuses of the program.
 enum exit_status : int {
-    nothing_found = 0,
-    something_found = 1,
-    in_trouble = 2,
+    exit_success = 0,
+    exit_findings = 1,
+    exit_error = 2,
 };
 
 /// The options that every command has.
@@ -27,24 +27,24 @@ struct common_options {
 void add_common_options(command_line& command, common_options& options,
                         const std::vector<std::string>& formats);
 
-/// Whether text on stdout is to be coloured: as --color says; "auto" is a terminal without NO_COLOR whose
+/// Whether text on stdout is to be colored: as --color says; "auto" is a terminal without NO_COLOR whose
 /// TERM is set and not "dumb".
-bool use_colour(const common_options& options);
+bool use_color(const common_options& options);
 
 /// Prints "vorna-kernels: " and the text as a line on stderr.
-void report_trouble(const std::string& text);
+void print_error(const std::string& text);
 
 /// Dumps as a command line names them, read.
 struct read_result {
     kernel_set set;
-    bool trouble = false; ///< something was reported on stderr
+    bool had_errors = false; ///< something was reported on stderr
 };
 
 /// Reads dumps and reports on stderr what could not be read, with --verbose what was passed over, and on a
 /// terminal, after a second, how far it is.
 read_result read_set(const std::vector<std::string>& paths, const common_options& options);
 
-/// Whether there is a kernel. Reports on stderr that there is none at `path`, unless trouble with it was
+/// Whether there is a kernel. Reports on stderr that there is none at `path`, unless an error with it was
 /// reported already.
 bool require_kernels(const read_result& read, const std::string& path);
 
@@ -52,9 +52,9 @@ bool require_kernels(const read_result& read, const std::string& path);
 void refuse_dump(const kernel_set& set, const std::string& file);
 
 /// The kernels of these names, of all if there are none. A name that is not in the set is reported, with the
-/// nearest one, and sets `trouble`.
+/// nearest one, and sets `had_errors`.
 std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const std::vector<std::string>& names,
-                                                 bool& trouble);
+                                                 bool& had_errors);
 
 /// The commands: each adds itself to the program and sets the exit status when it is run.
 void add_check(command_line& program, int& status);

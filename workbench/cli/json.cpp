@@ -4,14 +4,16 @@
 
 namespace vorna::workbench {
 
-std::string json_text(const json& document)
+void print_json(const json& members)
 {
-    return document.dump(2) + "\n";
+    json document = {{"version", json_version}};
+    document.update(members);
+    fmt::print("{}\n", document.dump(2));
 }
 
 json_array_document::json_array_document(const std::string& member)
 {
-    fmt::print("{{\n  \"version\": 1,\n  \"{}\": [", member);
+    fmt::print("{{\n  \"version\": {},\n  \"{}\": [", json_version, member);
 }
 
 void json_array_document::add(const json& element)

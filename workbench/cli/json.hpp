@@ -7,11 +7,14 @@
 
 namespace vorna::workbench {
 
-/// The document with two blanks of indentation and a newline at the end, bytes that are not UTF-8 as U+FFFD.
-std::string json_text(const json& document);
+/// Version of the members that documents have. What it promises is in the guide to the commands.
+constexpr int json_version = 2;
 
-/// Prints {"version": 1, "MEMBER": [...]} on stdout as json_text has it, element by element, so that it need
-/// not be in memory as a whole.
+/// Prints {"version": 2} and the object's members on stdout, indented by two spaces.
+void print_json(const json& members);
+
+/// Prints {"version": 2, "MEMBER": [...]} in the same form one element at a time, so that the document need
+/// not fit in memory.
 class json_array_document {
 public:
     explicit json_array_document(const std::string& member);

@@ -26,7 +26,7 @@ static const program_texts texts = {
 
 static int run(int argc, char** argv)
 {
-    int status = nothing_found;
+    int status = exit_success;
     const auto add_commands = [&](command_line& program) {
         add_explain(program, status);
         add_check(program, status);
@@ -41,24 +41,24 @@ static int run(int argc, char** argv)
     const std::string wrong = run_program(texts, add_commands, argc, argv);
     if (wrong.empty())
         return status;
-    report_trouble(wrong);
-    return in_trouble;
+    print_error(wrong);
+    return exit_error;
 }
 
 int main(int argc, char** argv)
 {
-    int status = nothing_found;
-    std::string trouble;
+    int status = exit_success;
+    std::string failure;
     try {
         status = run(argc, argv);
     } catch (const std::exception& error) {
-        trouble = error.what();
+        failure = error.what();
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-        trouble = fmt::format("cannot write the output: {}", std::strerror(errno));
-    if (!trouble.empty()) {
-        report_trouble(trouble);
-        status = in_trouble;
+        failure = fmt::format("cannot write the output: {}", std::strerror(errno));
+    if (!failure.empty()) {
+        print_error(failure);
+        status = exit_error;
     }
     return status;
 }

@@ -90,17 +90,16 @@ const event_profile* choose_event(const profile& profile, const std::string& eve
         fmt::format("no event {} in the profile{}{}", event, names.empty() ? "" : "; there is ", names));
 }
 
-void report_profile_trouble(const profile& profile, const std::string& file, bool& trouble)
+void print_profile_errors(const profile& profile, const std::string& file, bool& had_errors)
 {
     if (profile.text.bad_lines == 0)
         return;
-    report_trouble(
-        fmt::format("{}:{}: not a line of the text of perf script -F pid,time,event,period,ip{}", file,
-                    profile.text.first_bad_line,
-                    profile.text.bad_lines == 1
-                        ? ""
-                        : fmt::format(", as {} in all; they are passed over", profile.text.bad_lines)));
-    trouble = true;
+    print_error(fmt::format("{}:{}: not a line of the text of perf script -F pid,time,event,period,ip{}",
+                            file, profile.text.first_bad_line,
+                            profile.text.bad_lines == 1 ? ""
+                                                        : fmt::format(", as {} in all; they are passed over",
+                                                                      profile.text.bad_lines)));
+    had_errors = true;
 }
 
 } // namespace vorna::workbench

@@ -18,7 +18,7 @@ profile read_perf_data(const std::string& file, const kernel_set& set);
 /// std::runtime_error, with the names that there are, if it is another.
 const event_profile* choose_event(const profile& profile, const std::string& event);
 
-/// Reports on stderr that there are lines that were not understood, and sets `trouble` then.
-void report_profile_trouble(const profile& profile, const std::string& file, bool& trouble);
+/// Reports on stderr that there are lines that were not understood, and sets `had_errors` then.
+void print_profile_errors(const profile& profile, const std::string& file, bool& had_errors);
 
 } // namespace vorna::workbench

@@ -270,17 +270,17 @@ dump_reading read_dumps(const std::vector<std::string>& paths, const reading_pro
             case file_kind::read_before:
                 break;
             case file_kind::empty: // which is what a process that is killed leaves of a dump
-                reading.troubles.push_back(path + ": empty");
+                reading.errors.push_back(path + ": empty");
                 break;
             case file_kind::not_object: // the host itself perhaps, or a linked image
-                (named ? reading.troubles : reading.passed_over)
+                (named ? reading.errors : reading.skipped)
                     .push_back(path + ": a program or the like, not a dump");
                 break;
             case file_kind::not_elf:
-                (named ? reading.troubles : reading.passed_over).push_back(path + ": not an ELF file");
+                (named ? reading.errors : reading.skipped).push_back(path + ": not an ELF file");
             }
         } catch (const std::runtime_error& error) {
-            reading.troubles.push_back(fmt::format("{}: {}", path, error.what()));
+            reading.errors.push_back(fmt::format("{}: {}", path, error.what()));
         }
     };
     struct found_file {
@@ -299,7 +299,7 @@ dump_reading read_dumps(const std::vector<std::string>& paths, const reading_pro
              entry.increment(error))
             files.push_back({entry->path().string(), false});
         if (error)
-            reading.troubles.push_back(fmt::format("{}: {}", path, error.message()));
+            reading.errors.push_back(fmt::format("{}: {}", path, error.message()));
         std::sort(files.begin() + first, files.end(),
                   [](const found_file& a, const found_file& b) { return a.path < b.path; });
     }
@@ -312,7 +312,7 @@ dump_reading read_dumps(const std::vector<std::string>& paths, const reading_pro
     if (const auto overlap = find_overlap(reading.set)) {
         const placed_kernel& first = reading.set.kernels[overlap->first];
         const placed_kernel& second = reading.set.kernels[overlap->second];
-        reading.troubles.push_back(
+        reading.errors.push_back(
             fmt::format("{} and {}: {} and {} are placed in the same memory: dumps of two runs", first.file,
                         second.file, first.name, second.name));
         reading.set = {};

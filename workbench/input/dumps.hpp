@@ -13,16 +13,15 @@ namespace vorna::workbench {
 /// What was read, and what could not be.
 struct dump_reading {
     kernel_set set;
-    std::vector<std::string> troubles; ///< a line each, the file first
-    std::vector<std::string>
-        passed_over; ///< what is no ELF file, or no object file, in a directory, a line each
+    std::vector<std::string> errors;  ///< a line each, the file first
+    std::vector<std::string> skipped; ///< what is no ELF file, or no object file, in a directory, a line each
 };
 
 /// Told, while files are read, how many of how many are done.
 using reading_progress = std::function<void(std::size_t done, std::size_t all)>;
 
 /// Reads every dump: each of `paths` is a file, or a directory (not its subdirectories) of which every ELF
-/// file is read; a file that is there twice is read once. Kernels that overlap are a trouble, in one line
+/// file is read; a file that is there twice is read once. Kernels that overlap are an error, in one line
 /// that names both, and leave the set empty: they are of two runs. Reports what is wrong with a file in one
 /// line and goes on with the others.
 dump_reading read_dumps(const std::vector<std::string>& paths, const reading_progress& progress = {});

@@ -1,7 +1,9 @@
 #include "workbench/kernels/linking.hpp"
 
 #include "check/relocation.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/counts.hpp"
+#include "workbench/text/place.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <cstring>
 #include <fmt/format.h>
@@ -129,7 +131,7 @@ std::string message_of(const kernel_set& set, const placed_kernel& kernel,
         break;
     case relocation_outcome::outside_text:
         return fmt::format("{} to {} lies outside the code, which has {}", kind->name, name,
-                           counted(kernel.text.size(), "byte"));
+                           pluralize(kernel.text.size(), "byte"));
     case relocation_outcome::unhandled_type:
         return fmt::format("relocation of type {} to {}: not a type of kernels", relocation.type, name);
     case relocation_outcome::foreign_data:
@@ -212,7 +214,7 @@ linked_set link_set(const kernel_set& set)
             linked.findings[target.finding].evidence = "also at " + target.second;
         else if (target.places > 2)
             linked.findings[target.finding].evidence =
-                fmt::format("also at {} and {}", target.second, counted(target.places - 2, "other place"));
+                fmt::format("also at {} and {}", target.second, pluralize(target.places - 2, "other place"));
     }
     return linked;
 }

@@ -142,9 +142,4 @@ std::string json::dump(int indent) const
     return to_library(*this).dump(indent, ' ', false, library_json::error_handler_t::replace);
 }
 
-std::string utf8(std::string_view bytes)
-{
-    return library_json::parse(json(bytes).dump());
-}
-
 } // namespace vorna::workbench

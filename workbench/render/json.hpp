@@ -94,7 +94,4 @@ private:
     value_type value_;
 };
 
-/// A string with U+FFFD in place of bytes that are not UTF-8.
-std::string utf8(std::string_view bytes);
-
 } // namespace vorna::workbench

@@ -5,7 +5,9 @@
 #include "workbench/analysis/loaded_constants.hpp"
 #include "workbench/disasm/a64.hpp"
 #include "workbench/kernels/linking.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/counts.hpp"
+#include "workbench/text/place.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <algorithm>
 #include <elf.h>
@@ -173,7 +175,7 @@ kernel_listing list_rows(const kernel_set& set, const placed_kernel& kernel, dis
 {
     if (kernel.text.size() > largest_listing)
         throw std::runtime_error(fmt::format("{}: {} of code, more than is listed", kernel.name,
-                                             counted(kernel.text.size(), "byte")));
+                                             pluralize(kernel.text.size(), "byte")));
     kernel_listing listing;
     const std::size_t words = kernel.text.size() / word_size;
     const code_map map = map_code(kernel.name, kernel.text, kernel.relocs, entries_by_others(set, kernel));
@@ -333,13 +335,13 @@ std::string headline(const placed_kernel& kernel, const kernel_listing& listing)
 {
     std::string text =
         fmt::format("{}  {:#x}  {}, {}", printable(kernel.name), kernel.text_address,
-                    counted(kernel.text.size(), "byte"), counted(listing.instructions, "instruction"));
+                    pluralize(kernel.text.size(), "byte"), pluralize(listing.instructions, "instruction"));
     if (!kernel.data.empty())
-        text += fmt::format("; data {:#x}, {}", kernel.data_address, counted(kernel.data.size(), "byte"));
+        text += fmt::format("; data {:#x}, {}", kernel.data_address, pluralize(kernel.data.size(), "byte"));
     if (!listing.calls.empty())
-        text += "; calls " + few_of(listing.calls);
+        text += "; calls " + join_some(listing.calls);
     if (!listing.callers.empty())
-        text += "; called by " + few_of(listing.callers);
+        text += "; called by " + join_some(listing.callers);
     return text;
 }
 

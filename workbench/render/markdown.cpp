@@ -1,7 +1,7 @@
 #include "workbench/render/markdown.hpp"
 
 #include "workbench/render/json.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <algorithm>
 #include <cstddef>
@@ -12,7 +12,7 @@ namespace vorna::workbench {
 std::string markdown_code(std::string_view text)
 {
     std::string result = "<code>";
-    for (const char c : utf8(text)) {
+    for (const char c : valid_utf8(text)) {
         const bool plain = std::string_view("<>&\"'|`*~[]!\\$@#:").find(c) == std::string_view::npos;
         result += plain ? std::string(1, c) : fmt::format("&#{};", static_cast<int>(c));
     }
@@ -29,7 +29,7 @@ std::string markdown_block(std::string_view language, const std::vector<std::str
             run = c == '`' ? run + 1 : 0;
             longest_run = std::max(longest_run, run);
         }
-        text += utf8(line) + "\n";
+        text += valid_utf8(line) + "\n";
     }
     const std::string fence(longest_run + 1, '`');
     return fmt::format("{}{}\n{}{}\n", fence, language, text, fence);

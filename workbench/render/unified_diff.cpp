@@ -1,7 +1,7 @@
 #include "workbench/render/unified_diff.hpp"
 
 #include "workbench/analysis/alignment.hpp"
-#include "workbench/text/output.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <algorithm>
 #include <cmath>

@@ -253,7 +253,7 @@ TEST(Checks, PointAtTheRelocationThatEndedTheProcess)
         ++done;
         const vorna::workbench::dump_reading dumps =
             vorna::workbench::read_dumps({directory.path().string()});
-        ASSERT_TRUE(dumps.troubles.empty()) << dumps.troubles[0];
+        ASSERT_TRUE(dumps.errors.empty()) << dumps.errors[0];
         std::string first;
         for (const kernel_finding& finding : check_dumps(dumps.set)) {
             if (finding.aborts && first.empty())
@@ -329,17 +329,17 @@ TEST_F(CheckCommand, PrintsJsonOfTheSame)
     const child_result result = check({".", "--format=json"});
     EXPECT_EQ(result.exit_status, 1);
     const nlohmann::json document = nlohmann::json::parse(result.out);
-    EXPECT_EQ(document["version"], 1);
+    EXPECT_EQ(document["version"], 2);
     EXPECT_EQ(document["kernels"], 2);
     EXPECT_EQ(document["relocations"], 2);
     ASSERT_EQ(document["findings"].size(), 3U);
     EXPECT_EQ(document["findings"][2], nlohmann::json::parse(R"({
         "id": "falls-through", "severity": "error", "aborts": false, "kernel": "caller", "relocation": null,
         "offset": 8, "message": "NOP (0xd503201f) is the last instruction, and control continues past the end of the code",
-        "advice": "end the code with RET, a branch or a trap"})"));
+        "help": "end the code with RET, a branch or a trap"})"));
     EXPECT_EQ(document["findings"][0], nlohmann::json::parse(R"({
         "id": "field-filled", "severity": "error", "aborts": true, "kernel": "caller", "relocation": 0, "offset": 0,
-        "message": "R_AARCH64_CALL26: the field of 0xb9400000 is not zero", "advice": ""})"));
+        "message": "R_AARCH64_CALL26: the field of 0xb9400000 is not zero", "help": ""})"));
 }
 
 TEST_F(CheckCommand, PrintsAnnotationsOfTheSame)

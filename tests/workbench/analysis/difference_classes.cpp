@@ -287,11 +287,11 @@ std::optional<placed_kernel> changed(program program, change_class to, random_en
         kernel.data[below(random, kernel.data.size())] ^= static_cast<std::uint8_t>(1 + below(random, 255));
         return kernel;
     }
-    case change_class::moved:
+    case change_class::layout:
         while (std::is_sorted(names.slots.begin(), names.slots.end()))
             std::shuffle(names.slots.begin(), names.slots.end(), random);
         return assemble(program, names);
-    case change_class::references: {
+    case change_class::relocations: {
         placed_kernel kernel = assemble(program, names);
         tessjit::reloc_info& reloc = kernel.relocs[below(random, kernel.relocs.size())];
         switch (below(random, 4)) {
@@ -310,7 +310,7 @@ std::optional<placed_kernel> changed(program program, change_class to, random_en
         }
         return kernel;
     }
-    case change_class::renamed: {
+    case change_class::registers: {
         // Numbers exchanged among the temporaries.
         std::vector<unsigned> general = {9, 10, 11, 12, 13, 14, 15};
         std::vector<unsigned> vector = {16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31};
@@ -331,7 +331,7 @@ std::optional<placed_kernel> changed(program program, change_class to, random_en
             return std::nullopt;
         return kernel;
     }
-    case change_class::reordered: {
+    case change_class::order: {
         // Two neighbours of one block, of different opcodes, since exchanged registers could explain others.
         const std::set<std::size_t> starts = targets(program);
         std::vector<std::size_t> found;
@@ -411,7 +411,7 @@ std::optional<placed_kernel> changed(program program, change_class to, random_en
         return assemble(program, names);
     }
     default: { // registers and constants, or registers and references, at once
-        auto renamed = changed(program, change_class::renamed, random);
+        auto renamed = changed(program, change_class::registers, random);
         if (!renamed)
             return std::nullopt;
         if (below(random, 2) == 0)
@@ -429,8 +429,8 @@ TEST(DifferenceClasses, AreThoseOfTheKnownChangesOf2000RandomKernels)
     const unsigned seed = support::random_seed();
     random_engine random(seed);
     constexpr change_class kinds[] = {
-        change_class::same,    change_class::constants, change_class::moved, change_class::references,
-        change_class::renamed, change_class::reordered, change_class::code};
+        change_class::same,      change_class::constants, change_class::layout, change_class::relocations,
+        change_class::registers, change_class::order,     change_class::code};
     std::map<change_class, int> counts;
     for (int done = 0; done < 2000;) {
         const program program = random_program(random);

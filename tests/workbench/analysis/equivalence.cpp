@@ -1,4 +1,4 @@
-// Kernels that look alike and are not, or that are: what "moved" and "renamed" want proved.
+// Kernels that look alike and are not, or that are: what "layout" and "registers" want proved.
 
 #include "tests/support/assembled_kernel.hpp"
 #include "workbench/analysis/difference.hpp"
@@ -29,7 +29,7 @@ std::string change(const lines& before, const lines& after, const std::vector<do
     return forth;
 }
 
-// "moved", or "doubt", with the constants 1 and 2 exchanged; "AT" is where the 1 is.
+// "layout", or "doubt", with the constants 1 and 2 exchanged; "AT" is where the 1 is.
 std::string change_of_layout(lines before)
 {
     lines after = before;
@@ -39,7 +39,7 @@ std::string change_of_layout(lines before)
             after[i].replace(at, 2, "8");
         }
     }
-    return change(before, after, {1, 2}, {2, 1}) == "moved" ? "moved" : "doubt";
+    return change(before, after, {1, 2}, {2, 1}) == "layout" ? "layout" : "doubt";
 }
 
 // With X9 for X10 and V16 for V17, and the other way round: "A" and "B" in the numbers' places.
@@ -82,10 +82,10 @@ TEST(Equivalence, TakesWordsThatAreNotReachedForData)
     // Equal pools are none of the registers' business.
     const std::string word = ".word 0x3d2aaaab";
     EXPECT_EQ(change_of_names({"ldr sA, #20", "fadd sB, s0, sA", "str sB, [x1]", "mov xA, #1", "ret", word}),
-              "renamed");
+              "registers");
     EXPECT_EQ(change_of_names(
                   {"adr xA, #20", "ldr sB, [xA]", "ldr sB, [xA, #4]", "str sB, [x1]", "ret", word, word}),
-              "renamed");
+              "registers");
     EXPECT_EQ(change_of_names({"adr xA, #16", "ldr sB, [xA, x2]", "str sB, [x1]", "ret", word}), "code");
     EXPECT_EQ(change_of_names({"adr xA, #8", "ldr sB, [xA]", "str sB, [x1]", "ret"}), "code");
 }
@@ -97,19 +97,19 @@ TEST(Equivalence, DoesNotTakeExchangedDataForReorderedCode)
               "code");
     EXPECT_EQ(change({"mov x9, #1", "movk x9, #2", "ret", ".word 0x11111111"},
                      {"movk x9, #2", "mov x9, #1", "ret", ".word 0x11111111"}),
-              "reordered");
+              "order");
 }
 
 TEST(Equivalence, HasNoAddressOfAConstantReturned)
 {
-    EXPECT_EQ(change_of_layout({"adr x3, dataAT", "ldr x1, [x3]", "ret"}), "moved");
+    EXPECT_EQ(change_of_layout({"adr x3, dataAT", "ldr x1, [x3]", "ret"}), "layout");
     EXPECT_EQ(change_of_layout({"adr x0, dataAT", "ldr w1, [x0]", "ret"}), "doubt");
     EXPECT_EQ(change_of_layout({"adr x1, dataAT", "ldr d0, [x1]", "str d0, [x2]", "ret"}), "doubt");
-    EXPECT_EQ(change_of_layout({"adr x1, dataAT", "ldr d0, [x1]", "mov x1, #0", "ret"}), "moved");
+    EXPECT_EQ(change_of_layout({"adr x1, dataAT", "ldr d0, [x1]", "mov x1, #0", "ret"}), "layout");
     EXPECT_EQ(change_of_layout({"adr x19, dataAT", "ldr d0, [x19]", "ret"}), "doubt");
     EXPECT_EQ(change_of_layout(
                   {"str x19, [sp, #-16]!", "adr x19, dataAT", "ldr d0, [x19]", "ldr x19, [sp], #16", "ret"}),
-              "moved");
+              "layout");
 }
 
 TEST(Equivalence, TakesTheLastWriteOfAResultForAResult)
@@ -125,7 +125,7 @@ TEST(Equivalence, TakesTheLastWriteOfAResultForAResult)
     // Unless a later one does not depend on it.
     EXPECT_EQ(change({"ldr x0, [x1]", "str x0, [x2]", "mov x0, #0", "ret"},
                      {"ldr x9, [x1]", "str x9, [x2]", "mov x0, #0", "ret"}),
-              "renamed");
+              "registers");
 }
 
 TEST(Equivalence, FollowsNoJumpIntoTheKernelItself)
@@ -165,17 +165,17 @@ TEST(Equivalence, FollowsNoJumpIntoTheKernelItself)
 TEST(Equivalence, GivesATailCallItsArguments)
 {
     const std::string load = "ldp xA, xB, [x6]";
-    EXPECT_EQ(change_of_names({load, "str xA, [x1]", "br x5"}), "renamed");
+    EXPECT_EQ(change_of_names({load, "str xA, [x1]", "br x5"}), "registers");
     EXPECT_EQ(change({"ldp x2, x3, [x6]", "br x5"}, {"ldp x3, x2, [x6]", "br x5"}), "code");
     EXPECT_EQ(change({"ldp x2, x3, [x6]", "ret x5"}, {"ldp x3, x2, [x6]", "ret x5"}), "code");
     EXPECT_EQ(change({"mov x30, x5", "ldp x2, x3, [x6]", "ret"}, {"mov x30, x5", "ldp x3, x2, [x6]", "ret"}),
               "code");
     EXPECT_EQ(change({"mov x19, x30", "br x5"}, {"mov x20, x30", "br x5"}), "code");
-    EXPECT_EQ(change({"ldp x2, x3, [x6]", "ret"}, {"ldp x3, x2, [x6]", "ret"}), "renamed");
+    EXPECT_EQ(change({"ldp x2, x3, [x6]", "ret"}, {"ldp x3, x2, [x6]", "ret"}), "registers");
     // The address to return to may be kept where the kernel likes.
     EXPECT_EQ(change({"mov x9, x30", "ldp x2, x3, [x6]", "ret x9"},
                      {"mov x10, x30", "ldp x3, x2, [x6]", "ret x10"}),
-              "renamed");
+              "registers");
     // A branch out of the kernel leads to what was placed there.
     EXPECT_EQ(change({"mov x9, #1", "b #64"}, {"mov x10, #1", "b #64"}), "code");
 }
@@ -184,12 +184,12 @@ TEST(Equivalence, KeepsTheReturnAddressOfATailCall)
 {
     EXPECT_EQ(change({"mov x9, #8", "ret x5"}, {"mov x30, #8", "ret x5"}), "code");
     EXPECT_EQ(change({"mov x9, #8", "mov x10, #1", "ret x5"}, {"mov x10, #8", "mov x9, #1", "ret x5"}),
-              "renamed");
+              "registers");
 }
 
 TEST(Equivalence, KnowsWhereAFrameKeepsTheReturnAddress)
 {
-    // "renamed" if the exit is taken for a return, which wants no arguments.
+    // "registers" if the exit is taken for a return, which wants no arguments.
     const auto exit_of = [](lines before, const lines& after) {
         before.emplace_back("LOAD");
         before.insert(before.end(), after.begin(), after.end());
@@ -197,7 +197,7 @@ TEST(Equivalence, KnowsWhereAFrameKeepsTheReturnAddress)
         std::replace(before.begin(), before.end(), std::string("LOAD"), std::string("ldp x2, x3, [x6]"));
         std::replace(other.begin(), other.end(), std::string("LOAD"), std::string("ldp x3, x2, [x6]"));
         const std::string found = change(before, other);
-        return found == "renamed" ? "return" : found == "code" ? "tail call" : found;
+        return found == "registers" ? "return" : found == "code" ? "tail call" : found;
     };
     // Ordinary frames.
     EXPECT_EQ(exit_of({}, {"ret"}), "return");
@@ -265,20 +265,20 @@ TEST(Equivalence, LoadsFromItsCodeWhereItIsTheSame)
     after[3] = "ldur w0, [x4, #-4]";
     EXPECT_EQ(change(before, after, {1, 2}, {2, 1}), "code");
     after[3] = before[3];
-    EXPECT_EQ(change(before, after, {1, 2}, {2, 1}), "moved");
+    EXPECT_EQ(change(before, after, {1, 2}, {2, 1}), "layout");
 }
 
 TEST(Equivalence, TakesConstantsThatMoveAndRegistersForMoved)
 {
     EXPECT_EQ(change({"adr x3, data0", "ldr q16, [x3]", "str q16, [x1]", "ret"},
                      {"adr x4, data16", "ldr q17, [x4]", "str q17, [x1]", "ret"}, {1, 2, 3, 4}, {3, 4, 1, 2}),
-              "moved");
+              "layout");
     EXPECT_EQ(change({"adr x3, data0", "ldr q16, [x3]", "str q16, [x1]", "ret"},
                      {"adr x4, data16", "ldr q17, [x4]", "str q16, [x1]", "ret"}, {1, 2, 3, 4}, {3, 4, 1, 2}),
               "code");
     EXPECT_EQ(change({"adr x3, data0", "ldr q16, [x3]", "str q16, [x1]", "ret"},
                      {"adr x4, data0", "ldr q17, [x4]", "str q17, [x1]", "ret"}, {1, 2, 3, 4}, {1, 2, 3, 4}),
-              "renamed");
+              "registers");
 }
 
 TEST(Equivalence, HasNothingReadThatACallMayHaveChanged)
@@ -293,15 +293,15 @@ TEST(Equivalence, HasNothingReadThatACallMayHaveChanged)
     };
     const lines nothing;
     EXPECT_EQ(change_of_layout(around({"adr x9, dataAT", "ldr x10, [x9]", "str x10, [x1]"}, nothing)),
-              "moved");
+              "layout");
     EXPECT_EQ(
         change_of_layout(around({"adr x9, dataAT", "ldr x10, [x9]", "str x10, [x1]"}, {"str x9, [x0]"})),
         "doubt");
     EXPECT_EQ(change_of_layout(around({"adr x9, dataAT"}, {"ldr x10, [x9]", "str x10, [x0]"})), "doubt");
     EXPECT_EQ(change_of_layout(around({"adr x7, dataAT", "ldr x9, [x7]"}, nothing)), "doubt"); // an argument
-    EXPECT_EQ(change_of_names(around({"mov xA, #1", "str xA, [x1]"}, nothing)), "renamed");
+    EXPECT_EQ(change_of_names(around({"mov xA, #1", "str xA, [x1]"}, nothing)), "registers");
     EXPECT_EQ(change_of_names(around({"mov xA, #1", "mov xB, #1"}, {"str xA, [x0]"})), "code");
-    EXPECT_EQ(change_of_names(around({"mov xA, #1"}, {"mov xA, #2", "str xA, [x0]"})), "renamed");
+    EXPECT_EQ(change_of_names(around({"mov xA, #1"}, {"mov xA, #2", "str xA, [x0]"})), "registers");
     EXPECT_EQ(change_of_names(around({"cmp x1, #1"}, {"cset xA, eq", "str xA, [x0]"})), "code");
     // Preserved registers are kept, those of vectors by half.
     const auto preserved = [&](const std::string& registers, const lines& used, const std::string& a,
@@ -318,12 +318,12 @@ TEST(Equivalence, HasNothingReadThatACallMayHaveChanged)
         }
         return change(all, other);
     };
-    EXPECT_EQ(preserved("x19, x20", {"str x19, [x0]"}, "x19", "x20"), "renamed");
-    EXPECT_EQ(preserved("d8, d9", {"str d8, [x0]"}, "d8", "d9"), "renamed");
+    EXPECT_EQ(preserved("x19, x20", {"str x19, [x0]"}, "x19", "x20"), "registers");
+    EXPECT_EQ(preserved("d8, d9", {"str d8, [x0]"}, "d8", "d9"), "registers");
     EXPECT_EQ(preserved("d8, d9", {"str q8, [x0]"}, "q8", "q9"), "code");
     // Arguments, and one that an earlier call has left.
     EXPECT_EQ(change(around({"ldp x2, x3, [x6]"}, nothing), around({"ldp x3, x2, [x6]"}, nothing)), "code");
-    EXPECT_EQ(change_of_names(around({"mov xA, #1", "str xA, [x1]"}, {"bl f", "bl g"})), "renamed");
+    EXPECT_EQ(change_of_names(around({"mov xA, #1", "str xA, [x1]"}, {"bl f", "bl g"})), "registers");
     EXPECT_EQ(change_of_names(around({"mov xA, #1", "str xA, [x1]"}, {"bl f+4"})), "code");
     EXPECT_EQ(change({"mov x9, #1", "bl f+4", "ldr x30, [sp]", "ret"},
                      {"mov x10, #1", "bl f+4", "ldr x30, [sp]", "ret"}),
@@ -333,11 +333,11 @@ TEST(Equivalence, HasNothingReadThatACallMayHaveChanged)
 TEST(Equivalence, SeesAddressesOfConstantsEverywhere)
 {
     EXPECT_EQ(change_of_layout({"adr x3, dataAT", "ldr d0, [x3]", "mov x4, x3", "ldr d1, [x4]", "ret"}),
-              "moved");
+              "layout");
     EXPECT_EQ(
         change_of_layout({"adr x3, data", "ldr d0, [x3, #AT]", "add x4, x3, #AT", "ldr d1, [x4]", "ret"}),
-        "moved");
-    EXPECT_EQ(change_of_layout({"adrp x3, dataAT", "add x3, x3, dataAT", "ldr d0, [x3]", "ret"}), "moved");
+        "layout");
+    EXPECT_EQ(change_of_layout({"adrp x3, dataAT", "add x3, x3, dataAT", "ldr d0, [x3]", "ret"}), "layout");
     EXPECT_EQ(change_of_layout({"adrp x3, dataAT", "ldr d0, [x3]", "ret"}), "doubt");
     // SP may have to be a multiple of 16 where it is the base.
     const lines by_sp = {"adr x3, dataAT", "mov x9, sp", "mov sp, x3", "ldr d1, [sp]", "mov sp, x9", "ret"};
@@ -346,7 +346,7 @@ TEST(Equivalence, SeesAddressesOfConstantsEverywhere)
     by_sp_16[0] = "adr x3, data16";
     lines by_sp_0 = by_sp;
     by_sp_0[0] = "adr x3, data0";
-    EXPECT_EQ(change(by_sp_0, by_sp_16, {1, 2, 3, 4}, {3, 4, 1, 2}), "moved");
+    EXPECT_EQ(change(by_sp_0, by_sp_16, {1, 2, 3, 4}, {3, 4, 1, 2}), "layout");
     EXPECT_EQ(change_of_layout({"adr x3, dataAT", "ldr d0, [x3]", "mov sp, x3", "ret"}), "doubt");
     EXPECT_EQ(change_of_layout({"adr x3, dataAT", "ldr d0, [x3]", "mov x9, sp", "mov sp, x3", "str d0, [sp]",
                                 "mov sp, x9", "ret"}),
@@ -354,12 +354,12 @@ TEST(Equivalence, SeesAddressesOfConstantsEverywhere)
     EXPECT_EQ(change_of_layout({"adr x3, dataAT", "ldr d0, [x3]", "bl .rodata.k", "ret"}), "doubt");
     EXPECT_EQ(change_of_layout(
                   {"adr x3, dataAT", "ldr d0, [x3]", "adr x4, #0", "ldr x5, [x4]", "str x5, [x1]", "ret"}),
-              "moved"); // the ADR's word before it is linked is not the one that is read
+              "layout"); // the ADR's word before it is linked is not the one that is read
     // Outside the constants.
     EXPECT_EQ(change_of_layout({"adr x3, dataAT", "ldr d0, [x3]", "ldr d1, [x3, #16]", "ret"}), "doubt");
     EXPECT_EQ(change_of_layout({"adr x3, dataAT", "ldr d0, [x3]", "ldur d1, [x3, #-16]", "ret"}), "doubt");
     // Where two ways meet with one address, and with two.
-    EXPECT_EQ(change_of_layout({"adr x3, dataAT", "cbz x2, #8", "nop", "ldr d0, [x3]", "ret"}), "moved");
+    EXPECT_EQ(change_of_layout({"adr x3, dataAT", "cbz x2, #8", "nop", "ldr d0, [x3]", "ret"}), "layout");
     EXPECT_EQ(
         change_of_layout({"adr x3, dataAT", "ldr d0, [x3], #8", "sub x2, x2, #1", "cbnz x2, #-8", "ret"}),
         "doubt");
@@ -368,7 +368,7 @@ TEST(Equivalence, SeesAddressesOfConstantsEverywhere)
               "doubt");
     EXPECT_EQ(change_of_layout(
                   {"adr x4, dataAT", "mov x2, #3", "ldr d0, [x4]", "sub x2, x2, #1", "cbnz x2, #-8", "ret"}),
-              "moved");
+              "layout");
     // An access that has to be aligned.
     EXPECT_EQ(change_of_layout({"adr x4, dataAT", "ldar x5, [x4]", "ldr x6, [x4]", "ret"}), "doubt");
 }
@@ -392,13 +392,13 @@ TEST(Equivalence, KnowsWhereOtherKernelsEnter)
         }
         return std::string();
     };
-    EXPECT_EQ(change_with(before, after, "k"), "renamed");
-    EXPECT_EQ(change_with(before, after, "k+4"), "renamed");
-    EXPECT_EQ(change_with(apart_before, apart_after, "k"), "renamed");
+    EXPECT_EQ(change_with(before, after, "k"), "registers");
+    EXPECT_EQ(change_with(before, after, "k+4"), "registers");
+    EXPECT_EQ(change_with(apart_before, apart_after, "k"), "registers");
     EXPECT_EQ(change_with(apart_before, apart_after, "k+4"), "code");
     EXPECT_EQ(change_with(apart_before, apart_after, "k+2"), "code");
     // Through the name of a neighbour.
-    EXPECT_EQ(change_with(before, after, "caller-4092"), "renamed");
+    EXPECT_EQ(change_with(before, after, "caller-4092"), "registers");
     EXPECT_EQ(change_with(apart_before, apart_after, "caller-4092"), "code");
 }
 
@@ -420,7 +420,7 @@ TEST(Equivalence, KnowsWhatOtherKernelsMayRead)
     const lines after = {"mov x10, #1", "str x10, [x1]", "ret"};
     const lines padded_before = {"mov x10, #7", "mov x9, #1", "str x9, [x1]", "ret"};
     const lines padded_after = {"mov x10, #7", "mov x10, #1", "str x10, [x1]", "ret"};
-    EXPECT_EQ(change_with(before, after, {}, {}, {"k", 0, R_AARCH64_ADR_PREL_LO21, 0}), "renamed");
+    EXPECT_EQ(change_with(before, after, {}, {}, {"k", 0, R_AARCH64_ADR_PREL_LO21, 0}), "registers");
     EXPECT_EQ(change_with(padded_before, padded_after, {}, {}, {"k", 0, R_AARCH64_ADR_PREL_LO21, 4}), "code");
     EXPECT_EQ(change_with(padded_before, padded_after, {}, {}, {"k", 0, R_AARCH64_ADR_PREL_PG_HI21, 4}),
               "code");
@@ -428,16 +428,16 @@ TEST(Equivalence, KnowsWhatOtherKernelsMayRead)
     EXPECT_EQ(
         change_with(padded_before, padded_after, {}, {}, {"user", 0, R_AARCH64_ADR_PREL_LO21, 4 - 0x1000}),
         "code");
-    EXPECT_EQ(change_with(before, after, {}, {}, {"user", 0, R_AARCH64_ADR_PREL_LO21, -0x1000}), "renamed");
+    EXPECT_EQ(change_with(before, after, {}, {}, {"user", 0, R_AARCH64_ADR_PREL_LO21, -0x1000}), "registers");
     // Its constants.
     const lines first = {"adr x3, data0", "ldr d0, [x3]", "ret"};
     const lines second = {"adr x3, data8", "ldr d0, [x3]", "ret"};
     EXPECT_EQ(change_with(first, second, {1, 2}, {2, 1}, {".rodata.user", 0, R_AARCH64_ADR_PREL_LO21, 0}),
-              "moved");
+              "layout");
     EXPECT_EQ(change_with(first, second, {1, 2}, {2, 1}, {".rodata.k", 0, R_AARCH64_ADR_PREL_LO21, 0}),
-              "references");
+              "relocations");
     EXPECT_EQ(change_with(first, second, {1, 1}, {1, 1}, {".rodata.k", 0, R_AARCH64_ADR_PREL_LO21, 0}),
-              "moved");
+              "layout");
 }
 
 TEST(Equivalence, KeepsTheRulesOfRegistersNumbers)
@@ -458,7 +458,7 @@ TEST(Equivalence, KeepsTheRulesOfRegistersNumbers)
     EXPECT_EQ(change({"ldr q16, [x0]", "ldr q17, [x1]", "fmov v16.d[1], x2", "str q16, [x3]", "ret"},
                      {"ldr q16, [x0]", "ldr q17, [x1]", "fmov v17.d[1], x2", "str q17, [x3]", "ret"}),
               "code");
-    EXPECT_EQ(change_of_names({"ldr qA, [x0]", "fmov vA.d[1], x2", "str qA, [x3]", "ret"}), "renamed");
+    EXPECT_EQ(change_of_names({"ldr qA, [x0]", "fmov vA.d[1], x2", "str qA, [x3]", "ret"}), "registers");
     // PACIA171615, which reads X15.
     EXPECT_EQ(change({"mov x17, x0", "mov x16, x1", "mov x9, x2", "mov x15, x3", ".word 0xdac18bfe",
                       "str x17, [x5]", "ret x4"},
@@ -472,14 +472,14 @@ TEST(Equivalence, KeepsTheRulesOfRegistersNumbers)
     EXPECT_EQ(change_of_names(terminates), "code");
     lines compares = terminates;
     compares[4] = "cmp x0, x1";
-    EXPECT_EQ(change_of_names(compares), "renamed");
+    EXPECT_EQ(change_of_names(compares), "registers");
     // Flags, and registers of instructions that write them.
     EXPECT_EQ(change_of_names({"ldp xA, xB, [x0]", "subs xA, xA, xB", "b.eq #8", "str xA, [x1]", "ret"}),
-              "renamed");
+              "registers");
     // A value that lives in one register in the one, and in two one after the other in the other.
     EXPECT_EQ(change({"ldr x9, [x0]", "add x9, x9, #1", "str x9, [x1]", "ret"},
                      {"ldr x9, [x0]", "add x10, x9, #1", "str x10, [x1]", "ret"}),
-              "renamed");
+              "registers");
     EXPECT_EQ(change({"ldr x9, [x0]", "add x10, x9, #1", "str x9, [x1]", "str x10, [x1]", "ret"},
                      {"ldr x9, [x0]", "add x9, x9, #1", "str x9, [x1]", "str x9, [x1]", "ret"}),
               "code");
@@ -489,7 +489,7 @@ TEST(Equivalence, KeepsTheRulesOfRegistersNumbers)
               "code");
     EXPECT_EQ(change({"ld2 {v16.2d, v17.2d}, [x0]", "st2 {v16.2d, v17.2d}, [x1]", "ret"},
                      {"ld2 {v30.2d, v31.2d}, [x0]", "st2 {v30.2d, v31.2d}, [x1]", "ret"}),
-              "renamed");
+              "registers");
     // Registers that IRG, CHKFEAT and others write without saying so in their operands.
     EXPECT_EQ(change({"mov x9, sp", "irg sp, x9, x5", "mov sp, x9", "ret"},
                      {"mov x10, sp", "irg sp, x10, x5", "mov sp, x10", "ret"}),

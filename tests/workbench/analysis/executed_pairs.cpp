@@ -1170,8 +1170,8 @@ struct record {
 
 bool says_the_same(change_class verdict)
 {
-    return verdict == change_class::same || verdict == change_class::moved ||
-           verdict == change_class::renamed;
+    return verdict == change_class::same || verdict == change_class::layout ||
+           verdict == change_class::registers;
 }
 
 std::optional<std::vector<std::uint8_t>> linked(const placed_kernel& kernel)

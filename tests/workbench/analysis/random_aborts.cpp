@@ -281,7 +281,7 @@ std::string end_in_child(const random_host& host, const std::filesystem::path& d
 dumps_of_process read(const std::filesystem::path& directory)
 {
     vorna::workbench::dump_reading reading = vorna::workbench::read_dumps({directory.string()});
-    EXPECT_EQ(reading.troubles, std::vector<std::string>());
+    EXPECT_EQ(reading.errors, std::vector<std::string>());
     dumps_of_process dumps{std::move(reading.set), {}};
     for (const auto& kernel : dumps.set.kernels)
         dumps.written.push_back(std::filesystem::last_write_time(kernel.file).time_since_epoch().count());

@@ -49,13 +49,13 @@ TEST(Fingerprint, TellsCodeReferencesAndConstantsApart)
     placed_kernel kernel = two_calls();
     kernel.text[0] ^= 1;
     EXPECT_NE(fingerprint_of(kernel).code, before.code);
-    EXPECT_EQ(fingerprint_of(kernel).references, before.references);
+    EXPECT_EQ(fingerprint_of(kernel).relocations, before.relocations);
     EXPECT_EQ(fingerprint_of(kernel).constants, before.constants);
 
     kernel = two_calls();
     kernel.data[2] ^= 1;
     EXPECT_EQ(fingerprint_of(kernel).code, before.code);
-    EXPECT_EQ(fingerprint_of(kernel).references, before.references);
+    EXPECT_EQ(fingerprint_of(kernel).relocations, before.relocations);
     EXPECT_NE(fingerprint_of(kernel).constants, before.constants);
 
     for (int member = 0; member < 4; ++member) {
@@ -66,12 +66,12 @@ TEST(Fingerprint, TellsCodeReferencesAndConstantsApart)
         : member == 2 ? void(reloc.type = 275)
                       : void(reloc.addend = 4);
         EXPECT_EQ(fingerprint_of(kernel).code, before.code) << member;
-        EXPECT_NE(fingerprint_of(kernel).references, before.references) << member;
+        EXPECT_NE(fingerprint_of(kernel).relocations, before.relocations) << member;
         EXPECT_EQ(fingerprint_of(kernel).constants, before.constants) << member;
     }
     kernel = two_calls();
     kernel.relocs.pop_back();
-    EXPECT_NE(fingerprint_of(kernel).references, before.references);
+    EXPECT_NE(fingerprint_of(kernel).relocations, before.relocations);
 }
 
 TEST(Fingerprint, DoesNotDependOnPlacesOrOnTheOrderOfRelocationsElsewhere)
@@ -84,7 +84,7 @@ TEST(Fingerprint, DoesNotDependOnPlacesOrOnTheOrderOfRelocationsElsewhere)
     kernel.relocs[1].offset = kernel.relocs[2].offset; // of one place the order counts
     placed_kernel other = kernel;
     std::swap(other.relocs[1], other.relocs[2]);
-    EXPECT_NE(fingerprint_of(kernel).references, fingerprint_of(other).references);
+    EXPECT_NE(fingerprint_of(kernel).relocations, fingerprint_of(other).relocations);
 }
 
 TEST(Fingerprint, IsXxh3OfTheBytes)
@@ -92,7 +92,7 @@ TEST(Fingerprint, IsXxh3OfTheBytes)
     placed_kernel kernel;
     kernel.name = "k";
     EXPECT_EQ(fingerprint_of(kernel).code, hash_of_nothing);
-    EXPECT_EQ(fingerprint_of(kernel).references, hash_of_nothing);
+    EXPECT_EQ(fingerprint_of(kernel).relocations, hash_of_nothing);
     EXPECT_EQ(fingerprint_of(kernel).constants, hash_of_nothing);
 }
 
@@ -103,7 +103,7 @@ TEST(Fingerprint, OfReferencesCoversWhatTheDocumentSays)
     placed_kernel kernel;
     kernel.name = "k";
     kernel.relocs = {{".rodata.k", 0, 275, 0}, {"f", 4, 283, -8}};
-    EXPECT_EQ(fingerprint_of(kernel).references, "07a542c4bc085fc1810ebe27902160ff");
+    EXPECT_EQ(fingerprint_of(kernel).relocations, "07a542c4bc085fc1810ebe27902160ff");
 }
 
 TEST(Fingerprint, KnowsTheOwnConstantsByNoName)
@@ -113,7 +113,7 @@ TEST(Fingerprint, KnowsTheOwnConstantsByNoName)
     kernel.relocs[0].name = ".rodata.renamed";
     EXPECT_EQ(fingerprint_of(kernel), fingerprint_of(two_calls()));
     kernel.relocs[0].name = ".rodata.k"; // another's
-    EXPECT_NE(fingerprint_of(kernel).references, fingerprint_of(two_calls()).references);
+    EXPECT_NE(fingerprint_of(kernel).relocations, fingerprint_of(two_calls()).relocations);
 }
 
 TEST(BaselineText, HasOneLineAKernel)
@@ -310,41 +310,42 @@ TEST_F(BaselineCommand, TellsWhatIsNotAsInTheBaseline)
     EXPECT_EQ(check.err, "");
     EXPECT_EQ(check.out, "base:2: a: code changed, 2 -> 3 instructions\n"
                          "aa: not in the baseline, 1 instruction\n"
-                         "base:3: b: references and constants changed, code the same, 2 instructions\n"
-                         "base:4: c: missing in the dumps, 1 instruction\n"
+                         "base:3: b: relocations and constants changed, code the same, 2 instructions\n"
+                         "base:4: c: not in the dumps, 1 instruction\n"
                          "z: not in the baseline, 1 instruction\n"
-                         "5 kernels: 2 changed, 2 new, 1 missing\n"
+                         "5 kernels: 2 changed, 2 added, 1 removed\n"
                          "to accept: vorna-kernels baseline bless base dumps a aa b c z\n");
     EXPECT_EQ(
         run({"check", "base", "dumps", "--format=github"}).out,
         "::error file=base,line=2,title=a::a: code changed, 2 -> 3 instructions\n"
         "::error file=base,line=3,title=aa::aa: not in the baseline, 1 instruction\n"
-        "::error file=base,line=3,title=b::b: references and constants changed, code the same, 2 instructions\n"
-        "::error file=base,line=4,title=c::c: missing in the dumps, 1 instruction\n"
+        "::error file=base,line=3,title=b::b: relocations and constants changed, code the same, 2 instructions\n"
+        "::error file=base,line=4,title=c::c: not in the dumps, 1 instruction\n"
         "::error file=base,line=4,title=z::z: not in the baseline, 1 instruction\n"
-        "5 kernels: 2 changed, 2 new, 1 missing\n"
+        "5 kernels: 2 changed, 2 added, 1 removed\n"
         "to accept: vorna-kernels baseline bless base dumps a aa b c z\n");
     EXPECT_EQ(
         run({"check", "base", "dumps", "--format=markdown"}).out,
         "| kernel | status | |\n|---|---|---|\n"
         "| <code>a</code> | changed | code changed, 2 -> 3 instructions |\n"
-        "| <code>aa</code> | new | not in the baseline, 1 instruction |\n"
-        "| <code>b</code> | changed | references and constants changed, code the same, 2 instructions |\n"
-        "| <code>c</code> | missing | missing in the dumps, 1 instruction |\n"
-        "| <code>z</code> | new | not in the baseline, 1 instruction |\n\n"
-        "5 kernels: 2 changed, 2 new, 1 missing\n\nTo accept:\n\n"
+        "| <code>aa</code> | added | not in the baseline, 1 instruction |\n"
+        "| <code>b</code> | changed | relocations and constants changed, code the same, 2 instructions |\n"
+        "| <code>c</code> | removed | not in the dumps, 1 instruction |\n"
+        "| <code>z</code> | added | not in the baseline, 1 instruction |\n\n"
+        "5 kernels: 2 changed, 2 added, 1 removed\n\nTo accept:\n\n"
         "```sh\nvorna-kernels baseline bless base dumps a aa b c z\n```\n");
     const child_result json = run({"check", "base", "dumps", "--format=json"});
     EXPECT_EQ(json.exit_status, 1);
     std::string compact;
     for (const char c : json.out)
         compact += c == '\n' || c == ' ' ? "" : std::string(1, c);
-    EXPECT_EQ(compact, "{\"version\":1,\"kernels\":["
-                       "{\"kernel\":\"a\",\"status\":\"changed\",\"changed\":[\"code\"]},"
-                       "{\"kernel\":\"aa\",\"status\":\"new\",\"changed\":[]},"
-                       "{\"kernel\":\"b\",\"status\":\"changed\",\"changed\":[\"references\",\"constants\"]},"
-                       "{\"kernel\":\"c\",\"status\":\"missing\",\"changed\":[]},"
-                       "{\"kernel\":\"z\",\"status\":\"new\",\"changed\":[]}]}");
+    EXPECT_EQ(compact,
+              "{\"version\":2,\"kernels\":["
+              "{\"kernel\":\"a\",\"status\":\"changed\",\"changed\":[\"code\"]},"
+              "{\"kernel\":\"aa\",\"status\":\"added\",\"changed\":[]},"
+              "{\"kernel\":\"b\",\"status\":\"changed\",\"changed\":[\"relocations\",\"constants\"]},"
+              "{\"kernel\":\"c\",\"status\":\"removed\",\"changed\":[]},"
+              "{\"kernel\":\"z\",\"status\":\"added\",\"changed\":[]}]}");
 }
 
 TEST_F(BaselineCommand, AcceptsTheNamedKernelsOnly)
@@ -362,9 +363,9 @@ TEST_F(BaselineCommand, AcceptsTheNamedKernelsOnly)
                          "base:4: c: removed, 1 instruction\n"
                          "base: 2 of 4 kernels accepted\n");
     EXPECT_EQ(run({"check", "base", "dumps"}).out,
-              "base:3: b: code, references and constants changed, 2 -> 1 instructions\n"
+              "base:3: b: code, relocations and constants changed, 2 -> 1 instructions\n"
               "d: not in the baseline, 1 instruction\n"
-              "3 kernels: 1 same, 1 changed, 1 new\n"
+              "3 kernels: 1 same, 1 changed, 1 added\n"
               "to accept: vorna-kernels baseline bless base dumps b d\n");
     EXPECT_EQ(run({"bless", "base", "dumps", "--all"}).exit_status, 0);
     EXPECT_EQ(run({"check", "base", "dumps"}).exit_status, 0);
@@ -419,7 +420,7 @@ TEST_F(BaselineCommand, ComparesTheOthersWhenADumpCannotBeRead)
     EXPECT_EQ(check.exit_status, 2);
     EXPECT_THAT(check.err, HasSubstr("vorna-kernels: dumps/a: "));
     EXPECT_THAT(check.out,
-                HasSubstr("base:2: a: missing in the dumps, 2 instructions\n3 kernels: 2 same, 1 missing\n"));
+                HasSubstr("base:2: a: not in the dumps, 2 instructions\n3 kernels: 2 same, 1 removed\n"));
 }
 
 TEST_F(BaselineCommand, QuotesWhatTheShellWouldTakeApart)

@@ -168,15 +168,15 @@ class BaselineScript(unittest.TestCase):
         self.assertEqual(self.run_script('exec "$HOST" "$@"'), (0, "13 kernels: 13 same\n", ""))
 
     def test_kernels_that_compute_something_else_are_compared(self):
-        status, output, trouble = self.run_script('"$HOST" "$@"; rm wfta_10; exit 1')
+        status, output, errors = self.run_script('"$HOST" "$@"; rm wfta_10; exit 1')
         self.assertEqual(status, 1)
-        self.assertIn(f"{BASELINE}:2: wfta_10: missing in the dumps, 51 instructions\n", output)
-        self.assertEqual(trouble, "scripts/baseline: the kernels' results are not those of FFTW\n")
+        self.assertIn(f"{BASELINE}:2: wfta_10: not in the dumps, 51 instructions\n", output)
+        self.assertEqual(errors, "scripts/baseline: the kernels' results are not those of FFTW\n")
 
-    def test_a_host_that_ends_before_its_time_is_trouble(self):
-        status, output, trouble = self.run_script("exit 134")
+    def test_a_host_that_ends_before_its_time_is_an_error(self):
+        status, output, errors = self.run_script("exit 134")
         self.assertEqual((status, output), (2, ""))
-        self.assertEqual(trouble, "scripts/baseline: wfta_host ended with exit status 134; its kernels until then are in"
+        self.assertEqual(errors, "scripts/baseline: wfta_host ended with exit status 134; its kernels until then are in"
                          " build/demo/kernels\n")
 
 

@@ -49,7 +49,7 @@ protected:
         support::write_file(directory.path() / side / file, support::to_string(tessjit::emit_elf(elf)));
     }
 
-    // A kernel of its class for each: same, constants, code, references, gone, new.
+    // A kernel of its class for each: same, constants, code, relocations, removed, added.
     void dump_some()
     {
         const std::vector<std::uint32_t> load = {a64::adr(3), load_d7_8, store_d7, a64::ret()};
@@ -83,12 +83,12 @@ TEST_F(Diff, PrintsATableAndThenWhatChanged)
     const child_result diff = run({});
     EXPECT_EQ(diff.exit_status, 1);
     EXPECT_EQ(diff.err, "");
-    EXPECT_EQ(diff.out, R"(kernel       class       instructions  bytes of code  of constants
-n            new         0 -> 2 (+2)   0 -> 8 (+8)    0 -> 8 (+8)
-gone kernel  gone        1 -> 0 (-1)   4 -> 0 (-4)    0
-c            code        4 -> 3 (-1)   16 -> 12 (-4)  0
-r            references  2             8              0
-k            constants   4             16             16
+    EXPECT_EQ(diff.out, R"(kernel       class        instructions  bytes of code  of constants
+n            added        0 -> 2 (+2)   0 -> 8 (+8)    0 -> 8 (+8)
+gone kernel  removed      1 -> 0 (-1)   4 -> 0 (-4)    0
+c            code         4 -> 3 (-1)   16 -> 12 (-4)  0
+r            relocations  2             8              0
+k            constants    4             16             16
 1 same
 
 --- r (before)
@@ -127,9 +127,9 @@ TEST_F(Diff, ComparesTheKernelsThatItIsTold)
     const child_result some = run({"n", "s", "gone kernel"});
     EXPECT_EQ(some.exit_status, 1);
     EXPECT_EQ(some.err, "");
-    EXPECT_EQ(some.out, R"(kernel       class  instructions  bytes of code  of constants
-n            new    0 -> 2 (+2)   0 -> 8 (+8)    0 -> 8 (+8)
-gone kernel  gone   1 -> 0 (-1)   4 -> 0 (-4)    0
+    EXPECT_EQ(some.out, R"(kernel       class    instructions  bytes of code  of constants
+n            added    0 -> 2 (+2)   0 -> 8 (+8)    0 -> 8 (+8)
+gone kernel  removed  1 -> 0 (-1)   4 -> 0 (-4)    0
 1 same
 )");
     const child_result one = run({"s"});
@@ -184,12 +184,12 @@ TEST_F(Diff, HasTheSameFactsAsJson)
         compact += c == '\n' || c == ' ' ? "" : std::string(1, c);
     EXPECT_EQ(
         compact,
-        R"({"version":1,"kernels":[)"
+        R"({"version":2,"kernels":[)"
         R"({"kernel":"c","class":"code","old":{"code":16,"data":0,"instructions":4},"new":{"code":12,"data":0,"instructions":3}},)"
-        R"({"kernel":"gonekernel","class":"gone","old":{"code":4,"data":0,"instructions":1},"new":null},)"
+        R"({"kernel":"gonekernel","class":"removed","old":{"code":4,"data":0,"instructions":1},"new":null},)"
         R"({"kernel":"k","class":"constants","old":{"code":16,"data":16,"instructions":4},"new":{"code":16,"data":16,"instructions":4}},)"
-        R"({"kernel":"n","class":"new","old":null,"new":{"code":8,"data":8,"instructions":2}},)"
-        R"({"kernel":"r","class":"references","old":{"code":8,"data":0,"instructions":2},"new":{"code":8,"data":0,"instructions":2}},)"
+        R"({"kernel":"n","class":"added","old":null,"new":{"code":8,"data":8,"instructions":2}},)"
+        R"({"kernel":"r","class":"relocations","old":{"code":8,"data":0,"instructions":2},"new":{"code":8,"data":0,"instructions":2}},)"
         R"({"kernel":"s","class":"same","old":{"code":16,"data":16,"instructions":4},"new":{"code":16,"data":16,"instructions":4}}]})");
 }
 
@@ -200,7 +200,7 @@ TEST_F(Diff, AnnotatesForGithub)
     dump("after", "n", {a64::ret()});
     EXPECT_EQ(
         run({"--format=github"}).out,
-        "::notice title=n::n: new; instructions 0 -> 1 (+1), bytes of code 0 -> 4 (+4), of constants 0\n"
+        "::notice title=n::n: added; instructions 0 -> 1 (+1), bytes of code 0 -> 4 (+4), of constants 0\n"
         "::warning title=a%2Cb::a,b: code; instructions 1 -> 2 (+1), bytes of code 4 -> 8 (+4), of constants 0\n");
 }
 
@@ -210,7 +210,7 @@ TEST_F(Diff, AnnotatesKernelsOfAnyNameInALineEach)
     dump("before", "k", {a64::ret()});
     dump("after", "k", {a64::ret()});
     EXPECT_EQ(run({"--format=github"}).out,
-              "::notice title=a\\nb\\x1b[31m%25%3A%3Aerror%3A%3A::a\\nb\\x1b[31m%25::error::: new; "
+              "::notice title=a\\nb\\x1b[31m%25%3A%3Aerror%3A%3A::a\\nb\\x1b[31m%25::error::: added; "
               "instructions 0 -> 1 (+1), bytes of code 0 -> 4 (+4), of constants 0\n");
 }
 
@@ -252,7 +252,7 @@ TEST_F(Diff, WritesASummaryInMarkdown)
 
 TEST_F(Diff, TakesIgnoredClassesForTheSame)
 {
-    // moved, renamed, reordered
+    // layout, registers, order
     const std::vector<std::uint32_t> load = {a64::adr(3), load_d7_8, store_d7, a64::ret()};
     dump("before", "m", load, doubles({1, 2}), {{".rodata.m", 0, 274, 0}});
     dump("after", "m", {a64::adr(3), 0xfd400067, store_d7, a64::ret()}, doubles({2, 1}),
@@ -263,13 +263,13 @@ TEST_F(Diff, TakesIgnoredClassesForTheSame)
     dump("after", "o", {a64::movz(9, 1), a64::nop(), a64::ret()});
     const child_result all = run({});
     EXPECT_EQ(all.exit_status, 1);
-    EXPECT_THAT(all.out, HasSubstr("\no       reordered  "));
-    EXPECT_THAT(all.out, HasSubstr("\nn       renamed  "));
-    EXPECT_THAT(all.out, HasSubstr("\nm       moved  "));
-    const child_result some = run({"--ignore=moved,reordered"});
+    EXPECT_THAT(all.out, HasSubstr("\no       order  "));
+    EXPECT_THAT(all.out, HasSubstr("\nn       registers  "));
+    EXPECT_THAT(all.out, HasSubstr("\nm       layout  "));
+    const child_result some = run({"--ignore=layout,order"});
     EXPECT_EQ(some.exit_status, 1);
     EXPECT_THAT(some.out, HasSubstr("\n2 same\n"));
-    const child_result none = run({"--ignore=moved,renamed,reordered"});
+    const child_result none = run({"--ignore=layout,registers,order"});
     EXPECT_EQ(none.exit_status, 0);
     EXPECT_EQ(none.out, "3 same\n");
     EXPECT_EQ(run({"--ignore=code"}).exit_status, 2);

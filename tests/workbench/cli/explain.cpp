@@ -141,21 +141,21 @@ TEST_F(Explain, PrintsTheSameFactsAsJson)
     write_dump();
     const child_result child = explain({"log", "--dumps", "dumps", "--format=json"});
     EXPECT_EQ(child.out, R"({
-  "version": 1,
+  "version": 2,
   "report": "field-filled",
   "kernel": "answer",
   "offset": 8,
   "relocation": 1,
   "type": 283,
   "target": ".rodata.answer",
-  "target_offset": 0,
+  "addend": 0,
   "distance": 24,
-  "limit": [
+  "range": [
     -134217728,
     134217727
   ],
   "cause": "the offset points at ldr w0, [x0]; +0x4 has an ADD and no relocation",
-  "advice": "{\".rodata.answer\", 4, 277, 0}",
+  "help": "{\".rodata.answer\", 4, 277, 0}",
   "message": "R_AARCH64_CALL26: the field of 0xb9400000 is not zero",
   "line": 1,
   "notes": [],
@@ -171,18 +171,18 @@ TEST_F(Explain, HasNullInJsonForWhatIsNotKnown)
     write("log", "nothing\n");
     const child_result none = explain({"log", "--format=json"});
     EXPECT_EQ(none.out, R"({
-  "version": 1,
+  "version": 2,
   "report": null,
   "kernel": null,
   "offset": null,
   "relocation": null,
   "type": null,
   "target": null,
-  "target_offset": null,
+  "addend": null,
   "distance": null,
-  "limit": null,
+  "range": null,
   "cause": null,
-  "advice": null,
+  "help": null,
   "message": null,
   "line": null,
   "notes": [],

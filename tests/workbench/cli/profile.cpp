@@ -72,7 +72,7 @@ protected:
         return run_tool(std::move(arguments), directory.path());
     }
 
-    void expect_trouble(const std::vector<std::string>& arguments, const std::string& line) const
+    void expect_error(const std::vector<std::string>& arguments, const std::string& line) const
     {
         const child_result result = run(arguments);
         EXPECT_EQ(result.exit_status, 2) << result;
@@ -140,8 +140,8 @@ note: exact counts: how often each instruction ran, not how long it took
 
 TEST_F(ProfileCommand, SaysHowTextIsGiven)
 {
-    expect_trouble({"dumps", "text"},
-                   "text: text, not what perf record writes: give it with --perf-script=text");
+    expect_error({"dumps", "text"},
+                 "text: text, not what perf record writes: give it with --perf-script=text");
 }
 
 TEST_F(ProfileCommand, ListsTheNamedKernels)
@@ -171,9 +171,9 @@ TEST_F(ProfileCommand, PrintsTheSameAsJson)
 {
     const child_result result = run({"dumps", "--perf-script=text", "--format=json"});
     EXPECT_EQ(result.exit_status, 0) << result;
-    EXPECT_THAT(result.out, StartsWith("{\n  \"version\": 1,\n  \"event\": \"cycles:u\",\n"));
+    EXPECT_THAT(result.out, StartsWith("{\n  \"version\": 2,\n  \"event\": \"cycles:u\",\n"));
     EXPECT_EQ(json::parse(result.out), json::parse(R"({
-        "version": 1, "event": "cycles:u", "samples": 6, "period": 10000,
+        "version": 2, "event": "cycles:u", "samples": 6, "period": 10000,
         "in_kernels": 7501, "unknown": 499, "elsewhere": 2000,
         "kernels": [
             {"kernel": "wfta_12", "samples": 3, "period": 6501, "rows": [
@@ -234,19 +234,18 @@ TEST_F(ProfileCommand, EndsWithOneIfNoSampleIsInAKernel)
 
 TEST_F(ProfileCommand, SaysInOneLineWhatIsWrong)
 {
-    expect_trouble({"dumps"}, "PERF.DATA or --perf-script is required");
-    expect_trouble({"dumps", "--perf-script=nowhere"}, "nowhere: No such file or directory");
-    expect_trouble({"dumps", "nowhere"}, "nowhere: No such file or directory");
-    expect_trouble({"dumps", "--perf-script=dumps"}, "dumps: Is a directory");
-    expect_trouble({"dumps", "--perf-script=text", "--event=cycles"},
-                   "no event cycles in the profile; there is cycles:u, arm_spe//");
+    expect_error({"dumps"}, "PERF.DATA or --perf-script is required");
+    expect_error({"dumps", "--perf-script=nowhere"}, "nowhere: No such file or directory");
+    expect_error({"dumps", "nowhere"}, "nowhere: No such file or directory");
+    expect_error({"dumps", "--perf-script=dumps"}, "dumps: Is a directory");
+    expect_error({"dumps", "--perf-script=text", "--event=cycles"},
+                 "no event cycles in the profile; there is cycles:u, arm_spe//");
     write_file(directory.path() / "other",
                "  5 1.0: PERF_RECORD_MMAP2 5/5: [0x1000(0x1000) @ 0 0:0 0 0]: r-xp x\n");
-    expect_trouble(
-        {"dumps", "--perf-script=other"},
-        "other: dumps and profile are of different runs: no process maps the memory of the kernels");
+    expect_error({"dumps", "--perf-script=other"},
+                 "other: dumps and profile are of different runs: no process maps the memory of the kernels");
     std::filesystem::create_directory(directory.path() / "empty");
-    expect_trouble({"empty", "--perf-script=text"}, "empty: no dumps in it");
+    expect_error({"empty", "--perf-script=text"}, "empty: no dumps in it");
 }
 
 TEST_F(ProfileCommand, ShowsWhatItCanBesidesTrouble)
@@ -285,15 +284,15 @@ TEST_F(ProfileCommand, SaysInOneLineWhatIsWrongWithPerf)
     write_file(directory.path() / "perf.data", "");
     fake_perf(
         "echo >&2; echo 'incompatible file format (rerun with -v to learn more)' >&2; echo more >&2; exit 255");
-    expect_trouble({"dumps", "perf.data"},
-                   "perf.data: perf script: incompatible file format (rerun with -v to learn more)");
+    expect_error({"dumps", "perf.data"},
+                 "perf.data: perf script: incompatible file format (rerun with -v to learn more)");
     fake_perf("cat text; exit 3");
-    expect_trouble({"dumps", "perf.data"}, "perf.data: perf script: exit status 3");
+    expect_error({"dumps", "perf.data"}, "perf.data: perf script: exit status 3");
     fake_perf("cat text; kill -9 $$");
-    expect_trouble({"dumps", "perf.data"}, "perf.data: perf script was ended by signal 9");
+    expect_error({"dumps", "perf.data"}, "perf.data: perf script was ended by signal 9");
     fake_perf("exit 0");
-    expect_trouble({"dumps", "perf.data"},
-                   "perf.data: no line of the text of perf script -F pid,time,event,period,ip");
+    expect_error({"dumps", "perf.data"},
+                 "perf.data: no line of the text of perf script -F pid,time,event,period,ip");
     fake_perf("echo warning >&2; cat text");
     EXPECT_EQ(run({"dumps", "perf.data"}).err, "");
     std::filesystem::remove_all(directory.path() / "bin");
@@ -311,8 +310,8 @@ TEST_F(ProfileCommand, EndsPerfWhenItNeedsNoMoreOfIt)
 {
     write_file(directory.path() / "perf.data", "");
     fake_perf("echo PERFILE2; while :; do echo; done");
-    expect_trouble({"dumps", "perf.data"},
-                   "perf.data: data of perf record, not the text that perf script makes of it");
+    expect_error({"dumps", "perf.data"},
+                 "perf.data: data of perf record, not the text that perf script makes of it");
 }
 
 // The shares in the table of tests/data/perf-aarch64/README.md.

@@ -39,7 +39,7 @@ protected:
         return support::run_tool(std::move(arguments), directory.path());
     }
 
-    void expect_trouble(std::vector<std::string> arguments, const std::string& line) const
+    void expect_error(std::vector<std::string> arguments, const std::string& line) const
     {
         const child_result result = run(std::move(arguments));
         EXPECT_EQ(result.exit_status, 2) << result;
@@ -110,14 +110,14 @@ TEST_F(Program, SaysItsVersion)
 
 TEST_F(Program, TakesWrongArgumentsForTroubleInOneLine)
 {
-    expect_trouble({}, "a command is required; vorna-kernels --help lists them");
-    expect_trouble({"shwo"}, "shwo is no command; vorna-kernels --help lists them");
-    expect_trouble({"baseline", "chekc"}, "chekc is no command; vorna-kernels baseline --help lists them");
-    expect_trouble({"show"}, "DUMPS is required");
-    expect_trouble({"show", ".", "--format=xml"}, "--format: xml not in {text,json}");
-    expect_trouble({"show", ".", "--color=blue"}, "--color: blue not in {always,never,auto}");
-    expect_trouble({"show", ".", "--colour=always"},
-                   "The following argument was not expected: --colour=always");
+    expect_error({}, "a command is required; vorna-kernels --help lists them");
+    expect_error({"shwo"}, "shwo is no command; vorna-kernels --help lists them");
+    expect_error({"baseline", "chekc"}, "chekc is no command; vorna-kernels baseline --help lists them");
+    expect_error({"show"}, "DUMPS is required");
+    expect_error({"show", ".", "--format=xml"}, "--format: xml not in {text,json}");
+    expect_error({"show", ".", "--color=blue"}, "--color: blue not in {always,never,auto}");
+    expect_error({"show", ".", "--colour=always"},
+                 "The following argument was not expected: --colour=always");
 }
 
 TEST_F(Program, NamesTheNearestKernelInPlaceOfOneThatIsNotThere)
@@ -153,7 +153,7 @@ TEST_F(Program, PassesOverOtherFilesAndNamesThemWhenAsked)
 TEST_F(Program, RefusesDumpsOfTwoRuns)
 {
     dump("other", 0x1020, 0x2000);
-    expect_trouble(
+    expect_error(
         {"show", "."},
         "./wfta_short_4 and ./other: wfta_short_4 and other are placed in the same memory: dumps of two runs");
 }
@@ -176,7 +176,7 @@ TEST_F(Program, TakesOneDump)
 
 TEST_F(Program, PrintsEveryFactOnceMoreAsJsonWithAVersionFirst)
 {
-    EXPECT_EQ(run({"show", ".", "--format=json"}).out.substr(0, 17), "{\n  \"version\": 1,");
+    EXPECT_EQ(run({"show", ".", "--format=json"}).out.substr(0, 17), "{\n  \"version\": 2,");
 }
 
 TEST_F(Program, ColoursOnlyWhereItIsToldTo)

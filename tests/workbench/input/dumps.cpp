@@ -102,7 +102,7 @@ TEST(Dumps, AreReadWithNameAddressesBytesAndRelocationsInOrder)
     const dump_directory directory({function(
         "b", 0x1000, 8, 0x1040, 3, {{"a", 4, 283, -8}, {".rodata.b", -4, 275, 5}, {"b", 0, -1, 0}})});
     const dump_reading reading = directory.read();
-    ASSERT_THAT(reading.troubles, IsEmpty());
+    ASSERT_THAT(reading.errors, IsEmpty());
     ASSERT_EQ(reading.set.kernels.size(), 1U);
     const placed_kernel& kernel = reading.set.kernels[0];
     EXPECT_EQ(kernel.name, "b");
@@ -143,7 +143,7 @@ TEST(Dumps, OfSeveralFunctionsInOneImageAreAllRead)
     write_file(directory.path() / "all", image({function("k", 0x1000, 4, 0x1040, 1, {{"l", 0, 283, 0}}),
                                                 function("l", 0x1020, 4, 0x1041, 2)}));
     const dump_reading reading = read_dumps({(directory.path() / "all").string()});
-    EXPECT_THAT(reading.troubles, IsEmpty());
+    EXPECT_THAT(reading.errors, IsEmpty());
     EXPECT_THAT(names(reading), ElementsAre("k", "l"));
     EXPECT_EQ(reading.set.kernels[0].relocs.size(), 1U);
     EXPECT_EQ(reading.set.kernels[1].data.size(), 2U);
@@ -179,7 +179,7 @@ TEST(Dumps, WhatAProcessPlacedIsWhatIsRead)
             finalise_kernels(registry, first);
             finalise_kernels(registry, second);
             const dump_reading reading = read_dumps({directory.path().string()});
-            EXPECT_THAT(reading.troubles, IsEmpty());
+            EXPECT_THAT(reading.errors, IsEmpty());
             EXPECT_EQ(reading.set.kernels.size(), registry.size());
             EXPECT_EQ(reading.set.mappings.size(), 2U);
             for (const placed_kernel& kernel : reading.set.kernels) {
@@ -237,8 +237,8 @@ TEST(DumpsOfTwoRuns, AreATroubleThatNamesBothKernels)
     const dump_directory directory(
         {function("a", 0x1000, 64, 0x1040, 8), function("b", 0x1020, 32, 0x1080, 8)});
     const dump_reading reading = directory.read();
-    EXPECT_THAT(reading.troubles, ElementsAre(directory.file("a") + " and " + directory.file("b") +
-                                              ": a and b are placed in the same memory: dumps of two runs"));
+    EXPECT_THAT(reading.errors, ElementsAre(directory.file("a") + " and " + directory.file("b") +
+                                            ": a and b are placed in the same memory: dumps of two runs"));
     EXPECT_THAT(reading.set.kernels, IsEmpty());
 }
 
@@ -248,14 +248,14 @@ TEST(DumpsOfTwoRuns, AreFoundWhereAnEmptyKernelLiesBetween)
     const dump_directory directory({function("a", 0x1000, 0x100, 0x2000, 8),
                                     function("b", 0x1020, 0, 0x2100, 0),
                                     function("c", 0x10e0, 32, 0x2200, 8)});
-    EXPECT_EQ(directory.read().troubles.size(), 1U);
+    EXPECT_EQ(directory.read().errors.size(), 1U);
 }
 
 TEST(DumpsOfTwoRuns, AreFoundByTheirDataAlone)
 {
     const dump_directory directory(
         {function("a", 0x1000, 32, 0x1040, 9), function("b", 0x1020, 32, 0x1048, 8)});
-    EXPECT_EQ(directory.read().troubles.size(), 1U);
+    EXPECT_EQ(directory.read().errors.size(), 1U);
 }
 
 TEST(DirectoryOfDumps, PassesOverWhatIsNotElfAndNamesIt)
@@ -266,10 +266,10 @@ TEST(DirectoryOfDumps, PassesOverWhatIsNotElfAndNamesIt)
     ASSERT_EQ(mkfifo(directory.file("pipe").c_str(), 0600), 0);
     const dump_reading reading = directory.read();
     EXPECT_THAT(names(reading), ElementsAre("k"));
-    EXPECT_THAT(reading.troubles, IsEmpty());
-    EXPECT_THAT(reading.passed_over, ElementsAre(directory.file("k.hash") + ": not an ELF file",
-                                                 directory.file("more") + ": not an ELF file",
-                                                 directory.file("pipe") + ": not an ELF file"));
+    EXPECT_THAT(reading.errors, IsEmpty());
+    EXPECT_THAT(reading.skipped, ElementsAre(directory.file("k.hash") + ": not an ELF file",
+                                             directory.file("more") + ": not an ELF file",
+                                             directory.file("pipe") + ": not an ELF file"));
 }
 
 TEST(DirectoryOfDumps, ReadsTheOthersWhereOneIsBad)
@@ -280,18 +280,18 @@ TEST(DirectoryOfDumps, ReadsTheOthersWhereOneIsBad)
     write_file(directory.path() / "d", "");
     const dump_reading reading = directory.read();
     EXPECT_THAT(names(reading), ElementsAre("a", "c"));
-    EXPECT_THAT(reading.troubles, ElementsAre(testing::StartsWith(directory.file("b") + ": "),
-                                              directory.file("d") + ": empty"));
+    EXPECT_THAT(reading.errors, ElementsAre(testing::StartsWith(directory.file("b") + ": "),
+                                            directory.file("d") + ": empty"));
 }
 
 TEST(FileOfNoDump, IsATroubleWhereItIsNamed)
 {
     temp_directory directory;
     const std::string path = (directory.path() / "k").string();
-    EXPECT_THAT(read_dumps({path}).troubles, ElementsAre(path + ": No such file or directory"));
+    EXPECT_THAT(read_dumps({path}).errors, ElementsAre(path + ": No such file or directory"));
     write_file(path, "text");
-    EXPECT_THAT(read_dumps({path}).troubles, ElementsAre(path + ": not an ELF file"));
-    EXPECT_THAT(read_dumps({"/dev/zero"}).troubles, ElementsAre("/dev/zero: not an ELF file"));
+    EXPECT_THAT(read_dumps({path}).errors, ElementsAre(path + ": not an ELF file"));
+    EXPECT_THAT(read_dumps({"/dev/zero"}).errors, ElementsAre("/dev/zero: not an ELF file"));
 }
 
 TEST(FileOfNoDump, OfOtherKindsOfElfSaysSo)

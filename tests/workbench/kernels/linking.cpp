@@ -111,7 +111,7 @@ void compare_images(unsigned seed)
     for (const auto& [name, entry] : registry)
         dumps.push_back(name);
     dump_reading reading = read_dumps(dumps);
-    ASSERT_THAT(reading.troubles, ElementsAre());
+    ASSERT_THAT(reading.errors, ElementsAre());
     std::vector<placed_kernel> kernels = std::move(reading.set.kernels);
     kernels.emplace_back().name = "far"; // not a kernel of the process, so without a dump
     kernels.back().text_address = sets.far_kernel;
@@ -332,7 +332,7 @@ TEST(Link, NamesMissingCalleesOnceAndWritesTheImage)
 
     const child_result json = vorna_kernels({"link", ".", "-o", "image", "--format=json"}, directory.path());
     EXPECT_EQ(json.exit_status, 1);
-    EXPECT_THAT(json.out, StartsWith("{\n  \"version\": 1,\n  \"image\": \"image\",\n  \"build_id\": \"" +
+    EXPECT_THAT(json.out, StartsWith("{\n  \"version\": 2,\n  \"image\": \"image\",\n  \"build_id\": \"" +
                                      build_id_of("image", directory.path()) + "\",\n"));
     EXPECT_THAT(json.out, HasSubstr("\"missing\": [\n    \"gone\",\n    \"lost\"\n  ]"));
     EXPECT_THAT(json.out, HasSubstr("\"begin\": \"0x10000\""));
@@ -493,25 +493,25 @@ TEST(Link, LeavesOtherFilesAlone)
 {
     const temp_directory directory;
     write_dump(directory.path(), "k", 0x10000, {a64::ret()});
-    const auto trouble = [&](const std::string& dumps, const std::string& image) {
+    const auto error_of = [&](const std::string& dumps, const std::string& image) {
         const child_result link = vorna_kernels({"link", dumps, "-o", image}, directory.path());
         EXPECT_EQ(link.exit_status, 2) << link;
         EXPECT_EQ(link.out, "");
         return link.err;
     };
-    EXPECT_EQ(trouble("k", "/dev/null"), "vorna-kernels: /dev/null: not a regular file\n");
-    EXPECT_EQ(trouble("k", "."), "vorna-kernels: .: not a regular file\n");
-    EXPECT_EQ(trouble("k", "no/such"), "vorna-kernels: no/such: No such file or directory\n");
+    EXPECT_EQ(error_of("k", "/dev/null"), "vorna-kernels: /dev/null: not a regular file\n");
+    EXPECT_EQ(error_of("k", "."), "vorna-kernels: .: not a regular file\n");
+    EXPECT_EQ(error_of("k", "no/such"), "vorna-kernels: no/such: No such file or directory\n");
     struct stat status;
     ASSERT_EQ(stat("/dev/null", &status), 0);
     EXPECT_TRUE(S_ISCHR(status.st_mode));
 
-    EXPECT_EQ(trouble("k", "./k"), "vorna-kernels: ./k: is one of the dumps\n");
+    EXPECT_EQ(error_of("k", "./k"), "vorna-kernels: ./k: is one of the dumps\n");
     std::filesystem::create_directory(directory.path() / "none");
-    EXPECT_EQ(trouble("none", "image"), "vorna-kernels: none: no dumps in it\n");
+    EXPECT_EQ(error_of("none", "image"), "vorna-kernels: none: no dumps in it\n");
     write_file(directory.path() / "kept", "kept");
     write_dump(directory.path() / "none", "wide", 0x10000, {a64::ret()}, {}, {1}, 0x10000'00000000);
-    EXPECT_EQ(trouble("none", "kept"),
+    EXPECT_EQ(error_of("none", "kept"),
               "vorna-kernels: kept: the kernels lie so far apart that the image would be "
               "larger than 1 GiB\n");
     EXPECT_EQ(contents(directory.path() / "kept"), "kept");

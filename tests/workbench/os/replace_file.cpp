@@ -18,7 +18,7 @@ using namespace support;
 using testing::ElementsAre;
 using vorna::workbench::replace_file;
 
-std::string trouble_of(const std::string& path, const std::string& content)
+std::string error_of(const std::string& path, const std::string& content)
 {
     try {
         replace_file(path, content);
@@ -63,7 +63,7 @@ TEST(ReplaceFile, LeavesTheOldContentWhereTheNewDoesNotFit)
             std::signal(SIGXFSZ, SIG_IGN);
             const rlimit limit = {1000, 1000};
             setrlimit(RLIMIT_FSIZE, &limit);
-            EXPECT_EQ(trouble_of("page", std::string(2000, 'x')), "page: File too large");
+            EXPECT_EQ(error_of("page", std::string(2000, 'x')), "page: File too large");
         },
         options);
     EXPECT_TRUE(child.succeeded()) << child;
@@ -92,9 +92,9 @@ TEST(ReplaceFile, NamesTheFileThatCannotBeWritten)
 {
     const temp_directory directory;
     const std::string nowhere = directory.path() / "nowhere" / "page";
-    EXPECT_EQ(trouble_of(nowhere, "x"), nowhere + ": No such file or directory");
-    EXPECT_EQ(trouble_of(directory.path(), "x"), directory.path().string() + ": not a regular file");
-    EXPECT_EQ(trouble_of("/dev/null", "x"), "/dev/null: not a regular file");
+    EXPECT_EQ(error_of(nowhere, "x"), nowhere + ": No such file or directory");
+    EXPECT_EQ(error_of(directory.path(), "x"), directory.path().string() + ": not a regular file");
+    EXPECT_EQ(error_of("/dev/null", "x"), "/dev/null: not a regular file");
 }
 
 } // namespace

@@ -640,7 +640,7 @@ TEST_F(ShowCommand, PrintsTheSameAsJson)
     const child_result show = this->show({"odd\n\xff", "--format=json"});
     EXPECT_EQ(show.exit_status, 0);
     EXPECT_EQ(show.out, R"({
-  "version": 1,
+  "version": 2,
   "kernels": [
     {
       "kernel": "odd\n)"

@@ -76,19 +76,6 @@ using array = nlohmann::json;
 
 // ---- Text
 
-TEST(Percent, HasOneDecimalAndNeverShowsSomethingAsNothing)
-{
-    EXPECT_EQ(percent_text(0, 1000), "0.0");
-    EXPECT_EQ(percent_text(0, 0), "0.0");
-    EXPECT_EQ(percent_text(1, 1000000), "<0.1");
-    EXPECT_EQ(percent_text(49, 100000), "<0.1");
-    EXPECT_EQ(percent_text(51, 100000), "0.1");
-    EXPECT_EQ(percent_text(12345, 100000), "12.3");
-    EXPECT_EQ(percent_text(7, 7), "100.0");
-    EXPECT_EQ(percent(1, 8), 12.5);
-    EXPECT_EQ(percent(1, 0), 0);
-}
-
 TEST(Fragment, IsTheNameWhereItCanBe)
 {
     EXPECT_EQ(fragment("wfta_short-3.a"), "wfta_short-3.a");
@@ -101,7 +88,7 @@ TEST(PageModel, HoldsTheFactsOfEachKernel)
 {
     const kernel_set set = two_kernels();
     const nlohmann::json model = overview_of(input_of(set));
-    EXPECT_EQ(model["version"], 1);
+    EXPECT_EQ(model["version"], 2);
     EXPECT_EQ(model["name"], "dumps");
     EXPECT_EQ(model["kernels"][1], nlohmann::json::parse(R"({
         "id": "wfta_12", "name": "wfta_12", "address": "0x10020", "data_address": "0x10088",
@@ -160,11 +147,11 @@ TEST(PageModel, HoldsBothSidesOfAChangedKernelAndHowTheirRowsAlign)
 {
     const kernel_set before = make_kernel_set(
         {placed("k", 0x10000, {a64::nop(), 0xaa0003e2, 0xaa0003e3, 0xaa0003e4, a64::ret()}, 0x10020, {1}),
-         placed("gone", 0x10040, {a64::ret()}), placed("same", 0x10060, {a64::ret()})});
+         placed("removed", 0x10040, {a64::ret()}), placed("same", 0x10060, {a64::ret()})});
     const kernel_set set = make_kernel_set(
         {placed("k", 0x20000, {a64::nop(), 0xaa0003e2, 0x910042b5, 0xaa0003e4, a64::nop(), a64::ret()},
                 0x20020, {2}),
-         placed("new", 0x20040, {a64::ret()}), placed("same", 0x20060, {a64::ret()})});
+         placed("added", 0x20040, {a64::ret()}), placed("same", 0x20060, {a64::ret()})});
     page_input input = input_of(set);
     input.against = &before;
     input.against_name = "old";
@@ -172,8 +159,10 @@ TEST(PageModel, HoldsBothSidesOfAChangedKernelAndHowTheirRowsAlign)
     const nlohmann::json model = nlohmann::json::parse(made.overview);
     EXPECT_EQ(model["against"], "old");
     EXPECT_EQ(model["kernels"].size(), 4U);
-    for (const auto& [index, name, change] :
-         {std::tuple(0U, "k", "code"), {1, "new", "new"}, {2, "same", "same"}, {3, "gone", "gone"}}) {
+    for (const auto& [index, name, change] : {std::tuple(0U, "k", "code"),
+                                              {1, "added", "added"},
+                                              {2, "same", "same"},
+                                              {3, "removed", "removed"}}) {
         EXPECT_EQ(model["kernels"][index]["name"], name);
         EXPECT_EQ(model["kernels"][index]["class"], change);
     }
@@ -262,8 +251,8 @@ TEST(PageModel, HoldsFindingsWithTheirKernels)
     input.findings.back().offset.reset();
     EXPECT_EQ(overview_of(input)["findings"], nlohmann::json::parse(R"([
         {"id": "opcode", "severity": "error", "kernel": 1, "offset": 8, "place": "wfta_12+0x8",
-         "message": "not <this>", "advice": "that"},
-        {"id": "opcode", "severity": "error", "place": "nobody", "message": "not <this>", "advice": "that"}])"));
+         "message": "not <this>", "help": "that"},
+        {"id": "opcode", "severity": "error", "place": "nobody", "message": "not <this>", "help": "that"}])"));
 }
 
 TEST(PageModel, DoesNotListAKernelThatIsTooLong)
@@ -359,7 +348,7 @@ protected:
         return run_tool(std::move(arguments), directory.path());
     }
 
-    void expect_trouble(std::vector<std::string> arguments, const std::string& line) const
+    void expect_error(std::vector<std::string> arguments, const std::string& line) const
     {
         const child_result result = run(std::move(arguments));
         EXPECT_EQ(result.exit_status, 2) << result;
@@ -382,7 +371,7 @@ TEST_F(ReportCommand, WritesThePageAndSaysSo)
     EXPECT_THAT(names_in(directory.path()), ElementsAre("dumps", "page.html"));
 
     const child_result json = run({"dumps", "-o", "page.html", "--format=json"});
-    EXPECT_EQ(nlohmann::json::parse(json.out), nlohmann::json({{"version", 1},
+    EXPECT_EQ(nlohmann::json::parse(json.out), nlohmann::json({{"version", 2},
                                                                {"page", "page.html"},
                                                                {"bytes", page().size()},
                                                                {"kernels", 2},
@@ -414,7 +403,7 @@ TEST_F(ReportCommand, AddsAProfileAndAComparison)
     EXPECT_EQ(data["kernels"][0]["time"], 75);
     EXPECT_EQ(data["kernels"][0]["class"], "same");
     EXPECT_EQ(data["kernels"][0]["delta"], 0);
-    EXPECT_EQ(data["kernels"][1]["class"], "new");
+    EXPECT_EQ(data["kernels"][1]["class"], "added");
     EXPECT_FALSE(data["kernels"][1].contains("delta"));
     EXPECT_EQ(data["against"], "old");
 
@@ -453,13 +442,13 @@ TEST_F(ReportCommand, LeavesTheOldPageInTrouble)
         directory.path() / "other",
         "    7     1.000000: PERF_RECORD_MMAP2 7/7: [0x90000(0x1000) @ 0x90000 00:00 0 0]: rwxp //anon\n"
         "    7     1.100000:        300 cycles:u:             90000\n");
-    expect_trouble({"none", "-o", "page.html"}, "none: no dumps in it");
-    expect_trouble({"dumps", "-o", "page.html", "--against=none"}, "none: no dumps in it");
+    expect_error({"none", "-o", "page.html"}, "none: no dumps in it");
+    expect_error({"dumps", "-o", "page.html", "--against=none"}, "none: no dumps in it");
     const child_result other = run({"dumps", "-o", "page.html", "--perf-script=other"});
     EXPECT_EQ(other.exit_status, 2);
     EXPECT_THAT(other.err, MatchesRegex("vorna-kernels: other: [^\n]+\n"));
-    expect_trouble({"dumps", "-o", "nowhere/page.html"}, "nowhere/page.html: No such file or directory");
-    expect_trouble({"dumps", "-o", "/dev/full"}, "/dev/full: not a regular file");
+    expect_error({"dumps", "-o", "nowhere/page.html"}, "nowhere/page.html: No such file or directory");
+    expect_error({"dumps", "-o", "/dev/full"}, "/dev/full: not a regular file");
     EXPECT_EQ(page(), "old");
 }
 
@@ -470,18 +459,18 @@ TEST_F(ReportCommand, DoesNotWriteThePageOverWhatItReads)
     for (const char* const dumps : {"dumps", "before"}) {
         const std::string dump = dumps + ("/" + *names_in(directory.path() / dumps).begin());
         const std::string bytes = contents(directory.path() / dump);
-        expect_trouble({"dumps", "--against=before", "-o", dump}, dump + ": is one of the dumps");
+        expect_error({"dumps", "--against=before", "-o", dump}, dump + ": is one of the dumps");
         EXPECT_EQ(contents(directory.path() / dump), bytes);
     }
-    expect_trouble({"dumps", "--perf-script=text", "-o", "./text"}, "./text: is the profile");
+    expect_error({"dumps", "--perf-script=text", "-o", "./text"}, "./text: is the profile");
     EXPECT_EQ(contents(directory.path() / "text"), "some words\n");
 }
 
 TEST_F(ReportCommand, SaysHowTheTextOfAProfileIsGiven)
 {
     write_file(directory.path() / "counts", "    7     1.000000:          4 executions:             10000\n");
-    expect_trouble({"dumps", "-o", "page.html", "--profile=counts"},
-                   "counts: text, not what perf record writes: give it with --perf-script=counts");
+    expect_error({"dumps", "-o", "page.html", "--profile=counts"},
+                 "counts: text, not what perf record writes: give it with --perf-script=counts");
 }
 
 TEST_F(ReportCommand, NamesTheDirectoryThatIsTheCurrentOne)
@@ -495,17 +484,17 @@ TEST_F(ReportCommand, NamesTheDirectoryThatIsTheCurrentOne)
 TEST_F(ReportCommand, RefusesDumpsOfTwoRuns)
 {
     dump("dumps/again", "wfta_3", 0x10060);
-    expect_trouble({"dumps", "-o", "page.html"},
-                   "dumps of more than one run or registry: two kernels wfta_3 lie in one mapping; use a "
-                   "directory for each");
+    expect_error({"dumps", "-o", "page.html"},
+                 "dumps of more than one run or registry: two kernels wfta_3 lie in one mapping; use a "
+                 "directory for each");
 }
 
 TEST_F(ReportCommand, RefusesArgumentsThatDoNotGoTogether)
 {
-    expect_trouble({"dumps"}, "--output is required");
-    expect_trouble({"dumps", "-o", "page.html", "--event=cycles"}, "--event: there is no profile");
-    expect_trouble({"dumps", "-o", "page.html", "--profile=a", "--perf-script=b"},
-                   "--profile excludes --perf-script");
+    expect_error({"dumps"}, "--output is required");
+    expect_error({"dumps", "-o", "page.html", "--event=cycles"}, "--event: there is no profile");
+    expect_error({"dumps", "-o", "page.html", "--profile=a", "--perf-script=b"},
+                 "--profile excludes --perf-script");
 }
 
 } // namespace

@@ -340,7 +340,7 @@ class Page(unittest.TestCase):
 
     def test_begins_with_what_changed_or_is_hot(self):
         self.open(self.comparison)
-        self.assertEqual(self.column("class")[:5], ["code", "code", "new", "gone", "same"])
+        self.assertEqual(self.column("class")[:5], ["code", "code", "added", "removed", "same"])
         self.assertEqual(self.column("name")[:5], ["kernel_5", "kernel_21", "kernel_39", "kernel_38", "kernel_0"])
         self.click("th[data-key=address] button")
         self.assertEqual(self.column("name"), [f"kernel_{i}" for i in range(38)] + ["kernel_39", "kernel_38"])
@@ -393,7 +393,7 @@ class Page(unittest.TestCase):
                 ("tme>1", "“tme” is not a column; there are name, class, findings,", 40),
                 ("time>1", "“time” is not a column; there are name, class, findings,", 40),
                 ("_5 colour:red", "“colour” is not a column;", 1),
-                ("class:cod3", "“cod3” is not a class; there are code, references,", 40),
+                ("class:cod3", "“cod3” is not a class; there are code, relocations,", 40),
                 ("class>code", "“class” is a text: use “class:” or “class=”.", 40),
                 ("code>many", "“many” is not a number, which “code” is compared with.", 40)):
             self.filter(text)
@@ -598,7 +598,7 @@ class Page(unittest.TestCase):
                 const parts = getComputedStyle(probe).backgroundColor.match(/\\d+/g).map(Number);
                 return [name, Math.max(...parts) - Math.min(...parts)];
             }))""")
-        for name in ("constants", "moved", "renamed", "reordered", "same"):
+        for name in ("constants", "layout", "registers", "order", "same"):
             self.assertLess(2 * saturation[name], saturation["code"], name)
 
     def test_profile_heats_kernels_and_instructions(self):

@@ -32,7 +32,7 @@ function setCard() {
 }
 
 function findingItem(finding) {
-    const {severity, kernel, offset, place, message, id, advice} = finding;
+    const {severity, kernel, offset, place, message, id, help} = finding;
     const inRow = offset !== undefined && offset >= 0 && offset % 4 === 0;
     const name = make('bdi', {}, place);
     return make('li', {},
@@ -40,7 +40,7 @@ function findingItem(finding) {
         kernel === undefined ? name : make('a', {
             href: `#${kernels[kernel].id}${inRow ? `+0x${hexadecimal(offset)}` : ''}`, tabindex: -1,
         }, name),
-        ': ', make('span', {class: severity}, severity), `: ${message} [${id}]${advice && `; ${advice}`}`);
+        ': ', make('span', {class: severity}, severity), `: ${message} [${id}]${help && `; ${help}`}`);
 }
 
 function findingsCard() {

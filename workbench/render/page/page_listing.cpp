@@ -3,8 +3,8 @@
 #include "workbench/analysis/difference.hpp"
 #include "workbench/render/json.hpp"
 #include "workbench/render/listing.hpp"
-#include "workbench/text/output.hpp"
 #include "workbench/text/percent.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <algorithm>
 #include <fmt/format.h>

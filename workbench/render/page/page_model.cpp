@@ -5,8 +5,9 @@
 #include "workbench/kernels/linking.hpp"
 #include "workbench/render/json.hpp"
 #include "workbench/render/page/page_listing.hpp"
-#include "workbench/text/output.hpp"
 #include "workbench/text/percent.hpp"
+#include "workbench/text/place.hpp"
+#include "workbench/text/printable.hpp"
 
 #include <algorithm>
 #include <array>
@@ -34,17 +35,17 @@ struct class_look {
 /// The first is what a reader should look at first.
 constexpr class_look class_looks[] = {
     {change_class::code, "loud", "other instructions"},
-    {change_class::references, "medium", "other relocations"},
-    {change_class::added, "new", "only after the change"},
-    {change_class::removed, "gone", "only before the change"},
-    {change_class::reordered, "quiet-1", "the same instructions in another order"},
-    {change_class::renamed, "quiet-2", "registers exchanged"},
-    {change_class::moved, "quiet-3", "the same constants at other offsets"},
+    {change_class::relocations, "medium", "other relocations"},
+    {change_class::added, "added", "only after the change"},
+    {change_class::removed, "removed", "only before the change"},
+    {change_class::order, "quiet-1", "the same instructions in another order"},
+    {change_class::registers, "quiet-2", "the same instructions with other registers"},
+    {change_class::layout, "quiet-3", "the same constants at other offsets"},
     {change_class::constants, "quiet-4", "other bytes of constants"},
     {change_class::same, "same", "no difference"},
 };
 
-/// A kernel of the page: of the set, or, if it is gone, of the set before.
+/// A kernel of the page: of the set, or, if it was removed, of the set before.
 struct entry {
     const placed_kernel* kernel = nullptr;
     const placed_kernel* before = nullptr; ///< in the set before, if it is in both
@@ -55,7 +56,7 @@ struct entry {
 
 struct model {
     const page_input* input = nullptr;
-    std::vector<entry> entries; ///< the set's kernels in their order, then those that are gone
+    std::vector<entry> entries; ///< the set's kernels in their order, then those that were removed
     std::unordered_map<std::string, std::size_t> index; ///< of the first entry of each name
 };
 
@@ -178,12 +179,12 @@ json kernel_json(const model& model, const entry& one)
 {
     const placed_kernel& kernel = *one.kernel;
     const std::array<std::size_t, 6> counts = count_instructions(kernel);
-    const bool gone = one.change == change_class::removed;
+    const bool removed = one.change == change_class::removed;
     json made = {{"id", one.id},
                  {"name", kernel.name.empty() ? "(no name)" : printable(kernel.name)},
                  {"address", fmt::format("{:#x}", kernel.text_address)},
                  {"data_address", fmt::format("{:#x}", kernel.data_address)}};
-    if (!gone) {
+    if (!removed) {
         const std::uint64_t begin = model.input->set->mappings[kernel.mapping].begin;
         made["mapping"] = kernel.mapping;
         made["at"] = kernel.text_address - begin;
@@ -198,7 +199,7 @@ json kernel_json(const model& model, const entry& one)
     made["integer"] = counts[3];
     made["branch"] = counts[4];
     made["callees"] = find_callees(model, kernel);
-    if (model.input->profile != nullptr && !gone) {
+    if (model.input->profile != nullptr && !removed) {
         const sample_count count = one.profile == nullptr ? sample_count() : one.profile->count;
         const std::uint64_t whole = model.input->profile->total.period;
         made["samples"] = count.samples;
@@ -229,7 +230,7 @@ json finding_json(const model& model, const wfta::kernel_finding& finding)
     const std::string name = finding.kernel.empty() ? "(no name)" : finding.kernel;
     made["place"] = finding.offset ? place_text(name, *finding.offset) : place_text(name);
     made["message"] = printable(finding.message);
-    made["advice"] = printable(finding.help);
+    made["help"] = printable(finding.help);
     return made;
 }
 
@@ -263,7 +264,7 @@ json overview_json(const model& model)
     json kernels = json::array();
     for (const entry& one : model.entries)
         kernels.push_back(kernel_json(model, one));
-    json made = {{"version", 1}, {"name", printable(input.name)}, {"mappings", std::move(mappings)}};
+    json made = {{"version", 2}, {"name", printable(input.name)}, {"mappings", std::move(mappings)}};
     if (input.profile != nullptr)
         made["profile"] = profile_json(*input.profile);
     if (input.against != nullptr) {
@@ -281,8 +282,8 @@ json overview_json(const model& model)
 page_listing_input listing_input(const model& model, const entry& one)
 {
     page_listing_input input;
-    const bool gone = one.change == change_class::removed;
-    input.set = gone ? model.input->against : model.input->set;
+    const bool removed = one.change == change_class::removed;
+    input.set = removed ? model.input->against : model.input->set;
     input.kernel = one.kernel;
     if (one.change != change_class::same && one.before != nullptr) {
         input.set_before = model.input->against;
