@@ -301,8 +301,8 @@ inline const std::vector<breakage>& breakages()
     return all;
 }
 
-/// Whether the outcome depends on how far from the earlier call's mapping the system places the set's: kernels
-/// that a nearby mapping reaches are out of range only in theory.
+/// Whether the outcome depends on how far the system places the set's mapping from that of the earlier call:
+/// kernels that a nearby mapping reaches are out of range only in theory.
 inline bool depends_on_placement(const random_set& set)
 {
     for (const vorna::wfta::kernel_data& kernel : set.kernels) {
