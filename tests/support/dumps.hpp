@@ -18,18 +18,19 @@
 
 namespace support {
 
-/// A kernel of these words, placed at `code_address`, with its constants at `data_address`.
+/// A kernel of these words, placed at `code_address`, with its constants 0x10000 after it or at
+/// `data_address`.
 inline vorna::workbench::placed_kernel placed(const std::string& name, std::uint64_t code_address,
                                               const std::vector<std::uint32_t>& words,
                                               std::vector<tessjit::reloc_info> relocs = {},
-                                              std::uint64_t data_address = 0x20000,
+                                              std::uint64_t data_address = 0,
                                               std::vector<std::uint8_t> data = {})
 {
     vorna::workbench::placed_kernel kernel;
     kernel.name = name;
     kernel.text_address = code_address;
     kernel.text = code(words);
-    kernel.data_address = data_address;
+    kernel.data_address = data_address != 0 ? data_address : code_address + 0x10000;
     kernel.data = std::move(data);
     kernel.relocs = std::move(relocs);
     return kernel;
@@ -37,8 +38,7 @@ inline vorna::workbench::placed_kernel placed(const std::string& name, std::uint
 
 /// A kernel of these sizes and addresses, whose content does not matter.
 inline vorna::workbench::placed_kernel placed_bytes(const std::string& name, std::uint64_t code_address,
-                                                    std::size_t code_size,
-                                                    std::uint64_t data_address = 0x20000,
+                                                    std::size_t code_size, std::uint64_t data_address = 0,
                                                     std::size_t data_size = 0,
                                                     std::vector<tessjit::reloc_info> relocs = {})
 {

@@ -1,10 +1,8 @@
 // vorna-kernels objdump stands in for perf's objdump, and gdb takes the image for all kernels at once.
 
-#include "jit/elf.hpp"
 #include "tests/support/a64.hpp"
-#include "tests/support/files.hpp"
+#include "tests/support/dumps.hpp"
 #include "tests/support/gdb_session.hpp"
-#include "tests/support/kernels.hpp"
 #include "tests/support/perf.hpp"
 #include "tests/support/tool.hpp"
 
@@ -26,10 +24,7 @@ class Objdump : public testing::Test {
 protected:
     void SetUp() override
     {
-        tessjit::elf_data elf;
-        elf.fns.emplace_back("k", address(0x10000), code({a64::nop(), a64::ret()}), address(0x10020),
-                             std::vector<std::uint8_t>(), std::vector<tessjit::reloc_info>());
-        write_file(directory.path() / "dump", to_string(emit_elf(elf)));
+        write_file(directory.path() / "dump", dump_of({placed("k", 0x10000, {a64::nop(), a64::ret()})}));
         ASSERT_EQ(run_tool({VORNA_KERNELS, "link", "dump", "-o", "image"}, directory.path()).exit_status, 0);
         write_file(directory.path() / "echo", "#!/bin/sh\nprintf '%s\\n' \"$@\"\nexit 7\n");
         permissions(directory.path() / "echo", std::filesystem::perms::owner_all);

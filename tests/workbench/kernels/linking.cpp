@@ -2,13 +2,11 @@
 // and tools take it as they take any other.
 
 #include "workbench/kernels/linking.hpp"
-#include "jit/elf.hpp"
 #include "tests/support/a64.hpp"
 #include "tests/support/binary_tools.hpp"
 #include "tests/support/child.hpp"
+#include "tests/support/dumps.hpp"
 #include "tests/support/far_reaching_sets.hpp"
-#include "tests/support/files.hpp"
-#include "tests/support/kernels.hpp"
 #include "tests/support/platform_spy.hpp"
 #include "tests/support/random_seed.hpp"
 #include "tests/support/tool.hpp"
@@ -69,17 +67,6 @@ std::string build_id_of(const std::string& image, const std::filesystem::path& d
     std::smatch id;
     EXPECT_TRUE(std::regex_search(notes.out, id, std::regex("Build ID: ([0-9a-f]{16})\n"))) << notes;
     return id.str(1);
-}
-
-// A kernel at an address, as a dump.
-void write_dump(const std::filesystem::path& directory, const std::string& name, std::uint64_t text,
-                const std::vector<std::uint32_t>& words, std::vector<tessjit::reloc_info> relocs = {},
-                const std::vector<std::uint8_t>& data_bytes = {}, std::uint64_t data = 0)
-{
-    tessjit::elf_data elf;
-    elf.fns.emplace_back(name, address(text), code(words), address(data != 0 ? data : text + 0x800),
-                         data_bytes, std::move(relocs));
-    write_file(directory / name, to_string(emit_elf(elf)));
 }
 
 // In a child with dumps on, in a fresh current directory: a random set in one to four mappings, as
@@ -298,7 +285,8 @@ TEST(Link, GivesEachImageABuildIdOfItsOwn)
     const auto link = [&directory](std::uint64_t text, std::uint32_t first, const std::string& name) {
         std::filesystem::remove_all(directory.path() / "dumps");
         std::filesystem::create_directory(directory.path() / "dumps");
-        write_dump(directory.path() / "dumps", name, text, {first, a64::ret()}, {}, {1}, text + 0x20);
+        write_dumps(directory.path() / "dumps",
+                    {placed(name, text, {first, a64::ret()}, {}, text + 0x20, {1})});
         EXPECT_TRUE(vorna_kernels({"link", "dumps", "-o", "image"}, directory.path()).succeeded());
         return build_id_of("image", directory.path());
     };
@@ -313,11 +301,13 @@ TEST(Link, GivesEachImageABuildIdOfItsOwn)
 TEST(Link, NamesMissingCalleesOnceAndWritesTheImage)
 {
     const temp_directory directory;
-    write_dump(
-        directory.path(), "a", 0x10000, {a64::bl(), a64::bl(), a64::bl(), a64::ret()},
-        {{"gone", 0, R_AARCH64_CALL26, 0}, {"a", 4, R_AARCH64_CALL26, 0}, {"gone", 8, R_AARCH64_CALL26, 0}});
-    write_dump(directory.path(), "b", 0x10020, {a64::bl(), a64::bl(), a64::ret()},
-               {{"gone", 0, R_AARCH64_CALL26, 0}, {"lost", 4, R_AARCH64_CALL26, 0}});
+    write_dumps(directory.path(), {placed("a", 0x10000, {a64::bl(), a64::bl(), a64::bl(), a64::ret()},
+                                          {{"gone", 0, R_AARCH64_CALL26, 0},
+                                           {"a", 4, R_AARCH64_CALL26, 0},
+                                           {"gone", 8, R_AARCH64_CALL26, 0}})});
+    write_dumps(directory.path(),
+                {placed("b", 0x10020, {a64::bl(), a64::bl(), a64::ret()},
+                        {{"gone", 0, R_AARCH64_CALL26, 0}, {"lost", 4, R_AARCH64_CALL26, 0}})});
     const child_result link = vorna_kernels({"link", ".", "-o", "image"}, directory.path());
     EXPECT_EQ(link.exit_status, 1);
     EXPECT_EQ(link.err, "");
@@ -341,16 +331,17 @@ TEST(Link, NamesMissingCalleesOnceAndWritesTheImage)
 TEST(Link, SaysWhatTheFinaliserWouldEndTheProcessFor)
 {
     const temp_directory directory;
-    write_dump(directory.path(), "far", 0x90000000, {a64::ret()});
-    write_dump(directory.path(), "k", 0x10000,
-               {a64::bl(), a64::bl(), a64::bl() | 1, a64::adr(0), a64::adr(0), a64::ret()},
-               {{"far", 0, R_AARCH64_CALL26, 4},
-                {"k", 4, R_AARCH64_CALL26, 2},
-                {"k", 8, R_AARCH64_CALL26, 0},
-                {".rodata.far", 12, R_AARCH64_ADR_PREL_LO21, 0},
-                {"k", 16, 999, 0},
-                {"k", 21, R_AARCH64_ADR_PREL_LO21, 0},
-                {"k", -4, R_AARCH64_ADR_PREL_LO21, 0}});
+    write_dumps(directory.path(), {placed("far", 0x90000000, {a64::ret()})});
+    write_dumps(
+        directory.path(),
+        {placed("k", 0x10000, {a64::bl(), a64::bl(), a64::bl() | 1, a64::adr(0), a64::adr(0), a64::ret()},
+                {{"far", 0, R_AARCH64_CALL26, 4},
+                 {"k", 4, R_AARCH64_CALL26, 2},
+                 {"k", 8, R_AARCH64_CALL26, 0},
+                 {".rodata.far", 12, R_AARCH64_ADR_PREL_LO21, 0},
+                 {"k", 16, 999, 0},
+                 {"k", 21, R_AARCH64_ADR_PREL_LO21, 0},
+                 {"k", -4, R_AARCH64_ADR_PREL_LO21, 0}})});
     const child_result link = vorna_kernels({"link", ".", "-o", "image"}, directory.path());
     EXPECT_EQ(link.exit_status, 1);
     EXPECT_THAT(
@@ -374,11 +365,12 @@ TEST(Link, SaysWhereACallLeadsWhoseTopBitWasSet)
 {
     // ORed with the distance of a callee ahead, the bit makes the distance 128 MiB less.
     const temp_directory directory;
-    write_dump(directory.path(), "below", 0x10000, {a64::nop(), a64::ret()});
-    write_dump(
-        directory.path(), "k", 0x8010000, {0x96000000, 0x96000000, 0x96000000, a64::ret()},
-        {{"k", 0, R_AARCH64_CALL26, 12}, {"ahead", 4, R_AARCH64_CALL26, 0}, {"k", 8, R_AARCH64_CALL26, 0}});
-    write_dump(directory.path(), "ahead", 0x8030004, {a64::ret()});
+    write_dumps(directory.path(), {placed("below", 0x10000, {a64::nop(), a64::ret()})});
+    write_dumps(directory.path(), {placed("k", 0x8010000, {0x96000000, 0x96000000, 0x96000000, a64::ret()},
+                                          {{"k", 0, R_AARCH64_CALL26, 12},
+                                           {"ahead", 4, R_AARCH64_CALL26, 0},
+                                           {"k", 8, R_AARCH64_CALL26, 0}})});
+    write_dumps(directory.path(), {placed("ahead", 0x8030004, {a64::ret()})});
     const child_result link = vorna_kernels({"link", ".", "-o", "image"}, directory.path());
     EXPECT_EQ(link.exit_status, 1);
     EXPECT_THAT(link.out,
@@ -467,8 +459,8 @@ TEST(LinkedImage, OfKernelsFarApartIsRefused)
 TEST(Link, RefusesDumpsOfTwoRuns)
 {
     const temp_directory directory;
-    write_dump(directory.path(), "a", 0x10000, {a64::nop(), a64::ret()});
-    write_dump(directory.path(), "b", 0x10004, {a64::ret()});
+    write_dumps(directory.path(), {placed("a", 0x10000, {a64::nop(), a64::ret()})});
+    write_dumps(directory.path(), {placed("b", 0x10004, {a64::ret()})});
     const child_result link = vorna_kernels({"link", ".", "-o", "image"}, directory.path());
     EXPECT_EQ(link.exit_status, 2);
     EXPECT_EQ(link.out, "");
@@ -480,7 +472,7 @@ TEST(Link, RefusesDumpsOfTwoRuns)
 TEST(Link, WritesTheImageOfTheOtherDumpsWhereOneIsBad)
 {
     const temp_directory directory;
-    write_dump(directory.path(), "k", 0x10000, {a64::ret()});
+    write_dumps(directory.path(), {placed("k", 0x10000, {a64::ret()})});
     write_file(directory.path() / "bad", "\177ELF");
     const child_result link = vorna_kernels({"link", ".", "-o", "image"}, directory.path());
     EXPECT_EQ(link.exit_status, 2);
@@ -492,7 +484,7 @@ TEST(Link, WritesTheImageOfTheOtherDumpsWhereOneIsBad)
 TEST(Link, LeavesOtherFilesAlone)
 {
     const temp_directory directory;
-    write_dump(directory.path(), "k", 0x10000, {a64::ret()});
+    write_dumps(directory.path(), {placed("k", 0x10000, {a64::ret()})});
     const auto error_of = [&](const std::string& dumps, const std::string& image) {
         const child_result link = vorna_kernels({"link", dumps, "-o", image}, directory.path());
         EXPECT_EQ(link.exit_status, 2) << link;
@@ -510,7 +502,8 @@ TEST(Link, LeavesOtherFilesAlone)
     std::filesystem::create_directory(directory.path() / "none");
     EXPECT_EQ(error_of("none", "image"), "vorna-kernels: none: no dumps in it\n");
     write_file(directory.path() / "kept", "kept");
-    write_dump(directory.path() / "none", "wide", 0x10000, {a64::ret()}, {}, {1}, 0x10000'00000000);
+    write_dumps(directory.path() / "none",
+                {placed("wide", 0x10000, {a64::ret()}, {}, 0x10000'00000000, {1})});
     EXPECT_EQ(error_of("none", "kept"),
               "vorna-kernels: kept: the kernels lie so far apart that the image would be "
               "larger than 1 GiB\n");
