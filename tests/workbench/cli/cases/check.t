@@ -64,7 +64,7 @@ Errors. Those that end the process are of the kernel that was placed last:
   [1]
   $ vorna-kernels check --format=json bad
   {
-    "version": 1,
+    "version": 2,
     "kernels": 2,
     "relocations": 6,
     "findings": [
@@ -76,7 +76,7 @@ Errors. Those that end the process are of the kernel that was placed last:
         "relocation": 0,
         "offset": 0,
         "message": "ADRP gives the page of .rodata.half_an_address, which no ADD completes",
-        "advice": "add R_AARCH64_ADD_ABS_LO12_NC of the same target and addend: no relocation completes a load or a store"
+        "help": "add R_AARCH64_ADD_ABS_LO12_NC of the same target and addend: no relocation completes a load or a store"
       },
       {
         "id": "foreign-data",
@@ -86,7 +86,7 @@ Errors. Those that end the process are of the kernel that was placed last:
         "relocation": 0,
         "offset": 0,
         "message": ".rodata.all_at_one is not this kernel's data, and it reaches no other",
-        "advice": "name .rodata.all_at_once, or have the other kernel's code pass the address"
+        "help": "name .rodata.all_at_once, or have the other kernel's code pass the address"
       },
       {
         "id": "unhandled-type",
@@ -96,7 +96,7 @@ Errors. Those that end the process are of the kernel that was placed last:
         "relocation": 1,
         "offset": 4,
         "message": "relocation type 273 is none of 274, 275, 277 and 283",
-        "advice": "use one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26"
+        "help": "use one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26"
       },
       {
         "id": "unknown-target",
@@ -106,7 +106,7 @@ Errors. Those that end the process are of the kernel that was placed last:
         "relocation": 2,
         "offset": 8,
         "message": "there is no kernel half_an_adress",
-        "advice": "place it before all_at_once, or correct the name"
+        "help": "place it before all_at_once, or correct the name"
       },
       {
         "id": "unhandled-type",
@@ -116,7 +116,7 @@ Errors. Those that end the process are of the kernel that was placed last:
         "relocation": 3,
         "offset": 12,
         "message": "relocation type 282 is none of 274, 275, 277 and 283",
-        "advice": "use one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26"
+        "help": "use one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26"
       },
       {
         "id": "range",
@@ -126,7 +126,7 @@ Errors. Those that end the process are of the kernel that was placed last:
         "relocation": 4,
         "offset": 16,
         "message": "R_AARCH64_CALL26 reaches half_an_address+0x2 at a distance that is not a multiple of 4",
-        "advice": "correct the addend"
+        "help": "correct the addend"
       },
       {
         "id": "call-target",
@@ -136,7 +136,7 @@ Errors. Those that end the process are of the kernel that was placed last:
         "relocation": 4,
         "offset": 16,
         "message": "BL to half_an_address+0x2, where no kernel begins",
-        "advice": "call it with addend 0"
+        "help": "call it with addend 0"
       }
     ]
   }

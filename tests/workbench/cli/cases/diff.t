@@ -42,8 +42,8 @@ A constant changed, an instruction was inserted, a register renamed; one kernel 
   > END
   $ vorna-kernels diff before after
   kernel    class      instructions  bytes of code  of constants
-  removed   gone       1 -> 0 (-1)   4 -> 0 (-4)    0
-  added     new        0 -> 1 (+1)   0 -> 4 (+4)    0
+  removed   removed    1 -> 0 (-1)   4 -> 0 (-4)    0
+  added     added      0 -> 1 (+1)   0 -> 4 (+4)    0
   inserted  code       2 -> 3 (+1)   8 -> 12 (+4)   0
   renamed   code       3             12             0
   constant  constants  3             12             8
@@ -85,8 +85,8 @@ One kernel only:
 For a pull request, and for a program:
 
   $ vorna-kernels diff --format=github before after
-  ::warning title=removed::removed: gone; instructions 1 -> 0 (-1), bytes of code 4 -> 0 (-4), of constants 0
-  ::notice title=added::added: new; instructions 0 -> 1 (+1), bytes of code 0 -> 4 (+4), of constants 0
+  ::warning title=removed::removed: removed; instructions 1 -> 0 (-1), bytes of code 4 -> 0 (-4), of constants 0
+  ::notice title=added::added: added; instructions 0 -> 1 (+1), bytes of code 0 -> 4 (+4), of constants 0
   ::warning title=inserted::inserted: code; instructions 2 -> 3 (+1), bytes of code 8 -> 12 (+4), of constants 0
   ::warning title=renamed::renamed: code; instructions 3, bytes of code 12, of constants 0
   ::warning title=constant::constant: constants; instructions 3, bytes of code 12, of constants 8
@@ -94,8 +94,8 @@ For a pull request, and for a program:
   $ vorna-kernels diff --format=markdown before after
   | kernel | class | instructions | bytes of code | of constants |
   |---|---|---:|---:|---:|
-  | <code>removed</code> | gone | 1 -> 0 (-1) | 4 -> 0 (-4) | 0 |
-  | <code>added</code> | new | 0 -> 1 (+1) | 0 -> 4 (+4) | 0 |
+  | <code>removed</code> | removed | 1 -> 0 (-1) | 4 -> 0 (-4) | 0 |
+  | <code>added</code> | added | 0 -> 1 (+1) | 0 -> 4 (+4) | 0 |
   | <code>inserted</code> | code | 2 -> 3 (+1) | 8 -> 12 (+4) | 0 |
   | <code>renamed</code> | code | 3 | 12 | 0 |
   | <code>constant</code> | constants | 3 | 12 | 8 |
@@ -149,11 +149,11 @@ For a pull request, and for a program:
   [1]
   $ vorna-kernels diff --format=json before after
   {
-    "version": 1,
+    "version": 2,
     "kernels": [
       {
         "kernel": "added",
-        "class": "new",
+        "class": "added",
         "old": null,
         "new": {
           "code": 4,
@@ -191,7 +191,7 @@ For a pull request, and for a program:
       },
       {
         "kernel": "removed",
-        "class": "gone",
+        "class": "removed",
         "old": {
           "code": 4,
           "data": 0,

@@ -117,7 +117,7 @@ What each command says of itself:
   
   Options:
     -h,--help                   Print this help message and exit
-    --ignore {moved,renamed,reordered}
+    --ignore {layout,registers,order}
                                 Classes to take for the same, with commas between
     --limit N                   Changed kernels to show in detail, the smallest first; 10 without
     --format {text,json,github,markdown}
@@ -147,7 +147,7 @@ What each command says of itself:
   Positionals:
     DUMPS                       Directory of dumps, or one dump
     PERF.DATA                   What perf record wrote; not with --perf-script
-    KERNEL                      Kernels to list; the heaviest one without
+    KERNEL                      Kernels to list; the largest one without
   
   Options:
     -h,--help                   Print this help message and exit

@@ -51,7 +51,7 @@ As JSON:
 
   $ vorna-kernels show --format=json dumps scale
   {
-    "version": 1,
+    "version": 2,
     "kernels": [
       {
         "kernel": "scale",
