@@ -1,26 +1,36 @@
+// A longest common subsequence by Myers' greedy algorithm ("An O(ND) Difference Algorithm and Its
+// Variations", 1986): for each number of edits it keeps, on every diagonal, the furthest point that so many
+// edits reach, and follows these back from the end. Equal beginnings and ends are taken off first, as are
+// elements that the other side does not have. Sequences that differ too much are searched piece by piece:
+// after some number of edits the best point reached is settled and the search starts anew there, which bounds
+// the time.
 #include "workbench/analysis/alignment.hpp"
 
 #include <algorithm>
-#include <dtl/dtl.hpp>
 #include <unordered_set>
 
 namespace vorna::workbench {
 
-using elements = std::vector<std::uint32_t>;
-
-static constexpr std::size_t longest_searched = 100'000;
-
 namespace {
 
-// Elements that are to be searched, with where they were.
+// How many edits to search for in one piece. The number of pieces is at most the length by this number, and a
+// piece takes its square of steps, so that all take some hundred million.
+std::size_t edits_of_a_piece(std::size_t length)
+{
+    constexpr std::size_t steps = std::size_t{1} << 28;
+    constexpr std::size_t fewest = 256;
+    constexpr std::size_t most = 4096; // a trace of 32 MiB
+    return std::clamp(steps / length, fewest, most);
+}
+
+// Elements to be searched, with their places in the whole sequence.
 struct candidates {
-    elements values;
+    std::vector<std::uint32_t> values;
     std::vector<std::size_t> indices;
 };
 
-// Those of [begin, end) that are among `others`: no other can have a partner, and without them sequences that
-// have little in common are short.
-candidates select(const elements& sequence, std::size_t begin, std::size_t end,
+// The elements of [begin, end) that are among `others`.
+candidates select(const std::vector<std::uint32_t>& sequence, std::size_t begin, std::size_t end,
                   const std::unordered_set<std::uint32_t>& others)
 {
     candidates selected;
@@ -33,9 +43,93 @@ candidates select(const elements& sequence, std::size_t begin, std::size_t end,
     return selected;
 }
 
+// A search from a point of both sequences on. Points are relative to it: x elements of `before` and y of
+// `after` are passed. With d edits the diagonals x - y from -d to d can be reached, every other one; the
+// furthest x of each are the row d of the trace, at d * (d + 1) / 2.
+class piece {
+public:
+    piece(const std::uint32_t* before, std::size_t before_size, const std::uint32_t* after,
+          std::size_t after_size, std::size_t most_edits)
+        : before_(before), after_(after), before_size_(before_size), after_size_(after_size),
+          most_edits_(most_edits)
+    {
+    }
+
+    // Finds the pairs up to the point that the search comes to, which is the end unless that takes more than
+    // the allowed edits.
+    index_pair search(std::vector<index_pair>& pairs)
+    {
+        for (std::size_t d = 0; d <= most_edits_; ++d) {
+            for (std::size_t i = 0; i <= d; ++i) {
+                const std::size_t x = follow(start(d, i), d, i);
+                trace_.push_back(static_cast<std::uint32_t>(x));
+                if (x == before_size_ && y_of(x, d, i) == after_size_)
+                    return trace_back(d, i, pairs);
+            }
+        }
+        std::size_t best = 0;
+        const auto progress = [&](std::size_t i) {
+            const std::size_t x = at(most_edits_, i);
+            const std::size_t y = y_of(x, most_edits_, i);
+            return x <= before_size_ && y <= after_size_ ? x + y : 0; // others are outside the sequences
+        };
+        for (std::size_t i = 1; i <= most_edits_; ++i) {
+            if (progress(i) > progress(best))
+                best = i;
+        }
+        return trace_back(most_edits_, best, pairs);
+    }
+
+private:
+    [[nodiscard]] std::size_t at(std::size_t d, std::size_t i) const { return trace_[d * (d + 1) / 2 + i]; }
+    static std::size_t y_of(std::size_t x, std::size_t d, std::size_t i) { return x + d - 2 * i; }
+
+    // Whether the edit before the point is an insertion, from the diagonal above, or a deletion.
+    [[nodiscard]] bool inserts(std::size_t d, std::size_t i) const
+    {
+        return i == 0 || (i != d && at(d - 1, i - 1) < at(d - 1, i));
+    }
+
+    // The x after the edit, before the equal elements that follow it.
+    [[nodiscard]] std::size_t start(std::size_t d, std::size_t i) const
+    {
+        return d == 0 ? 0 : inserts(d, i) ? at(d - 1, i) : at(d - 1, i - 1) + 1;
+    }
+
+    [[nodiscard]] std::size_t follow(std::size_t x, std::size_t d, std::size_t i) const
+    {
+        while (x < before_size_ && y_of(x, d, i) < after_size_ && before_[x] == after_[y_of(x, d, i)])
+            ++x;
+        return x;
+    }
+
+    index_pair trace_back(std::size_t d, std::size_t i, std::vector<index_pair>& pairs) const
+    {
+        const index_pair end = {at(d, i), y_of(at(d, i), d, i)};
+        const auto first = static_cast<std::ptrdiff_t>(pairs.size());
+        for (;; --d) {
+            for (std::size_t x = at(d, i); x > start(d, i); --x)
+                pairs.push_back({x - 1, y_of(x - 1, d, i)});
+            if (d == 0)
+                break;
+            i -= inserts(d, i) ? 0 : 1;
+        }
+        std::reverse(pairs.begin() + first, pairs.end());
+        return end;
+    }
+
+    const std::uint32_t* before_;
+    const std::uint32_t* after_;
+    std::size_t before_size_;
+    std::size_t after_size_;
+    std::size_t most_edits_;
+    std::vector<std::uint32_t> trace_;
+};
+
 } // namespace
 
-common_sequence find_common_sequence(const elements& before, const elements& after)
+common_sequence find_common_sequence(const std::vector<std::uint32_t>& before,
+                                     const std::vector<std::uint32_t>& after)
 {
     common_sequence common;
     const std::size_t shorter = std::min(before.size(), after.size());
@@ -50,22 +144,24 @@ common_sequence find_common_sequence(const elements& before, const elements& aft
 
     const std::size_t before_end = before.size() - tail;
     const std::size_t after_end = after.size() - tail;
-    const auto at = [](const elements& sequence, std::size_t index) {
+    const auto at = [](const std::vector<std::uint32_t>& sequence, std::size_t index) {
         return sequence.begin() + static_cast<std::ptrdiff_t>(index);
     };
     const candidates old_side = select(before, head, before_end, {at(after, head), at(after, after_end)});
     const candidates new_side = select(after, head, after_end, {at(before, head), at(before, before_end)});
-    if (std::max(old_side.values.size(), new_side.values.size()) > longest_searched) {
-        common.complete = false;
-    } else if (!old_side.values.empty() && !new_side.values.empty()) {
-        dtl::Diff<std::uint32_t, elements> diff(old_side.values, new_side.values);
-        diff.compose();
-        for (const auto& [value, edit] : diff.getSes().getSequence()) {
-            if (edit.type == dtl::SES_COMMON) { // its indices count from 1
-                common.pairs.push_back({old_side.indices[static_cast<std::size_t>(edit.beforeIdx) - 1],
-                                        new_side.indices[static_cast<std::size_t>(edit.afterIdx) - 1]});
-            }
-        }
+    const std::size_t old_size = old_side.values.size();
+    const std::size_t new_size = new_side.values.size();
+    const std::size_t most_edits = edits_of_a_piece(std::max<std::size_t>(1, old_size + new_size));
+    for (index_pair from = {0, 0}; from.before < old_size && from.after < new_size;) {
+        std::vector<index_pair> pairs;
+        const index_pair end = piece(old_side.values.data() + from.before, old_size - from.before,
+                                     new_side.values.data() + from.after, new_size - from.after, most_edits)
+                                   .search(pairs);
+        for (const index_pair& pair : pairs)
+            common.pairs.push_back(
+                {old_side.indices[from.before + pair.before], new_side.indices[from.after + pair.after]});
+        from = {from.before + end.before, from.after + end.after};
+        common.complete = common.complete && from.before == old_size && from.after == new_size;
     }
 
     for (std::size_t i = 0; i < tail; ++i)

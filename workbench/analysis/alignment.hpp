@@ -1,4 +1,4 @@
-// What two sequences have in common.
+// Common subsequences.
 #pragma once
 
 #include <cstddef>
@@ -15,12 +15,11 @@ struct index_pair {
 
 struct common_sequence {
     std::vector<index_pair> pairs; ///< ascending in both members
-    bool complete = true;          ///< false if the sequences were too long to be searched for more
+    bool complete = true;          ///< false if a longer one may exist
 };
 
-/// A longest common subsequence of the two. What is neither at their equal beginnings nor at their equal ends
-/// is searched only while it is at most 100,000 elements on either side that the other side has too; time and
-/// memory stay within what that takes, some seconds and some hundred MiB at the worst.
+/// A longest common subsequence of the two; of sequences that differ in thousands of elements that both have,
+/// a long one. Takes at most a few seconds and 32 MiB, whatever the sequences are.
 common_sequence find_common_sequence(const std::vector<std::uint32_t>& before,
                                      const std::vector<std::uint32_t>& after);
 

@@ -58,7 +58,7 @@ struct row_pair {
 
 struct row_alignment {
     std::vector<row_pair> rows; ///< every row of both, in order; among rows of one side only, `before` first
-    bool complete = true;       ///< false if the kernels were too long to find all equal rows
+    bool complete = true;       ///< false if the kernels differ too much to find all equal rows
 };
 
 /// Those rows with what they have in common, in order.

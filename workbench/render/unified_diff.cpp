@@ -169,11 +169,10 @@ void append_hunks(std::vector<std::string>& lines, const row_alignment& alignmen
         }
     }
     if (left_out != 0)
-        lines.push_back(fmt::format("@@ {} more lines that differ @@", left_out));
+        lines.push_back(fmt::format("@@ {} more differing lines @@", left_out));
     if (!alignment.complete) {
         lines.emplace_back(
-            "@@ too long to be compared line by line: what is between the equal beginnings and "
-            "ends is shown as replaced @@");
+            "@@ the two differ too much for a shortest diff: equal lines may be shown as replaced @@");
     }
 }
 

@@ -361,7 +361,7 @@ TEST_F(Diff, ShowsTheFirstConstantsOfMany)
         data[i] = 1;
     dump("after", "k", {a64::ret()}, data);
     const std::string out = run({}).out;
-    EXPECT_THAT(out, HasSubstr("@@ 976 more lines that differ @@\n"));
+    EXPECT_THAT(out, HasSubstr("@@ 976 more differing lines @@\n"));
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 3 + 3 + 1 + 2 * 24 + 1);
 }
 

@@ -330,7 +330,7 @@ function drawArticle(kernel, article) {
         ...kernel.time_text ? [make('span', {class: 'facts'}, `${kernel.time_text} ${ofAll}`)] : []);
     article.replaceChildren(heading, make('p', {class: 'facts'}, ...factsOf(kernel)),
         ...kernel.found.length ? [make('ul', {class: 'findings'}, ...kernel.found.map(findingItem))] : [], place,
-        ...listing.complete === false ? [make('p', {class: 'facts'}, 'The two were too long to find all equal rows.')] : [],
+        ...listing.complete === false ? [make('p', {class: 'facts'}, 'The two differ too much to find all equal rows.')] : [],
         ...constantsOf(kernel, listing));
     article.classList.remove('waiting');
     if (listing.rows)
