@@ -22,12 +22,10 @@ namespace {
 constexpr std::size_t share_columns = 5; // "100.0"
 constexpr std::size_t bar_columns = 8;
 
-struct profile_options {
+struct command_options {
     common_options common;
     std::string dumps;
-    std::string perf_data;
-    std::string perf_script;
-    std::string event;
+    profile_options profile;
     std::vector<std::string> kernels;
 };
 
@@ -194,18 +192,15 @@ json counts(const event_profile& event, const kernel_set& set, const std::vector
     return document;
 }
 
-int show_profile(const profile_options& options)
+int show_profile(const command_options& options)
 {
     read_result read = read_set({options.dumps}, options.common);
     if (!require_kernels(read, options.dumps))
         return exit_error;
-    const bool text = !options.perf_script.empty();
-    const std::string& file = text ? options.perf_script : options.perf_data;
-    const profile profile = text ? read_perf_script(file, read.set) : read_perf_data(file, read.set);
-    print_profile_errors(profile, file == "-" ? "standard input" : file, read.had_errors);
+    const profile profile = read_profile(options.profile, read.set, read.had_errors);
 
     const event_profile none;
-    const event_profile* const chosen = choose_event(profile, options.event);
+    const event_profile* const chosen = choose_event(profile, options.profile.event);
     const event_profile& event = chosen == nullptr ? none : *chosen;
     std::vector<const placed_kernel*> named;
     if (!options.kernels.empty())
@@ -226,27 +221,20 @@ int show_profile(const profile_options& options)
 
 void add_profile(command_line& program, int& status)
 {
-    const auto options = std::make_shared<profile_options>();
+    const auto options = std::make_shared<command_options>();
     command_line command = program.add_command("profile", "Where the time goes, from what perf recorded");
     command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump").required();
-    const command_option data =
-        command.add_option("PERF.DATA", options->perf_data, "What perf record wrote; not with --perf-script");
-    command.add_option("KERNEL", options->kernels, "Kernels to list; the largest one without");
-    command.add_option("--perf-script", options->perf_script,
-                       "Text that perf script made of it, - for standard input");
-    command.add_option("--event", options->event, "Event, as perf names it; the one of most samples without");
+    command.add_option("KERNEL", options->kernels, "Kernels to list (default: the one with most time)");
+    add_profile_options(command, options->profile);
     add_common_options(command, options->common, {"text", "json"});
     std::string footer = "The text for --perf-script is made by\n ";
     for (const std::string& word : perf_script_command())
         footer += " " + word;
     footer += "\nExit status: 0 samples in kernels, 1 none, 2 error.";
     command.footer(footer);
-    command.run([options, data, &status] {
-        if (options->perf_script.empty() && !data.given())
-            refuse_without("PERF.DATA or --perf-script");
-        // What is in PERF.DATA's place is the first kernel then.
-        if (!options->perf_script.empty() && data.given())
-            options->kernels.insert(options->kernels.begin(), options->perf_data);
+    command.run([options, &status] {
+        if (!options->profile.given())
+            refuse_without("--perf-data or --perf-script");
         status = show_profile(*options);
     });
 }

@@ -21,9 +21,7 @@ namespace {
 struct report_options {
     common_options common;
     std::string dumps;
-    std::string perf_data;
-    std::string perf_script;
-    std::string event;
+    profile_options profile;
     std::string against;
     std::string page;
 };
@@ -63,17 +61,14 @@ int report(const report_options& options)
         input.against_name = name_of(options.against);
     }
     profile profile;
-    const bool text = !options.perf_script.empty();
-    if (text || !options.perf_data.empty()) {
-        const std::string& file = text ? options.perf_script : options.perf_data;
+    if (options.profile.given()) {
         std::error_code ignored;
-        if (std::filesystem::equivalent(file, options.page, ignored))
+        if (std::filesystem::equivalent(options.profile.file(), options.page, ignored))
             throw std::runtime_error(options.page + ": is the profile");
-        profile = text ? read_perf_script(file, read.set) : read_perf_data(file, read.set);
-        print_profile_errors(profile, file == "-" ? "standard input" : file, read.had_errors);
-        input.profile = choose_event(profile, options.event);
+        profile = read_profile(options.profile, read.set, read.had_errors);
+        input.profile = choose_event(profile, options.profile.event);
         if (input.profile == nullptr)
-            throw std::runtime_error(file + ": no samples in it");
+            throw std::runtime_error(options.profile.file() + ": no samples in it");
     }
 
     const std::string page = make_page(input);
@@ -106,22 +101,13 @@ void add_report(command_line& program, int& status)
     command.add_option("-o,--output", options->page, "The page: one file, to be opened from anywhere")
         .type_name("FILE.html")
         .required();
-    const command_option data =
-        command.add_option("--profile", options->perf_data, "What perf record wrote: where the time goes")
-            .type_name("PERF.DATA");
-    const command_option text = command
-                                    .add_option("--perf-script", options->perf_script,
-                                                "Or the text of perf script; - is standard input")
-                                    .type_name("FILE")
-                                    .excludes(data);
-    command.add_option("--event", options->event, "The event of the profile; the one of most samples without")
-        .type_name("E");
+    add_profile_options(command, options->profile);
     command.add_option("--against", options->against, "Dumps from before a change, to be compared with")
         .type_name("OLD");
     add_common_options(command, options->common, {"text", "json"});
     command.footer("Exit status: 0 done, 2 error.");
-    command.run([options, text, data, &status] {
-        if (!options->event.empty() && !text.given() && !data.given())
+    command.run([options, &status] {
+        if (!options->profile.event.empty() && !options->profile.given())
             refuse_option("--event", "there is no profile");
         status = report(*options);
     });

@@ -49,8 +49,6 @@ program_result run_perf_script(const std::string& file, profile_reader& reader)
     }
 }
 
-} // namespace
-
 profile read_perf_script(const std::string& file, const kernel_set& set)
 {
     return with_name(input_name(file), [&] {
@@ -78,6 +76,36 @@ profile read_perf_data(const std::string& file, const kernel_set& set)
     });
 }
 
+} // namespace
+
+void add_profile_options(command_line& command, profile_options& options)
+{
+    const command_option data =
+        command.add_option("--perf-data", options.perf_data, "What perf record wrote").type_name("FILE");
+    command
+        .add_option("--perf-script", options.perf_script, "Or the text of perf script; - is standard input")
+        .type_name("FILE")
+        .excludes(data);
+    command
+        .add_option("--event", options.event, "Event, as perf names it (default: the one with most samples)")
+        .type_name("EVENT");
+}
+
+profile read_profile(const profile_options& options, const kernel_set& set, bool& had_errors)
+{
+    profile read = options.perf_script.empty() ? read_perf_data(options.perf_data, set)
+                                               : read_perf_script(options.perf_script, set);
+    const perf_script_summary& text = read.text;
+    if (text.bad_lines != 0) {
+        print_error(fmt::format(
+            "{}:{}: not a line of the text of perf script -F pid,time,event,period,ip{}",
+            input_name(options.file()), text.first_bad_line,
+            text.bad_lines == 1 ? "" : fmt::format(", as {} in all; they are skipped", text.bad_lines)));
+        had_errors = true;
+    }
+    return read;
+}
+
 const event_profile* choose_event(const profile& profile, const std::string& event)
 {
     const event_profile* const chosen = find_event(profile, event);
@@ -88,18 +116,6 @@ const event_profile* choose_event(const profile& profile, const std::string& eve
         names += (names.empty() ? "" : ", ") + other.event;
     throw std::runtime_error(
         fmt::format("no event {} in the profile{}{}", event, names.empty() ? "" : "; there is ", names));
-}
-
-void print_profile_errors(const profile& profile, const std::string& file, bool& had_errors)
-{
-    if (profile.text.bad_lines == 0)
-        return;
-    print_error(fmt::format("{}:{}: not a line of the text of perf script -F pid,time,event,period,ip{}",
-                            file, profile.text.first_bad_line,
-                            profile.text.bad_lines == 1 ? ""
-                                                        : fmt::format(", as {} in all; they are passed over",
-                                                                      profile.text.bad_lines)));
-    had_errors = true;
 }
 
 } // namespace vorna::workbench

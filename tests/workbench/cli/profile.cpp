@@ -140,7 +140,7 @@ note: exact counts: how often each instruction ran, not how long it took
 
 TEST_F(ProfileCommand, SaysHowTextIsGiven)
 {
-    expect_error({"dumps", "text"},
+    expect_error({"dumps", "--perf-data=text"},
                  "text: text, not what perf record writes: give it with --perf-script=text");
 }
 
@@ -234,9 +234,9 @@ TEST_F(ProfileCommand, EndsWithOneIfNoSampleIsInAKernel)
 
 TEST_F(ProfileCommand, SaysInOneLineWhatIsWrong)
 {
-    expect_error({"dumps"}, "PERF.DATA or --perf-script is required");
+    expect_error({"dumps"}, "--perf-data or --perf-script is required");
     expect_error({"dumps", "--perf-script=nowhere"}, "nowhere: No such file or directory");
-    expect_error({"dumps", "nowhere"}, "nowhere: No such file or directory");
+    expect_error({"dumps", "--perf-data=nowhere"}, "nowhere: No such file or directory");
     expect_error({"dumps", "--perf-script=dumps"}, "dumps: Is a directory");
     expect_error({"dumps", "--perf-script=text", "--event=cycles"},
                  "no event cycles in the profile; there is cycles:u, arm_spe//");
@@ -256,7 +256,7 @@ TEST_F(ProfileCommand, ShowsWhatItCanBesidesTrouble)
     EXPECT_EQ(
         result.err,
         "vorna-kernels: text:9: not a line of the text of perf script -F pid,time,event,period,ip, as 2 in "
-        "all; they are passed over\nvorna-kernels: no kernel wfta_124 in the dumps; the nearest name is wfta_12\n");
+        "all; they are skipped\nvorna-kernels: no kernel wfta_124 in the dumps; the nearest name is wfta_12\n");
     EXPECT_THAT(result.out, HasSubstr("\nwfta_12, 3 samples"));
 }
 
@@ -271,7 +271,7 @@ TEST_F(ProfileCommand, RunsPerfWithoutAShell)
 {
     fake_perf("for word in \"$@\"; do echo \"$word\" >>arguments; done; cat text");
     write_file(directory.path() / "a; b $(c)", "");
-    const child_result result = run({"dumps", "a; b $(c)", "wfta_3"});
+    const child_result result = run({"dumps", "--perf-data=a; b $(c)", "wfta_3"});
     EXPECT_EQ(result.exit_status, 0) << result;
     EXPECT_THAT(result.out, HasSubstr("\nwfta_3, 1 sample"));
     EXPECT_EQ(contents(directory.path() / "arguments"),
@@ -284,21 +284,21 @@ TEST_F(ProfileCommand, SaysInOneLineWhatIsWrongWithPerf)
     write_file(directory.path() / "perf.data", "");
     fake_perf(
         "echo >&2; echo 'incompatible file format (rerun with -v to learn more)' >&2; echo more >&2; exit 255");
-    expect_error({"dumps", "perf.data"},
+    expect_error({"dumps", "--perf-data=perf.data"},
                  "perf.data: perf script: incompatible file format (rerun with -v to learn more)");
     fake_perf("cat text; exit 3");
-    expect_error({"dumps", "perf.data"}, "perf.data: perf script: exit status 3");
+    expect_error({"dumps", "--perf-data=perf.data"}, "perf.data: perf script: exit status 3");
     fake_perf("cat text; kill -9 $$");
-    expect_error({"dumps", "perf.data"}, "perf.data: perf script was ended by signal 9");
+    expect_error({"dumps", "--perf-data=perf.data"}, "perf.data: perf script was ended by signal 9");
     fake_perf("exit 0");
-    expect_error({"dumps", "perf.data"},
+    expect_error({"dumps", "--perf-data=perf.data"},
                  "perf.data: no line of the text of perf script -F pid,time,event,period,ip");
     fake_perf("echo warning >&2; cat text");
-    EXPECT_EQ(run({"dumps", "perf.data"}).err, "");
+    EXPECT_EQ(run({"dumps", "--perf-data=perf.data"}).err, "");
     std::filesystem::remove_all(directory.path() / "bin");
     std::filesystem::create_directory(directory.path() / "bin");
     const child_result result = run_tool({"env", "-i", "PATH=" + (directory.path() / "bin").string(),
-                                          VORNA_KERNELS, "profile", "dumps", "perf.data"},
+                                          VORNA_KERNELS, "profile", "dumps", "--perf-data=perf.data"},
                                          directory.path());
     EXPECT_EQ(result.exit_status, 2);
     EXPECT_EQ(result.err,
@@ -310,7 +310,7 @@ TEST_F(ProfileCommand, EndsPerfWhenItNeedsNoMoreOfIt)
 {
     write_file(directory.path() / "perf.data", "");
     fake_perf("echo PERFILE2; while :; do echo; done");
-    expect_error({"dumps", "perf.data"},
+    expect_error({"dumps", "--perf-data=perf.data"},
                  "perf.data: data of perf record, not the text that perf script makes of it");
 }
 
@@ -473,7 +473,8 @@ protected:
     {
         for (const std::string event : {"cpu-clock", "task-clock"}) {
             const child_result result = run_tool(
-                {VORNA_KERNELS, "profile", ".", "perf.data", "--format=json", "--event=" + event}, dumps());
+                {VORNA_KERNELS, "profile", ".", "--perf-data=perf.data", "--format=json", "--event=" + event},
+                dumps());
             ASSERT_EQ(result.exit_status, 0) << result;
             EXPECT_EQ(result.err, "");
             const json made = json::parse(result.out);

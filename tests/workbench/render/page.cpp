@@ -469,7 +469,7 @@ TEST_F(ReportCommand, DoesNotWriteThePageOverWhatItReads)
 TEST_F(ReportCommand, SaysHowTheTextOfAProfileIsGiven)
 {
     write_file(directory.path() / "counts", "    7     1.000000:          4 executions:             10000\n");
-    expect_error({"dumps", "-o", "page.html", "--profile=counts"},
+    expect_error({"dumps", "-o", "page.html", "--perf-data=counts"},
                  "counts: text, not what perf record writes: give it with --perf-script=counts");
 }
 
@@ -493,8 +493,8 @@ TEST_F(ReportCommand, RefusesArgumentsThatDoNotGoTogether)
 {
     expect_error({"dumps"}, "--output is required");
     expect_error({"dumps", "-o", "page.html", "--event=cycles"}, "--event: there is no profile");
-    expect_error({"dumps", "-o", "page.html", "--profile=a", "--perf-script=b"},
-                 "--profile excludes --perf-script");
+    expect_error({"dumps", "-o", "page.html", "--perf-data=a", "--perf-script=b"},
+                 "--perf-data excludes --perf-script");
 }
 
 } // namespace

@@ -142,17 +142,17 @@ What each command says of itself:
 
   $ vorna-kernels profile --help
   Where the time goes, from what perf recorded
-  Usage: vorna-kernels profile [OPTIONS] DUMPS [PERF.DATA] [KERNEL...]
+  Usage: vorna-kernels profile [OPTIONS] DUMPS [KERNEL...]
   
   Positionals:
     DUMPS                       Directory of dumps, or one dump
-    PERF.DATA                   What perf record wrote; not with --perf-script
-    KERNEL                      Kernels to list; the largest one without
+    KERNEL                      Kernels to list (default: the one with most time)
   
   Options:
     -h,--help                   Print this help message and exit
-    --perf-script TEXT          Text that perf script made of it, - for standard input
-    --event TEXT                Event, as perf names it; the one of most samples without
+    --perf-data FILE            What perf record wrote
+    --perf-script FILE          Or the text of perf script; - is standard input
+    --event EVENT               Event, as perf names it (default: the one with most samples)
     --format {text,json}        How results are printed; text without
     --color {always,never,auto} When in colour; auto, on a terminal, without
     --verbose                   Name the files that are passed over
@@ -171,9 +171,9 @@ What each command says of itself:
   Options:
     -h,--help                   Print this help message and exit
     -o,--output FILE.html       The page: one file, to be opened from anywhere
-    --profile PERF.DATA         What perf record wrote: where the time goes
+    --perf-data FILE            What perf record wrote
     --perf-script FILE          Or the text of perf script; - is standard input
-    --event E                   The event of the profile; the one of most samples without
+    --event EVENT               Event, as perf names it (default: the one with most samples)
     --against OLD               Dumps from before a change, to be compared with
     --format {text,json}        How results are printed; text without
     --color {always,never,auto} When in colour; auto, on a terminal, without
