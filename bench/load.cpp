@@ -158,7 +158,7 @@ void measure_calls_until_refused()
     int status = 0;
     waitpid(pid, &status, 0);
     if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGSEGV)
-        std::fprintf(stderr, "wfta_load: the calls did not end in a refused mapping\n");
+        std::fprintf(stderr, "wfta_bench_load: the calls did not end in a refused mapping\n");
     print("calls until refused", static_cast<double>(*calls));
 }
 

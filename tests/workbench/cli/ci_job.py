@@ -41,11 +41,11 @@ class Checkout:
         self.path = directory.name
         self.outputs = {}
         self.statuses = {}
-        for name in ("scripts", "build/demo/workbench", "build/demo/examples/wfta_host", "examples/wfta_host"):
+        for name in ("scripts", "build/workbench/workbench", "build/workbench/examples/wfta_host", "examples/wfta_host"):
             os.makedirs(self.file(name))
-        self.write("scripts/workbench", 'exec build/demo/workbench/vorna-kernels "$@"')
-        self.write("build/demo/workbench/vorna-kernels", f'exec {VORNA_KERNELS} "$@"')
-        self.write("build/demo/examples/wfta_host/wfta_host", f"HOST={WFTA_HOST}\n{host}")
+        self.write("scripts/workbench", 'exec build/workbench/workbench/vorna-kernels "$@"')
+        self.write("build/workbench/workbench/vorna-kernels", f'exec {VORNA_KERNELS} "$@"')
+        self.write("build/workbench/examples/wfta_host/wfta_host", f"HOST={WFTA_HOST}\n{host}")
         self.environment = {"PATH": os.environ["PATH"], "HOME": self.path, "CI": "true", "GITHUB_PATH": self.file("path"),
                             "GITHUB_STEP_SUMMARY": self.file("summary")}
         self.bless()
@@ -177,7 +177,7 @@ class BaselineScript(unittest.TestCase):
         status, output, errors = self.run_script("exit 134")
         self.assertEqual((status, output), (2, ""))
         self.assertEqual(errors, "scripts/baseline: wfta_host ended with exit status 134; its kernels until then are in"
-                         " build/demo/kernels\n")
+                         " build/workbench/kernels\n")
 
 
 if __name__ == "__main__":
