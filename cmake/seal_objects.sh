@@ -1,3 +1,4 @@
+#!/bin/sh
 # sh seal_objects.sh OBJCOPY OBJECT...: leaves nothing global in the library's objects but its own functions, and nothing
 # in them that a linker would merge with the like of other objects. Twice is as good as once.
 set -e

@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # The library as a directory of the host's tree, by add_subdirectory and FetchContent.
 . "$(dirname "$0")/common.sh"
 

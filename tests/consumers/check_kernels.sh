@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # The guide's host that checks its kernels, in every way that embedding.md has; it prints what the guide says.
 . "$(dirname "$0")/common.sh"
 

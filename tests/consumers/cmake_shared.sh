@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # The guide's host, by find_package, with the shared library.
 . "$(dirname "$0")/common.sh"
 

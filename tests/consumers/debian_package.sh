@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # The Debian packages: accepted by lintian and apt, and complete.
 . "$(dirname "$0")/common.sh"
 
@@ -16,8 +17,10 @@ cmake -S "$source/examples/first_kernel" -B "$work/debian/first_kernel" -D CMAKE
 cmake --build "$work/debian/first_kernel"
 expect_first_kernel "$work/debian/first_kernel/first_kernel" "$elf"
 
-export PKG_CONFIG_PATH="$work/debian/usr/lib/$("$CXX" -dumpmachine)/pkgconfig"
+PKG_CONFIG_PATH="$work/debian/usr/lib/$("$CXX" -dumpmachine)/pkgconfig"
+export PKG_CONFIG_PATH
 cd "$work/debian"
+# shellcheck disable=SC2046 # the flags are words
 g++ "$source/examples/first_kernel/main.cpp" $(pkg-config --cflags --libs vorna_wfta) -o planner
 expect_first_kernel "$PWD/planner" "$elf"
 
@@ -39,6 +42,6 @@ if [ "$workbench" = ON ]; then
             complete_words vorna-kernels show --format js
             complete_words vorna-kernels baseline ""
             complete_words vorna-kernels baseline bless --li' - "$work/debian/usr/share/bash-completion/completions/vorna-kernels")
-        [ "$offered" = "$(echo $commands)"$'\n--format\njson\ncheck bless\n--listing' ] || fail "completion offers: $offered"
+        [ "$offered" = "${commands//$'\n'/ }"$'\n--format\njson\ncheck bless\n--listing' ] || fail "completion offers: $offered"
     fi
 fi

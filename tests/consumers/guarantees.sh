@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # A host that relies on what the guide says of padding and of exceptions.
 . "$(dirname "$0")/common.sh"
 
@@ -38,9 +39,11 @@ expect_output() {
 }
 for kind in vorna shared; do # the first is the static library
     export PKG_CONFIG_PATH=$HOME/$kind/lib/pkgconfig
+    # shellcheck disable=SC2046 # the flags are words
     g++ -std=c++17 "$host/host.cpp" $(pkg-config --cflags --libs vorna_wfta) -Wl,-rpath,"$HOME/$kind/lib" \
         -o "$host/host"
     expect_output $'0 0 16\n1 0 16\n2 0 16'
+    # shellcheck disable=SC1003 # one backslash
     for malformed in '(' '[' '[b-a]' '\' 'a{2' '[[:none:]]'; do
         expect_output caught "VORNA_WFTA_DUMP_KERNEL=$malformed"
     done

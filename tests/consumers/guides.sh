@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # What README.md and the guide print is what the example has and what the other tests run.
 . "$(dirname "$0")/common.sh"
 

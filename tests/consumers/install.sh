@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # Installs the library in every variant, the first as the guide says, and moves the lot to another directory.
 . "$(dirname "$0")/common.sh"
 

@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # The library's exceptions reach a host that is optimised at link time, with the library in its tree and with an
 # installed archive.
 . "$(dirname "$0")/common.sh"

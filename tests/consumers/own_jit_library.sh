@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # A host whose JIT library defines tessjit::emit_elf.
 . "$(dirname "$0")/common.sh"
 

@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # The guide's host, by pkg-config, with the static library.
 . "$(dirname "$0")/common.sh"
 

@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # What a program or its loader sees of the shared library.
 . "$(dirname "$0")/common.sh"
 

@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # What a link takes from the static library, and what it cannot take from the host instead.
 . "$(dirname "$0")/common.sh"
 
@@ -55,6 +56,7 @@ for compiler in "$CXX" "clang++ --target=$machine"; do
         for order in "names.o host.o ${libraries[*]}" "host.o ${libraries[*]} names.o"; do
             # shellcheck disable=SC2086
             (cd "$host" && $compiler $order -o host)
+            # shellcheck disable=SC1003 # one backslash
             for malformed in '(' '[' '[b-a]' '\' 'a{2' '[[:none:]]'; do
                 # shellcheck disable=SC2086
                 output=$(VORNA_WFTA_DUMP_KERNEL=$malformed ${emulator:-} "$host/host") || true

@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # Every combination of the build's options makes its targets, or is refused by one line: build_options.sh ROOT
 # Nothing is compiled here.
 set -euo pipefail
@@ -28,8 +29,8 @@ for above in "$root" "$work/above"; do
     for shared in OFF ON; do
         for writer in OFF ON; do
             for parts in OFF ON; do
-                options=(-D BUILD_SHARED_LIBS=$shared -D VORNA_WFTA_BUNDLED_WRITER=$writer
-                    -D VORNA_WFTA_TESTS=$parts -D VORNA_WFTA_EXAMPLES=$parts)
+                options=(-D "BUILD_SHARED_LIBS=$shared" -D "VORNA_WFTA_BUNDLED_WRITER=$writer"
+                    -D "VORNA_WFTA_TESTS=$parts" -D "VORNA_WFTA_EXAMPLES=$parts")
                 configure "$above" "${options[@]}" || fail "$above ${options[*]}: $(cat "$work/error")"
                 [ ! -s "$work/error" ] || fail "$above ${options[*]}: $(cat "$work/error")"
                 targets=$(ninja -C "$work/build" -t targets all)

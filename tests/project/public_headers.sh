@@ -1,3 +1,4 @@
+#!/usr/bin/env bash
 # The public headers compile alone, twice over, in every C++ standard that hosts use, with and without exceptions and
 # run-time type information, without a warning, and include nothing but each other and the standard library.
 # usage: public_headers.sh PROJECT COMPILER

@@ -1,6 +1,8 @@
 # bash completion of vorna-kernels. Commands, options and their values are read from the program's own help.
 
+# shellcheck disable=SC2086 # a command within a command is two words
 _vorna_kernels() {
+    # shellcheck disable=SC2034 # set by _init_completion
     local cur prev words cword split
     _init_completion -s || return
 
