@@ -6,7 +6,7 @@ for way in add_subdirectory FetchContent; do
     host=$work/$way
     mkdir "$host"
     mkdir "$host/vorna_wfta"
-    cp -r "$source"/{CMakeLists.txt,cmake,fft,jit,workbench} "$host/vorna_wfta"
+    cp -r "$source"/{CMakeLists.txt,check,cmake,fft,jit} "$host/vorna_wfta"
     cp "$source/examples/first_kernel/main.cpp" "$host"
     block docs/embedding.md "## $way" cmake >"$host/CMakeLists.txt"
     echo 'enable_testing()' >>"$host/CMakeLists.txt"

@@ -5,7 +5,7 @@
 
 host=$work/link_time_optimisation
 mkdir "$host" "$host/vorna_wfta"
-cp -r "$source"/{CMakeLists.txt,cmake,fft,jit,workbench} "$host/vorna_wfta"
+cp -r "$source"/{CMakeLists.txt,check,cmake,fft,jit} "$host/vorna_wfta"
 cat >"$host/host.cpp" <<'EOF'
 #include "fft/SRC/wfta/kernel_printer.hpp"
 
