@@ -1,4 +1,4 @@
-// What ends the process, and the exact texts on stderr that it leaves behind. The tests elsewhere compare
+// What ends the process, and the exact texts that it leaves on stderr. The tests elsewhere compare
 // with texts that support/abort_messages.cpp composes; the ones here are written out.
 
 #include "tests/support/abort_messages.hpp"

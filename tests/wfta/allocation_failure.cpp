@@ -78,8 +78,8 @@ std::vector<kernel_data> three_kernels(std::vector<void*>& slots)
     return kernels;
 }
 
-/// Finalises the three kernels again and again, and has one allocation more succeed each time before one
-/// fails. Returns how many allocations the call needs to come to its end.
+/// Finalises the three kernels repeatedly; each time one more allocation succeeds before one fails. Returns
+/// how many allocations a complete call needs.
 long fail_every_allocation()
 {
     for (long succeeding = 0;; ++succeeding) {

@@ -30,7 +30,7 @@ using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 /// Finalises a kernel that returns the constant 42 from its data, and one that calls it and adds 1, and
-/// expects both to be whole.
+/// expects both to be intact.
 void emit_and_run(const std::string& callee_name = "callee", const std::string& caller_name = "caller")
 {
     void* answer = nullptr;
@@ -105,7 +105,7 @@ void with_all_on(const std::filesystem::path& directory, const std::string& expe
     const perf_map left_by_a_child_that_died(pid);
 }
 
-/// Makes the current directory one in which this process cannot make files, root or not.
+/// Makes the current directory one where this process cannot create files, even as root.
 void lose_permission_to_write()
 {
     const uid_t nobody = 65534;
@@ -206,7 +206,7 @@ TEST(DiagnosticsErrors, DeviceIsFull)
     for (const char* name : {"callee", "caller", "caller.hash"}) {
         std::filesystem::create_symlink("/dev/full", directory.path() / name);
     }
-    // /dev/full reads as zero bytes without end, but for libstdc++ none of them counts as available.
+    // /dev/full reads as endless zero bytes, but libstdc++ counts none of them as available.
 #ifdef _LIBCPP_VERSION
     const std::string finding =
         "hash files did not match! (old) 0x0 != (new) " + hash_of(caller_words) + "\n";
@@ -290,7 +290,7 @@ TEST(DiagnosticsErrors, NameLeadsIntoADirectoryThatExists)
 
 TEST(DiagnosticsErrors, NameIsTooLongForAFile)
 {
-    const std::string longest(255, 'n'); // a file name's limit, but not with ".hash" behind it
+    const std::string longest(255, 'n'); // the limit of a file name, too long with ".hash"
     const std::string too_long(256, 'n');
     const temp_directory directory;
     with_all_on(directory.path(), announcement(longest, callee_words) + announcement(too_long, caller_words),

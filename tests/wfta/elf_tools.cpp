@@ -1,5 +1,5 @@
-// Ordinary tools read the dumps, and linkers, told to place a kernel set where the finaliser placed it, make
-// the same bytes of it.
+// Ordinary tools read the dumps, and linkers, told to place a kernel set where the finaliser placed it,
+// produce the same bytes.
 
 #include "fft/SRC/wfta/kernel_printer.hpp"
 #include "jit/elf.hpp"

@@ -39,7 +39,7 @@ kernel_data adr_kernel(const std::string& name, const std::string& target, std::
     return kernel(name, {a64::adr(0), a64::ret()}, {{target, 0, ADR, addend}}, {1, 2, 3, 4, 5, 6, 7, 8});
 }
 
-/// Returns the address of `target`, by ADRP and ADD, the first of which lies `offset` bytes into the kernel.
+/// Returns the address of `target`, by an ADRP at `offset` in the kernel and an ADD.
 kernel_data adrp_kernel(const std::string& name, const std::string& target, std::int32_t addend = 0,
                         std::int32_t offset = 0)
 {

@@ -338,7 +338,7 @@ TEST(KernelHash, KernelIsLinkedAndPublishedAfterAMismatch)
 
 /// The file events, in order, of a run with kernel k of the bytes 01 02 in a directory. Each is the event's
 /// name, a blank and the file's name. Modifications count for stderr only: kernels differ in when they report
-/// that opening cut a file.
+/// that opening truncated a file.
 std::vector<std::string> file_events(const temp_directory& directory)
 {
     const int events = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);

@@ -95,7 +95,7 @@ TEST(Load, TwentyThousandCallsOnOneRegistry)
 }
 
 // The rest runs in many processes with all diagnostics on and one current directory. What a process writes
-// shows its number, so that a file which is not whole shows.
+// contains its number, so that a torn file is noticed.
 
 constexpr std::size_t kernels_each = 4;
 constexpr std::size_t words_each = 64;
@@ -263,7 +263,7 @@ TEST(Load, ARunAfterFiveHundredThatWereKilledSucceeds)
             int status = 0;
             waitpid(pid, &status, 0);
             EXPECT_EQ(WTERMSIG(status), SIGKILL);
-            const perf_map left_behind(pid);
+            const perf_map leftover(pid);
         }
     };
     with_all_on(directory.path(), kill_all, [](const std::string&) {});

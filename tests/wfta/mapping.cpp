@@ -32,7 +32,7 @@ std::vector<kernel_data> caller_and_callee(void** slots)
             kernel("caller", {a64::bl(), a64::ret()}, {{"callee", 0, R_AARCH64_CALL26, 0}}, {}, &slots[1])};
 }
 
-/// The line of /proc/self/maps whose range starts at `begin`, cut behind the protection; empty if none does.
+/// The line of /proc/self/maps whose range starts at `begin`, up to the protection; empty if none does.
 std::string mapping_line(const void* begin)
 {
     std::ifstream maps("/proc/self/maps");

@@ -50,7 +50,7 @@ TEST(PerfMap, LineIsAddressSizeAndNameInBareLowerCaseHexadecimal)
 {
     with_perf("1", [](const perf_map& map) {
         std::uint8_t* const place = address(0x400000);
-        // Nothing of this program may lie there.
+        // No memory of this program may be there.
         ASSERT_EQ(mmap(place, 0x10000, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0),
                   place);
         platform_spy spy;

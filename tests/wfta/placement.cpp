@@ -202,7 +202,7 @@ TEST(Placement, KernelsMayShareASlotAndTheLastOneStays)
     EXPECT_EQ(slot, registry.at("b").text_ptr);
 }
 
-// The first kernel's relocation reaches behind its own code, to where the second will lie. It finds a zero
+// The first kernel's relocation is past its own code, where the second will be placed. It finds a zero
 // word there, and what it writes is covered by the second kernel's bytes.
 TEST(Placement, AKernelIsCopiedOnlyWhenItsTurnComes)
 {
@@ -253,7 +253,7 @@ TEST(Placement, ASlotIsWrittenAfterItsKernelIsLinkedAndBeforeTheNextIsPlaced)
                 EXPECT_EQ(slots[0], registry.at("complete").text_ptr);
                 EXPECT_EQ(slots[1], nullptr);
                 EXPECT_EQ(slots[2], nullptr);
-                // Words patched before the failure stay patched, those behind it are never reached.
+                // Words patched before the failure stay patched, those after it are never reached.
                 const std::uint8_t* const failing = registry.at("failing").text_ptr;
                 EXPECT_EQ(word_at(failing), 0x97fffff8U);
                 EXPECT_EQ(word_at(failing + 4), a64::bl());

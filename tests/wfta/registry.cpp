@@ -170,7 +170,7 @@ TEST(Registry, ASecondKernelOfANameInOneSetIsFatalAndTheFirstStaysComplete)
         [&] {
             at_abort([&] {
                 // The first is placed, linked and published; the second's code and data have been copied
-                // behind it.
+                // after it.
                 ASSERT_EQ(registry.size(), 1U);
                 const kernel_registry_entry& first = registry.at("twice");
                 EXPECT_EQ(first.text_len, 8U);

@@ -45,7 +45,7 @@ struct sample {
 
 constexpr std::uint64_t page = 4096;
 
-/// Whether the instruction at P leads to S, and is the one that was there before but for its immediate.
+/// Whether the instruction at P addresses S, and differs from the previous one in its immediate only.
 bool leads_to(std::uint32_t patched, const sample& s, std::uint64_t P)
 {
     const std::uint64_t adr_immediate = field(patched, 5, 19) * 4 + field(patched, 29, 2);

@@ -24,7 +24,7 @@ using testing::UnorderedElementsAreArray;
 constexpr int thread_count = 8;
 constexpr int calls_each = 4;
 
-/// Runs body(thread, call) in every thread, the first calls as much at once as can be.
+/// Runs body(thread, call) in every thread, the first calls as simultaneously as possible.
 void in_all_threads(const std::function<void(int thread, int call)>& body)
 {
     std::atomic<int> waiting{thread_count};

@@ -59,7 +59,7 @@ void emit(const std::vector<std::string>& names)
     finalise_kernels(registry, kernels);
 }
 
-/// What a process leaves behind that emits kernels of these names under these variables.
+/// What a process that emits kernels of these names under these variables leaves in its directory.
 struct traces {
     std::set<std::string> files;
     bool has_map;
