@@ -1,28 +1,16 @@
 // Placed kernels from lines of assembly.
 #pragma once
 
-#include "tests/support/assemble.hpp"
-#include "tests/support/kernels.hpp"
-#include "workbench/kernels/kernel_set.hpp"
+#include "tests/support/dumps.hpp"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <elf.h>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace support {
-
-/// The bytes of doubles.
-inline std::vector<std::uint8_t> bytes_of(const std::vector<double>& values)
-{
-    std::vector<std::uint8_t> bytes(8 * values.size());
-    if (!values.empty())
-        std::memcpy(bytes.data(), values.data(), bytes.size());
-    return bytes;
-}
 
 /// A kernel of these lines. An operand "data8" of an ADR, ADRP or ADD is a relocation against the kernel's
 /// constants + 8, "code8" one against its code; "bl f+4" and "bl f-4" against the kernel f. ".word N" is a
@@ -62,7 +50,7 @@ inline vorna::workbench::placed_kernel assembled_kernel(const std::string& name,
     code_words.resize(lines.size());
     for (const auto& [index, word] : words)
         code_words[index] = word;
-    return {name, 0x10000, code(code_words), 0x20000, std::move(data), std::move(relocs), 0, ""};
+    return placed(name, 0x10000, code_words, std::move(relocs), 0x20000, std::move(data));
 }
 
 } // namespace support

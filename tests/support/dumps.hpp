@@ -8,6 +8,7 @@
 #include "workbench/kernels/kernel_set.hpp"
 
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <set>
 #include <sstream>
@@ -17,6 +18,15 @@
 #include <vector>
 
 namespace support {
+
+/// The bytes of doubles.
+inline std::vector<std::uint8_t> bytes_of(const std::vector<double>& values)
+{
+    std::vector<std::uint8_t> bytes(8 * values.size());
+    if (!values.empty())
+        std::memcpy(bytes.data(), values.data(), bytes.size());
+    return bytes;
+}
 
 /// A kernel of these words, placed at `code_address`, with its constants 0x10000 after it or at
 /// `data_address`.
@@ -73,7 +83,15 @@ inline void write_dumps(const std::filesystem::path& directory,
     }
 }
 
-/// The kernels of a text, each a line with its name followed by GNU assembly:
+/// A text in which "\xNN" stands for a byte.
+inline std::string unescaped(std::string text)
+{
+    for (std::size_t at = 0; (at = text.find("\\x", at)) != std::string::npos; ++at)
+        text.replace(at, 4, 1, static_cast<char>(std::stoi(text.substr(at + 2, 2), nullptr, 16)));
+    return text;
+}
+
+/// The kernels of a text, each a line with its name (in which "\xNN" is a byte) and then GNU assembly:
 ///
 ///     kernel double_it
 ///         adrp x1, .rodata
@@ -113,7 +131,7 @@ inline std::vector<vorna::workbench::placed_kernel> kernels_of(const std::string
             mappings.push_back({std::stoull(line.substr(8), nullptr, 0), {}});
         } else if (line.rfind("kernel ", 0) == 0) {
             finish_kernel();
-            mappings.back().kernels.push_back({line.substr(7), 0, {}, 0, {}, {}, 0, ""});
+            mappings.back().kernels.push_back({unescaped(line.substr(7)), 0, {}, 0, {}, {}, 0, ""});
         } else {
             source += line + "\n";
         }

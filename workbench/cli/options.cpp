@@ -24,7 +24,7 @@ command_option& command_option::type_name(const std::string& name)
 
 command_option& command_option::delimiter(char between)
 {
-    option_->delimiter(between);
+    option_->delimiter(between)->allow_extra_args(false); // else it takes the positionals after it
     return *this;
 }
 

@@ -180,3 +180,9 @@ What each command says of itself:
     --verbose                   Name the files that are passed over
   
   Exit status: 0 done, 2 error.
+
+No line is wider than 100 columns:
+
+  $ for command in '' explain check show link objdump diff baseline profile report; do
+  >   vorna-kernels $command --help
+  > done | awk 'length > 100'

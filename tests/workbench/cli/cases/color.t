@@ -1,0 +1,58 @@
+  $ make_dumps dumps <<'END'
+  > kernel k
+  >     ret
+  > END
+
+Not in a file or a pipe, unless asked for:
+
+  $ vorna-kernels show dumps
+  k  0x10000  4 bytes, 1 instruction
+   +00  d65f03c0  ret
+  $ vorna-kernels show --color=never dumps
+  k  0x10000  4 bytes, 1 instruction
+   +00  d65f03c0  ret
+  $ vorna-kernels show --color=always dumps
+  \x1b[1mk  0x10000  4 bytes, 1 instruction\x1b[0m (esc)
+   +00  d65f03c0  ret\x1b[32m\x1b[0m (esc)
+
+On a terminal, unless the environment forbids it:
+
+  $ on_terminal() { script -qec "env -u TERM -u NO_COLOR $* vorna-kernels show dumps" /dev/null </dev/null | sed 's/\r//; 1q'; }
+  $ on_terminal TERM=xterm
+  \x1b[1mk  0x10000  4 bytes, 1 instruction\x1b[0m (esc)
+  $ on_terminal TERM=xterm NO_COLOR=
+  \x1b[1mk  0x10000  4 bytes, 1 instruction\x1b[0m (esc)
+  $ on_terminal TERM=xterm NO_COLOR=1
+  k  0x10000  4 bytes, 1 instruction
+  $ on_terminal TERM=dumb
+  k  0x10000  4 bytes, 1 instruction
+  $ on_terminal TERM=
+  k  0x10000  4 bytes, 1 instruction
+  $ on_terminal
+  k  0x10000  4 bytes, 1 instruction
+
+A difference, and findings:
+
+  $ make_dumps after <<'END'
+  > kernel k
+  >     b k
+  > END
+  $ vorna-kernels diff --color=always dumps after
+  kernel  class  instructions  bytes of code  of constants
+  \x1b[1mk     \x1b[0m  \x1b[1;31mcode \x1b[0m  1             4              0 (esc)
+  0 same
+  
+  \x1b[1m--- k (before)\x1b[0m (esc)
+  \x1b[1m+++ k (after)\x1b[0m (esc)
+  \x1b[36m@@ +00 +00 @@\x1b[0m (esc)
+  \x1b[1;31m- +00  d65f03c0  ret\x1b[0m (esc)
+  \x1b[32m+ +00  14000000  b     .L0                          ; relocation type 282 k, not handled\x1b[0m (esc)
+  [1]
+  $ vorna-kernels check --color=always after
+  \x1b[1mk\x1b[0m: \x1b[1;33mwarning\x1b[0m: perf ignores names of less than three bytes [name-map] (esc)
+      \x1b[2mchoose a longer name\x1b[0m (esc)
+  \x1b[1mk+0x0\x1b[0m: \x1b[1;31merror\x1b[0m: relocation type 282 is none of 274, 275, 277 and 283 [unhandled-type] (esc)
+      14000000  b 0x10000               relocation 1 of 1: k + 0
+      \x1b[2muse one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26\x1b[0m (esc)
+  1 kernel, 1 relocation: 1 error, 1 warning
+  [1]

@@ -1,0 +1,59 @@
+A name cannot break out of its place in a workflow command or in Markdown:
+
+  $ make_dumps before <<'END'
+  > kernel a,b
+  >     ret
+  > kernel a|`<b>
+  >     bl "```f"
+  >     ret
+  > END
+  $ make_dumps after <<'END'
+  > kernel a,b
+  >     nop
+  >     ret
+  > kernel a|`<b>
+  >     bl "```f"
+  >     nop
+  >     ret
+  > kernel a\x0ab\x1b[31m%::error::
+  >     ret
+  > END
+  $ vorna-kernels diff --format=github before after
+  ::notice title=a\nb\x1b[31m%25%3A%3Aerror%3A%3A::a\nb\x1b[31m%25::error::: added; instructions 0 -> 1 (+1), bytes of code 0 -> 4 (+4), of constants 0
+  ::warning title=a%2Cb::a,b: code; instructions 1 -> 2 (+1), bytes of code 4 -> 8 (+4), of constants 0
+  ::warning title=a|`<b>::a|`<b>: code; instructions 2 -> 3 (+1), bytes of code 8 -> 12 (+4), of constants 0
+  [1]
+  $ vorna-kernels diff --format=markdown before after
+  | kernel | class | instructions | bytes of code | of constants |
+  |---|---|---:|---:|---:|
+  | <code>a&#92;nb&#92;x1b&#91;31m%&#58;&#58;error&#58;&#58;</code> | added | 0 -> 1 (+1) | 0 -> 4 (+4) | 0 |
+  | <code>a,b</code> | code | 1 -> 2 (+1) | 4 -> 8 (+4) | 0 |
+  | <code>a&#124;&#96;&#60;b&#62;</code> | code | 2 -> 3 (+1) | 8 -> 12 (+4) | 0 |
+  
+  0 same
+  
+  <details><summary><code>a,b</code>: code</summary>
+  
+  ```diff
+  --- a,b (before)
+  +++ a,b (after)
+  @@ +00 +00 @@
+  + +00  d503201f  nop
+    +04  d65f03c0  ret
+  ```
+  
+  </details>
+  
+  <details><summary><code>a&#124;&#96;&#60;b&#62;</code>: code</summary>
+  
+  ````diff
+  --- a|`<b> (before)
+  +++ a|`<b> (after)
+  @@ +00 +00 @@
+    +00  94000000  bl    ```f
+  + +04  d503201f  nop
+    +08  d65f03c0  ret
+  ````
+  
+  </details>
+  [1]
