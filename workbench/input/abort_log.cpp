@@ -48,8 +48,8 @@ bool is_assertion(std::string_view line, const assertion& wanted)
     const std::size_t function = line.rfind(wanted.function);
     if (function == npos)
         return false;
-    const std::string_view behind = line.substr(function + wanted.function.size());
-    if (behind.substr(0, 2) != ": ")
+    const std::string_view rest = line.substr(function + wanted.function.size());
+    if (rest.substr(0, 2) != ": ")
         return false;
     constexpr std::string_view musl = "Assertion failed: ";
     const std::size_t words = line.rfind(musl, function);
@@ -58,14 +58,14 @@ bool is_assertion(std::string_view line, const assertion& wanted)
         return expression.substr(0, wanted.expression.size()) == wanted.expression &&
                expression.substr(wanted.expression.size(), 2) == " (";
     }
-    // Quoted in every locale, so that "false" is not the beginning of another expression.
-    const std::size_t expression = behind.find(wanted.expression);
-    return expression != npos && expression >= 3 && behind[expression - 1] != ' ' &&
-           expression + wanted.expression.size() < behind.size() &&
-           behind[expression + wanted.expression.size()] != ' ';
+    // Every locale quotes the expression, so "false" is not the beginning of another one.
+    const std::size_t expression = rest.find(wanted.expression);
+    return expression != npos && expression >= 3 && rest[expression - 1] != ' ' &&
+           expression + wanted.expression.size() < rest.size() &&
+           rest[expression + wanted.expression.size()] != ' ';
 }
 
-// printf's "%p": "0x" is missing in front of a null pointer in some C libraries.
+// printf's "%p": some C libraries print a null pointer without "0x".
 bool take_pointer(scanner& text, std::uint64_t& number)
 {
     number = 0;
@@ -113,8 +113,8 @@ bool parse_message(std::string_view words, abort_report& report)
     return true;
 }
 
-// A line of the listing, from the right, since the name may hold anything: `line` becomes what stands in
-// front of the addresses.
+// Parses a line of the registry dump from the right, since the name may contain anything; `line` becomes what
+// precedes the addresses.
 bool parse_registered_kernel(std::string_view& line, registered_kernel& kernel)
 {
     scanner text(line);
@@ -135,8 +135,8 @@ bool parse_registered_kernel(std::string_view& line, registered_kernel& kernel)
     return true;
 }
 
-// Removes what a line of a log may end with: carriage returns, and sequences that set a terminal's colour or
-// clear the rest of its line.
+// Removes what a line of a log may end with: carriage returns, and escape sequences that set a colour or
+// clear the rest of the line.
 void remove_line_end(std::string_view& line)
 {
     while (!line.empty()) {
@@ -190,7 +190,7 @@ struct abort_log_reader::implementation {
             open_ = false;
             return true;
         }
-        // A message behind an assertion is another process's.
+        // A message after an assertion is another process's.
         if (!open_ || assertions_ != 0) {
             log_.listings.emplace_back();
             messages_ = 0;
@@ -217,7 +217,7 @@ struct abort_log_reader::implementation {
                 return true;
             }
             if (wanted.id.empty() && log_.reports.size() == most_reports)
-                return true; // that of a message passed over
+                return true; // of a message that was skipped
             abort_report report;
             report.id = wanted.id;
             add_report(std::move(report));
@@ -236,8 +236,8 @@ struct abort_log_reader::implementation {
         log_.reports.push_back(std::move(report));
     }
 
-    // The line without what the message had in front of it: the same words, or, as a time or a number has
-    // them, others that end with the same character, best if they are as long.
+    // The line without the prefix that the message had: the same words or, for a timestamp or a number,
+    // others that end with the same character, preferably of the same length.
     [[nodiscard]] std::string_view without_prefix(std::string_view line) const
     {
         if (line.starts_with(prefix_))
@@ -261,7 +261,7 @@ struct abort_log_reader::implementation {
         const std::string_view whole = line;
         registered_kernel kernel;
         if (!parse_registered_kernel(line, kernel)) {
-            // Perhaps the beginning of a name with a newline in it, or more of it.
+            // Perhaps the beginning, or a further part, of a name that contains newlines.
             if (begins || !name_begin_.empty()) {
                 name_begin_ += whole;
                 name_begin_ += '\n';
@@ -281,7 +281,7 @@ struct abort_log_reader::implementation {
     line_reader lines_{longest_line};
     abort_log log_;
     std::size_t line_ = 0;
-    bool open_ = false; // a message's listing may follow
+    bool open_ = false; // a message's registry dump may follow
     std::size_t messages_ = 0;
     std::size_t assertions_ = 0;
     std::size_t listing_bytes_ = 0;

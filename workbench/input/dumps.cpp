@@ -19,8 +19,8 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "words are read as they
 
 namespace {
 
-// What an image makes the reader store is bounded by the image's own size, so that sections that share their
-// bytes, or relocations that share a long name, cannot fill the memory.
+// Memory is bounded by the image's size, so that sections that share their bytes, or relocations that share a
+// long name, cannot fill it.
 class budget {
 public:
     explicit budget(std::size_t bytes) : left_(bytes) {}
@@ -86,7 +86,7 @@ std::vector<elf_section> read_sections(Elf* elf, budget& names_left)
         const char* const name = elf_strptr(elf, names, header.sh_name);
         if (name == nullptr)
             fail_with_elf_error("bad section name");
-        // Only the sections of kernels are known by their names.
+        // Only the sections of kernels are recognised by name.
         const std::size_t length = header.sh_type == SHT_PROGBITS ? strnlen(name, longest_name + 1) : 0;
         names_left.take(length, long_names);
         sections.push_back({elf_ndxscn(section), section, header, std::string(name, length)});
@@ -157,7 +157,7 @@ std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
     if (size < sizeof(Elf64_Ehdr))
         throw std::runtime_error("not an ELF file, or a cut one");
     elf_version(EV_CURRENT);
-    // libelf takes a pointer to writable bytes, and writes none that it was not told to.
+    // libelf takes a pointer to writable bytes, but writes only if told to.
     const std::unique_ptr<Elf, elf_closer> elf(
         elf_memory(static_cast<char*>(const_cast<void*>(image)), size)); // NOLINT
     if (elf == nullptr)
@@ -215,7 +215,7 @@ namespace {
 
 enum class file_kind { dump, read_before, empty, not_elf, not_object };
 
-/// Files by device and inode: one may have several names, and be named several times.
+/// Files by device and inode: a file may have several names, and be given several times.
 using file_id = std::pair<dev_t, ino_t>;
 struct file_hash {
     std::size_t operator()(const file_id& id) const { return id.first * 31 + id.second; }
@@ -269,7 +269,7 @@ dump_reading read_dumps(const std::vector<std::string>& paths, const reading_pro
             case file_kind::dump:
             case file_kind::read_before:
                 break;
-            case file_kind::empty: // which is what a process that is killed leaves of a dump
+            case file_kind::empty: // what a killed process leaves of a dump
                 reading.errors.push_back(path + ": empty");
                 break;
             case file_kind::not_object: // the host itself perhaps, or a linked image

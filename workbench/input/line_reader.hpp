@@ -1,4 +1,4 @@
-// Lines of a text that arrives in pieces.
+// Splits a text that arrives in pieces into lines.
 #pragma once
 
 #include <cstddef>
@@ -13,11 +13,11 @@ struct text_line {
     std::string_view text;
     std::size_t number = 0; ///< from 1
     bool truncated = false; ///< it was too long: `text` is its end
-    bool ended = true;      ///< by a newline; only the last line may not be
+    bool ended = true;      ///< by a newline; false only for the last line
 };
 
-/// Splits a text into lines, wherever it is cut into pieces. Of a line that is longer than `longest` bytes
-/// the last `longest` are kept, so memory is bounded whatever the text holds.
+/// Splits a text into lines, wherever the pieces begin and end. Keeps the last `longest` bytes of a longer
+/// line, so memory is bounded whatever the text contains.
 class line_reader {
 public:
     explicit line_reader(std::size_t longest) : longest_(longest) {}
@@ -36,7 +36,7 @@ public:
         }
     }
 
-    /// Calls `take` with the last line if no newline ends it. To be called once, after the last piece.
+    /// Calls `take` with the last line if no newline ends it. Call once, after the last piece.
     template <typename Take>
     void finish(Take&& take)
     {
@@ -87,7 +87,7 @@ private:
 
     std::size_t longest_;
     std::size_t number_ = 0;
-    std::string partial_; // the beginning of a line that goes on in the next piece
+    std::string partial_; // the beginning of a line that continues in the next piece
     bool truncated_ = false;
 };
 

@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::size_t longest_line = 65536; // a path has 4096 bytes at most
 
-// perf's name of memory that is no file's: as the kernel says it, and with the name that a program gave it.
+// perf's name for anonymous memory: the kernel's, or the one that the program gave it.
 bool is_anonymous(std::string_view name)
 {
     return name == "//anon" || name.starts_with("[anon:") || name.starts_with("/dev/zero");
@@ -63,7 +63,7 @@ std::optional<perf_mapping> parse_mapping(scanner line)
     mapping.end = size > UINT64_MAX - mapping.begin ? UINT64_MAX : mapping.begin + size;
     mapping.anonymous = is_anonymous(line.rest());
     mapping.executable = protection.find('x') != std::string_view::npos;
-    // The older record tells only whether memory is executable, and memory that is both counts as that.
+    // The older record says only whether memory is data or code; memory that is both counts as code.
     mapping.writable = protection.size() == 1 || protection.find('w') != std::string_view::npos;
     return mapping;
 }
@@ -91,7 +91,7 @@ std::optional<perf_exec> parse_exec(scanner line)
     return process.take(exec.pid) && process.skip("/") ? std::optional(exec) : std::nullopt;
 }
 
-// Tells other files by their first bytes.
+// Recognises other files by their first bytes.
 void refuse_other_files(std::string_view start)
 {
     if (start.starts_with("PERFILE2"))
@@ -142,8 +142,8 @@ struct perf_script_reader::implementation {
         }
         if (line.skip("FORK")) {
             const std::optional<perf_fork> fork = parse_fork(line);
-            // A thread shares its process's memory. What perf record found running when it began is written
-            // down at the time 0, and may have become another program since the fork.
+            // A thread shares its process's memory. Processes that were running when perf record began are
+            // recorded at time 0, and may have become another program since the fork.
             return fork && (synthesized || fork->child == fork->parent) ? true : pass(fork);
         }
         if (line.skip("COMM exec: "))

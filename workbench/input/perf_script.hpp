@@ -17,12 +17,12 @@ std::vector<std::string> perf_script_command();
 
 struct perf_sample {
     std::int32_t pid = 0;
-    std::string_view event; ///< as perf names it: "cycles:u"; valid while the record is taken
+    std::string_view event; ///< as perf names it: "cycles:u"; valid during the call
     std::uint64_t address = 0;
     std::uint64_t period = 0;
 };
 
-/// Memory that a process mapped, or whose protection it changed: perf writes both down in the same words.
+/// Memory that a process mapped, or whose protection it changed: perf records both in the same way.
 struct perf_mapping {
     std::int32_t pid = 0;
     std::uint64_t begin = 0;
@@ -32,20 +32,20 @@ struct perf_mapping {
     bool writable = false;
 };
 
-/// A process, not a thread, that another one made.
+/// A process, not a thread, that another one forked.
 struct perf_fork {
     std::int32_t child = 0;
     std::int32_t parent = 0;
 };
 
-/// A process that became another program, and so lost all of its memory.
+/// A process that became another program, and so dropped all of its memory.
 struct perf_exec {
     std::int32_t pid = 0;
 };
 
 using perf_record = std::variant<perf_sample, perf_mapping, perf_fork, perf_exec>;
 
-/// What a text holds besides.
+/// What else the text contains.
 struct perf_script_summary {
     std::uint64_t lost = 0;         ///< samples that the recording says it lost
     std::size_t bad_lines = 0;      ///< lines that are not perf script's
@@ -61,12 +61,12 @@ public:
     perf_script_reader(const perf_script_reader&) = delete;
     perf_script_reader& operator=(const perf_script_reader&) = delete;
 
-    /// The next piece of the text; lines may be cut anywhere between pieces. Throws std::runtime_error if the
+    /// The next piece of the text, which may be split anywhere. Throws std::runtime_error if the
     /// text is another kind of file.
     void read(std::string_view piece);
 
-    /// To be called once, after the last piece. Throws std::runtime_error if the text has no line of perf
-    /// script, or no mappings.
+    /// Call once, after the last piece. Throws std::runtime_error if the text has no line of perf script, or
+    /// no mappings.
     perf_script_summary finish();
 
 private:

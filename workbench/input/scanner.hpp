@@ -1,4 +1,4 @@
-// Takes the parts of a line, from its front and from its end.
+// Parses a line from its front and from its end.
 #pragma once
 
 #include <algorithm>

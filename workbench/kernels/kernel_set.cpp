@@ -6,11 +6,10 @@
 
 namespace vorna::workbench {
 
-static constexpr std::uint64_t page_size = 4096; // the smallest of an AArch64 system
+static constexpr std::uint64_t page_size = 4096; // the smallest on AArch64
 
-// A mapping's code all lies before its data, so the point between the two is part of each of its kernels,
-// taken from the first byte of code to the last of data, and of no other mapping's: a kernel whose code
-// begins behind data of the kernels before it is the first of the next mapping.
+// All code of a mapping precedes all of its data. So a kernel whose code starts after another kernel's data
+// starts a new mapping.
 static bool continues_mapping(const kernel_mapping& mapping, const placed_kernel& kernel)
 {
     return kernel.text_address < mapping.data_begin ||
@@ -21,7 +20,7 @@ kernel_set make_kernel_set(std::vector<placed_kernel> kernels)
 {
     kernel_set set;
     set.kernels = std::move(kernels);
-    // A kernel without code is where the one placed after it begins.
+    // A kernel without code is where the next one begins.
     std::stable_sort(set.kernels.begin(), set.kernels.end(), [](const auto& a, const auto& b) {
         return std::make_tuple(a.text_address, a.data_address, a.text.size()) <
                std::make_tuple(b.text_address, b.data_address, b.text.size());
@@ -88,12 +87,12 @@ const placed_kernel* find_kernel(const kernel_set& set, const std::string& name)
 
 const placed_kernel* find_kernel_by_text(const kernel_set& set, std::uint64_t address)
 {
-    const auto behind = std::upper_bound(
+    const auto above = std::upper_bound(
         set.kernels.begin(), set.kernels.end(), address,
         [](std::uint64_t a, const placed_kernel& kernel) { return a < kernel.text_address; });
-    if (behind == set.kernels.begin() || address >= behind[-1].text_end())
+    if (above == set.kernels.begin() || address >= above[-1].text_end())
         return nullptr;
-    return &behind[-1];
+    return &above[-1];
 }
 
 const placed_kernel* find_kernel_by_data(const kernel_set& set, std::uint64_t address)

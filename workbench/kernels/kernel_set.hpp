@@ -1,4 +1,5 @@
-// The middle of the workbench: a set of placed kernels. The reader of dumps makes it, every command uses it.
+// The central structure of the workbench: a set of placed kernels. The dump reader makes it, every command
+// uses it.
 #pragma once
 
 #include "check/relocation.hpp"
@@ -24,8 +25,7 @@ using wfta::word_at;
 struct placed_kernel {
     std::string name;
     std::uint64_t text_address = 0;
-    std::vector<std::uint8_t>
-        text; ///< as generated: fields that relocations fill are as the generator left them
+    std::vector<std::uint8_t> text; ///< as generated, before relocation
     std::uint64_t data_address = 0; ///< with no data, where it would be
     std::vector<std::uint8_t> data;
     std::vector<tessjit::reloc_info> relocs; ///< in the order in which they are applied
@@ -36,28 +36,27 @@ struct placed_kernel {
     [[nodiscard]] std::uint64_t data_end() const { return data_address + data.size(); }
 };
 
-/// The memory that one call of finalise_kernels placed its kernels in, as far as the kernels tell: code
-/// first, constants behind it.
+/// The memory that one call of finalise_kernels placed its kernels in, as far as the kernels show: code
+/// first, then constants.
 struct kernel_mapping {
     std::uint64_t begin = 0;      ///< of the page that holds the first kernel's code
     std::uint64_t data_begin = 0; ///< where the constants begin
-    std::uint64_t end = 0;        ///< behind the last byte of code or constants; `begin` if there is none
+    std::uint64_t end = 0;        ///< past the last byte of code or constants; `begin` if there is none
 };
 
-/// Placed kernels of one process, in ascending order of their code's addresses (of their data's among
-/// equals), which within a mapping is the order in which they were placed.
+/// Placed kernels of one process, sorted by code address, then data address. Within a mapping that is the
+/// order in which they were placed.
 struct kernel_set {
     std::vector<placed_kernel> kernels;
     std::vector<kernel_mapping> mappings;                 ///< ascending
     std::unordered_map<std::string, std::size_t> by_name; ///< index of the first kernel of each name
-    std::vector<std::vector<std::size_t>> callers; ///< of each kernel: those with a relocation of its name
+    std::vector<std::vector<std::size_t>> callers; ///< for each kernel, those with a relocation against it
 };
 
-/// Orders the kernels and finds out which of them share a mapping. Their members `mapping` are ignored.
+/// Sorts the kernels and determines which of them share a mapping. Ignores their members `mapping`.
 kernel_set make_kernel_set(std::vector<placed_kernel> kernels);
 
-/// Two kernels, by index, of which some bytes lie at the same address, so that they are not of one process;
-/// or nothing.
+/// Indices of two kernels that overlap, so they cannot be of one process; nothing if none do.
 struct kernel_pair {
     std::size_t first;
     std::size_t second;
@@ -71,8 +70,7 @@ const placed_kernel* find_kernel(const kernel_set& set, const std::string& name)
 const placed_kernel* find_kernel_by_text(const kernel_set& set, std::uint64_t address);
 const placed_kernel* find_kernel_by_data(const kernel_set& set, std::uint64_t address);
 
-/// The name in the set that takes the fewest insertions, deletions and replacements of bytes to become
-/// `name`; empty if the set is.
+/// The name in the set with the least edit distance to `name`; empty if the set is empty.
 std::string nearest_name(const kernel_set& set, std::string_view name);
 
 } // namespace vorna::workbench

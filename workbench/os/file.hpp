@@ -10,7 +10,7 @@
 
 namespace vorna::workbench {
 
-/// An open file, closed when the object dies. A negative number is none.
+/// An open file, closed by the destructor. A negative number stands for none.
 class file_descriptor {
 public:
     explicit file_descriptor(int number = -1) : number_(number) {}
@@ -41,17 +41,17 @@ struct regular_file {
     ino_t inode = 0;
 };
 
-/// Opens a regular file; nothing if it is another kind of file, which is not touched.
+/// Opens a regular file. Returns nothing for any other kind of file, without opening it.
 std::optional<regular_file> open_regular_file(const std::string& path);
 
 /// Passes the bytes to `consume` in pieces until the end of the file or pipe.
 void read_pieces(const file_descriptor& file, const std::function<void(std::string_view)>& consume);
 
-/// Reads `size` bytes that begin at `offset`, fewer if the file ends before. Returns how many.
+/// Reads `size` bytes at `offset`, fewer if the file ends before. Returns how many.
 std::size_t read_at(const file_descriptor& file, char* bytes, std::size_t size, off_t offset);
 
-/// The whole of a regular file of at most `largest` bytes; nothing if there is no file of that name. Throws
-/// std::runtime_error with the path and what is wrong.
+/// The contents of a regular file of at most `largest` bytes; nothing if the file does not exist. Throws
+/// std::runtime_error with the path and the reason.
 std::optional<std::string> read_file(const std::string& path, std::size_t largest);
 
 } // namespace vorna::workbench

@@ -34,7 +34,7 @@ std::vector<char*> arguments_of(const std::vector<std::string>& command)
     return arguments;
 }
 
-/// A child process; killed when the object dies before it was waited for.
+/// A child process; killed by the destructor unless it was waited for.
 class child_process {
 public:
     explicit child_process(pid_t pid) : pid_(pid) {}
@@ -96,7 +96,7 @@ program_result run_child(const std::vector<std::string>& command,
         fail("pipe", errno);
     const file_descriptor read_end(ends[0]);
     file_descriptor write_end(ends[1]);
-    // A file, so that a program that writes much to stderr need not wait for a reader.
+    // A file rather than a pipe, so a program that writes much to stderr does not block.
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> errors(std::tmpfile(), std::fclose);
     if (errors == nullptr)
         fail("temporary file", errno);

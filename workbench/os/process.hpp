@@ -12,7 +12,7 @@ namespace vorna::workbench {
 struct program_result {
     int exit_status = 0;
     int signal = 0;          ///< that ended it; 0 if it exited
-    std::string first_error; ///< first line that is not empty of what it wrote to stderr, 511 bytes at most
+    std::string first_error; ///< the first non-empty line that it wrote to stderr, at most 511 bytes
 };
 
 /// Runs a program, found on PATH, with the arguments that follow its name, and waits for it. Its stdout is

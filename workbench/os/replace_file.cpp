@@ -47,7 +47,7 @@ void replace_file(const std::string& path, std::string_view content)
     if (out.number() < 0)
         fail(errno);
     int error = write_all(out.number(), content) ? 0 : errno;
-    if (close(out.release()) != 0 && error == 0) // which may say that the disk is full
+    if (close(out.release()) != 0 && error == 0) // close may report that the disk is full
         error = errno;
     if (error == 0 && std::rename(temporary.c_str(), file.c_str()) != 0)
         error = errno;

@@ -1,4 +1,4 @@
-// Files that are there whole or not at all.
+// Replaces files atomically.
 #pragma once
 
 #include <string>
@@ -6,10 +6,10 @@
 
 namespace vorna::workbench {
 
-/// Gives the file this content: writes a new file beside it and renames it over the old one, so that whoever
-/// looks, and whenever the process is killed, there is the old content or the new, whole. Follows symbolic
-/// links. Throws std::runtime_error with what is wrong, the file first, and leaves the old one then, also if
-/// it is no regular file.
+/// Replaces the file's contents atomically: writes a new file beside it and renames it over the old one. So
+/// readers see either the old or the new contents, even if the process is killed. Follows symbolic links.
+/// Throws std::runtime_error with the file and the reason and keeps the old file; also if that is not a
+/// regular file.
 void replace_file(const std::string& path, std::string_view content);
 
 } // namespace vorna::workbench

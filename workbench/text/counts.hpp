@@ -1,4 +1,4 @@
-// Numbers of things in prose.
+// Counts in prose.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +18,7 @@ std::string pluralize(std::uint64_t count, std::string_view noun);
 /// "24,180 samples".
 std::string pluralize_with_separators(std::uint64_t count, std::string_view noun);
 
-/// The names, made printable, separated by commas; of more than eight the first eight and "and N more".
+/// The names, made printable, separated by commas: at most eight, then "and N more".
 std::string join_some(const std::vector<std::string>& names);
 
 } // namespace vorna::workbench

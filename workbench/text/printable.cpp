@@ -27,12 +27,12 @@ std::string printable(std::string_view text)
 namespace {
 
 struct utf8_sequence {
-    std::size_t size; ///< of a character, or of bytes that begin none
+    std::size_t size; ///< of a character, or of an invalid sequence
     bool valid;
 };
 
-// The first character of the bytes, which are not empty. An invalid sequence ends before the first byte that
-// cannot continue it, as the Unicode standard recommends for substitution.
+// The first character of the bytes; there is at least one. An invalid sequence ends before the first byte
+// that cannot continue it, as the Unicode standard recommends for substitution.
 utf8_sequence first_sequence(std::string_view bytes)
 {
     const auto lead = static_cast<unsigned char>(bytes[0]);
@@ -44,7 +44,7 @@ utf8_sequence first_sequence(std::string_view bytes)
     for (std::size_t i = 1; i < size; ++i) {
         if (i == bytes.size())
             return {i, false};
-        // The second byte tells overlong forms, surrogates and what is above U+10FFFF.
+        // The second byte shows overlong forms, surrogates and values above U+10FFFF.
         const unsigned least = i > 1 ? 0x80 : lead == 0xe0 ? 0xa0 : lead == 0xf0 ? 0x90 : 0x80;
         const unsigned greatest = i > 1 ? 0xbf : lead == 0xed ? 0x9f : lead == 0xf4 ? 0x8f : 0xbf;
         const auto byte = static_cast<unsigned char>(bytes[i]);

@@ -1,4 +1,4 @@
-// Arbitrary bytes made fit for a line of text.
+// Makes arbitrary bytes printable.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@ namespace vorna::workbench {
 /// cannot control a terminal.
 std::string printable(std::string_view text);
 
-/// The text with U+FFFD in place of each sequence of bytes that is not UTF-8.
+/// The text with each invalid UTF-8 sequence replaced by U+FFFD.
 std::string valid_utf8(std::string_view bytes);
 
 } // namespace vorna::workbench
