@@ -446,7 +446,7 @@ TEST(Comparison, IsWithTheTransformOfFftw)
     }
 }
 
-TEST(Comparison, TakesTheLargestDifferenceRelativeToTheLargestExpectedValue)
+TEST(Comparison, IsTheLargestDifferenceRelativeToTheLargestValue)
 {
     EXPECT_EQ(wfta_host::largest_error({{1, 2}, {0, 8}}, {{1, 2}, {0, 8}}), 0);
     EXPECT_EQ(wfta_host::largest_error({{4, 6}, {0, 9}}, {{1, 2}, {0, 8}}), 5.0 / 8);

@@ -438,7 +438,7 @@ TEST(ElfWriter, AFunctionNamedLikeDataIsFoundWhenThereIsNoSuchData)
     EXPECT_EQ(o.symbols[o.symbol_index(".rodata.y")].type, STT_FUNC);
 }
 
-TEST(ElfWriter, OfFunctionsOfOneNameTheFirstIsGlobalAndEachIsItsOwnTarget)
+TEST(ElfWriter, KeepsTheTargetsOfDuplicateNamesApart)
 {
     const std::vector<reloc_info> own = {{"k", 0, 283, 0}, {".rodata.k", 4, 275, 0}};
     const object o = emit({function("k", own), function("k", own), function("m", own)});

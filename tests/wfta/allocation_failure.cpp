@@ -145,7 +145,7 @@ TEST_F(AllocationFailure, ReachesTheHostFromEveryAllocationOfACall)
     EXPECT_EQ(child.err, "");
 }
 
-TEST_F(AllocationFailure, ReachesTheHostFromEveryAllocationOfTheDiagnostics)
+TEST_F(AllocationFailure, InAnyDiagnosticReachesTheHost)
 {
     child_options options;
     options.environment = {{"VORNA_WFTA_DUMP_KERNEL", "kernel of"}, {"VORNA_WFTA_CHECK_HASH", "1"}};

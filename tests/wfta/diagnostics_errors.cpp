@@ -145,7 +145,7 @@ TEST(DiagnosticsErrors, DirectoryIsNotWritable)
     EXPECT_THAT(names_in(directory.path()), IsEmpty());
 }
 
-TEST(DiagnosticsErrors, DumpAloneSaysNothingWhenTheDirectoryIsNotWritable)
+TEST(DiagnosticsErrors, DumpAlonePrintsNothingIfTheDirectoryIsNotWritable)
 {
     const temp_directory directory;
     child_options options;

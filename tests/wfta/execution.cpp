@@ -71,7 +71,7 @@ TEST(Execution, AdrComputesTheAddressOfOwnDataOwnCodeAndAnEarlierKernel)
     EXPECT_EQ(run(registry, "down"), number(registry.at("down").text_ptr) - 3);
 }
 
-TEST(Execution, AdrpAndAddComputeTheAddressOfOwnDataOwnCodeAndAnEarlierKernel)
+TEST(Execution, AdrpAndAddComputeAddressesOfDataAndKernels)
 {
     kernel_registry_map registry;
     finalise_kernels(registry, {adrp_kernel("data", ".rodata.data"), adrp_kernel("self", "self"),

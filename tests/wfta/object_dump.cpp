@@ -67,7 +67,7 @@ TEST(ObjectDump, IsMadeOfEveryKernelWhenThePerfMapIsOn)
     EXPECT_THAT(names_in(directory.path()), UnorderedElementsAre("a", "b", "c"));
 }
 
-TEST(ObjectDump, IsMadeOfEveryKernelWhenThePerfMapIsOnWhateverThePatternSays)
+TEST(ObjectDump, IsOfEveryKernelIfThePerfMapIsOn)
 {
     const temp_directory directory;
     child_options options;

@@ -242,7 +242,7 @@ TEST(Placement, AKernelsOwnDataIsThereWhenItIsLinked)
         unknown_target_report());
 }
 
-TEST(Placement, ASlotIsWrittenAfterItsKernelIsLinkedAndBeforeTheNextIsPlaced)
+TEST(Placement, SlotIsWrittenBetweenLinkingAndTheNextKernel)
 {
     kernel_registry_map registry;
     void* slots[3] = {};

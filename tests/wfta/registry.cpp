@@ -162,7 +162,7 @@ TEST(Registry, PlacedCodeOutlivesTheRegistry)
     *static_cast<std::uint8_t*>(slot) = 0; // still writable
 }
 
-TEST(Registry, ASecondKernelOfANameInOneSetIsFatalAndTheFirstStaysComplete)
+TEST(Registry, DuplicateNameIsFatalAndKeepsTheFirstKernel)
 {
     kernel_registry_map registry;
     void* slots[2] = {};

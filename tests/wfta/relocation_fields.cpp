@@ -155,7 +155,7 @@ TEST_P(RelocationField, AFilledWordIsReportedBeforeARangeIsLookedAt)
     k.expect_rejected(f.tested, f.type, far, 0, filled_message(f.type_name, k.P(), f.tested));
 }
 
-TEST_P(RelocationField, ASecondApplicationIsRejectedIfTheFirstSetATestedBit)
+TEST_P(RelocationField, SecondApplicationFailsIfTheFirstSetATestedBit)
 {
     const field& f = GetParam();
     address_range range(0x10000);
@@ -196,7 +196,7 @@ TEST(RelocationFields, BitTwentyFiveOfACallIsOredOver)
     EXPECT_EQ(k.link(0x96000000, CALL, k.P() - 4), 0x97ffffffU);
 }
 
-TEST(RelocationFields, TheFarthestCallBackwardsLeavesTheTestedBitsZeroSoItPassesTwice)
+TEST(RelocationFields, FarthestBackwardCallCanBeAppliedTwice)
 {
     address_range range(0x10000);
     kernel_registry_map registry = {{"host", {range.begin() - 0x8000000, 0, nullptr, 0}}};

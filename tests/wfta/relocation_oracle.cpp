@@ -107,7 +107,7 @@ sample random_sample(std::mt19937_64& random, std::uint64_t text, std::uint64_t 
     return s;
 }
 
-TEST(RelocationOracle, RandomRelocationsMakeInstructionsLeadToTheirTargets)
+TEST(RelocationOracle, RandomRelocationsReachTheirTargets)
 {
     const unsigned seed = random_seed();
     SCOPED_TRACE("WFTA_TEST_SEED=" + std::to_string(seed));

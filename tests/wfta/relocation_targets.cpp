@@ -62,7 +62,7 @@ TEST(RelocationTargets, OwnDataIsNamedByAPrefixToTheKernelsName)
     EXPECT_EQ(adr_target(registry, "k"), registry.at("k").data_ptr);
 }
 
-TEST(RelocationTargets, TheBarePrefixIsTheDataOfTheKernelWithTheEmptyName)
+TEST(RelocationTargets, BarePrefixNamesTheDataOfTheUnnamedKernel)
 {
     kernel_registry_map registry;
     finalise_kernels(registry, {adr_kernel("", ".rodata.")});
@@ -80,7 +80,7 @@ TEST(RelocationTargets, TheBarePrefixIsNotLookedUp)
                  wrong_owner);
 }
 
-TEST(RelocationTargets, TheDataOfAnotherKernelCannotBeNamedEvenIfRegistered)
+TEST(RelocationTargets, DataOfAnotherKernelIsRejectedEvenIfRegistered)
 {
     expect_fatal({}, {adr_kernel("other", "other"), adr_kernel("k", ".rodata.other")}, wrong_owner);
 }
@@ -114,7 +114,7 @@ TEST(RelocationTargets, SevenBytesOfThePrefixAreAKernelsName)
     expect_fatal({}, {adr_kernel("k", ".rodata")}, unknown_target_report());
 }
 
-TEST(RelocationTargets, EightBytesAndMoreThatDifferFromThePrefixAreAKernelsName)
+TEST(RelocationTargets, OtherNamesOfThePrefixsLengthAreKernels)
 {
     for (const std::string& name :
          {".rodatas"s, ".rodata/k"s, ".rodata\0k"s, ".RODATA.k"s, "rodata..k"s, "xrodata.k"s}) {

@@ -112,7 +112,7 @@ TEST(SwitchThreads, EveryThreadsKernelsAreListedWhole)
     });
 }
 
-TEST(SwitchThreads, MalformedPatternRaisesItsErrorInEveryCallOfEveryThread)
+TEST(SwitchThreads, MalformedPatternThrowsInEveryCallOfEveryThread)
 {
     const temp_directory directory;
     in_child_with({{"VORNA_WFTA_DUMP_KERNEL", "("}, {"VORNA_WFTA_CHECK_HASH", "1"}}, directory, [] {

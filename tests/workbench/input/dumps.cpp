@@ -280,7 +280,7 @@ placed_kernel as_its_sections_say(const std::string& image)
     return kernel;
 }
 
-TEST(HostileDump, WithAnyByteChangedIsReadAsItsSectionsSayOrRefusedInALine)
+TEST(HostileDump, WithAnyByteChangedIsReadCorrectlyOrRefused)
 {
     const std::string dump = dump_of({placed_bytes("k", 0x1000, 4, 0x1020, 1, {{"callee", 0, 283, 0}})});
     std::size_t read = 0;
