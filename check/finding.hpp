@@ -1,4 +1,4 @@
-// What is wrong with a kernel. For hosts: the standard library only.
+// Findings: what is wrong with a kernel. For hosts: the standard library only.
 #pragma once
 
 #include <cstddef>

@@ -1,8 +1,8 @@
-// Only a process that has all kernels of the set mapped as executable anonymous memory at once is the one
-// that the dumps are of; a code cache that was at the same addresses before, or another process, is not. So
-// each VMA carries its samples until it is known whether its process came to map them all: then its samples
-// count. VMAs that are replaced while the process goes on are dropped with theirs, since the finaliser unmaps
-// nothing. A fork shares the address space until one of the two maps something.
+// The dumps are of a process that has all kernels of the set mapped at once, as executable anonymous memory.
+// A code cache that was at the same addresses before, or another process, must not count. So each VMA keeps
+// its samples until its process is known to have mapped all kernels; then they count. A VMA that is replaced
+// is dropped with its samples, since the finaliser unmaps nothing. A fork shares the address space until one
+// of the two processes maps something.
 
 #include "workbench/analysis/address_space.hpp"
 
@@ -13,8 +13,8 @@
 
 namespace vorna::workbench {
 
-// Steps that mappings may cost in all, each well below a microsecond: more than any system makes, and few
-// enough that a text made for it cannot keep the program busy for hours.
+// The number of steps that all mappings may cost, each well below a microsecond: more than any real recording
+// needs, but a malicious text cannot keep the program busy for hours.
 static constexpr std::size_t most_steps = 20'000'000;
 
 address_spaces::address_spaces(const kernel_set& set) : set_(set)
@@ -27,7 +27,7 @@ address_spaces::address_spaces(const kernel_set& set) : set_(set)
     std::erase_if(mappings_, [](const range& memory) { return memory.begin == memory.end; });
 }
 
-/// The VMA that the address lies in, or the next one.
+/// The VMA that contains the address, or the next one.
 template <typename Map>
 auto address_spaces::first_vma(Map& vmas, std::uint64_t address)
 {
@@ -83,9 +83,9 @@ bool address_spaces::is_inside_mapping(std::uint64_t address) const
     return mapping != mappings_.end() && mapping->begin < address;
 }
 
-// Drops the VMAs in the range, and their samples. With `may_grow` the range is that of anonymous memory,
-// which the kernel reports as a whole when it merges with its neighbour: then what lies whole in it stays,
-// unless a mapping of kernels begins or ends in the middle of it.
+// Drops the VMAs in the range, and their samples. With `may_grow` the range is anonymous memory, which the
+// kernel reports as a whole after merging it with its neighbour: then VMAs entirely within it stay, unless a
+// mapping of kernels begins or ends in the middle of it.
 void address_spaces::unmap(address_space& space, const range& memory, bool may_grow)
 {
     auto area = first_vma(space.vmas, memory.begin);
@@ -120,7 +120,7 @@ void address_spaces::map_gaps(address_space& space, const range& memory)
 
 void address_spaces::map(const perf_mapping& mapping)
 {
-    // Anonymous memory that is not executable may be kernels whose protection changes.
+    // Anonymous memory that is not executable may hold kernels whose protection changes later.
     const range memory = {mapping.begin, mapping.end};
     if (memory.begin == memory.end || (mapping.anonymous && !mapping.executable))
         return;
@@ -169,7 +169,7 @@ void address_spaces::map(const perf_mapping& mapping)
 void address_spaces::fork(const perf_fork& fork)
 {
     forget_last_sample();
-    remove_process(fork.child); // an earlier process of the same number
+    remove_process(fork.child); // an earlier process with the same PID
     if (const auto parent = processes_.find(fork.parent); parent != processes_.end()) {
         const std::shared_ptr<address_space> space = parent->second;
         processes_.emplace(fork.child, space);
@@ -182,7 +182,7 @@ void address_spaces::exec(const perf_exec& exec)
     remove_process(exec.pid);
 }
 
-// The last process that leaves a VMA has its samples counted.
+// When the last process leaves a VMA, its samples are counted.
 void address_spaces::remove_process(std::int32_t pid)
 {
     const auto process = processes_.find(pid);

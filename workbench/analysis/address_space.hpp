@@ -1,4 +1,4 @@
-// The memory of the processes that perf recorded, as far as it may hold kernels, and the samples in it.
+// The address spaces of the processes that perf recorded, as far as they may hold kernels, with the samples.
 #pragma once
 
 #include "workbench/analysis/sample_count.hpp"
@@ -31,11 +31,11 @@ public:
     void fork(const perf_fork& fork);
     void exec(const perf_exec& exec);
 
-    /// Counts a sample of event number `event`, unless it is in memory that cannot hold kernels.
+    /// Counts a sample of event number `event`, unless its memory cannot hold kernels.
     void add_sample(const perf_sample& sample, std::size_t event);
 
     /// The samples of each event in processes that mapped all kernels of the set at once, and in those that
-    /// they forked. To be called once. Throws std::runtime_error if there is no such process.
+    /// they forked. Call once. Throws std::runtime_error if there is no such process.
     std::vector<memory_samples> finish();
 
 private:
@@ -44,9 +44,9 @@ private:
         std::uint64_t end;
     };
 
-    /// Of memory that some process mapped at once; processes that were forked share it.
+    /// Memory that a process mapped in one piece; forked processes share it.
     struct vma_samples {
-        std::vector<memory_samples> events; // by number of the event
+        std::vector<memory_samples> events; // by event number
         bool holds_kernels = false;         // it is of a process that mapped all kernels of the set
         bool replaced = false;              // some process has mapped other memory in its place
     };

@@ -18,8 +18,8 @@ struct common_sequence {
     bool complete = true;          ///< false if a longer one may exist
 };
 
-/// A longest common subsequence of the two; of sequences that differ in thousands of elements that both have,
-/// a long one. Takes at most a few seconds and 32 MiB, whatever the sequences are.
+/// A longest common subsequence; for sequences that differ in thousands of elements that both contain, just a
+/// long one. Takes at most a few seconds and 32 MiB.
 common_sequence find_common_sequence(const std::vector<std::uint32_t>& before,
                                      const std::vector<std::uint32_t>& after);
 

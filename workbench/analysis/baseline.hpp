@@ -1,4 +1,4 @@
-// A baseline: what kernels were when somebody last agreed to them, in a text file under version control.
+// A baseline: hashes of the kernels as last accepted, in a text file under version control.
 #pragma once
 
 #include "workbench/disasm/disassembler.hpp"
@@ -15,11 +15,11 @@ namespace vorna::workbench {
 
 /// A kernel without its addresses. The hashes are XXH3's of 128 bits, in 32 hexadecimal digits.
 struct kernel_fingerprint {
-    std::string code;        ///< of the code as it was generated, before relocations are applied
-    std::string relocations; ///< of the relocations in the order of their offsets: of each the offset, type
-                             ///< and addend in 32 bits, a byte 1 if the target is the own data and otherwise
-                             ///< 0, and of any other target the length of its name in 32 bits and the name
-    std::string constants;   ///< of the data
+    std::string code; ///< of the code as generated, before relocation
+    /// Of the relocations by offset: offset, type and addend in 32 bits each, then a byte 1 if the target is
+    /// the kernel's own data; otherwise a byte 0, the length of the target's name in 32 bits, and the name.
+    std::string relocations;
+    std::string constants;          ///< of the data
     std::uint64_t instructions = 0; ///< whole words of the code
 };
 
@@ -33,18 +33,18 @@ struct baseline_entry {
     std::size_t line = 0; ///< in the file, from 1
 };
 
-/// In the order of names, no name twice.
+/// Sorted by name, without duplicates.
 using baseline = std::vector<baseline_entry>;
 
 /// Reads a baseline's text. Throws std::runtime_error with the line and what is wrong with it ("line 7: …").
 baseline parse_baseline(std::string_view text);
 
-/// The text: "vorna-kernels baseline 1", then a line each: name, three hashes and the number of instructions
-/// with a blank between. In a name all bytes but the visible ones of ASCII, and "\", are written as "\x" and
-/// two digits; "\e" stands for an empty one.
+/// The text: "vorna-kernels baseline 1", then a line for each kernel: name, three hashes and the number of
+/// instructions, separated by blanks. In a name, "\" and all bytes other than visible ASCII are written as
+/// "\x" and two digits; "\e" is an empty name.
 std::string format_baseline(const baseline& entries);
 
-/// A name as the baseline has it.
+/// A name as it is written in the baseline.
 std::string escaped_name(std::string_view name);
 
 enum class baseline_status { same, changed, added, removed };
@@ -57,7 +57,7 @@ struct baseline_difference {
     baseline_status status = baseline_status::same;
     std::optional<kernel_fingerprint> before; ///< of the baseline
     std::optional<kernel_fingerprint> after;  ///< of the dumps
-    std::size_t line = 0; ///< in the baseline; of an added kernel the one it would stand before, or the last
+    std::size_t line = 0; ///< in the baseline; for an added kernel the one that it would precede, or the last
     std::size_t kernel = 0; ///< index in the set; meaningless for a removed kernel
 
     [[nodiscard]] bool code_changed() const;
@@ -65,21 +65,19 @@ struct baseline_difference {
     [[nodiscard]] bool constants_changed() const;
 };
 
-/// Every kernel of either, in the order of names. Throws std::runtime_error if the set has a name twice and
-/// the two differ.
+/// Every kernel of either, sorted by name. Throws std::runtime_error if two kernels of the set have the same
+/// name and differ.
 std::vector<baseline_difference> compare_with_baseline(const baseline& entries, const kernel_set& set);
 
-/// A kernel's listing for a review: its rows with the words that were generated, relocations, constants.
-/// Nothing in it depends on addresses.
+/// A kernel's listing for a review: its rows with the words as generated, relocations, constants. It does not
+/// depend on addresses.
 std::string baseline_listing(const placed_kernel& kernel, disassembler& disassembler);
 
-/// Whether two such texts have the same words, relocations and constants. What the disassembler makes of them
-/// is not compared.
+/// Whether two such texts have the same words, relocations and constants. The disassembly is not compared.
 bool same_listing(std::string_view a, std::string_view b);
 
-/// The name of the file for a kernel's listing: its name if that can be a file's on every system, otherwise
-/// with
-/// "%" and two digits for what cannot, and a hash in place of the end of a long one; and ".txt".
+/// The name of the file for a kernel's listing: the kernel's name and ".txt". Bytes that not every file
+/// system accepts become "%" and two digits, and a hash replaces the end of a long name.
 std::string listing_file_name(std::string_view kernel);
 
 } // namespace vorna::workbench

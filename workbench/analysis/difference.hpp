@@ -1,4 +1,4 @@
-// What a change of the generator did to the kernels: two sets compared, whatever their addresses.
+// Compares two sets of kernels, whatever their addresses: what a change of the generator did.
 #pragma once
 
 #include "workbench/analysis/alignment.hpp"
@@ -13,8 +13,7 @@
 
 namespace vorna::workbench {
 
-/// How a kernel differs. The first that fits is a kernel's class; what each means exactly is in
-/// docs/workbench/diff.md.
+/// How a kernel differs. Its class is the first that applies; docs/workbench/diff.md defines each exactly.
 enum class change_class {
     same,
     constants,   ///< only bytes of its data differ
@@ -38,35 +37,33 @@ struct kernel_difference {
     const placed_kernel* after = nullptr;  ///< null if it was removed
 };
 
-/// Compares the kernels of two sets by name (the first of a name with the first, the second with the second),
-/// in the order of the names. Code words are compared with their relocations by kind, target's name and
-/// addend, local branches by the instruction that they lead to, constants by value; addresses are not
-/// compared.
+/// Compares the kernels of two sets, sorted by name (the first of a name with the first, the second with the
+/// second). Compared are code words, relocations by type, target name and addend, local branches by the
+/// instruction that they lead to, and constants by value, but not addresses.
 std::vector<kernel_difference> compare_sets(const kernel_set& before, const kernel_set& after);
 
-/// How one kernel differs from another, which are taken for the same kernel before and after a change.
-/// `uses` is what other kernels do with it.
+/// How a kernel differs before and after a change. `uses` is what other kernels do with it.
 change_class compare_kernels(const placed_kernel& before, const placed_kernel& after,
                              const outside_uses& uses = {});
 
-/// A row of a listing before and the one that it became. At least one is there.
+/// A row of a listing before and the one that it became. At least one exists.
 struct row_pair {
     std::optional<std::size_t> before; ///< index in kernel_listing::rows
     std::optional<std::size_t> after;
-    bool same = false; ///< both are there, and are the same instruction with the same reference
+    bool same = false; ///< both exist and have the same instruction and relocation
 };
 
 struct row_alignment {
-    std::vector<row_pair> rows; ///< every row of both, in order; among rows of one side only, `before` first
+    std::vector<row_pair> rows; ///< every row of both, in order; of one-sided rows, `before` comes first
     bool complete = true;       ///< false if the kernels differ too much to find all equal rows
 };
 
-/// Those rows with what they have in common, in order.
+/// The rows of two listings, aligned.
 row_alignment pair_rows(const common_sequence& common, std::size_t before_rows, std::size_t after_rows);
 
-/// Which rows of two kernels' listings belong together, with the longest sequence of rows that are the same.
-/// A branch within the kernel is the same if it leads to the same row, a load from the kernel's own constants
-/// if it gets the same bytes, as far as its place in them is known.
+/// Aligns the rows of two kernels' listings by the longest sequence of equal rows. A branch within the kernel
+/// is equal if it leads to the same row, a load from the kernel's own constants if it gets the same bytes, as
+/// far as its address is known.
 row_alignment align_rows(const placed_kernel& before, const placed_kernel& after);
 
 } // namespace vorna::workbench

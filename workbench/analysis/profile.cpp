@@ -1,5 +1,6 @@
-// The join: the parser's records go to the address spaces, which know the samples in kernels by address;
-// these become rows by kernel and offset. What is not in the kernels' mappings is elsewhere.
+// Joins samples and kernels: the parser's records go to the address spaces, which collect the samples in
+// kernels by address; these become rows by kernel and offset. Samples outside the kernels' mappings count as
+// elsewhere.
 
 #include "workbench/analysis/profile.hpp"
 

@@ -1,4 +1,4 @@
-// Samples, counted.
+// Counts samples.
 #pragma once
 
 #include <algorithm>
@@ -6,8 +6,8 @@
 
 namespace vorna::workbench {
 
-/// Samples, and the sum of their periods: what they stand for in units of their event (nanoseconds for
-/// cpu-clock, cycles for cycles). A sum that does not fit stays at the largest number.
+/// A number of samples, and the sum of their periods, in units of their event (nanoseconds for cpu-clock,
+/// cycles for cycles). The sum saturates.
 struct sample_count {
     std::uint64_t samples = 0;
     std::uint64_t period = 0;

@@ -12,11 +12,11 @@ namespace vorna::workbench {
 /// constants (".rodata.NAME") if it has any; symbols as in the dumps, with sizes; a note with the build ID.
 struct linked_image {
     std::string bytes;
-    std::string build_id; ///< 16 hexadecimal digits, which depend on all else in it
+    std::string build_id; ///< 16 hexadecimal digits, a hash of everything else in the image
 };
 
-/// Throws std::runtime_error with what keeps the image from being made: kernels that lie too far apart, a
-/// system without memory.
+/// Throws std::runtime_error with the reason if the image cannot be made: kernels that are too far apart, or
+/// no memory.
 linked_image make_image(const kernel_set& set, const linked_set& linked);
 
 } // namespace vorna::workbench

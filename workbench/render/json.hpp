@@ -1,4 +1,4 @@
-// JSON documents, as the commands and the report's page have them.
+// JSON documents, for the commands and the report's page.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +13,8 @@
 
 namespace vorna::workbench {
 
-/// A value. An object keeps its members in the order in which they are added. The library that writes them is
-/// slow to compile, so that json.cpp alone includes it.
+/// A value. An object keeps its members in insertion order. Only json.cpp includes the JSON library, which is
+/// slow to compile.
 class json {
 public:
     using array_type = std::vector<json>;
@@ -27,7 +27,7 @@ public:
     json(const char* value);
     json(std::string value);
     json(std::string_view value);
-    /// An object where each of the elements is {"name", value}; else an array.
+    /// An object if each of the elements is {"name", value}, otherwise an array.
     json(std::initializer_list<json> elements);
 
     template <class Integer, std::enable_if_t<std::is_integral_v<Integer>, int> = 0>
@@ -54,10 +54,10 @@ public:
     /// Adds an element to an array.
     void push_back(json element);
 
-    /// The member of an object, or of null, which becomes one; a new member is null.
+    /// The member of an object; null becomes an object, and a new member is null.
     json& operator[](std::string_view name);
 
-    /// The member of an object, which has it.
+    /// The member of an object; it must exist.
     [[nodiscard]] const json& at(std::string_view name) const;
 
     /// Sets the members that the other object has.
@@ -68,11 +68,10 @@ public:
 
     [[nodiscard]] bool is_null() const;
 
-    /// Of a number its value, else 0.
+    /// The value of a number, otherwise 0.
     [[nodiscard]] double number() const;
 
-    /// The text, with that many blanks of indentation, or in one line. Bytes that are not UTF-8 become
-    /// U+FFFD.
+    /// The document as text, indented by that many blanks, or on one line. Invalid UTF-8 becomes U+FFFD.
     [[nodiscard]] std::string dump(int indent = -1) const;
 
     using value_type = std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string,

@@ -1,4 +1,4 @@
-// Markdown as GitHub shows it in the summary of a job.
+// Markdown as GitHub shows it in a job summary.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 
 namespace vorna::workbench {
 
-/// The text in the font of code, with everything escaped that could end it or a cell of a table.
+/// The text as code, with everything escaped that could end it or a table cell.
 std::string markdown_code(std::string_view text);
 
-/// The lines as a block of code in that language, whatever they hold.
+/// The lines as a code block in that language, whatever they contain.
 std::string markdown_block(std::string_view language, const std::vector<std::string>& lines);
 
 } // namespace vorna::workbench

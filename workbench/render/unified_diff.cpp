@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t context = 3;
 constexpr std::size_t most_constants = 24; // lines that differ
 
-// The lines of one side, and where each begins in what they show.
+// The lines of one side, and at which offset each begins.
 struct side {
     std::vector<std::string> lines;
     std::vector<std::size_t> offsets;
@@ -42,7 +42,7 @@ side code_side(const placed_kernel& kernel, disassembler& disassembler)
     return result;
 }
 
-// A constant as the double that it may be, or as two integers.
+// A constant as the double that it probably is, or as two integers.
 std::string constant_text(std::uint64_t bits)
 {
     double value = 0;
@@ -85,8 +85,8 @@ side data_side(const placed_kernel& kernel, const std::vector<std::vector<std::u
     return result;
 }
 
-// Constants of equal blocks are compared place by place; if the length changed, it is told what came and
-// went.
+// Constants of equal size are compared place by place; if the size changed, the added and removed ones are
+// shown.
 row_alignment align_constants(const std::vector<std::vector<std::uint8_t>>& before,
                               const std::vector<std::vector<std::uint8_t>>& after)
 {
@@ -109,7 +109,7 @@ row_alignment align_constants(const std::vector<std::vector<std::uint8_t>>& befo
     return pair_rows(find_common_sequence(old_numbers, number(after)), before.size(), after.size());
 }
 
-// Appends the hunks: runs of rows that are not the same, with up to three that are around them.
+// Appends the hunks: runs of rows that differ, with up to three equal rows around them.
 void append_hunks(std::vector<std::string>& lines, const row_alignment& alignment, const side& before,
                   const side& after, std::size_t most_changes)
 {
@@ -122,7 +122,7 @@ void append_hunks(std::vector<std::string>& lines, const row_alignment& alignmen
             continue;
         }
         const std::size_t begin = i - std::min(i, context);
-        std::size_t last = i; // change of this hunk
+        std::size_t last = i; // the hunk's last change
         for (std::size_t k = i; k < rows.size() && k <= last + 2 * context; ++k) {
             if (!rows[k].same)
                 last = k;
@@ -150,7 +150,7 @@ void append_hunks(std::vector<std::string>& lines, const row_alignment& alignmen
                 lines.push_back("  " + after.lines[*rows[k++].after]);
                 continue;
             }
-            // All that went, then all that came.
+            // All removed rows, then all added ones.
             std::size_t run = k;
             while (run < end && !rows[run].same)
                 ++run;
@@ -187,7 +187,7 @@ std::vector<std::string> unified_diff(const placed_kernel& before, const placed_
     const side old_code = code_side(before, disassembler);
     const side new_code = code_side(after, disassembler);
     row_alignment alignment = align_rows(before, after);
-    for (row_pair& row : alignment.rows) // a load that gets something else, or from elsewhere
+    for (row_pair& row : alignment.rows) // a load of another value, or from elsewhere
         row.same = row.same && old_code.comments[*row.before] == new_code.comments[*row.after];
     append_hunks(lines, alignment, old_code, new_code, ~std::size_t{0});
     if (before.data != after.data) {

@@ -10,7 +10,7 @@ namespace vorna::workbench {
 
 namespace {
 
-/// JSON in an element of its own. Nothing in it can end the element: "<" occurs in strings only.
+/// JSON in its own element. Nothing in it can end the element: "<" occurs only in strings.
 void add_element(std::string& page, std::string_view id, std::string_view json)
 {
     fmt::format_to(std::back_inserter(page), "<script type=\"application/json\" id=\"{}\">", id);
@@ -30,7 +30,7 @@ std::string make_page(const page_input& input)
     const page_model model = make_page_model(input);
     std::string page(page_before_model);
     add_element(page, ":model", model.overview);
-    // An element each, so that the browser parses only those that it draws.
+    // One element for each, so that the browser parses only those that it draws.
     for (std::size_t i = 0; i < model.listings.size(); ++i)
         add_element(page, fmt::format(":listing-{}", i), model.listings[i]);
     page += page_after_model;

@@ -10,7 +10,7 @@
 
 namespace vorna::workbench {
 
-/// What the page shows. The pointers refer to what belongs to the caller.
+/// What the page shows. The caller owns what the pointers refer to.
 struct page_input {
     std::string name; ///< what the page calls the set, such as the directory of its dumps
     const kernel_set* set = nullptr;
@@ -20,8 +20,8 @@ struct page_input {
     std::string against_name;
 };
 
-/// The page, in UTF-8: one file that needs no other. It holds the model of page_model.hpp and the scripts
-/// that draw it. The same input makes the same bytes, and no name in it can become anything but text.
+/// The page, in UTF-8: one file without dependencies, with the model of page_model.hpp and the scripts that
+/// draw it. The same input gives the same bytes, and names can only become text.
 std::string make_page(const page_input& input);
 
 } // namespace vorna::workbench

@@ -19,8 +19,8 @@ constexpr std::size_t word_size = 4;
 constexpr std::size_t most_text_bytes = 50000 * word_size;
 constexpr std::size_t most_constant_bytes = 16384;
 
-/// The rows, a member a column: words and texts of all rows, and pairs of a row and its label, its comment,
-/// the row that its branch leads to, or the kernel that it calls.
+/// The rows, one member for each column: words and texts of all rows, and pairs of a row and its label,
+/// comment, branch target, or the kernel that it calls.
 json rows_json(const kernel_listing& listing, const std::unordered_map<std::string, std::size_t>& index)
 {
     json words = json::array();
@@ -46,7 +46,7 @@ json rows_json(const kernel_listing& listing, const std::unordered_map<std::stri
             {"comments", std::move(comments)}, {"targets", std::move(targets)}, {"calls", std::move(calls)}};
 }
 
-/// Of rows with samples: the row, their period, and its share of the kernel's in percent as text.
+/// For each row with samples: the row, its period, and its share of the kernel's in percent as text.
 json heat_json(const kernel_profile& profile, std::size_t text_size)
 {
     const std::vector<std::uint64_t> periods = periods_by_row(profile, text_size);
@@ -58,9 +58,8 @@ json heat_json(const kernel_profile& profile, std::size_t text_size)
     return heat;
 }
 
-/// The alignment of two listings as runs: so many rows that are the same, then so many that only the first
-/// has, then so many that only the second has; and so on. Rows that belong together but differ are in both
-/// of the latter.
+/// The alignment of two listings as runs: numbers of equal rows, of rows only in the first, and of rows only
+/// in the second, repeated. Rows that belong together but differ count in both of the latter.
 json runs_json(const row_alignment& alignment)
 {
     json runs = json::array();

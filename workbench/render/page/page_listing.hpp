@@ -1,4 +1,4 @@
-// A kernel's listing, as the page's model holds it.
+// A kernel's listing, for the page's model.
 #pragma once
 
 #include "workbench/analysis/profile.hpp"
@@ -14,7 +14,7 @@ namespace vorna::workbench {
 struct page_listing_input {
     const kernel_set* set = nullptr;
     const placed_kernel* kernel = nullptr;
-    const kernel_set* set_before = nullptr;  ///< with `before`, what that is in
+    const kernel_set* set_before = nullptr;  ///< the set of `before`, or null
     const placed_kernel* before = nullptr;   ///< the kernel before a change, or null
     const kernel_profile* profile = nullptr; ///< or null
     const std::unordered_map<std::string, std::size_t>* index = nullptr; ///< of the page's kernels, by name
