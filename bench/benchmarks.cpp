@@ -9,6 +9,7 @@
 #include <benchmark/benchmark.h>
 
 #include <chrono>
+#include <initializer_list>
 #include <map>
 #include <string>
 
@@ -58,7 +59,7 @@ void hash(benchmark::State& state, std::uint64_t (*function)(const std::uint8_t*
 
 int main(int argc, char** argv)
 {
-    for (const std::size_t count : {10, 100, 1000, 10000, 50000}) {
+    for (const std::size_t count : std::initializer_list<std::size_t>{10, 100, 1000, 10000, 50000}) {
         for (const bench::way& way : bench::all_ways()) {
             const std::string name = std::string("place/") + way.name + "/" + std::to_string(count);
             benchmark::RegisterBenchmark(name.c_str(), [way, count](benchmark::State& state) {

@@ -135,7 +135,7 @@ vorna::wfta::kernel_data smallest_kernel()
 /// A mapping, as hosts make them between calls, that the kernel cannot merge with the finaliser's.
 void map_a_page_of_the_host()
 {
-    mmap(nullptr, 1, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    static_cast<void>(mmap(nullptr, 1, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
 }
 
 /// How many calls succeed in a host that makes a mapping of its own after each, until the kernel's limit on

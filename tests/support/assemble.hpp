@@ -99,9 +99,10 @@ inline generated_kernel assemble_kernel(const std::string& name, const std::stri
             std::string target = string_at(sections[symbols.sh_link], symbol.st_name);
             if (symbol.st_shndx != SHN_UNDEF)
                 target = (name_of(sections[symbol.st_shndx]) == ".rodata" ? ".rodata." : "") + name;
-            kernel.relocs.push_back({target, static_cast<std::int32_t>(rela.r_offset),
-                                     static_cast<std::int32_t>(ELF64_R_TYPE(rela.r_info)),
-                                     static_cast<std::int32_t>(symbol.st_value + rela.r_addend)});
+            kernel.relocs.push_back(
+                {target, static_cast<std::int32_t>(rela.r_offset),
+                 static_cast<std::int32_t>(ELF64_R_TYPE(rela.r_info)),
+                 static_cast<std::int32_t>(static_cast<std::int64_t>(symbol.st_value) + rela.r_addend)});
         }
     }
     return kernel;

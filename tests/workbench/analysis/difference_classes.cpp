@@ -338,7 +338,7 @@ std::optional<placed_kernel> changed(program program, change_class to, random_en
         for (std::size_t i = 0; i + 1 < program.code.size(); ++i) {
             const instruction& a = program.code[i];
             const instruction& b = program.code[i + 1];
-            if (is_plain(a) && is_plain(b) && starts.count(i + 1) == 0 &&
+            if (is_plain(a) && is_plain(b) && !starts.contains(i + 1) &&
                 a.operands.size() != b.operands.size())
                 found.push_back(i);
         }

@@ -8,7 +8,6 @@
 
 namespace {
 
-using vorna::workbench::change_class;
 using vorna::workbench::compare_kernels;
 using vorna::workbench::compare_sets;
 using vorna::workbench::kernel_difference;

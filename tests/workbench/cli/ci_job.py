@@ -41,13 +41,14 @@ class Checkout:
         self.path = directory.name
         self.outputs = {}
         self.statuses = {}
-        for name in ("scripts", "build/workbench/workbench", "build/workbench/examples/wfta_host", "examples/wfta_host"):
+        for name in ("scripts", "build/workbench/workbench", "build/workbench/examples/wfta_host",
+                     "examples/wfta_host"):
             os.makedirs(self.file(name))
         self.write("scripts/workbench", 'exec build/workbench/workbench/vorna-kernels "$@"')
         self.write("build/workbench/workbench/vorna-kernels", f'exec {VORNA_KERNELS} "$@"')
         self.write("build/workbench/examples/wfta_host/wfta_host", f"HOST={WFTA_HOST}\n{host}")
-        self.environment = {"PATH": os.environ["PATH"], "HOME": self.path, "CI": "true", "GITHUB_PATH": self.file("path"),
-                            "GITHUB_STEP_SUMMARY": self.file("summary")}
+        self.environment = {"PATH": os.environ["PATH"], "HOME": self.path, "CI": "true",
+                            "GITHUB_PATH": self.file("path"), "GITHUB_STEP_SUMMARY": self.file("summary")}
         self.bless()
 
     def file(self, name):
@@ -67,7 +68,8 @@ class Checkout:
         dumps = self.file("blessed")
         os.mkdir(dumps)
         environment = {"PATH": os.environ["PATH"], "VORNA_WFTA_DUMP_KERNEL": ""}
-        subprocess.run([WFTA_HOST, "10", "20", "24", "1008", "5040"], cwd=dumps, env=environment, check=True, stdout=subprocess.DEVNULL)
+        subprocess.run([WFTA_HOST, "10", "20", "24", "1008", "5040"], cwd=dumps, env=environment, check=True,
+                       stdout=subprocess.DEVNULL)
         subprocess.run([VORNA_KERNELS, "baseline", "bless", "--all", self.file(BASELINE), dumps], check=True,
                        stdout=subprocess.DEVNULL, env={"PATH": os.environ["PATH"]})
 

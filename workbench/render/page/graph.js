@@ -213,8 +213,10 @@ function drawGraph() {
     byId(':graph-whole').hidden = everything || wanted.length > graphLimits.drawn;
     const canvas = svg('svg', {role: 'group', 'aria-label': 'Graph of calls, callers above callees'});
     place.replaceChildren(canvas);
-    if (!members.size)
-        return canvas.remove();
+    if (!members.size) {
+        canvas.remove();
+        return;
+    }
     graphOf(members, canvas);
     if (!everything) {
         const box = place.querySelector(`a[data-kernel="${centre}"] rect`);

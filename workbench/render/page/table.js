@@ -46,22 +46,22 @@ function drawTable() {
     group(heads, 'button');
     const refresh = group(body, 'a');
 
-    let drawn = 0;
+    let rowsDrawn = 0;
     let order = [];
     const drawMore = () => {
-        const next = order.slice(drawn, drawn + rowsAtOnce);
-        drawn += next.length;
+        const next = order.slice(rowsDrawn, rowsDrawn + rowsAtOnce);
+        rowsDrawn += next.length;
         body.append(...next.map((index) => make('tr', {'data-kernel': index},
             ...shown.map((column) => cell(kernels[index], column)))));
         refresh();
     };
     box.addEventListener('scroll', () => {
-        if (drawn < order.length && box.scrollTop + 2 * box.clientHeight > box.scrollHeight)
+        if (rowsDrawn < order.length && box.scrollTop + 2 * box.clientHeight > box.scrollHeight)
             drawMore();
     });
     redraws.push(() => {
         order = shownKernels();
-        drawn = 0;
+        rowsDrawn = 0;
         body.replaceChildren();
         drawMore();
         if (!order.length)
