@@ -9,7 +9,7 @@ function namesOf(indices) {
     return list;
 }
 
-// Lines are pairs of a number and what there is so much of.
+// Lines are pairs of a number and what it counts.
 function card(title, headline, lines, between = []) {
     return make('section', {class: 'card'}, make('h2', {}, title), headline, ...between, make('dl', {},
         ...lines.flatMap(([number, ...meaning]) => [make('dt', {}, number), make('dd', {}, ...meaning)])));

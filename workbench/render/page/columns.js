@@ -1,4 +1,4 @@
-// The columns of the table, which are also what the filter and the order know.
+// The columns of the table, by which the filter and sorting work too.
 
 const columns = [
     {key: 'name', title: 'Kernel', also: ['kernel'], text: true},
@@ -26,12 +26,12 @@ const columns = [
 ].filter(({there = true}) => there);
 const columnOf = (name) => columns.find(({key, also = []}) => key === name || also.includes(name));
 
-// A number, a text, or null where there is none.
+// A number, a string, or null.
 function valueOf(kernel, {key}) {
     return key === 'address' ? Number(kernel.address) : kernel[key] ?? null;
 }
 
-// By how a kernel compares with another under a column's head; without a value it comes last, either way.
+// Compares two kernels by a column. One without a value comes last in either direction.
 function sortBy({key, text}, ascending) {
     const column = columnOf(key);
     const compare = {
@@ -49,6 +49,6 @@ function sortBy({key, text}, ascending) {
     view.sorted = {key, ascending};
 }
 
-// What changed or is hot comes first.
+// By default, what changed or is hot comes first.
 const startSorted = () => sortBy(columnOf(model.classes ? 'class' : model.profile ? 'time' : 'address'),
     Boolean(model.classes) || !model.profile);

@@ -11,7 +11,8 @@ const relations = {
 };
 const columnNames = () => columns.map(({key}) => key).join(', ');
 
-// One word of the filter as a predicate of kernels. What it does not understand, it says, and lets everything through.
+// One word of the filter as a predicate of kernels. A word that is not understood is reported, and lets everything
+// through.
 function condition(word, complain) {
     const everything = () => true;
     const negated = /^-./.test(word);

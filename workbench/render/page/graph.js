@@ -1,4 +1,4 @@
-// The graph of calls: layers of kernels, each above all that it calls.
+// The call graph: layers of kernels, each above everything that it calls.
 
 const graphLimits = {
     whole: 60,   // kernels that a graph of all is drawn of unasked
@@ -8,7 +8,7 @@ const graphLimits = {
 const calleesOf = kernels.map(({index, callees}) => callees.filter((callee) => callee !== index));
 const calling = kernels.filter(({callees, callersOf}) => callees.length || callersOf.length).map(({index}) => index);
 
-// The kernel, what leads to it, and what it leads to: the nearest of these.
+// The kernel, its callers and its callees, direct and indirect, nearest first.
 function around(index) {
     const found = new Set([index]);
     const seen = [new Set(found), new Set(found)];
@@ -27,7 +27,7 @@ function around(index) {
     return found;
 }
 
-// The layer of each: one below its lowest caller. A call that closes a circle counts for nothing.
+// The layer of each: one below its lowest caller. Calls that close a cycle are ignored.
 function layersOf(members) {
     const layer = new Map();
     const open = new Set();
@@ -50,8 +50,8 @@ function layersOf(members) {
     return layer;
 }
 
-// Nodes by layer, with a node of no kernel wherever an edge passes a layer, ordered so that those connected stand near
-// each other. Edges lead from each layer to the next.
+// Nodes by layer, with a dummy node wherever an edge crosses a layer, ordered so that connected nodes are near each
+// other. Edges lead from each layer to the next.
 function layOut(members) {
     const layer = layersOf(members);
     const layers = Array.from({length: Math.max(-1, ...layer.values()) + 1}, () => []);
@@ -95,7 +95,7 @@ function layOut(members) {
 
 const middleOf = (node) => node.x + node.width / 2;
 
-// Nodes in the middle of those that they are connected with, as far as their neighbours let them. Returns the width.
+// Centres nodes on those that they are connected with, as far as their neighbours permit. Returns the width.
 function spread(layers, gap) {
     let right = 0;
     for (const nodes of layers) {
@@ -181,7 +181,7 @@ function graphOf(members, canvas) {
     build(canvas, {width: right + 4, height: bottom, viewBox: `-2 0 ${right + 4} ${bottom}`}, []);
 }
 
-// What the filter leaves, with whoever calls it and whom it calls.
+// The kernels that the filter leaves, with their callers and callees.
 function filteredMembers() {
     if (view.fits.every(Boolean))
         return calling;
@@ -254,7 +254,7 @@ function startGraph() {
     redraws.push(drawGraph);
 }
 
-// To the surroundings of a kernel, where the graph is not of all.
+// Shows the neighbours of a kernel, if the graph does not show all kernels.
 function centreGraph(index) {
     if (graphCentre < 0 || graphCentre === index || !calling.includes(index))
         return;

@@ -1,6 +1,6 @@
 // Fragments, and the keys that lead from place to place.
 
-// Shows what the URL's fragment names: a kernel, one of its rows, or its constants. The keyboard goes on from there.
+// Shows what the URL's fragment names: a kernel, one of its rows, or its constants. The keyboard continues from there.
 function goToFragment(focuses) {
     for (const element of document.querySelectorAll('.here'))
         element.classList.remove('here');
@@ -16,7 +16,7 @@ function goToFragment(focuses) {
         unfoldRow(index, old ? 'before' : 'after', parseInt(offset, 16));
     const place = byId(fragment) ?? article;
     place.classList.add('here');
-    // And once more when what was drawn has its place.
+    // Again once everything drawn has its final place.
     const show = () => place.scrollIntoView({block: place === article ? 'start' : 'center'});
     show();
     requestAnimationFrame(() => requestAnimationFrame(show));
@@ -37,9 +37,9 @@ function unfoldRow(index, side, offset) {
     redrawRows(kernels[index], listing, article, unfolded);
 }
 
-// ---- Places to go to, as fragments: of each kernel those of one kind
+// ---- Places to go to, as fragments: those of one kind in each kernel
 
-// The first of each stretch of items that are of interest.
+// The first of each run of items of interest.
 const begins = (items, interesting) => items.filter((item, at) => interesting(item) && !(at && interesting(items[at - 1])));
 
 function changesOf(kernel) {
@@ -64,7 +64,7 @@ function findingsOf(kernel) {
     return rows.length || !kernel.found.length ? rows : [kernel.id];
 }
 
-// Stretches of rows with at least half of what the kernel's hottest row has.
+// Runs of rows with at least half of the samples of the kernel's hottest row.
 function hotSpotsOf(kernel) {
     const {heat, rows} = kernel.time >= 1 ? listingOf(kernel.index) : {};
     if (!heat)
@@ -80,7 +80,7 @@ const journeys = [
     {key: 'h', name: 'hot spot', title: 'Hot spot', places: hotSpotsOf, there: kernels.some(({time}) => time >= 1)},
 ].filter(({there}) => there);
 
-// From the kernel that the fragment names, or else from the one in view.
+// From the kernel that the fragment names, otherwise from the one in view.
 function go({places}, step) {
     const shown = shownKernels();
     const fragment = location.hash.slice(1);

@@ -1,11 +1,11 @@
-// Listings and constants, drawn when they come near. Of comparisons, rows that did not change are folded.
+// Listings and constants, drawn when they are nearly in view. In comparisons, unchanged rows are folded.
 
 const rowHeight = 20; // of style.css
 const contextRows = 3;
 const nearby = 1000; // pixels from the screen, within which articles are drawn
 const articles = new Map(); // by kernel: {article, draw}
 
-// Rows of the table: of each the row before the change, the row after it, and whether they are the same.
+// Rows of the table: the row before the change, the row after it, and whether they are equal.
 function pairsOf({rows, runs}) {
     if (!runs)
         return rows.words.map((_, after) => ({after, same: true}));
@@ -24,14 +24,14 @@ function pairsOf({rows, runs}) {
     return pairs;
 }
 
-// Equal instructions of which one loads other constants than before, or the same from elsewhere.
+// Equal instructions that load other constants than before, or the same from elsewhere.
 function markOtherValues(listing, pairs) {
     for (const pair of pairs)
         if (pair.same && pair.before !== undefined)
             pair.values = (listing.before.comments[pair.before] ?? '') !== (listing.rows.comments[pair.after] ?? '');
 }
 
-// What of `count` rows is folded: [from, to) of each stretch that keeps clear of the rows that are to be seen.
+// Which of `count` rows are folded: [from, to) of each run that keeps its distance from the rows to be shown.
 function foldsOf(count, seen) {
     const folds = [];
     let from = 0;
@@ -47,7 +47,7 @@ function foldsOf(count, seen) {
     return folds;
 }
 
-// How hot rows are: against what each had if all had the same, so that a kernel without loops stays pale.
+// How hot rows are, compared with an even distribution, so a kernel without loops stays pale.
 function heatOf(heat, rowCount) {
     const periods = Object.values(heat).map(([period]) => period);
     const even = sum(periods) / rowCount;
@@ -59,7 +59,7 @@ function heatOf(heat, rowCount) {
     });
 }
 
-// Arrows of branches, each in the leftmost lane that is free along its whole way.
+// Arrows of branches, each in the leftmost lane that is free along its whole length.
 function arrowsOf(targets, visibleRow) {
     const mostLanes = 8; // arrows that find no free one share the last
     const arrows = Object.entries(targets).map(([from, to]) => ({from: visibleRow(Number(from)), to: visibleRow(to)}));
@@ -96,7 +96,7 @@ const offsetOf = ({words}, row) => {
     return whole < 0 || row < whole ? 4 * row : 4 * whole + row - whole;
 };
 
-// With operands below each other.
+// With aligned operands.
 const textOf = ({texts}, row) => texts[row].replace(/^(\S+) /, (_, mnemonic) => `${mnemonic.padEnd(5)} `);
 
 function instruction(rows, row, prefix) {
@@ -231,7 +231,7 @@ function redrawRows(kernel, listing, article, unfolded) {
 
 // ---- Constants: eight bytes a row, as numbers of each kind
 
-// The shortest number that is this float.
+// The shortest number that reads back as this float.
 function floatText(value) {
     if (!Number.isFinite(value) || value === 0)
         return numberText(value);
@@ -348,7 +348,7 @@ function drawn(index) {
     return article;
 }
 
-// Draws the kernel's article and those around it, so that nothing moves when one goes there.
+// Draws the kernel's article and those around it, so that nothing moves on the way there.
 function drawAround(index) {
     const shown = shownKernels();
     const at = shown.indexOf(index);

@@ -1,5 +1,5 @@
-// Placement: a strip a mapping, to scale. Where constants leave little room for the code, the code is drawn once more
-// above it, enlarged.
+// Placement: a strip for each mapping, to scale. Where constants leave little room for the code, the code is drawn a
+// second time above it, enlarged.
 
 const enoughCode = 0.4; // of the page's width
 

@@ -1,4 +1,4 @@
-// The model of the page, and what all scripts share.
+// The page's model, and what all scripts share.
 
 const root = document.documentElement;
 const byId = (id) => document.getElementById(id);
@@ -6,7 +6,7 @@ const parse = (id) => JSON.parse(byId(id).textContent);
 const model = parse(':model');
 const {kernels} = model;
 
-// A listing, with what only some rows have by row.
+// A listing, with members that only some rows have indexed by row.
 function listingOf(index) {
     const listing = parse(`:listing-${index}`);
     for (const rows of [listing.rows, listing.before])
@@ -33,7 +33,7 @@ const make = (name, attributes = {}, ...children) => build(document.createElemen
 const svg = (name, attributes = {}, ...children) =>
     build(document.createElementNS('http://www.w3.org/2000/svg', name), attributes, children);
 
-// A step of a colour scale: 0 for nothing, 7 for more than half of the largest, and so on down by halves.
+// A step of a colour scale: 0 for nothing, 7 for more than half of the largest, and each step below for half as much.
 function stepOf(part, largest) {
     if (!part)
         return 0;
@@ -46,7 +46,7 @@ const ofAll = `% of all ${model.profile?.exact ? 'executions' : 'samples'}`;
 const severities = ['error', 'warning', 'note'];
 const signs = {error: '✖', warning: '▲', note: '●'};
 
-// What follows from the model for each kernel.
+// What is derived from the model for each kernel.
 const sizes = kernels.map(({code, data}) => Math.log2(Math.max(1, code + data)));
 const [smallest, largest] = [sizes.reduce((a, b) => Math.min(a, b), 64), sizes.reduce((a, b) => Math.max(a, b), 0)];
 const hottest = kernels.reduce((most, {period}) => Math.max(most, period ?? 0), 0);
@@ -75,7 +75,7 @@ for (const kernel of kernels) {
 }
 const indexOfId = new Map(kernels.map(({id}, index) => [id, index]));
 
-// What is shown: kernels in the order of table and listings, and which of them the filter leaves.
+// What is shown: the kernels in the order of table and listings, and which of them the filter leaves.
 const view = {order: kernels.map((_, index) => index), fits: kernels.map(() => true)};
 const shownKernels = () => view.order.filter((index) => view.fits[index]);
 const redraws = []; // called when the view has changed
@@ -84,7 +84,7 @@ const kernelLink = ({id, name}) => make('a', {href: `#${id}`, tabindex: -1}, mak
 const chip = (name) => make('span', {class: `chip tone-${classes.get(name).tone}`, title: classes.get(name).meaning},
     name);
 
-// ---- Groups: one stop of the Tab key each; within one the arrow keys lead on
+// ---- Groups: each is one Tab stop; inside it, the arrow keys move
 
 const groups = [];
 
@@ -109,7 +109,7 @@ function group(container, selector) {
         event.preventDefault();
         all[to].focus();
     });
-    // After something was drawn: whatever is new can be reached, and one item by the Tab key.
+    // After drawing: new items can be reached, one of them with the Tab key.
     const refresh = () => {
         if (!current?.isConnected || !current.getClientRects().length)
             settle(items()[0] ?? null);

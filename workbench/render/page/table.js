@@ -1,4 +1,4 @@
-// The table of kernels: of a long one the first rows, and more when its end comes into view.
+// The table of kernels: the first rows of a long one, and more when its end comes into view.
 
 const rowsAtOnce = 200;
 
