@@ -1,5 +1,5 @@
-// Any text is read as a baseline or refused in a line that names its line, and what is read is written as it
-// was but for order and line ends.
+// Any text is read as a baseline or refused with its line number; what was read is written back unchanged,
+// except order and line ends.
 
 #include "workbench/analysis/baseline.hpp"
 

@@ -1,4 +1,4 @@
-// Any file is read as a dump or refused, and what is read of it is no more than the file holds.
+// Any file is read as a dump or refused, and no more is read than the file contains.
 
 #include "workbench/input/dumps.hpp"
 

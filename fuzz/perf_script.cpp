@@ -1,5 +1,5 @@
-// Any text in place of perf script's is read or refused, the same way wherever it is cut, and what is counted
-// adds up.
+// Any text in place of perf script's is read or refused, the same way wherever it is split, and the counts
+// add up.
 
 #include "workbench/analysis/profile.hpp"
 

@@ -1,5 +1,5 @@
-// Random sets, half of them broken: check_kernels says beforehand what the finaliser does. Each set is really
-// finalised, in a child, which goes from set to set until one ends it; another child goes on behind that one.
+// Random sets, half of them broken: check_kernels must predict what the finaliser does. A child finalises set
+// after set until one ends it; another child continues after that set.
 
 #include "check/check_kernels.hpp"
 #include "tests/support/broken_sets.hpp"
@@ -43,7 +43,7 @@ struct progress {
     bool mapped;            ///< what the finaliser has done when it ends the process: its kernel's code
     std::uint64_t text_address;
     std::size_t in_doubt; ///< sets that were left out
-    char trouble[256];    ///< a failed expectation of the child
+    char failure[256];    ///< a failed expectation of the child
 };
 
 constexpr std::size_t no_relocation = ~std::size_t{0};
@@ -90,10 +90,10 @@ bool aborts(kernel_registry_map registry, const std::vector<kernel_data>& kernel
     return false;
 }
 
-void fail(progress& shared, const std::string& trouble)
+void fail(progress& shared, const std::string& failure)
 {
-    if (shared.trouble[0] == '\0')
-        std::snprintf(shared.trouble, sizeof shared.trouble, "%s", trouble.c_str());
+    if (shared.failure[0] == '\0')
+        std::snprintf(shared.failure, sizeof shared.failure, "%s", failure.c_str());
 }
 
 /// The set up to one relocation (or up to the registration) of one kernel.
@@ -103,10 +103,10 @@ std::vector<kernel_data> cut(const std::vector<kernel_data>& kernels, std::size_
     std::vector<kernel_data> part = kernels;
     std::vector<tessjit::reloc_info>& relocs = part[kernel].relocs;
     relocs.resize(std::min(relocs.size(), relocations));
-    // Those behind keep their places, so that nothing moves, and have nothing left to do.
+    // Later kernels keep their places, so that nothing moves, but have no relocations.
     for (std::size_t i = kernel + 1; i < part.size(); ++i) {
         part[i].relocs.clear();
-        part[i].name = "behind " + std::to_string(i);
+        part[i].name = "later " + std::to_string(i);
     }
     return part;
 }
@@ -125,9 +125,9 @@ void check_place(progress& shared, const kernel_registry_map& registry,
         with = cut(kernels, shared.kernel_number, shared.relocation + 1);
     }
     if (aborts(registry, before))
-        fail(shared, "the process ends before the place that was predicted");
+        fail(shared, "the process ends before the predicted place");
     if (!aborts(registry, with))
-        fail(shared, "the process goes on behind the place that was predicted");
+        fail(shared, "the process continues past the predicted place");
 }
 
 /// The kernel of the finding, by its number in the set: of two with one name the one that the finding is of.
@@ -149,7 +149,7 @@ std::size_t number_of(const std::vector<kernel_data>& kernels, const kernel_find
     std::signal(SIGABRT, on_abort);
     std::signal(SIGSEGV, SIG_DFL);
     dup2(stderr_file, STDERR_FILENO);
-    for (; shared.set < sets && shared.trouble[0] == '\0'; ++shared.set) {
+    for (; shared.set < sets && shared.failure[0] == '\0'; ++shared.set) {
         const random_set set = make_set(seed, shared.set).set;
         kernel_registry_map registry;
         for (const std::string& name : set.null_names)
@@ -274,7 +274,7 @@ TEST(KernelCheckProof, SaysWhatTheFinaliserDoes)
         while (waitpid(child, &status, 0) < 0)
             ASSERT_EQ(errno, EINTR);
         const bool through = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-        if (through && shared.trouble[0] == '\0' && shared.set == sets)
+        if (through && shared.failure[0] == '\0' && shared.set == sets)
             break;
         const numbered_set made = make_set(seed, shared.set);
         const std::string report = read_all(fileno(messages));
@@ -283,7 +283,7 @@ TEST(KernelCheckProof, SaysWhatTheFinaliserDoes)
                                              std::to_string(shared.relocation)
                                        : "nothing") +
                      "\n" + report);
-        ASSERT_STREQ(shared.trouble, "");
+        ASSERT_STREQ(shared.failure, "");
         ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << "status " << status;
         ASSERT_TRUE(shared.finalising);
         ASSERT_EQ(compare(shared, report, made.set), "");

@@ -1,7 +1,8 @@
-// Writes the dumps of a made-up set for the tests of the report's page: random_dumps DIRECTORY COUNT
-// [NAME...] COUNT kernels "kernel_0" and so on, with loops, constants, and calls of earlier ones, in two
-// mappings; behind them a kernel of each NAME, which calls kernel_0. The same arguments make the same bytes;
-// a kernel is the same in sets of other sizes.
+// Writes the dumps of a random set for the tests of the report's page: random_dumps DIRECTORY COUNT [NAME...]
+//
+// They are COUNT kernels "kernel_0" and so on, with loops, constants, and calls of earlier ones, in two
+// mappings; then a kernel of each NAME, which calls kernel_0. The same arguments give the same bytes; a
+// kernel is the same in sets of other sizes.
 
 #include "jit/elf.hpp"
 #include "tests/support/kernels.hpp"

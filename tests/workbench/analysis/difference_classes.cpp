@@ -127,7 +127,7 @@ void add_body(program& made, random_engine& random, std::size_t count, bool cons
     }
 }
 
-// Loads constants, computes, has a loop behind that, and may call.
+// Loads constants, computes, then has a loop, and may call.
 program random_program(random_engine& random)
 {
     program made;
@@ -263,7 +263,7 @@ void shift_targets(program& program, std::size_t from, int by)
     }
 }
 
-// The instructions that a branch leads to, with one behind the end.
+// The instructions that a branch leads to, and one past the end.
 std::set<std::size_t> targets(const program& program)
 {
     std::set<std::size_t> found;

@@ -1,5 +1,5 @@
-// Two million samples of a made-up machine, of which it is known what ran where: the sums are exact, and
-// memory does not grow with them.
+// Two million samples of an invented machine, where it is known what ran where: the sums are exact, and
+// memory does not grow with the number of samples.
 
 #include "tests/support/child.hpp"
 #include "tests/support/random_seed.hpp"
@@ -358,7 +358,7 @@ TEST(ProfileSamples, TakeNoMemoryEach)
     const unsigned seed = support::random_seed();
     SCOPED_TRACE("WFTA_TEST_SEED=" + std::to_string(seed));
     const support::child_result child = support::run_in_child([&] {
-        // The same samples again and again behind the first ones: what is new is their number only.
+        // The same samples repeatedly after the first ones: only their number changes.
         machine made(seed);
         std::string text;
         made.run(20'000, [&](std::string_view piece) { text += piece; });

@@ -2,8 +2,8 @@
 """Runs the steps of the CI job that docs/workbench/ci.md shows, and scripts/baseline: ci_job.py CI_MD VORNA_KERNELS
 WFTA_HOST
 
-In a directory that stands for the checkout of a repository whose build is done, as GitHub's runner does: each step's
-shell by "bash -e", and behind a failed step only those that ask for it. Exit status 77, and why, without PyYAML.
+They run in a directory that stands for a repository's checkout after its build, as GitHub's runner does it: each step
+by "bash -e", and after a failed step only those that ask for it. Without PyYAML the exit status is 77, with the reason.
 """
 
 import os
