@@ -32,24 +32,23 @@ std::vector<kernel_finding> check_kernels(const kernel_registry_map& registry,
     std::uint64_t data_address = mapping + text_size;
     for (std::size_t i = 0; i < kernels.size(); ++i) {
         const kernel_data& kernel = kernels[i];
-        std::string name_taken;
+        std::string first_of_name;
         const auto [first, fresh] = by_name.try_emplace(kernel.name, i);
         if (registry.count(kernel.name) != 0)
-            name_taken = "the registry has a kernel of this name";
+            first_of_name = "in the registry";
         else if (!fresh)
-            name_taken = "kernel " + std::to_string(first->second) +
-                         " of the set has this name, and so has kernel " + std::to_string(i);
+            first_of_name = "kernel " + std::to_string(first->second) + " of the set";
         checked.push_back({&kernel.name, &kernel.text, &kernel.data, &kernel.relocs, text_address,
-                           data_address, std::move(name_taken)});
+                           data_address, std::move(first_of_name)});
         text_address = mapping + round_up_to_32(text_address - mapping + kernel.text.size());
         data_address += kernel.data.size();
     }
 
-    using where = target_place::where;
-    const target_finder find = [&](std::size_t kernel, const std::string& name) -> target_place {
+    using where = relocation_target::where;
+    const target_finder find = [&](std::size_t kernel, const std::string& name) -> relocation_target {
         const auto registered = registry.find(name);
         if (registered != registry.end())
-            return {where::elsewhere, reinterpret_cast<std::uint64_t>(registered->second.text_ptr)};
+            return {where::elsewhere, reinterpret_cast<std::uint64_t>(registered->second.text_ptr), true};
         const auto found = by_name.find(name);
         if (found == by_name.end())
             return {where::nowhere, 0};

@@ -3,16 +3,14 @@
 #include "check/finding_list.hpp"
 #include "check/format.hpp"
 #include "check/names.hpp"
-#include "check/relocation.hpp"
 
-#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <elf.h>
+#include <optional>
 #include <set>
-#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 namespace vorna::wfta {
 
@@ -23,30 +21,8 @@ using std::size_t;
 using std::uint32_t;
 using std::uint64_t;
 using severity = finding_severity;
-
-std::string hex(uint64_t value)
-{
-    char text[20];
-    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
-    return text;
-}
-
-// A distance in bytes, of which a large one is easier to read in MiB or GiB.
-std::string distance_text(int64_t distance)
-{
-    const double bytes = static_cast<double>(distance);
-    constexpr double MiB = 1024.0 * 1024.0;
-    const bool huge = bytes >= 1024 * MiB || bytes <= -1024 * MiB;
-    char text[64];
-    std::snprintf(text, sizeof text, "%s (%+.2f %s)", signed_hex(distance).c_str(),
-                  huge ? bytes / MiB / 1024 : bytes / MiB, huge ? "GiB" : "MiB");
-    return text;
-}
-
-std::string target_text(const tessjit::reloc_info& reloc)
-{
-    return with_addend(shortened(reloc.name), reloc.addend);
-}
+using where = relocation_target::where;
+using tessjit::reloc_info;
 
 // Where kernels' code begins, for calls with an addend. Made when it is first asked for.
 class text_starts {
@@ -75,11 +51,49 @@ private:
     bool made_ = false;
 };
 
+// Names of kernels that an unknown one can be a misspelling of.
+class similar_names {
+public:
+    similar_names(const std::vector<checked_kernel>& kernels, const kernel_registry_map& others)
+        : kernels_(kernels), others_(others)
+    {
+    }
+
+    const std::string& of(const std::string& name)
+    {
+        // Each takes time in proportion to the kernels, and so many are not misspelt by hand.
+        constexpr size_t most_names = 32;
+        static const std::string none;
+        if (const auto known = known_.find(name); known != known_.end())
+            return known->second;
+        return known_.size() == most_names ? none : known_.emplace(name, find(name)).first->second;
+    }
+
+private:
+    [[nodiscard]] std::string find(const std::string& name) const
+    {
+        for (const checked_kernel& kernel : kernels_) {
+            if (is_misspelling(*kernel.name, name))
+                return *kernel.name;
+        }
+        for (const auto& [other, entry] : others_) {
+            if (is_misspelling(other, name))
+                return other;
+        }
+        return {};
+    }
+
+    const std::vector<checked_kernel>& kernels_;
+    const kernel_registry_map& others_;
+    std::unordered_map<std::string, std::string> known_;
+};
+
 class checker {
 public:
     checker(const std::vector<checked_kernel>& kernels, const target_finder& find,
             const kernel_registry_map& others, address_kind addresses)
-        : kernels_(kernels), find_(find), addresses_(addresses), starts_(kernels, others)
+        : kernels_(kernels), find_(find), addresses_(addresses), starts_(kernels, others),
+          similar_(kernels, others)
     {
         for (const auto& [name, entry] : others)
             names_.add(name);
@@ -96,331 +110,306 @@ public:
 
 private:
     [[nodiscard]] const checked_kernel& kernel() const { return kernels_[index_]; }
+    [[nodiscard]] const reloc_info& reloc() const { return (*kernel().relocs)[relocation_]; }
+    [[nodiscard]] uint64_t place() const { return target_value(kernel().text_address, reloc().offset); }
+    [[nodiscard]] uint64_t value_of(const relocation_target& target) const
+    {
+        return target_value(target.address, reloc().addend);
+    }
 
     void check_kernel()
     {
         const checked_kernel& k = kernel();
-        if (!k.name_taken.empty())
-            add(finding_id::duplicate_name, severity::error, true, {}, {}, "", k.name_taken,
-                "rename one of the two kernels");
+        if (!k.first_of_name.empty())
+            findings_.add(finding_id::duplicate_name, severity::error, true, {}, {}, {},
+                          {duplicate_name_message(k.first_of_name), {}, "rename one of the two kernels"});
         check_name(*k.name, findings_);
-        if (k.name_taken.empty()) {
+        if (k.first_of_name.empty()) {
             names_.check(*k.name, findings_);
             names_.add(*k.name);
         }
-        check_end_of_text();
-        if (!k.relocs->empty()) {
-            linked_ = *k.text;
-            in_doubt_.clear();
-            surely_filled_.clear();
-            pages_in_doubt_ = false;
-            for (size_t i = 0; i < k.relocs->size(); ++i)
-                check_relocation(i, (*k.relocs)[i]);
+        check_length();
+        if (k.relocs->empty())
+            return;
+        linked_ = *k.text;
+        in_doubt_.clear();
+        surely_filled_.clear();
+        pages_in_doubt_ = false;
+        advised_ = 0;
+        for (relocation_ = 0; relocation_ < k.relocs->size(); ++relocation_)
+            check_relocation();
+        if (!pages_in_doubt_)
             check_pairs();
-        }
     }
 
-    void check_end_of_text()
+    void check_length()
     {
-        const std::vector<std::uint8_t>& text = *kernel().text;
-        if (text.size() % 4 != 0) {
-            add(finding_id::text_length, severity::warning, false, {},
-                static_cast<int64_t>(text.size() / 4 * 4), "",
-                "the text has " + std::to_string(text.size()) + " bytes, not a multiple of 4",
-                "end the text with a whole instruction");
-        }
+        const size_t size = kernel().text->size();
+        if (size % 4 != 0)
+            findings_.add(finding_id::text_length, severity::warning, false, {},
+                          static_cast<int64_t>(size / 4 * 4), {},
+                          {"the code has " + std::to_string(size) + " bytes, not a multiple of 4",
+                           {},
+                           "end the code with a whole instruction"});
     }
 
-    void add(finding_id id, severity level, bool aborts, std::optional<size_t> relocation,
-             std::optional<int64_t> offset, std::string_view cause, const std::string& message,
-             const std::string& help)
+    // A finding about the relocation at hand.
+    void add(finding_id id, severity level, bool aborts, const std::string& cause, const std::string& message,
+             advice found = {})
     {
-        findings_.add(id, level, aborts, relocation, offset, cause, {message, {}, help});
+        findings_.add(id, level, aborts, relocation_, reloc().offset, cause,
+                      {message, std::move(found.note), std::move(found.help)});
     }
 
-    void error(finding_id id, bool aborts, size_t relocation, const std::string& cause,
-               const std::string& message, const std::string& advice = {})
+    void abort(finding_id id, const std::string& cause, const std::string& message, advice found)
     {
-        add(id, severity::error, aborts, relocation, (*kernel().relocs)[relocation].offset, cause, message,
-            advice);
+        add(id, severity::error, true, cause, message, std::move(found));
     }
 
-    // The relocation's target, if it has one.
-    std::optional<target_place> find_target(size_t i, const tessjit::reloc_info& reloc)
+    // What `find` says, where the generator's help is worth its time: that grows with the relocations.
+    template <typename Find>
+    advice advised(const Find& find)
     {
-        const checked_kernel& k = kernel();
-        target_place target = {target_place::where::placed, k.data_address};
-        if (names_data(reloc.name)) {
-            if (!is_own_data(*k.name, reloc.name)) {
-                error(finding_id::foreign_data, true, i, reloc.name,
-                      shortened(reloc.name) + " is not this kernel's data, and it reaches no other",
-                      "name " + std::string(data_prefix) + shortened(*k.name) +
-                          ", or have the other kernel's code pass the address");
-                return std::nullopt;
-            }
-        } else if (reloc.name == *k.name) {
-            target.address = k.text_address;
-        } else {
-            target = find_(index_, reloc.name);
-        }
-        switch (target.state) {
-        case target_place::where::nowhere:
-            error(finding_id::unknown_target, true, i, reloc.name,
-                  "there is no kernel " + shortened(reloc.name),
-                  "place it before " + shortened(*k.name) + ", or correct the name");
-            return std::nullopt;
-        case target_place::where::later:
-            error(finding_id::callee_order, true, i, reloc.name,
-                  shortened(reloc.name) + " is not placed yet: it comes later in the set",
-                  "move it before " + shortened(*k.name));
-            return std::nullopt;
-        case target_place::where::unknown:
-            add(finding_id::unknown_target, severity::note, false, i, reloc.offset, reloc.name,
-                shortened(reloc.name) + " is not among the dumps", "dump all kernels to have this checked");
-            return std::nullopt;
-        default:
-            break;
-        }
-        if (target.address == 0) {
-            error(finding_id::null_target, true, i, reloc.name,
-                  shortened(reloc.name) + " lies at address null",
-                  "a set without any code and data has no mapping; give it some, or register a real address");
-            return std::nullopt;
-        }
-        return target;
+        constexpr size_t most_advised = 16; // of one kernel
+        if (advised_ == most_advised)
+            return {};
+        ++advised_;
+        return find(relocation_site{*kernel().name, *kernel().text, *kernel().relocs, relocation_});
     }
 
-    void check_relocation(size_t i, const tessjit::reloc_info& reloc)
+    void check_relocation()
     {
-        const checked_kernel& k = kernel();
-        const std::optional<target_place> target = find_target(i, reloc);
-        const relocation_kind* const kind = find_relocation_kind(reloc.type);
-        if (kind == nullptr) {
-            error(finding_id::unhandled_type, true, i, std::to_string(reloc.type),
-                  "relocation type " + std::to_string(reloc.type) + " is none of 274, 275, 277 and 283",
-                  "use one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26");
-        }
-
-        const int64_t size = static_cast<int64_t>(k.text->size());
-        const bool inside = lies_within(*k.text, reloc.offset);
-        if (!inside) {
-            error(finding_id::offset, false, i, "",
-                  "the word at " + signed_hex(reloc.offset) + " is outside the text, which has " +
-                      std::to_string(size) + " bytes",
-                  "give the offset of an instruction of this kernel");
-        } else if (reloc.offset % 4 != 0) {
-            error(finding_id::unaligned_offset, false, i, "",
-                  "the offset is not a multiple of 4: the field is in two instructions",
-                  "give the offset of an instruction");
-        }
-        const bool is_instruction = inside && reloc.offset % 4 == 0;
+        const relocation_kind* const kind = find_relocation_kind(reloc().type);
+        const std::optional<relocation_target> target = find_target();
+        if (kind == nullptr)
+            abort(finding_id::unhandled_type, std::to_string(reloc().type),
+                  message_of(finding_id::unhandled_type, relocation_subject(reloc())),
+                  advised(advise_unhandled_type));
+        const bool inside = check_offset();
         if (kind == nullptr) {
             pages_in_doubt_ = true;
             return;
         }
 
-        const bool filled = inside && check_field(i, reloc, *kind);
-        const bool in_reach = target && check_range(i, reloc, *kind, *target);
-        const bool applicable = in_reach && inside && !filled;
-        if (inside && !filled && reloc.offset % 4 == 0)
-            check_untested_bit(i, reloc, *kind, in_reach ? target : std::nullopt);
-        const bool right_instruction = is_instruction && check_opcode(i, reloc, *kind);
+        const bool filled = inside && check_field(*kind);
+        const bool in_range = target && check_range(*kind, *target);
+        if (inside && !filled && reloc().offset % 4 == 0)
+            check_untested_bit(*kind, in_range ? target : std::nullopt);
+        const bool right_instruction = inside && reloc().offset % 4 == 0 && check_opcode(*kind, filled);
         if (!target || !right_instruction)
             pages_in_doubt_ = true;
-        if (reloc.type == R_AARCH64_CALL26 && target)
-            check_call_target(i, reloc, *target);
-        if (applicable)
-            apply(reloc, *kind, *target);
+        if (reloc().type == R_AARCH64_CALL26 && target)
+            check_call_target(*target);
+        if (in_range && inside && !filled)
+            apply_to_copy(*kind, *target);
+    }
+
+    // The relocation's target, if it has one.
+    std::optional<relocation_target> find_target()
+    {
+        const checked_kernel& k = kernel();
+        const relocation_target target = resolve_target(
+            k.place(), reloc().name, [this](const std::string& name) { return find_(index_, name); });
+        const auto refuse = [&](finding_id id, const auto& find) {
+            abort(id, reloc().name, message_of(id, relocation_subject(reloc())), advised(find));
+            return std::nullopt;
+        };
+        const auto help = [](std::string text) {
+            return [text](const relocation_site&) { return advice{{}, text}; };
+        };
+        switch (target.state) {
+        case where::foreign_data:
+            return refuse(finding_id::foreign_data, [&](const relocation_site& site) {
+                const where owner = find_(index_, reloc().name.substr(data_prefix.size())).state;
+                return advise_foreign_data(site, owner != where::nowhere && owner != where::unknown);
+            });
+        case where::nowhere:
+            return refuse(finding_id::unknown_target, [&](const relocation_site& site) {
+                return advise_unknown_target(site, similar_.of(reloc().name));
+            });
+        case where::later:
+            return refuse(finding_id::callee_order,
+                          help("place " + quoted(reloc().name) + " before " + quoted(*k.name)));
+        case where::unknown:
+            add(finding_id::unknown_target, severity::note, false, reloc().name,
+                not_dumped_message(relocation_subject(reloc())),
+                {{}, "dump all kernels to have this checked"});
+            return std::nullopt;
+        case where::placed:
+        case where::elsewhere:
+            break;
+        }
+        if (target.address == 0)
+            return refuse(finding_id::null_target,
+                          help("leave empty kernels without relocations, and no null in the registry"));
+        return target;
+    }
+
+    // Whether the word lies within the code.
+    bool check_offset()
+    {
+        const bool inside = lies_within(*kernel().text, reloc().offset);
+        const auto error = [&](finding_id id, const std::string& message) {
+            add(id, severity::error, false, {}, message, advised(advise_offset));
+        };
+        if (!inside)
+            error(finding_id::offset, offset_message(relocation_subject(reloc()), kernel().text->size()));
+        else if (reloc().offset % 4 != 0)
+            error(finding_id::unaligned_offset,
+                  message_of(finding_id::unaligned_offset, relocation_subject(reloc())));
+        return inside;
     }
 
     // Whether the field is filled already.
-    bool check_field(size_t i, const tessjit::reloc_info& reloc, const relocation_kind& kind)
+    bool check_field(const relocation_kind& kind)
     {
-        const auto offset = static_cast<size_t>(reloc.offset);
+        const auto offset = static_cast<size_t>(reloc().offset);
         const uint32_t word = word_at(linked_, offset);
         // Distances to another mapping are not zero.
-        const bool surely_filled = surely_filled_.count({reloc.offset, kind.filled_mask}) != 0;
-        if ((word & kind.filled_mask) != 0 || surely_filled) {
-            const bool by_relocation = surely_filled || word != word_at(*kernel().text, offset);
-            const bool expected = reloc.offset % 4 == 0 && (word & kind.opcode_mask) == kind.opcode;
-            const char* const advice = by_relocation ? "remove one of the two relocations"
-                                       : expected    ? "generate the instruction with a zero field"
-                                                     : ""; // the finding about the instruction says it
-            error(finding_id::field_filled, true, i, std::to_string(reloc.offset),
-                  std::string(kind.name) + ": the field of " + word_text(word) + " is not zero" +
-                      (by_relocation ? " behind an earlier relocation" : ""),
-                  advice);
+        const bool surely_filled = surely_filled_.count({reloc().offset, kind.tested_mask}) != 0;
+        if ((word & kind.tested_mask) != 0 || surely_filled) {
+            const std::string subject = relocation_subject(reloc());
+            abort(finding_id::field_filled, std::to_string(reloc().offset),
+                  surely_filled ? message_of(finding_id::field_filled, subject)
+                                : field_filled_message(subject, word),
+                  advised(advise_field_filled));
             return true;
         }
-        if (!in_doubt_.empty() && (word_at(in_doubt_, offset) & kind.filled_mask) != 0) {
-            add(finding_id::placement, severity::note, false, i, reloc.offset, "field",
-                std::string(kind.name) +
-                    ": whether an earlier relocation to another mapping fills the field depends on " +
-                    "where the system places this set",
-                "remove one of the two relocations");
+        if (!in_doubt_.empty() && (word_at(in_doubt_, offset) & kind.tested_mask) != 0) {
+            add(finding_id::placement, severity::note, false, "field",
+                relocation_subject(reloc()) +
+                    ": whether an earlier relocation fills the field depends on where the system maps this set",
+                {{}, "remove one of the two relocations"});
             return true;
         }
         return false;
     }
 
     // The top bit of a BL's field, which is not tested: ORed to a distance ahead, it makes one back. `target`
-    // is the relocation's, if it is in reach.
-    void check_untested_bit(size_t i, const tessjit::reloc_info& reloc, const relocation_kind& kind,
-                            const std::optional<target_place>& target)
+    // is the relocation's, if it is in range.
+    void check_untested_bit(const relocation_kind& kind, const std::optional<relocation_target>& target)
     {
-        const uint32_t word = word_at(linked_, static_cast<size_t>(reloc.offset));
-        const uint32_t untested = word & field_mask(kind) & ~kind.filled_mask;
-        if (untested == 0 || (word & kind.opcode_mask) != kind.opcode)
+        const uint32_t word = word_at(linked_, static_cast<size_t>(reloc().offset));
+        if ((word & kind.field_mask & ~kind.tested_mask) == 0 || !is_instruction_of(kind, word))
             return;
-        const std::string fact = "the top bit of the BL's field is set (" + word_text(word) +
+        const std::string subject = relocation_subject(reloc());
+        const std::string fact = subject + ": the top bit of the BL's field is set (" + word_text(word) +
                                  "), which the finaliser does not test";
-        const std::string advice =
-            "generate the BL with its whole field zero: " + word_text(word & ~field_mask(kind));
-        if (!target || target->state == target_place::where::elsewhere) {
-            add(finding_id::call_bit_25, severity::warning, false, i, reloc.offset, "",
-                fact + ": the call may lead elsewhere", advice);
+        const advice found = {{},
+                              "generate the BL with its field zero: " + word_text(word & ~kind.field_mask)};
+        if (!target || target->state == where::elsewhere) {
+            add(finding_id::call_bit_25, severity::warning, false, {}, fact + ": the call may lead elsewhere",
+                found);
             return;
         }
-        const uint64_t S = target->address + static_cast<uint64_t>(int64_t{reloc.addend});
-        const uint64_t P = kernel().text_address + static_cast<uint64_t>(int64_t{reloc.offset});
-        const uint32_t field = relocation_field(kind, relocation_value(kind, S, P));
-        if ((field & untested) == untested) {
-            add(finding_id::call_bit_25, severity::warning, false, i, reloc.offset, "back",
-                fact + ": the call is right only because its target lies before it", advice);
+        const applied_relocation applied = apply(kind, value_of(*target), place(), word);
+        if (!applied.leads_elsewhere) {
+            add(finding_id::call_bit_25, severity::warning, false, "back",
+                fact + ": the call is right only because its target lies before it", found);
             return;
         }
-        const int64_t distance = encoded_value(kind, word | field);
-        error(finding_id::call_bit_25, false, i, target_text(reloc),
-              "the call leads to " + place_reached(P, distance) + ", not to " + target_text(reloc) + ": " +
-                  fact,
-              advice);
+        add(finding_id::call_bit_25, severity::error, false, with_addend(reloc().name, reloc().addend),
+            call_bit_25_message(subject, word, place_reached(encoded_value(kind, applied.word))), found);
     }
 
-    // The kernel and the offset where an instruction at P leads, or how far that is.
-    [[nodiscard]] std::string place_reached(uint64_t P, int64_t distance) const
+    // The kernel and the offset where an instruction leads, otherwise the address.
+    [[nodiscard]] std::string place_reached(int64_t distance) const
     {
-        const uint64_t address = P + static_cast<uint64_t>(distance);
+        const uint64_t address = place() + static_cast<uint64_t>(distance);
         for (const checked_kernel& k : kernels_) {
-            if (address - k.text_address < k.text->size()) {
-                const auto offset = static_cast<int64_t>(address - k.text_address);
-                return shortened(*k.name) + (offset == 0 ? "" : signed_hex(offset));
-            }
+            if (address - k.text_address < k.text->size())
+                return with_addend(quoted(*k.name), static_cast<int64_t>(address - k.text_address));
         }
-        return (addresses_ == address_kind::real ? hex(address) + ", " : "where no kernel is, ") +
-               distance_text(distance) + " from it";
-    }
-
-    [[nodiscard]] std::string far_advice() const
-    {
-        const std::string advice = "finalise both in one set";
-        return addresses_ == address_kind::real
-                   ? advice + "; if these are dumps of two runs, use a directory for each"
-                   : advice;
+        return addresses_ == address_kind::real ? hex(address) : "no kernel";
     }
 
     // Whether the value fits, as far as it is known.
-    bool check_range(size_t i, const tessjit::reloc_info& reloc, const relocation_kind& kind,
-                     const target_place& target)
+    bool check_range(const relocation_kind& kind, const relocation_target& target)
     {
-        const uint64_t S = target.address + static_cast<uint64_t>(int64_t{reloc.addend});
-        const uint64_t P = kernel().text_address + static_cast<uint64_t>(int64_t{reloc.offset});
-        const uint64_t X = relocation_value(kind, S, P);
-        const std::string cause = kind.name + ('\0' + reloc.name);
-        if (X % kind.multiple_of != 0) {
-            error(finding_id::range, true, i, cause + '\0',
-                  std::string(kind.name) + " reaches " + target_text(reloc) +
-                      " at a distance that is not a multiple of " + std::to_string(kind.multiple_of),
-                  "correct the addend");
-            return false;
-        }
-        if (target.state == target_place::where::elsewhere && kind.relative) {
-            add(finding_id::placement, severity::note, false, i, reloc.offset, cause,
-                target_text(reloc) + " is in another mapping: " + kind.name + " reaches it within " +
-                    kind.reach,
-                "the system decides where this set is placed; in one set the distance is certain");
+        const uint64_t S = value_of(target);
+        const uint64_t X = relocation_value(kind, S, place());
+        const bool aligned = is_aligned(kind, X);
+        const bool known = target.state != where::elsewhere || !kind.relative;
+        if (known && in_range(kind, X))
+            return true;
+        const std::string cause = kind.name + ('\0' + reloc().name);
+        if (!known && aligned) {
+            add(finding_id::placement, severity::note, false, cause,
+                relocation_subject(reloc()) +
+                    ", of an earlier call: whether it is in range depends on where the system maps this set",
+                {{}, "finalise both in one set, where the distance is certain"});
             return true;
         }
-        if (in_range(kind, X))
-            return true;
-        error(finding_id::range, true, i, cause,
-              std::string(kind.name) + " reaches " + target_text(reloc) + " at " +
-                  distance_text(static_cast<int64_t>(X)) + ", limit " + kind.reach,
-              reloc.type == R_AARCH64_ADR_PREL_LO21 ? "use ADRP and ADD" : far_advice());
+        advice found = advised([&](const relocation_site& site) {
+            return advise_range(site, {S, place(), target.in_other_mapping});
+        });
+        if (addresses_ == address_kind::real && target.in_other_mapping && aligned && !found.help.empty())
+            found.help += "; if these are dumps of two runs, use a directory for each";
+        abort(finding_id::range, cause + (aligned ? "" : "misaligned"),
+              range_message(relocation_subject(reloc()), kind, X), std::move(found));
         return false;
     }
 
-    bool check_opcode(size_t i, const tessjit::reloc_info& reloc, const relocation_kind& kind)
+    bool check_opcode(const relocation_kind& kind, bool said_already)
     {
-        const uint32_t word = word_at(*kernel().text, static_cast<size_t>(reloc.offset));
-        if ((word & kind.opcode_mask) == kind.opcode)
+        const uint32_t word = word_at(*kernel().text, static_cast<size_t>(reloc().offset));
+        if (is_instruction_of(kind, word))
             return true;
-        error(finding_id::opcode, false, i, kind.name + ('\0' + std::to_string(word & kind.opcode_mask)),
-              std::string(kind.name) + " fills " + kind.instruction + ", but the word there is " +
-                  word_text(word),
-              "correct the offset or the type");
+        add(finding_id::opcode, severity::error, false, kind.name + ('\0' + word_text(word)),
+            opcode_message(relocation_subject(reloc()), kind, word),
+            said_already ? advice{} : advised(advise_opcode));
         return false;
     }
 
-    void check_call_target(size_t i, const tessjit::reloc_info& reloc, const target_place& target)
+    void check_call_target(const relocation_target& target)
     {
-        const std::string cause = target_text(reloc);
-        if (names_data(reloc.name)) {
-            error(finding_id::call_target, false, i, cause, "BL to constants: " + target_text(reloc),
-                  "name the kernel to be called");
-            return;
-        }
-        const uint64_t S = target.address + static_cast<uint64_t>(int64_t{reloc.addend});
-        if (reloc.addend != 0 && !starts_.contains(S)) {
-            add(finding_id::call_target, severity::warning, false, i, reloc.offset, cause,
-                "BL to " + target_text(reloc) + ", where no kernel begins", "call it with addend 0");
-        }
+        const auto report = [this](severity level, const char* message, const char* help) {
+            add(finding_id::call_target, level, false, with_addend(reloc().name, reloc().addend),
+                relocation_subject(reloc()) + ": " + message, {{}, help});
+        };
+        if (names_data(reloc().name))
+            report(severity::error, "a call of constants", "name the kernel that is to be called");
+        else if (reloc().addend != 0 && !starts_.contains(value_of(target)))
+            report(severity::warning, "a call to where no kernel begins", "call it with addend 0");
     }
 
     // Leaves in the copy what the finaliser leaves in the mapping. A distance that is not known surely fills
     // the field, but which of its bits is in doubt, and so whether they are under the mask of another kind.
-    void apply(const tessjit::reloc_info& reloc, const relocation_kind& kind, const target_place& target)
+    void apply_to_copy(const relocation_kind& kind, const relocation_target& target)
     {
-        const auto offset = static_cast<size_t>(reloc.offset);
-        uint32_t word = word_at(linked_, offset);
-        const uint64_t S = target.address + static_cast<uint64_t>(int64_t{reloc.addend});
-        const uint64_t P = kernel().text_address + offset;
-        if (target.state != target_place::where::elsewhere || !kind.relative) {
-            word |= relocation_field(kind, relocation_value(kind, S, P));
-            std::memcpy(linked_.data() + offset, &word, sizeof word);
+        const auto offset = static_cast<size_t>(reloc().offset);
+        if (target.state != where::elsewhere || !kind.relative) {
+            set_word(linked_, offset, apply(kind, value_of(target), place(), word_at(linked_, offset)).word);
             return;
         }
         in_doubt_.resize(linked_.size());
-        const uint32_t bits = word_at(in_doubt_, offset) | relocation_field(kind, ~uint64_t{0});
-        std::memcpy(in_doubt_.data() + offset, &bits, sizeof bits);
-        surely_filled_.emplace(reloc.offset, kind.filled_mask);
+        set_word(in_doubt_, offset, word_at(in_doubt_, offset) | kind.field_mask);
+        surely_filled_.emplace(reloc().offset, kind.tested_mask);
     }
 
     void check_pairs()
     {
-        const checked_kernel& k = kernel();
         std::unordered_set<std::string> pages;
         std::unordered_set<std::string> completed;
-        const auto key = [](const tessjit::reloc_info& reloc) {
-            return reloc.name + '\0' + std::to_string(reloc.addend);
-        };
-        for (const tessjit::reloc_info& reloc : *k.relocs) {
-            if (reloc.type == R_AARCH64_ADR_PREL_PG_HI21)
-                pages.insert(key(reloc));
-            if (reloc.type == R_AARCH64_ADD_ABS_LO12_NC)
-                completed.insert(key(reloc));
+        const auto key = [](const reloc_info& r) { return r.name + '\0' + std::to_string(r.addend); };
+        for (const reloc_info& r : *kernel().relocs) {
+            if (r.type == R_AARCH64_ADR_PREL_PG_HI21)
+                pages.insert(key(r));
+            if (r.type == R_AARCH64_ADD_ABS_LO12_NC)
+                completed.insert(key(r));
         }
-        for (size_t i = 0; i < k.relocs->size() && !pages_in_doubt_; ++i) {
-            const tessjit::reloc_info& reloc = (*k.relocs)[i];
-            if (reloc.type == R_AARCH64_ADR_PREL_PG_HI21 && completed.count(key(reloc)) == 0) {
-                error(finding_id::pair, false, i, "ADRP" + key(reloc),
-                      "ADRP gives the page of " + target_text(reloc) + ", which no ADD completes",
-                      "add R_AARCH64_ADD_ABS_LO12_NC of the same target and addend: no relocation " +
-                          std::string("completes a load or a store"));
+        for (relocation_ = 0; relocation_ < kernel().relocs->size(); ++relocation_) {
+            if (reloc().type == R_AARCH64_ADR_PREL_PG_HI21 && completed.count(key(reloc())) == 0) {
+                add(finding_id::pair, severity::error, false, "ADRP" + key(reloc()),
+                    relocation_subject(reloc()) + ": no ADD completes the address",
+                    {{},
+                     "add R_AARCH64_ADD_ABS_LO12_NC with the same target and addend: no relocation completes a "
+                     "load or a store"});
             }
-            if (reloc.type == R_AARCH64_ADD_ABS_LO12_NC && pages.count(key(reloc)) == 0) {
-                add(finding_id::pair, severity::warning, false, i, reloc.offset, "ADD" + key(reloc),
-                    "ADD completes the page of " + target_text(reloc) + ", which no ADRP gives",
-                    "add R_AARCH64_ADR_PREL_PG_HI21 of the same target and addend");
+            if (reloc().type == R_AARCH64_ADD_ABS_LO12_NC && pages.count(key(reloc())) == 0) {
+                add(finding_id::pair, severity::warning, false, "ADD" + key(reloc()),
+                    relocation_subject(reloc()) + ": no ADRP gives its page",
+                    {{}, "add R_AARCH64_ADR_PREL_PG_HI21 with the same target and addend"});
             }
         }
     }
@@ -430,10 +419,13 @@ private:
     address_kind addresses_;
     file_names names_;
     text_starts starts_;
+    similar_names similar_;
     finding_list findings_;
-    size_t index_ = 0;
+    size_t index_ = 0;                   // of the kernel at hand
+    size_t relocation_ = 0;              // and of its relocation
+    size_t advised_ = 0;                 // how many relocations of the kernel got advice
     bool pages_in_doubt_ = false;        // another finding may be why an ADRP lacks its ADD, or the reverse
-    std::vector<std::uint8_t> linked_;   // the kernel's text with the relocations applied so far
+    std::vector<std::uint8_t> linked_;   // the kernel's code with the relocations applied so far
     std::vector<std::uint8_t> in_doubt_; // bits that may be set in it besides; empty if there are none
     // Offsets and masks under which not all bits in doubt are zero.
     std::set<std::pair<std::int32_t, uint32_t>> surely_filled_;

@@ -1,8 +1,12 @@
-// The checks of kernels whose places are known, at least from each other: what check_kernels and the checks
-// of dumps have in common.
+// Checks the relocations of kernels whose places are known, at least from each other: those of a host's set
+// (check_kernels) or of dumps. It applies each relocation as the finaliser does, in order, and reports
+// whatever keeps it from being applied or from meaning what it should. It knows the instructions that
+// relocations fill and no others.
 #pragma once
 
-#include "check/check_kernels.hpp"
+#include "check/finding.hpp"
+#include "check/relocation.hpp"
+#include "fft/SRC/wfta/kernel_printer.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -20,30 +24,20 @@ struct checked_kernel {
     const std::vector<tessjit::reloc_info>* relocs;
     std::uint64_t text_address;
     std::uint64_t data_address;
-    std::string name_taken; ///< who has the name already, in words; empty if nobody
+    std::string first_of_name; ///< which kernel has the name already, in words; empty if none has
+
+    [[nodiscard]] kernel_place place() const { return {*name, text_address, data_address}; }
 };
 
-/// Where a kernel is that a relocation names.
-struct target_place {
-    enum class where {
-        nowhere,
-        later,     ///< it comes behind the kernel that names it
-        placed,    ///< at `address`
-        elsewhere, ///< at `address`, in another mapping; where this one will be is not known
-        unknown    ///< placed, for the kernel that names it is linked; but not among those given
-    } state;
-    std::uint64_t address;
-};
-
-/// Finds the kernel that the relocations of kernel number `kernel` call `name`.
-using target_finder = std::function<target_place(std::size_t kernel, const std::string& name)>;
+/// Finds the kernel that the relocations of kernel number `kernel` call `name`, which is not its own.
+using target_finder = std::function<relocation_target(std::size_t kernel, const std::string& name)>;
 
 /// Whether addresses are those of a process, or made up and only exact from each other.
 enum class address_kind { real, relative };
 
 /// All findings about the kernels, in their order. Addresses of kernels that share a mapping are exact from
-/// each other, and within their pages. `others` are names of kernels that are not among them, whose files
-/// theirs may collide with.
+/// each other, and within their pages. `others` are kernels that are not among them, whose files theirs may
+/// collide with.
 std::vector<kernel_finding> check_placed(const std::vector<checked_kernel>& kernels,
                                          const target_finder& find, const kernel_registry_map& others,
                                          address_kind addresses);

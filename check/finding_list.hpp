@@ -1,7 +1,7 @@
 // The findings of a set of kernels, where several with one cause in one kernel become one finding.
 #pragma once
 
-#include "check/finding.hpp"
+#include "check/finding_text.hpp"
 
 #include <string>
 #include <string_view>
@@ -9,13 +9,6 @@
 #include <vector>
 
 namespace vorna::wfta {
-
-/// What is wrong and what to do, without the place.
-struct finding_text {
-    std::string message;
-    std::string note = {};
-    std::string help = {};
-};
 
 class finding_list {
 public:

@@ -77,17 +77,17 @@ void file_names::check(const std::string& name, finding_list& findings) const
     };
     const std::string hash_file = name + std::string(hash_suffix);
     if (names_.count(hash_file) != 0)
-        add("its hash file is the dump of " + shortened(hash_file));
+        add("its hash file is the dump of " + quoted(hash_file));
     if (name.size() > hash_suffix.size() &&
         name.compare(name.size() - hash_suffix.size(), hash_suffix.size(), hash_suffix) == 0) {
         const std::string other = name.substr(0, name.size() - hash_suffix.size());
         if (names_.count(other) != 0)
-            add("its dump is the hash file of " + shortened(other));
+            add("its dump is the hash file of " + quoted(other));
     }
     const auto [begin, end] = by_lower_case_.equal_range(lower_case(name));
     for (auto other = begin; other != end; ++other) {
         if (other->second != name) {
-            add("the name differs from " + shortened(other->second) + " in case only");
+            add("the name differs from " + quoted(other->second) + " in case only");
             break;
         }
     }

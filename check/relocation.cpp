@@ -2,46 +2,34 @@
 
 #include <cstring>
 #include <elf.h>
+#include <limits>
 
 namespace vorna::wfta {
 
 static constexpr std::uint64_t whole = ~std::uint64_t{0};
 static constexpr std::uint64_t page = ~std::uint64_t{0xfff}; // 4 KiB, whatever the machine's pages
 
+static constexpr value_range all_values = {std::numeric_limits<std::int64_t>::min(),
+                                           std::numeric_limits<std::int64_t>::max()};
+
+static constexpr value_range signed_bits(unsigned bits)
+{
+    const std::int64_t half = std::int64_t{1} << (bits - 1);
+    return {-half, half - 1};
+}
+
 // Opcodes are those of the "Arm A-profile A64 Instruction Set Architecture": ADR, ADRP, ADD (immediate, 32
 // and 64 bits, without flags and without shift), BL.
 static constexpr relocation_kind kinds[] = {
-    {R_AARCH64_ADR_PREL_LO21, "R_AARCH64_ADR_PREL_LO21", "ADR", 0x9f000000, 0x10000000, 0x60ffffe0, whole,
-     true, 21, 1, "1 MiB"},
+    {R_AARCH64_ADR_PREL_LO21, "R_AARCH64_ADR_PREL_LO21", "ADR", 0x9f000000, 0x10000000, 0x60ffffe0,
+     0x60ffffe0, whole, true, signed_bits(21), 1},
     {R_AARCH64_ADR_PREL_PG_HI21, "R_AARCH64_ADR_PREL_PG_HI21", "ADRP", 0x9f000000, 0x90000000, 0x60ffffe0,
-     page, true, 33, 1, "4 GiB"},
-    {R_AARCH64_ADD_ABS_LO12_NC, "R_AARCH64_ADD_ABS_LO12_NC", "ADD", 0x7fc00000, 0x11000000, 0x003ffc00, whole,
-     false, 64, 1, ""},
-    {R_AARCH64_CALL26, "R_AARCH64_CALL26", "BL", 0xfc000000, 0x94000000, 0x01ffffff, whole, true, 28, 4,
-     "128 MiB"},
+     0x60ffffe0, page, true, signed_bits(33), 1},
+    {R_AARCH64_ADD_ABS_LO12_NC, "R_AARCH64_ADD_ABS_LO12_NC", "ADD", 0x7fc00000, 0x11000000, 0x003ffc00,
+     0x003ffc00, whole, false, all_values, 1},
+    {R_AARCH64_CALL26, "R_AARCH64_CALL26", "BL", 0xfc000000, 0x94000000, 0x03ffffff, 0x01ffffff, whole, true,
+     signed_bits(28), 4},
 };
-
-bool names_data(std::string_view target)
-{
-    return target.substr(0, data_prefix.size()) == data_prefix;
-}
-
-bool is_own_data(std::string_view kernel, std::string_view target)
-{
-    return names_data(target) && target.substr(data_prefix.size()) == kernel;
-}
-
-bool lies_within(const std::vector<std::uint8_t>& code, std::int64_t offset)
-{
-    return offset >= 0 && code.size() >= 4 && static_cast<std::uint64_t>(offset) <= code.size() - 4;
-}
-
-std::uint32_t word_at(const std::vector<std::uint8_t>& code, std::size_t offset)
-{
-    std::uint32_t word = 0;
-    std::memcpy(&word, code.data() + offset, sizeof word);
-    return word;
-}
 
 const relocation_kind* find_relocation_kind(std::int32_t type)
 {
@@ -52,16 +40,34 @@ const relocation_kind* find_relocation_kind(std::int32_t type)
     return nullptr;
 }
 
+const relocation_kind* find_kind_of_instruction(std::uint32_t word)
+{
+    for (const relocation_kind& kind : kinds) {
+        if (is_instruction_of(kind, word))
+            return &kind;
+    }
+    return nullptr;
+}
+
+bool is_instruction_of(const relocation_kind& kind, std::uint32_t word)
+{
+    return (word & kind.opcode_mask) == kind.opcode;
+}
+
 std::uint64_t relocation_value(const relocation_kind& kind, std::uint64_t S, std::uint64_t P)
 {
-    return (S & kind.operand_mask) - (kind.relative ? P & kind.operand_mask : 0);
+    return (S & kind.page_mask) - (kind.relative ? P & kind.page_mask : 0);
+}
+
+bool is_aligned(const relocation_kind& kind, std::uint64_t X)
+{
+    return X % kind.alignment == 0;
 }
 
 bool in_range(const relocation_kind& kind, std::uint64_t X)
 {
-    const std::uint64_t half = std::uint64_t{1} << (kind.range_bits - 1);
-    const bool fits = kind.range_bits == 64 || X + half < 2 * half;
-    return fits && X % kind.multiple_of == 0;
+    const auto value = static_cast<std::int64_t>(X);
+    return is_aligned(kind, X) && value >= kind.range.least && value <= kind.range.greatest;
 }
 
 std::uint32_t relocation_field(const relocation_kind& kind, std::uint64_t X)
@@ -101,9 +107,48 @@ std::int64_t encoded_value(const relocation_kind& kind, std::uint32_t word)
     }
 }
 
-std::uint32_t field_mask(const relocation_kind& kind)
+applied_relocation apply(const relocation_kind& kind, std::uint64_t S, std::uint64_t P, std::uint32_t word)
 {
-    return relocation_field(kind, ~std::uint64_t{0});
+    const std::uint64_t X = relocation_value(kind, S, P);
+    applied_relocation result = {(word & kind.tested_mask) != 0, in_range(kind, X), X, word, false};
+    if (!result.applied())
+        return result;
+    const std::uint32_t field = relocation_field(kind, X);
+    result.word |= field;
+    result.leads_elsewhere = is_instruction_of(kind, word) && (result.word & kind.field_mask) != field;
+    return result;
+}
+
+std::uint32_t word_at(const std::vector<std::uint8_t>& code, std::size_t offset)
+{
+    std::uint32_t word = 0;
+    std::memcpy(&word, code.data() + offset, sizeof word);
+    return word;
+}
+
+void set_word(std::vector<std::uint8_t>& code, std::size_t offset, std::uint32_t word)
+{
+    std::memcpy(code.data() + offset, &word, sizeof word);
+}
+
+bool lies_within(const std::vector<std::uint8_t>& code, std::int64_t offset)
+{
+    return offset >= 0 && code.size() >= 4 && static_cast<std::uint64_t>(offset) <= code.size() - 4;
+}
+
+bool names_data(std::string_view target)
+{
+    return target.substr(0, data_prefix.size()) == data_prefix;
+}
+
+bool is_own_data(std::string_view kernel, std::string_view target)
+{
+    return names_data(target) && target.substr(data_prefix.size()) == kernel;
+}
+
+std::uint64_t target_value(std::uint64_t address, std::int64_t addend)
+{
+    return address + static_cast<std::uint64_t>(addend);
 }
 
 } // namespace vorna::wfta

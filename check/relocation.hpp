@@ -1,14 +1,83 @@
-// The relocations of "ELF for the Arm 64-bit Architecture (AArch64)" that kernels have, as the workbench
-// applies them: an implementation of its own beside the finaliser's, so that each can be held against the
-// other.
+// The relocations of "ELF for the Arm 64-bit Architecture (AArch64)" that kernels have: which bits of which
+// instruction they fill, with what value, and how that value is found.
+//
+// A relocation names a target (a kernel's code, or the kernel's own constants) and an addend; S is their sum,
+// the ABI's S + A. P is the place, the address of the instruction. From these follows X, the value that is
+// checked and encoded. It is an implementation of its own beside the finaliser's, so that each can be held
+// against the other.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
 namespace vorna::wfta {
+
+/// Bounds of X, both included.
+struct value_range {
+    std::int64_t least;
+    std::int64_t greatest;
+};
+
+/// One kind of relocation. All arithmetic wraps around in 64 bits.
+struct relocation_kind {
+    std::int32_t type;         ///< number in the ABI
+    const char* name;          ///< name in the ABI
+    const char* instruction;   ///< mnemonic of the instruction whose field it fills
+    std::uint32_t opcode_mask; ///< the bits of the word that make it that instruction,
+    std::uint32_t opcode;      ///< and their values
+    std::uint32_t field_mask;  ///< the bits of the instruction's field
+    std::uint32_t
+        tested_mask;         ///< those that the finaliser wants zero beforehand: of BL's all but the highest
+    std::uint64_t page_mask; ///< applied to S and P before X is formed
+    bool relative;           ///< X is S - P, otherwise S
+    value_range range;       ///< of X; all values if it is not checked
+    unsigned alignment;      ///< X must be a multiple of it
+};
+
+/// The kind of an ELF relocation type number, or null for one that the finaliser does not support.
+const relocation_kind* find_relocation_kind(std::int32_t type);
+
+/// The kind of relocation that fills an instruction like this one, or null.
+const relocation_kind* find_kind_of_instruction(std::uint32_t word);
+
+bool is_instruction_of(const relocation_kind& kind, std::uint32_t word);
+
+/// X of the ABI for a target S at a place P.
+std::uint64_t relocation_value(const relocation_kind& kind, std::uint64_t S, std::uint64_t P);
+
+/// Whether X is a multiple of the kind's alignment, and whether it is one within the kind's range.
+bool is_aligned(const relocation_kind& kind, std::uint64_t X);
+bool in_range(const relocation_kind& kind, std::uint64_t X);
+
+/// The bits that are ORed into the instruction word for X.
+std::uint32_t relocation_field(const relocation_kind& kind, std::uint64_t X);
+
+/// The X that the field of an instruction word holds, the inverse of relocation_field.
+std::int64_t encoded_value(const relocation_kind& kind, std::uint32_t word);
+
+/// What became of a relocation: it is applied only if its field was empty and X in range.
+struct applied_relocation {
+    bool filled;          ///< the field was not zero, by the bits that are tested
+    bool in_range;        ///< and a multiple of the alignment
+    std::uint64_t value;  ///< X
+    std::uint32_t word;   ///< the instruction word afterwards
+    bool leads_elsewhere; ///< applied, but a bit of the field that is not tested was set, and X does not have
+                          ///< it
+    [[nodiscard]] bool applied() const { return !filled && in_range; }
+};
+
+/// Applies a relocation to an instruction word as the finaliser does.
+applied_relocation apply(const relocation_kind& kind, std::uint64_t S, std::uint64_t P, std::uint32_t word);
+
+/// The instruction word at `offset`, of which four bytes must be there.
+std::uint32_t word_at(const std::vector<std::uint8_t>& code, std::size_t offset);
+void set_word(std::vector<std::uint8_t>& code, std::size_t offset, std::uint32_t word);
+
+/// Whether a whole word at `offset` lies within the code.
+bool lies_within(const std::vector<std::uint8_t>& code, std::int64_t offset);
 
 /// A relocation's target names constants by this prefix and the name of their kernel, otherwise a kernel's
 /// code.
@@ -20,45 +89,43 @@ bool names_data(std::string_view target);
 /// Whether the target names the kernel's own constants.
 bool is_own_data(std::string_view kernel, std::string_view target);
 
-/// Whether a whole word at `offset` lies within the code.
-bool lies_within(const std::vector<std::uint8_t>& code, std::int64_t offset);
-
-/// The instruction word at `offset`, which must lie within the code.
-std::uint32_t word_at(const std::vector<std::uint8_t>& code, std::size_t offset);
-
-/// One kind of relocation. S is the target's address plus the addend (the ABI's S + A), P the place, X the
-/// value that is checked and encoded, all with wrap-around in 64 bits.
-struct relocation_kind {
-    std::int32_t type;          ///< number in the ABI
-    const char* name;           ///< name in the ABI
-    const char* instruction;    ///< mnemonic of the instruction whose field it fills
-    std::uint32_t opcode_mask;  ///< the bits of the word that make it that instruction,
-    std::uint32_t opcode;       ///< and their values
-    std::uint32_t filled_mask;  ///< bits that the finaliser wants zero beforehand
-    std::uint64_t operand_mask; ///< applied to S and P before X is formed
-    bool relative;              ///< X is S - P, otherwise S
-    unsigned range_bits;        ///< X is a signed number of so many bits; 64 if it is not checked
-    unsigned multiple_of;       ///< X must be a multiple
-    const char* reach;          ///< the range in words, empty if it is not checked
+/// Where the target of a relocation is.
+struct relocation_target {
+    enum class where {
+        nowhere,
+        foreign_data, ///< constants of another kernel
+        later,        ///< it comes after the kernel that names it
+        placed,       ///< at `address`
+        elsewhere,    ///< at `address`, in another mapping; where this one will be is not known
+        unknown       ///< placed, for the kernel that names it is linked; but not among those given
+    } state;
+    std::uint64_t address; ///< of its first byte, without the addend
+    bool in_other_mapping =
+        false; ///< placed by another call of finalise_kernels than the kernel that names it
 };
 
-/// The kind of an ELF relocation type number, or null for one that the finaliser does not know.
-const relocation_kind* find_relocation_kind(std::int32_t type);
+/// A kernel's name and the addresses of its code and constants.
+struct kernel_place {
+    const std::string& name;
+    std::uint64_t text_address;
+    std::uint64_t data_address;
+};
 
-/// X of the ABI for a target S at a place P.
-std::uint64_t relocation_value(const relocation_kind& kind, std::uint64_t S, std::uint64_t P);
+/// Resolves the target that a relocation of the kernel names. `find` takes the name of another kernel and
+/// returns a relocation_target.
+template <typename Find>
+relocation_target resolve_target(const kernel_place& kernel, const std::string& target, const Find& find)
+{
+    using where = relocation_target::where;
+    if (names_data(target)) {
+        return is_own_data(kernel.name, target) ? relocation_target{where::placed, kernel.data_address, false}
+                                                : relocation_target{where::foreign_data, 0, false};
+    }
+    return target == kernel.name ? relocation_target{where::placed, kernel.text_address, false}
+                                 : find(target);
+}
 
-/// Whether the instruction's field can hold X.
-bool in_range(const relocation_kind& kind, std::uint64_t X);
-
-/// The bits that are ORed into the instruction word for X.
-std::uint32_t relocation_field(const relocation_kind& kind, std::uint64_t X);
-
-/// The value that the field of an instruction word holds, the inverse of relocation_field: the distance of an
-/// ADR or a BL, that of an ADRP in bytes from its own page.
-std::int64_t encoded_value(const relocation_kind& kind, std::uint32_t word);
-
-/// All bits of the instruction's field. BL's has one more than the finaliser tests: the highest.
-std::uint32_t field_mask(const relocation_kind& kind);
+/// S of the ABI: the target's address and the addend.
+std::uint64_t target_value(std::uint64_t address, std::int64_t addend);
 
 } // namespace vorna::wfta

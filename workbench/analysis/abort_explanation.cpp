@@ -7,7 +7,6 @@
 #include "workbench/text/printable.hpp"
 
 #include <algorithm>
-#include <array>
 #include <elf.h>
 #include <fmt/format.h>
 #include <string_view>
@@ -17,8 +16,9 @@
 namespace vorna::workbench {
 
 using wfta::find_relocation_kind;
+using wfta::is_instruction_of;
 using wfta::relocation_kind;
-using where = wfta::target_place::where;
+using where = wfta::relocation_target::where;
 
 namespace {
 
@@ -68,30 +68,11 @@ std::string relocation_text(std::string_view name, std::int64_t offset, std::int
     return fmt::format("{{\"{}\", {}, {}, {}}}", quoted, offset, type, addend);
 }
 
-bool is_instruction_of(const relocation_kind& kind, std::uint32_t word)
-{
-    return (word & kind.opcode_mask) == kind.opcode;
-}
-
-constexpr std::array<std::int32_t, 4> known_types = {R_AARCH64_ADR_PREL_LO21, R_AARCH64_ADR_PREL_PG_HI21,
-                                                     R_AARCH64_ADD_ABS_LO12_NC, R_AARCH64_CALL26};
-
-// The kind of relocation that fills an instruction like this one; null if none does.
-const relocation_kind* kind_of_instruction(std::uint32_t word)
-{
-    for (const std::int32_t type : known_types) {
-        const relocation_kind* const kind = find_relocation_kind(type);
-        if (is_instruction_of(*kind, word))
-            return kind;
-    }
-    return nullptr;
-}
-
 // The kind of relocation that the word waits for, its field being zero; null if it waits for none.
 const relocation_kind* kind_of_unfilled(std::uint32_t word)
 {
-    const relocation_kind* const kind = kind_of_instruction(word);
-    if (kind == nullptr || (word & wfta::field_mask(*kind)) != 0)
+    const relocation_kind* const kind = wfta::find_kind_of_instruction(word);
+    if (kind == nullptr || (word & kind->field_mask) != 0)
         return nullptr;
     // ADD of 0 to or from SP is how the assembler writes MOV, and no address is formed so.
     const bool stack_pointer = (word & 0x1f) == 31 || (word >> 5 & 0x1f) == 31;
@@ -102,26 +83,15 @@ const relocation_kind* kind_of_unfilled(std::uint32_t word)
 // field may hold a provisional value, but an ADD of a number is an ADD of a number.
 const relocation_kind* kind_of_meant(std::uint32_t word)
 {
-    const relocation_kind* const kind = kind_of_instruction(word);
+    const relocation_kind* const kind = wfta::find_kind_of_instruction(word);
     return kind != nullptr && kind->type == R_AARCH64_ADD_ABS_LO12_NC ? kind_of_unfilled(word) : kind;
 }
 
 // Where the field of a linked or provisionally encoded ADR, ADRP or BL leads.
 std::uint64_t encoded_target(const relocation_kind& kind, std::uint32_t word, std::uint64_t place)
 {
-    std::uint64_t value = 0;
-    unsigned bits = 0;
-    if (kind.type == R_AARCH64_CALL26) {
-        value = std::uint64_t{word & 0x3ffffff} << 2;
-        bits = 28;
-    } else {
-        value = std::uint64_t{word >> 5 & 0x7ffff} << 2 | (word >> 29 & 3);
-        bits = 21;
-    }
-    value = static_cast<std::uint64_t>(as_signed(value << (64 - bits)) >> (64 - bits));
-    if (kind.type == R_AARCH64_ADR_PREL_PG_HI21)
-        value <<= 12;
-    return (place & kind.operand_mask) + value;
+    const auto value = static_cast<std::uint64_t>(wfta::encoded_value(kind, word));
+    return (place & kind.page_mask) + value;
 }
 
 bool is_in(std::uint64_t address, std::uint64_t begin, std::uint64_t length)
@@ -227,11 +197,11 @@ struct refusal {
 // is not known is passed over, unless it is taken to be at `unknown`.
 std::optional<refusal> find_refusal(const placed_kernel& kernel, const kernel_addresses& addresses,
                                     const known_targets& targets,
-                                    wfta::target_place unknown = {where::unknown, 0})
+                                    wfta::relocation_target unknown = {where::unknown, 0})
 {
     const auto find = [&](std::size_t, const std::string& name) {
         const std::optional<std::uint64_t> target = find_target(kernel, addresses, name, targets);
-        return target ? wfta::target_place{where::placed, *target} : unknown;
+        return target ? wfta::relocation_target{where::placed, *target} : unknown;
     };
     const std::vector<wfta::kernel_finding> findings = wfta::check_placed(
         {{&kernel.name, &kernel.text, &kernel.data, &kernel.relocs, addresses.text, addresses.data, {}}},
@@ -257,10 +227,10 @@ std::vector<std::size_t> fitting_relocations(const abort_report& report, const p
             continue;
         }
         const relocation_kind& kind = *report.range->kind;
-        if (reloc.type != kind.type || (P & kind.operand_mask) != report.range->place)
+        if (reloc.type != kind.type || (P & kind.page_mask) != report.range->place)
             continue;
         const std::optional<std::uint64_t> target = find_target(kernel, addresses, reloc.name, targets);
-        if (target && ((*target + widened(reloc.addend)) & kind.operand_mask) == report.range->target)
+        if (target && ((*target + widened(reloc.addend)) & kind.page_mask) == report.range->target)
             fitting.push_back(i);
     }
     return fitting;
@@ -427,10 +397,8 @@ void use_relocation(explaining& e, std::size_t index)
 void use_kind(explaining& e, const relocation_kind& kind)
 {
     e.result.type = kind.type;
-    if (kind.range_bits < 64) {
-        const std::int64_t half = std::int64_t{1} << (kind.range_bits - 1);
-        e.result.limit = value_limits{-half, half - 1};
-    }
+    if (kind.relative)
+        e.result.limit = value_limits{kind.range.least, kind.range.greatest};
 }
 
 // ---- Reports with a message.
@@ -447,7 +415,7 @@ std::uint64_t place_of_message(const explaining& e)
 
 bool knows_place(const explaining& e)
 {
-    return kind_of_message(e).operand_mask == ~std::uint64_t{0} || e.report.filled;
+    return kind_of_message(e).page_mask == ~std::uint64_t{0} || e.report.filled;
 }
 
 // The target that a range message's S lies in: constants of the kernel itself, or any kernel's code.
@@ -614,7 +582,7 @@ void use_missing_message(explaining& e, const refusal& refused, const relocation
     }
     const std::uint64_t S =
         find_target(*e.dump, e.addresses, reloc.name, e.targets).value_or(0) + widened(reloc.addend);
-    e.report.range = {&kind, S & kind.operand_mask, P & kind.operand_mask, relocation_value(kind, S, P)};
+    e.report.range = {&kind, S & kind.page_mask, P & kind.page_mask, relocation_value(kind, S, P)};
 }
 
 void find_kernel_of_assertion(explaining& e)
@@ -746,7 +714,7 @@ std::string relocation_for(const placed_kernel& kernel, const std::string& name,
 {
     std::string text = relocation_text(name, instruction.offset, instruction.kind->type, addend);
     const std::uint32_t word = word_at(kernel.text, static_cast<std::size_t>(instruction.offset));
-    const std::uint32_t field = wfta::field_mask(*instruction.kind);
+    const std::uint32_t field = instruction.kind->field_mask;
     if ((word & field) != 0)
         text += fmt::format(", and the {} with its field zero: {:#010x}", instruction.kind->instruction,
                             word & ~field);
@@ -932,8 +900,8 @@ void explain_filled(explaining& e)
             return;
         }
     }
-    if (generated && (word & kind.filled_mask) != 0) {
-        const std::uint32_t field = wfta::field_mask(kind);
+    if (generated && (word & kind.tested_mask) != 0) {
+        const std::uint32_t field = kind.field_mask;
         e.result.cause =
             fmt::format("the generator has encoded a provisional value, bits {:#x}", word & field);
         e.result.advice =
@@ -1018,16 +986,17 @@ void explain_range(explaining& e)
 {
     const range_message& message = *e.report.range;
     const relocation_kind& kind = *message.kind;
-    const std::uint64_t half = std::uint64_t{1} << (kind.range_bits - 1);
+    const std::uint64_t half = static_cast<std::uint64_t>(kind.range.greatest) + 1;
     if (message.value + half < 2 * half)
         return explain_misaligned_call(e);
 
     const std::int64_t distance = *e.result.distance;
     const std::uint64_t times = (magnitude_of(distance) + half / 2) / half;
-    e.result.message =
-        fmt::format("{} to {}: {}, limit {}{}", kind.name,
-                    e.result.target ? name_of_target(e) : fmt::format("{:#x}", message.target),
-                    distance_text(distance), kind.reach, times > 1 ? fmt::format(" ({} times)", times) : "");
+    e.result.message = fmt::format(
+        "{} to {}: {}, limit {}{}", kind.name,
+        e.result.target ? name_of_target(e) : fmt::format("{:#x}", message.target), distance_text(distance),
+        half >> 30 != 0 ? fmt::format("{} GiB", half >> 30) : fmt::format("{} MiB", half >> 20),
+        times > 1 ? fmt::format(" ({} times)", times) : "");
     if (is_of_other_instruction(e))
         return;
     const bool far_addend = e.result.target_offset && magnitude_of(*e.result.target_offset) >= half / 2;

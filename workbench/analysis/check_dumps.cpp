@@ -17,7 +17,7 @@
 namespace vorna::workbench {
 
 using wfta::checked_kernel;
-using wfta::target_place;
+using wfta::relocation_target;
 
 // For each kernel, whether the process may have ended with it: the last of its mapping, before which none is
 // missing, so that it is not the dumps that are incomplete.
@@ -51,18 +51,17 @@ std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set)
     for (std::size_t i = 0; i < set.kernels.size(); ++i) {
         const placed_kernel& kernel = set.kernels[i];
         std::vector<std::size_t>& same_name = by_name[kernel.name];
-        std::string name_taken;
+        std::string first_of_name;
         if (!same_name.empty() && set.kernels[same_name.back()].mapping == kernel.mapping)
-            name_taken =
-                "another kernel of this name lies in the same mapping: " + set.kernels[same_name.back()].file;
+            first_of_name = "in " + set.kernels[same_name.back()].file + ", of the same mapping";
         same_name.push_back(i);
         checked.push_back({&kernel.name, &kernel.text, &kernel.data, &kernel.relocs, kernel.text_address,
-                           kernel.data_address, std::move(name_taken)});
+                           kernel.data_address, std::move(first_of_name)});
     }
 
     const std::vector<bool> last = find_last_kernels(set);
-    using where = target_place::where;
-    const wfta::target_finder find = [&](std::size_t kernel, const std::string& name) -> target_place {
+    using where = relocation_target::where;
+    const wfta::target_finder find = [&](std::size_t kernel, const std::string& name) -> relocation_target {
         const auto named = by_name.find(name);
         if (named == by_name.end())
             return {last[kernel] ? where::nowhere : where::unknown, 0};
@@ -77,7 +76,8 @@ std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set)
         const std::size_t target = found ? *own : named->second.front();
         if (target > kernel && set.kernels[target].mapping == set.kernels[kernel].mapping)
             return {where::later, 0};
-        return {where::placed, set.kernels[target].text_address};
+        return {where::placed, set.kernels[target].text_address,
+                set.kernels[target].mapping != set.kernels[kernel].mapping};
     };
     std::vector<wfta::kernel_finding> findings = check_placed(checked, find, {}, wfta::address_kind::real);
     std::vector<wfta::kernel_finding> in_instructions = find_in_instructions(checked, find);

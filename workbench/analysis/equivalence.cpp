@@ -345,7 +345,7 @@ private:
                 if (kind == nullptr || reloc.offset % 4 != 0 || !lies_within(kernel.text, reloc.offset))
                     return false;
                 const instruction& at = code.instructions[static_cast<std::size_t>(reloc.offset) / 4];
-                const std::uint32_t field = kind->type == R_AARCH64_CALL26 ? 0x03ffffff : kind->filled_mask;
+                const std::uint32_t field = kind->field_mask;
                 return at.relocations == 1 && (at.word & kind->opcode_mask) == kind->opcode &&
                        (at.word & field) == 0;
             });

@@ -28,11 +28,11 @@ using severity = wfta::finding_severity;
 using wfta::checked_kernel;
 using wfta::finding_id;
 using wfta::finding_list;
+using wfta::relocation_target;
 using wfta::target_finder;
-using wfta::target_place;
 
 // "an SVE instruction", but "NOP".
-std::string with_article(std::string_view name)
+std::string instruction_words(std::string_view name)
 {
     constexpr std::string_view instruction = "instruction";
     const bool is_kind =
@@ -54,8 +54,8 @@ public:
             for (const tessjit::reloc_info& reloc : *kernels[i].relocs) {
                 if (reloc.addend == 0 || names_data(reloc.name) || reloc.name == *kernels[i].name)
                     continue;
-                const target_place target = find(i, reloc.name);
-                if (target.state != target_place::where::placed)
+                const relocation_target target = find(i, reloc.name);
+                if (target.state != relocation_target::where::placed)
                     continue;
                 if (starts.empty()) {
                     for (size_t k = 0; k < kernels.size(); ++k)
@@ -131,7 +131,7 @@ private:
             return;
         findings_.add(finding_id::falls_through, severity::error, false, {},
                       static_cast<int64_t>(text.size() - 4), {},
-                      {with_article(instruction_name(last)) + " (" + fmt::format("{:#010x}", last) +
+                      {instruction_words(instruction_name(last)) + " (" + fmt::format("{:#010x}", last) +
                            ") is the last instruction, and control continues past the end of the code",
                        {},
                        "end the code with RET, a branch or a trap"});
@@ -140,15 +140,10 @@ private:
     // Address of a target of this kernel's relocations that is placed.
     [[nodiscard]] std::optional<uint64_t> address_of(const std::string& name) const
     {
-        const checked_kernel& k = kernel();
-        if (is_own_data(*k.name, name))
-            return k.data_address;
-        if (names_data(name))
-            return std::nullopt;
-        if (name == *k.name)
-            return k.text_address;
-        const target_place target = find_(index_, name);
-        if (target.state == target_place::where::placed || target.state == target_place::where::elsewhere)
+        const relocation_target target = resolve_target(
+            kernel().place(), name, [this](const std::string& other) { return find_(index_, other); });
+        if (target.state == relocation_target::where::placed ||
+            target.state == relocation_target::where::elsewhere)
             return target.address;
         return std::nullopt;
     }
@@ -185,9 +180,9 @@ private:
         };
         if (access.through_page) {
             add(finding_id::outside_constants, severity::error,
-                what + " through the page of " + with_addend(wfta::shortened(reloc.name), reloc.addend) +
+                what + " through the page of " + with_addend(wfta::quoted(reloc.name), reloc.addend) +
                     ", which no ADD completes",
-                "add R_AARCH64_ADD_ABS_LO12_NC of the same target and addend: no relocation completes a load "
+                "add R_AARCH64_ADD_ABS_LO12_NC with the same target and addend: no relocation completes a load "
                 "or a store");
             return false;
         }
@@ -195,7 +190,7 @@ private:
             if (offset >= 0 && memory.bytes <= k.data->size() &&
                 static_cast<uint64_t>(offset) <= k.data->size() - memory.bytes)
                 return true;
-            const std::string place = offset == 0 ? ".rodata" : ".rodata" + wfta::signed_hex(offset);
+            const std::string place = offset == 0 ? ".rodata" : ".rodata" + signed_hex(offset);
             add(finding_id::outside_constants, severity::error,
                 what + (memory.load ? " from " : " to ") + place + when +
                     ", outside the kernel's constants, which have " + std::to_string(k.data->size()) +
@@ -216,7 +211,7 @@ private:
         if (memory.store)
             add(finding_id::writes_constants, severity::warning,
                 what + (memory.load ? " that also writes" : "") + " to the kernel's constants at .rodata" +
-                    (*access.target_offset == 0 ? "" : wfta::signed_hex(*access.target_offset)),
+                    (*access.target_offset == 0 ? "" : signed_hex(*access.target_offset)),
                 "write to memory that the caller passes: constants are shared by all executions");
         return true;
     }

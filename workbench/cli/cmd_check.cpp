@@ -106,8 +106,12 @@ void print_text(const checked_set& checked, bool colored)
         const std::string shown = evidence(checked.set, finding, disassembler);
         if (!shown.empty())
             fmt::print("{}\n", shown);
-        if (!finding.help.empty())
-            fmt::print("    {}\n", colorize(printable(finding.help), color::dim, colored));
+        for (const auto& [label, line] :
+             {std::pair("note", &finding.note), std::pair("help", &finding.help)}) {
+            if (!line->empty())
+                fmt::print("    {}\n",
+                           colorize(fmt::format("{}: {}", label, printable(*line)), color::dim, colored));
+        }
     }
     fmt::print("{}\n", summary(checked));
 }
@@ -116,8 +120,10 @@ void print_github(const checked_set& checked)
 {
     for (const kernel_finding& finding : checked.findings) {
         std::string message = fmt::format("{} [{}]", printable(finding.message), name_of(finding.id));
-        if (!finding.help.empty())
-            message += "\n" + printable(finding.help);
+        for (const std::string* const line : {&finding.note, &finding.help}) {
+            if (!line->empty())
+                message += "\n" + printable(*line);
+        }
         fmt::print("{}",
                    github_annotation(words_of(finding.severity).annotation, place_of(finding), message));
     }
@@ -135,6 +141,7 @@ void print_findings(const checked_set& checked)
                             {"relocation", finding.relocation ? json(*finding.relocation) : json()},
                             {"offset", finding.offset ? json(*finding.offset) : json()},
                             {"message", finding.message},
+                            {"note", finding.note},
                             {"help", finding.help}});
     }
     print_json({{"kernels", checked.set.kernels.size()},

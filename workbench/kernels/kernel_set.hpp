@@ -32,6 +32,7 @@ struct placed_kernel {
     std::size_t mapping = 0;                 ///< index of its mapping in the set
     std::string file;                        ///< the dump that it was read from
 
+    [[nodiscard]] wfta::kernel_place place() const { return {name, text_address, data_address}; }
     [[nodiscard]] std::uint64_t text_end() const { return text_address + text.size(); }
     [[nodiscard]] std::uint64_t data_end() const { return data_address + data.size(); }
 };

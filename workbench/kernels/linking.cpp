@@ -1,68 +1,56 @@
 #include "workbench/kernels/linking.hpp"
 
+#include "check/finding_text.hpp"
 #include "check/relocation.hpp"
 #include "workbench/text/counts.hpp"
 #include "workbench/text/place.hpp"
 #include "workbench/text/printable.hpp"
 
-#include <cstring>
 #include <fmt/format.h>
 #include <unordered_map>
 
 namespace vorna::workbench {
 
+using wfta::finding_id;
+using wfta::relocation_kind;
+
 namespace {
 
-/// The address that a relocation's name stands for.
-struct target {
-    relocation_outcome outcome;
-    std::uint64_t address;
+struct link_result {
+    std::optional<finding_id> finding;
+    std::uint64_t value = 0; ///< X of the ABI, where a target and a kind are known
 };
 
-target find_target(const kernel_set& set, const placed_kernel& kernel, const std::string& name)
+// Applies one relocation to the code.
+link_result link_relocation(const kernel_set& set, const placed_kernel& kernel,
+                            const tessjit::reloc_info& relocation, std::vector<std::uint8_t>& text)
 {
-    if (names_data(name)) {
-        if (name.compare(data_prefix.size(), std::string::npos, kernel.name) != 0)
-            return {relocation_outcome::foreign_data, 0};
-        return {relocation_outcome::applied, kernel.data_address};
-    }
-    const placed_kernel* const callee = name == kernel.name ? &kernel : find_kernel(set, name);
-    if (callee == nullptr)
-        return {relocation_outcome::unknown_target, 0};
-    return {relocation_outcome::applied, callee->text_address};
-}
-
-/// S of the ABI, with the addend.
-std::uint64_t value_of(const target& target, const tessjit::reloc_info& relocation)
-{
-    return target.address + static_cast<std::uint64_t>(std::int64_t{relocation.addend});
-}
-
-relocation_outcome apply(const kernel_set& set, const placed_kernel& kernel,
-                         const tessjit::reloc_info& relocation, std::vector<std::uint8_t>& text)
-{
-    const wfta::relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
+    using where = wfta::relocation_target::where;
+    const wfta::relocation_target target = wfta::resolve_target(
+        kernel.place(), relocation.name, [&set](const std::string& name) -> wfta::relocation_target {
+            const placed_kernel* const callee = find_kernel(set, name);
+            return callee == nullptr ? wfta::relocation_target{where::unknown, 0}
+                                     : wfta::relocation_target{where::placed, callee->text_address};
+        });
+    if (target.state == where::foreign_data)
+        return {finding_id::foreign_data};
+    if (target.state != where::placed)
+        return {finding_id::unknown_target};
+    const relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
     if (kind == nullptr)
-        return relocation_outcome::unhandled_type;
+        return {finding_id::unhandled_type};
     if (!lies_within(text, relocation.offset))
-        return relocation_outcome::outside_text;
-    const target found = find_target(set, kernel, relocation.name);
-    if (found.outcome != relocation_outcome::applied)
-        return found.outcome;
+        return {finding_id::offset};
     const auto offset = static_cast<std::size_t>(relocation.offset);
-    std::uint32_t word = word_at(text, offset);
-    if ((word & kind->filled_mask) != 0)
-        return relocation_outcome::field_filled;
-    const std::uint64_t S = value_of(found, relocation);
-    const std::uint64_t X = wfta::relocation_value(*kind, S, kernel.text_address + offset);
-    if (!wfta::in_range(*kind, X))
-        return relocation_outcome::out_of_range;
-    const std::uint32_t field = wfta::relocation_field(*kind, X);
-    word |= field;
-    std::memcpy(text.data() + offset, &word, sizeof word);
-    const bool as_meant =
-        (word & kind->opcode_mask) != kind->opcode || (word & wfta::field_mask(*kind)) == field;
-    return as_meant ? relocation_outcome::applied : relocation_outcome::leads_elsewhere;
+    const wfta::applied_relocation applied =
+        wfta::apply(*kind, wfta::target_value(target.address, relocation.addend),
+                    kernel.text_address + offset, word_at(text, offset));
+    if (applied.filled)
+        return {finding_id::field_filled, applied.value};
+    if (!applied.in_range)
+        return {finding_id::range, applied.value};
+    wfta::set_word(text, offset, applied.word);
+    return {applied.leads_elsewhere ? std::optional(finding_id::call_bit_25) : std::nullopt, applied.value};
 }
 
 } // namespace
@@ -71,9 +59,9 @@ linked_kernel link_kernel(const kernel_set& set, const placed_kernel& kernel)
 {
     linked_kernel linked;
     linked.text = kernel.text;
-    linked.outcomes.reserve(kernel.relocs.size());
+    linked.findings.reserve(kernel.relocs.size());
     for (const tessjit::reloc_info& relocation : kernel.relocs)
-        linked.outcomes.push_back(apply(set, kernel, relocation, linked.text));
+        linked.findings.push_back(link_relocation(set, kernel, relocation, linked.text).finding);
     return linked;
 }
 
@@ -88,81 +76,43 @@ std::string address_text(const kernel_set& set, std::uint64_t address)
 bool leads_elsewhere(const kernel_set& set, const placed_kernel& kernel,
                      const tessjit::reloc_info& relocation)
 {
-    const wfta::relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
+    const relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
     if (kind == nullptr || !lies_within(kernel.text, relocation.offset))
         return false;
-    const std::uint32_t untested = wfta::field_mask(*kind) & ~kind->filled_mask;
+    const std::uint32_t untested = kind->field_mask & ~kind->tested_mask;
     if ((word_at(kernel.text, static_cast<std::size_t>(relocation.offset)) & untested) == 0)
         return false;
     std::vector<std::uint8_t> text = kernel.text;
-    return apply(set, kernel, relocation, text) == relocation_outcome::leads_elsewhere;
+    return link_relocation(set, kernel, relocation, text).finding == finding_id::call_bit_25;
 }
 
 namespace {
 
-wfta::finding_id id_of(relocation_outcome outcome)
-{
-    switch (outcome) {
-    case relocation_outcome::outside_text:
-        return wfta::finding_id::offset;
-    case relocation_outcome::unhandled_type:
-        return wfta::finding_id::unhandled_type;
-    case relocation_outcome::foreign_data:
-        return wfta::finding_id::foreign_data;
-    case relocation_outcome::unknown_target:
-        return wfta::finding_id::unknown_target;
-    case relocation_outcome::field_filled:
-        return wfta::finding_id::field_filled;
-    case relocation_outcome::out_of_range:
-        return wfta::finding_id::range;
-    default:
-        return wfta::finding_id::call_bit_25;
-    }
-}
-
+// The message of a relocation's finding. `text` is the kernel's code, linked.
 std::string message_of(const kernel_set& set, const placed_kernel& kernel,
-                       const tessjit::reloc_info& relocation, relocation_outcome outcome,
-                       std::uint32_t linked_word)
+                       const tessjit::reloc_info& relocation, const link_result& result,
+                       const std::vector<std::uint8_t>& text)
 {
-    const wfta::relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
-    const std::string name = printable(relocation.name);
-    switch (outcome) {
-    case relocation_outcome::applied:
-        break;
-    case relocation_outcome::outside_text:
-        return fmt::format("{} to {} lies outside the code, which has {}", kind->name, name,
-                           pluralize(kernel.text.size(), "byte"));
-    case relocation_outcome::unhandled_type:
-        return fmt::format("relocation of type {} to {}: not a type of kernels", relocation.type, name);
-    case relocation_outcome::foreign_data:
-        return fmt::format("{} to {}: the constants of another kernel", kind->name, name);
-    case relocation_outcome::unknown_target:
-        return fmt::format("{} is not in the dumps", name);
-    case relocation_outcome::field_filled:
-        return fmt::format("{} to {}: the field is not zero in 0x{:08x}", kind->name, name,
-                           word_at(kernel.text, static_cast<std::size_t>(relocation.offset)));
-    case relocation_outcome::out_of_range: {
-        const std::uint64_t P =
-            kernel.text_address + static_cast<std::uint64_t>(std::int64_t{relocation.offset});
-        const std::uint64_t S = value_of(find_target(set, kernel, relocation.name), relocation);
-        const auto X = static_cast<std::int64_t>(wfta::relocation_value(*kind, S, P));
-        const bool odd = static_cast<std::uint64_t>(X) % kind->multiple_of != 0;
-        return fmt::format("{} to {} at {}, {}", kind->name, with_addend(name, relocation.addend),
-                           signed_hex(X),
-                           odd ? fmt::format("not a multiple of {}", kind->multiple_of)
-                               : fmt::format("limit {}", kind->reach));
+    const std::string subject = wfta::relocation_subject(relocation);
+    const relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
+    const auto word = [&] { return word_at(text, static_cast<std::size_t>(relocation.offset)); };
+    switch (*result.finding) {
+    case finding_id::unknown_target:
+        return wfta::not_dumped_message(subject);
+    case finding_id::offset:
+        return wfta::offset_message(subject, kernel.text.size());
+    case finding_id::field_filled:
+        return wfta::field_filled_message(subject, word());
+    case finding_id::range:
+        return wfta::range_message(subject, *kind, result.value);
+    case finding_id::call_bit_25: {
+        const std::uint64_t P = wfta::target_value(kernel.text_address, relocation.offset);
+        const std::int64_t distance = wfta::encoded_value(*kind, word());
+        return wfta::call_bit_25_message(subject, word(), address_text(set, wfta::target_value(P, distance)));
     }
-    case relocation_outcome::leads_elsewhere: {
-        const std::uint64_t P =
-            kernel.text_address + static_cast<std::uint64_t>(std::int64_t{relocation.offset});
-        const std::int64_t distance = wfta::encoded_value(*kind, linked_word);
-        return fmt::format(
-            "the call leads to {}, {} from it, not to {}: the top bit of the BL's field was set",
-            address_text(set, P + static_cast<std::uint64_t>(distance)), signed_hex(distance),
-            with_addend(name, relocation.addend));
+    default:
+        return wfta::message_of(*result.finding, subject);
     }
-    }
-    return {};
 }
 
 } // namespace
@@ -180,17 +130,18 @@ linked_set link_set(const kernel_set& set)
     for (std::size_t k = 0; k < set.kernels.size(); ++k) {
         const placed_kernel& kernel = set.kernels[k];
         if (&kernel != find_kernel(set, kernel.name)) {
-            linked.findings.push_back({wfta::finding_id::duplicate_name, k, kernel.relocs.size(),
-                                       "a second kernel of that name: other kernels' calls lead to the first",
+            linked.findings.push_back({finding_id::duplicate_name, k, kernel.relocs.size(),
+                                       wfta::duplicate_name_message(find_kernel(set, kernel.name)->file +
+                                                                    ", which other kernels call"),
                                        ""});
         }
-        linked_kernel of_kernel = link_kernel(set, kernel);
+        std::vector<std::uint8_t> text = kernel.text;
         for (std::size_t r = 0; r < kernel.relocs.size(); ++r) {
             const tessjit::reloc_info& relocation = kernel.relocs[r];
-            const relocation_outcome outcome = of_kernel.outcomes[r];
-            if (outcome == relocation_outcome::applied)
+            const link_result result = link_relocation(set, kernel, relocation, text);
+            if (!result.finding)
                 continue;
-            if (outcome == relocation_outcome::unknown_target) {
+            if (result.finding == finding_id::unknown_target) {
                 missing_target& target = missing[relocation.name];
                 if (++target.places > 1) {
                     if (target.places == 2)
@@ -200,14 +151,10 @@ linked_set link_set(const kernel_set& set)
                 target.finding = linked.findings.size();
                 linked.missing.push_back(relocation.name);
             }
-            const std::uint32_t word =
-                outcome == relocation_outcome::leads_elsewhere
-                    ? word_at(of_kernel.text, static_cast<std::size_t>(relocation.offset))
-                    : 0;
             linked.findings.push_back(
-                {id_of(outcome), k, r, message_of(set, kernel, relocation, outcome, word), ""});
+                {*result.finding, k, r, message_of(set, kernel, relocation, result, text), ""});
         }
-        linked.texts.push_back(std::move(of_kernel.text));
+        linked.texts.push_back(std::move(text));
     }
     for (const auto& [name, target] : missing) {
         if (target.places == 2)

@@ -6,27 +6,19 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace vorna::workbench {
 
-/// What became of a relocation.
-enum class relocation_outcome {
-    applied,
-    outside_text,   ///< its word does not lie within the kernel's code
-    unhandled_type, ///< none of the kinds that the finaliser knows
-    foreign_data,   ///< names the constants of another kernel
-    unknown_target, ///< names a kernel that is not in the set
-    field_filled,   ///< the field was not zero
-    out_of_range,   ///< the field cannot hold the value
-    leads_elsewhere ///< applied, but the top bit of the BL's field, which is not tested, was set before
-};
-
 /// A kernel's code with its relocations applied, in their order.
 struct linked_kernel {
     std::vector<std::uint8_t> text;
-    std::vector<relocation_outcome> outcomes; ///< of each relocation; one that is not applied changes nothing
+
+    /// For each relocation why it is not applied, which leaves the code as it was; or call_bit_25: it is
+    /// applied, but the call leads elsewhere, since the top bit of the field, which is not tested, was set.
+    std::vector<std::optional<wfta::finding_id>> findings;
 };
 linked_kernel link_kernel(const kernel_set& set, const placed_kernel& kernel);
 

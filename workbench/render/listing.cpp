@@ -1,5 +1,6 @@
 #include "workbench/render/listing.hpp"
 
+#include "check/finding_text.hpp"
 #include "check/relocation.hpp"
 #include "workbench/analysis/code_map.hpp"
 #include "workbench/analysis/loaded_constants.hpp"
@@ -32,29 +33,6 @@ std::string type_text(std::int32_t type)
 {
     const wfta::relocation_kind* const kind = wfta::find_relocation_kind(type);
     return kind == nullptr ? fmt::format("relocation type {}", type) : kind->name;
-}
-
-const char* outcome_text(relocation_outcome outcome)
-{
-    switch (outcome) {
-    case relocation_outcome::applied:
-        return "";
-    case relocation_outcome::outside_text:
-        return "outside the code";
-    case relocation_outcome::unhandled_type:
-        return "not handled";
-    case relocation_outcome::foreign_data:
-        return "constants of another kernel";
-    case relocation_outcome::unknown_target:
-        return "not in the dumps";
-    case relocation_outcome::field_filled:
-        return "the field is not zero";
-    case relocation_outcome::out_of_range:
-        return "out of range";
-    case relocation_outcome::leads_elsewhere:
-        return "leads elsewhere: the top bit of the BL's field was set";
-    }
-    return "";
 }
 
 /// The relocations of which some bytes lie in each row, in their order.
@@ -198,7 +176,7 @@ kernel_listing list_rows(const kernel_set& set, const placed_kernel& kernel, dis
         row.is_data = !map.uses.empty() && map.uses[offset / word_size] == word_use::data;
         const bool plain =
             !row.is_data && of_row.size() == 1 && fits(kernel.relocs[of_row.front()], offset, generated);
-        const bool elsewhere = plain && code.outcomes[of_row.front()] == relocation_outcome::leads_elsewhere;
+        const bool elsewhere = plain && code.findings[of_row.front()] == wfta::finding_id::call_bit_25;
         row.text = row.is_data ? fmt::format(".word 0x{:08x}", row.word)
                                : disassembler.text(row.word, kernel.text_address + offset);
         if (elsewhere && contents.linked) {
@@ -214,7 +192,7 @@ kernel_listing list_rows(const kernel_set& set, const placed_kernel& kernel, dis
         }
         for (const std::size_t i : of_row) {
             const tessjit::reloc_info& relocation = kernel.relocs[i];
-            const std::string outcome = outcome_text(code.outcomes[i]);
+            const std::string outcome = code.findings[i] ? wfta::summary_of(*code.findings[i]) : "";
             append(row.comment,
                    plain && contents.targets && !elsewhere
                        ? outcome
@@ -275,7 +253,7 @@ std::string generated_text(const placed_kernel& kernel, std::size_t offset, disa
     const auto relocation =
         std::find_if(kernel.relocs.begin(), kernel.relocs.end(), [&](const tessjit::reloc_info& r) {
             return r.offset >= 0 && fits(r, offset, word) &&
-                   (word & wfta::field_mask(*wfta::find_relocation_kind(r.type))) == 0;
+                   (word & wfta::find_relocation_kind(r.type)->field_mask) == 0;
         });
     return relocation == kernel.relocs.end() ? disassembler.text(word, kernel.text_address + offset)
                                              : relocated_text(kernel, *relocation, word, disassembler);

@@ -1,28 +1,8 @@
 #include "workbench/text/printable.hpp"
 
 #include <cstddef>
-#include <fmt/format.h>
 
 namespace vorna::workbench {
-
-std::string printable(std::string_view text)
-{
-    std::string result;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '\n')
-            result += "\\n";
-        else if (c == '\t')
-            result += "\\t";
-        else if (byte < 0x20 || byte == 0x7f)
-            result += fmt::format("\\x{:02x}", byte);
-        else if (byte >= 0x80 && byte < 0xa0 && !result.empty() && result.back() == '\xc2')
-            result.replace(result.size() - 1, 1, fmt::format("\\x{:02x}", byte)); // U+0080 to U+009F in UTF-8
-        else
-            result += c;
-    }
-    return result;
-}
 
 namespace {
 

@@ -98,16 +98,13 @@ TEST(Checks, SayWhereACallLeadsWhoseTopBitIsSet)
                          name_of(findings[0].id) + ": " + findings[0].message
                    : "";
     };
-    const std::string set =
-        ": the top bit of the BL's field is set (0x96000000), which the finaliser does not test";
-    EXPECT_EQ(message(0x8001000), "error: call-bit-25: the call leads to there, not to callee" + set);
-    EXPECT_EQ(message(0x8000ffc),
-              "error: call-bit-25: the call leads to 0xffc, -0x7fff004 (-128.00 MiB) from "
-              "it, not to callee" +
-                  set);
+    const std::string subject = "call-bit-25: relocation R_AARCH64_CALL26 against 'callee': ";
+    const std::string set = ", because the top bit of the field was set (0x96000000)";
+    EXPECT_EQ(message(0x8001000), "error: " + subject + "the call leads to 'there'" + set);
+    EXPECT_EQ(message(0x8000ffc), "error: " + subject + "the call leads to 0xffc" + set);
     EXPECT_EQ(message(0x7fff000),
-              "call-bit-25: the top bit of the BL's field is set (0x96000000), which the finaliser does not "
-              "test: the call is right only because its target lies before it");
+              subject + "the top bit of the BL's field is set (0x96000000), which the finaliser does not "
+                        "test: the call is right only because its target lies before it");
 }
 
 TEST(Checks, TakeOneNameTwiceForTwoRegistriesButInAMapping)
@@ -305,20 +302,21 @@ TEST_F(CheckCommand, PrintsFindingsWithTheirInstructions)
     EXPECT_EQ(result.exit_status, 1);
     EXPECT_EQ(
         result.out,
-        "caller+0x0: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]\n"
+        "caller+0x0: error: relocation R_AARCH64_CALL26 against 'callee': field not zero in 0xb9400000 [field-filled]\n"
         "    b9400000  ldr w0, [x0]            relocation 1 of 2: callee + 0\n"
-        "caller+0x0: error: R_AARCH64_CALL26 fills BL, but the word there is 0xb9400000 "
+        "    help: give the relocation the offset of the BL that it is for\n"
+        "caller+0x0: error: relocation R_AARCH64_CALL26 against 'callee' is for a BL, but the instruction is 0xb9400000 "
         "[opcode]\n"
         "    b9400000  ldr w0, [x0]            relocation 1 of 2: callee + 0\n"
-        "    correct the offset or the type\n"
         "caller+0x8: error: NOP (0xd503201f) is the last instruction, and control continues past the end of "
         "the code [falls-through]\n"
         "    d503201f  nop\n"
-        "    end the code with RET, a branch or a trap\n"
+        "    help: end the code with RET, a branch or a trap\n"
         "2 kernels, 2 relocations: 3 errors\n");
     EXPECT_EQ(result.err, "");
     const child_result coloured = check({".", "--color=always"});
-    EXPECT_THAT(coloured.out, testing::HasSubstr("\x1b[1mcaller+0x0\x1b[0m: \x1b[1;31merror\x1b[0m: R_"));
+    EXPECT_THAT(coloured.out,
+                testing::HasSubstr("\x1b[1mcaller+0x0\x1b[0m: \x1b[1;31merror\x1b[0m: relocation R_"));
     dump(placed("half", 0x3000, 0x3080, {add(0, 0, 0), ret()}, {{"half", 0, R_AARCH64_ADD_ABS_LO12_NC, 0}}));
     EXPECT_THAT(check({"half", "--color=always"}).out, testing::HasSubstr("\x1b[1;33mwarning\x1b[0m"));
 }
@@ -336,10 +334,11 @@ TEST_F(CheckCommand, PrintsJsonOfTheSame)
     EXPECT_EQ(document["findings"][2], nlohmann::json::parse(R"({
         "id": "falls-through", "severity": "error", "aborts": false, "kernel": "caller", "relocation": null,
         "offset": 8, "message": "NOP (0xd503201f) is the last instruction, and control continues past the end of the code",
-        "help": "end the code with RET, a branch or a trap"})"));
+        "note": "", "help": "end the code with RET, a branch or a trap"})"));
     EXPECT_EQ(document["findings"][0], nlohmann::json::parse(R"({
         "id": "field-filled", "severity": "error", "aborts": true, "kernel": "caller", "relocation": 0, "offset": 0,
-        "message": "R_AARCH64_CALL26: the field of 0xb9400000 is not zero", "help": ""})"));
+        "message": "relocation R_AARCH64_CALL26 against 'callee': field not zero in 0xb9400000",
+        "note": "", "help": "give the relocation the offset of the BL that it is for"})"));
 }
 
 TEST_F(CheckCommand, PrintsAnnotationsOfTheSame)
@@ -353,10 +352,14 @@ TEST_F(CheckCommand, PrintsAnnotationsOfTheSame)
                                 "::error title=caller+0x8::NOP (0xd503201f) is the last instruction, and "
                                 "control continues past the end of the code [falls-through]%0Aend the code "
                                 "with RET"));
-    EXPECT_THAT(result.out,
-                testing::HasSubstr("::error title=caller+0x0::R_AARCH64_CALL26 fills BL, but the word "
-                                   "there is 0xb9400000 [opcode]%0Acorrect the offset"));
-    EXPECT_THAT(result.out, testing::HasSubstr("::notice title=far+0x0::left_out is not among the dumps"));
+    EXPECT_THAT(
+        result.out,
+        testing::HasSubstr("::error title=caller+0x0::relocation R_AARCH64_CALL26 against 'callee' is for a "
+                           "BL, but the instruction is 0xb9400000 [opcode]\n"));
+    EXPECT_THAT(
+        result.out,
+        testing::HasSubstr(
+            "::notice title=far+0x0::relocation R_AARCH64_CALL26 against 'left_out': target not found in the dumps"));
     EXPECT_THAT(result.out, testing::EndsWith("4 kernels, 3 relocations: 3 errors, 1 note\n"));
 }
 
@@ -372,11 +375,11 @@ TEST_F(CheckCommand, FailsForAnErrorBesideANoteOfTheSameAddress)
     EXPECT_EQ(result.out,
               "aligned+0x4: note: 8-byte load from an address that is 4-aligned [data-alignment]\n"
               "    f9400060  ldr x0, [x3]\n"
-              "    data blocks are packed: make the length of every block of the set a multiple of 8\n"
+              "    help: data blocks are packed: make the length of every block of the set a multiple of 8\n"
               "aligned+0x8: error: 8-byte load from an address that is 4-aligned, which faults on processors "
               "without FEAT_LSE2 [data-alignment]\n"
               "    c8dffc61  ldar x1, [x3]\n"
-              "    data blocks are packed: make the length of every block of the set a multiple of 8\n"
+              "    help: data blocks are packed: make the length of every block of the set a multiple of 8\n"
               "1 kernel, 1 relocation: 1 error, 1 note\n");
 }
 
@@ -384,10 +387,13 @@ TEST_F(CheckCommand, RefusesDumpsOfTwoRuns)
 {
     dump(placed("callee", 0xa900001000, 0xa900001020, {ret()}));
     dump(placed("caller", 0x1000, 0x1080, {bl(), ret()}, {{"callee", 0, BL, 0}}));
-    EXPECT_THAT(check({"."}).out,
-                testing::HasSubstr("    94000000  bl callee               relocation 1 of 1: callee + 0\n"
-                                   "    finalise both in one set; if these are dumps of two runs, use a "
-                                   "directory for each\n"));
+    EXPECT_THAT(
+        check({"."}).out,
+        testing::HasSubstr(
+            "    94000000  bl callee               relocation 1 of 1: callee + 0\n"
+            "    note: 'callee' is in the mapping of another call\n"
+                                   "    help: finalise both in one set, or load the address with ADRP and ADD and use BLR; if these are dumps of two runs, use a "
+            "directory for each\n"));
     dump(placed("next", 0x1020, 0x1088, {ret()}));
     const std::string line =
         "vorna-kernels: " +
@@ -442,7 +448,7 @@ TEST_F(CheckCommand, MakesNamesPrintable)
     dump(kernel);
     EXPECT_EQ(check({"."}).out,
               "two\\nlines: warning: the name contains a newline, which ends the line in the perf map "
-              "[name-map]\n    choose another name\n1 kernel, 0 relocations: 1 warning\n");
+              "[name-map]\n    help: choose another name\n1 kernel, 0 relocations: 1 warning\n");
 }
 
 } // namespace

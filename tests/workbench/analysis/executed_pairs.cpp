@@ -1181,8 +1181,8 @@ std::optional<std::vector<std::uint8_t>> linked(const placed_kernel& kernel)
     };
     const auto set = make_kernel_set({kernel, callee("f", callees_at), callee("g", callees_at + 0x100)});
     const auto made = vorna::workbench::link_kernel(set, *vorna::workbench::find_kernel(set, "k"));
-    for (const auto outcome : made.outcomes) {
-        if (outcome != vorna::workbench::relocation_outcome::applied)
+    for (const auto outcome : made.findings) {
+        if (outcome)
             return std::nullopt;
     }
     return made.text;

@@ -17,7 +17,7 @@ using vorna::wfta::checked_kernel;
 using vorna::wfta::finding_severity;
 using vorna::wfta::kernel_data;
 using vorna::wfta::kernel_finding;
-using vorna::wfta::target_place;
+using vorna::wfta::relocation_target;
 
 constexpr std::int32_t ADR = 274;
 constexpr std::int32_t ADRP = 275;
@@ -42,12 +42,12 @@ std::vector<kernel_finding> find(const std::vector<kernel_data>& kernels)
         data_address += kernel.data.size();
     }
     return vorna::workbench::find_in_instructions(
-        placed, [&](std::size_t, const std::string& name) -> target_place {
+        placed, [&](std::size_t, const std::string& name) -> relocation_target {
             for (const checked_kernel& kernel : placed) {
                 if (*kernel.name == name)
-                    return {target_place::where::placed, kernel.text_address};
+                    return {relocation_target::where::placed, kernel.text_address};
             }
-            return {target_place::where::nowhere, 0};
+            return {relocation_target::where::nowhere, 0};
         });
 }
 
@@ -279,7 +279,7 @@ TEST(InstructionFindings, FindsWhatKeepsAnAddressFromBeingWhole)
               "error one+8 outside-constants\n");
     EXPECT_EQ(messages({kernel("one", assemble({"adrp x3, #0", "ldr d0, [x3]", "ret"}), {{data, 0, ADRP, 8}},
                                std::vector<std::uint8_t>(32))}),
-              "8-byte load through the page of .rodata.one+0x8, which no ADD completes\n");
+              "8-byte load through the page of '.rodata.one'+0x8, which no ADD completes\n");
 }
 
 TEST(InstructionFindings, FindsStoresToTheConstants)

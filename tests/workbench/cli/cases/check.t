@@ -29,37 +29,40 @@ Errors. Those that end the process are of the kernel that was placed last:
   >     ret
   > END
   $ vorna-kernels check bad
-  half_an_address+0x0: error: ADRP gives the page of .rodata.half_an_address, which no ADD completes [pair]
+  half_an_address+0x0: error: relocation R_AARCH64_ADR_PREL_PG_HI21 against '.rodata.half_an_address': no ADD completes the address [pair]
       90000000  adrp x0, .rodata        relocation 1 of 1: .rodata.half_an_address + 0
-      add R_AARCH64_ADD_ABS_LO12_NC of the same target and addend: no relocation completes a load or a store
-  all_at_once+0x0: error: .rodata.all_at_one is not this kernel's data, and it reaches no other [foreign-data]
+      help: add R_AARCH64_ADD_ABS_LO12_NC with the same target and addend: no relocation completes a load or a store
+  all_at_once+0x0: error: relocation R_AARCH64_ADR_PREL_LO21 against '.rodata.all_at_one': constants of another kernel [foreign-data]
       10000000  adr x0, .rodata.all_at_one  relocation 1 of 5: .rodata.all_at_one + 0
-      name .rodata.all_at_once, or have the other kernel's code pass the address
-  all_at_once+0x4: error: relocation type 273 is none of 274, 275, 277 and 283 [unhandled-type]
+      note: the name may be misspelt
+      help: use {".rodata.all_at_once", 0, 274, 0}
+  all_at_once+0x4: error: relocation R_AARCH64_LD_PREL_LO19 (type 273) against 'half_an_address': type not supported [unhandled-type]
       58000001  ldr x1, 0x10024         relocation 2 of 5: half_an_address + 0
-      use one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26
-  all_at_once+0x8: error: there is no kernel half_an_adress [unknown-target]
+      help: form the address with ADRP (275) and ADD (277) and load from it
+  all_at_once+0x8: error: relocation R_AARCH64_CALL26 against 'half_an_adress': target not found [unknown-target]
       94000000  bl half_an_adress       relocation 3 of 5: half_an_adress + 0
-      place it before all_at_once, or correct the name
-  all_at_once+0xc: error: relocation type 282 is none of 274, 275, 277 and 283 [unhandled-type]
+      note: the name may be misspelt: there is 'half_an_address'
+      help: use {"half_an_address", 8, 283, 0}, or place 'half_an_adress' before 'all_at_once'
+  all_at_once+0xc: error: relocation R_AARCH64_JUMP26 (type 282) against 'half_an_address': type not supported [unhandled-type]
       14000000  b 0x1002c               relocation 4 of 5: half_an_address + 0
-      use one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26
-  all_at_once+0x10: error: R_AARCH64_CALL26 reaches half_an_address+0x2 at a distance that is not a multiple of 4 [range]
+      help: call with BL (283), or form the address with ADRP and ADD and use BR
+  all_at_once+0x10: error: relocation R_AARCH64_CALL26 against 'half_an_address'+0x2 misaligned: -46 is not a multiple of 4 [range]
       94000000  bl half_an_address+0x2  relocation 5 of 5: half_an_address + 2
-      correct the addend
-  all_at_once+0x10: warning: BL to half_an_address+0x2, where no kernel begins [call-target]
+      note: the addend 2 leads between two instructions of 'half_an_address'
+      help: call the kernel's first instruction: addend 0
+  all_at_once+0x10: warning: relocation R_AARCH64_CALL26 against 'half_an_address'+0x2: a call to where no kernel begins [call-target]
       94000000  bl half_an_address+0x2  relocation 5 of 5: half_an_address + 2
-      call it with addend 0
+      help: call it with addend 0
   2 kernels, 6 relocations: 6 errors, 1 warning
   [1]
   $ vorna-kernels check --format=github bad
-  ::error title=half_an_address+0x0::ADRP gives the page of .rodata.half_an_address, which no ADD completes [pair]%0Aadd R_AARCH64_ADD_ABS_LO12_NC of the same target and addend: no relocation completes a load or a store
-  ::error title=all_at_once+0x0::.rodata.all_at_one is not this kernel's data, and it reaches no other [foreign-data]%0Aname .rodata.all_at_once, or have the other kernel's code pass the address
-  ::error title=all_at_once+0x4::relocation type 273 is none of 274, 275, 277 and 283 [unhandled-type]%0Ause one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26
-  ::error title=all_at_once+0x8::there is no kernel half_an_adress [unknown-target]%0Aplace it before all_at_once, or correct the name
-  ::error title=all_at_once+0xc::relocation type 282 is none of 274, 275, 277 and 283 [unhandled-type]%0Ause one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26
-  ::error title=all_at_once+0x10::R_AARCH64_CALL26 reaches half_an_address+0x2 at a distance that is not a multiple of 4 [range]%0Acorrect the addend
-  ::warning title=all_at_once+0x10::BL to half_an_address+0x2, where no kernel begins [call-target]%0Acall it with addend 0
+  ::error title=half_an_address+0x0::relocation R_AARCH64_ADR_PREL_PG_HI21 against '.rodata.half_an_address': no ADD completes the address [pair]%0Aadd R_AARCH64_ADD_ABS_LO12_NC with the same target and addend: no relocation completes a load or a store
+  ::error title=all_at_once+0x0::relocation R_AARCH64_ADR_PREL_LO21 against '.rodata.all_at_one': constants of another kernel [foreign-data]%0Athe name may be misspelt%0Ause {".rodata.all_at_once", 0, 274, 0}
+  ::error title=all_at_once+0x4::relocation R_AARCH64_LD_PREL_LO19 (type 273) against 'half_an_address': type not supported [unhandled-type]%0Aform the address with ADRP (275) and ADD (277) and load from it
+  ::error title=all_at_once+0x8::relocation R_AARCH64_CALL26 against 'half_an_adress': target not found [unknown-target]%0Athe name may be misspelt: there is 'half_an_address'%0Ause {"half_an_address", 8, 283, 0}, or place 'half_an_adress' before 'all_at_once'
+  ::error title=all_at_once+0xc::relocation R_AARCH64_JUMP26 (type 282) against 'half_an_address': type not supported [unhandled-type]%0Acall with BL (283), or form the address with ADRP and ADD and use BR
+  ::error title=all_at_once+0x10::relocation R_AARCH64_CALL26 against 'half_an_address'+0x2 misaligned: -46 is not a multiple of 4 [range]%0Athe addend 2 leads between two instructions of 'half_an_address'%0Acall the kernel's first instruction: addend 0
+  ::warning title=all_at_once+0x10::relocation R_AARCH64_CALL26 against 'half_an_address'+0x2: a call to where no kernel begins [call-target]%0Acall it with addend 0
   2 kernels, 6 relocations: 6 errors, 1 warning
   [1]
   $ vorna-kernels check --format=json bad
@@ -75,8 +78,9 @@ Errors. Those that end the process are of the kernel that was placed last:
         "kernel": "half_an_address",
         "relocation": 0,
         "offset": 0,
-        "message": "ADRP gives the page of .rodata.half_an_address, which no ADD completes",
-        "help": "add R_AARCH64_ADD_ABS_LO12_NC of the same target and addend: no relocation completes a load or a store"
+        "message": "relocation R_AARCH64_ADR_PREL_PG_HI21 against '.rodata.half_an_address': no ADD completes the address",
+        "note": "",
+        "help": "add R_AARCH64_ADD_ABS_LO12_NC with the same target and addend: no relocation completes a load or a store"
       },
       {
         "id": "foreign-data",
@@ -85,8 +89,9 @@ Errors. Those that end the process are of the kernel that was placed last:
         "kernel": "all_at_once",
         "relocation": 0,
         "offset": 0,
-        "message": ".rodata.all_at_one is not this kernel's data, and it reaches no other",
-        "help": "name .rodata.all_at_once, or have the other kernel's code pass the address"
+        "message": "relocation R_AARCH64_ADR_PREL_LO21 against '.rodata.all_at_one': constants of another kernel",
+        "note": "the name may be misspelt",
+        "help": "use {\".rodata.all_at_once\", 0, 274, 0}"
       },
       {
         "id": "unhandled-type",
@@ -95,8 +100,9 @@ Errors. Those that end the process are of the kernel that was placed last:
         "kernel": "all_at_once",
         "relocation": 1,
         "offset": 4,
-        "message": "relocation type 273 is none of 274, 275, 277 and 283",
-        "help": "use one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26"
+        "message": "relocation R_AARCH64_LD_PREL_LO19 (type 273) against 'half_an_address': type not supported",
+        "note": "",
+        "help": "form the address with ADRP (275) and ADD (277) and load from it"
       },
       {
         "id": "unknown-target",
@@ -105,8 +111,9 @@ Errors. Those that end the process are of the kernel that was placed last:
         "kernel": "all_at_once",
         "relocation": 2,
         "offset": 8,
-        "message": "there is no kernel half_an_adress",
-        "help": "place it before all_at_once, or correct the name"
+        "message": "relocation R_AARCH64_CALL26 against 'half_an_adress': target not found",
+        "note": "the name may be misspelt: there is 'half_an_address'",
+        "help": "use {\"half_an_address\", 8, 283, 0}, or place 'half_an_adress' before 'all_at_once'"
       },
       {
         "id": "unhandled-type",
@@ -115,8 +122,9 @@ Errors. Those that end the process are of the kernel that was placed last:
         "kernel": "all_at_once",
         "relocation": 3,
         "offset": 12,
-        "message": "relocation type 282 is none of 274, 275, 277 and 283",
-        "help": "use one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26"
+        "message": "relocation R_AARCH64_JUMP26 (type 282) against 'half_an_address': type not supported",
+        "note": "",
+        "help": "call with BL (283), or form the address with ADRP and ADD and use BR"
       },
       {
         "id": "range",
@@ -125,8 +133,9 @@ Errors. Those that end the process are of the kernel that was placed last:
         "kernel": "all_at_once",
         "relocation": 4,
         "offset": 16,
-        "message": "R_AARCH64_CALL26 reaches half_an_address+0x2 at a distance that is not a multiple of 4",
-        "help": "correct the addend"
+        "message": "relocation R_AARCH64_CALL26 against 'half_an_address'+0x2 misaligned: -46 is not a multiple of 4",
+        "note": "the addend 2 leads between two instructions of 'half_an_address'",
+        "help": "call the kernel's first instruction: addend 0"
       },
       {
         "id": "call-target",
@@ -135,7 +144,8 @@ Errors. Those that end the process are of the kernel that was placed last:
         "kernel": "all_at_once",
         "relocation": 4,
         "offset": 16,
-        "message": "BL to half_an_address+0x2, where no kernel begins",
+        "message": "relocation R_AARCH64_CALL26 against 'half_an_address'+0x2: a call to where no kernel begins",
+        "note": "",
         "help": "call it with addend 0"
       }
     ]
@@ -150,8 +160,8 @@ A warning alone is fine, unless it is asked for:
   >     .byte 0
   > END
   $ vorna-kernels check warned
-  odd+0x4: warning: the text has 5 bytes, not a multiple of 4 [text-length]
-      end the text with a whole instruction
+  odd+0x4: warning: the code has 5 bytes, not a multiple of 4 [text-length]
+      help: end the code with a whole instruction
   1 kernel, 0 relocations: 1 warning
   $ vorna-kernels check --strict warned >output
   [1]

@@ -46,13 +46,13 @@ A difference, and findings:
   \x1b[1m+++ k (after)\x1b[0m (esc)
   \x1b[36m@@ +00 +00 @@\x1b[0m (esc)
   \x1b[1;31m- +00  d65f03c0  ret\x1b[0m (esc)
-  \x1b[32m+ +00  14000000  b     .L0                          ; relocation type 282 k, not handled\x1b[0m (esc)
+  \x1b[32m+ +00  14000000  b     .L0                          ; relocation type 282 k, type not supported\x1b[0m (esc)
   [1]
   $ vorna-kernels check --color=always after
   \x1b[1mk\x1b[0m: \x1b[1;33mwarning\x1b[0m: perf ignores names of less than three bytes [name-map] (esc)
-      \x1b[2mchoose a longer name\x1b[0m (esc)
-  \x1b[1mk+0x0\x1b[0m: \x1b[1;31merror\x1b[0m: relocation type 282 is none of 274, 275, 277 and 283 [unhandled-type] (esc)
+      \x1b[2mhelp: choose a longer name\x1b[0m (esc)
+  \x1b[1mk+0x0\x1b[0m: \x1b[1;31merror\x1b[0m: relocation R_AARCH64_JUMP26 (type 282) against 'k': type not supported [unhandled-type] (esc)
       14000000  b 0x10000               relocation 1 of 1: k + 0
-      \x1b[2muse one of ADR_PREL_LO21, ADR_PREL_PG_HI21, ADD_ABS_LO12_NC and CALL26\x1b[0m (esc)
+      \x1b[2mhelp: call with BL (283), or form the address with ADRP and ADD and use BR\x1b[0m (esc)
   1 kernel, 1 relocation: 1 error, 1 warning
   [1]

@@ -84,9 +84,9 @@ A callee without a dump is named once. The image is written, with the call as it
   >     ret
   > END
   $ vorna-kernels link incomplete -o image
-  a+0x0: error: gone is not in the dumps [unknown-target]
+  a+0x0: error: relocation R_AARCH64_CALL26 against 'gone': target not found in the dumps [unknown-target]
       also at a+0x8 and 1 other place
-  b+0x4: error: lost is not in the dumps [unknown-target]
+  b+0x4: error: relocation R_AARCH64_CALL26 against 'lost': target not found in the dumps [unknown-target]
   1 mapping, 2 kernels, 28 bytes of code, 0 of data -> image
     0x10000  a, b
   gdb:  add-symbol-file image
@@ -133,14 +133,14 @@ A callee without a dump is named once. The image is written, with the call as it
         "kernel": "a",
         "relocation": 0,
         "offset": 0,
-        "message": "gone is not in the dumps"
+        "message": "relocation R_AARCH64_CALL26 against 'gone': target not found in the dumps"
       },
       {
         "id": "unknown-target",
         "kernel": "b",
         "relocation": 1,
         "offset": 4,
-        "message": "lost is not in the dumps"
+        "message": "relocation R_AARCH64_CALL26 against 'lost': target not found in the dumps"
       }
     ]
   }
@@ -164,11 +164,11 @@ What the finaliser would have aborted for, and a call that leads elsewhere:
   >     ret
   > END
   $ vorna-kernels link wrong -o image
-  wrong+0x0: error: R_AARCH64_CALL26 to distant+0x4 at +0x8fff0004, limit 128 MiB [range]
-  wrong+0x4: error: R_AARCH64_CALL26 to wrong+0x2 at -0x2, not a multiple of 4 [range]
-  wrong+0x8: error: R_AARCH64_CALL26 to wrong: the field is not zero in 0x94000001 [field-filled]
-  wrong+0xc: error: R_AARCH64_ADR_PREL_LO21 to .rodata.distant: the constants of another kernel [foreign-data]
-  wrong+0x10: error: relocation of type 273 to wrong: not a type of kernels [unhandled-type]
+  wrong+0x0: error: relocation R_AARCH64_CALL26 against 'distant'+0x4 out of range: 2415853572 is not in [-134217728, 134217727] [range]
+  wrong+0x4: error: relocation R_AARCH64_CALL26 against 'wrong'+0x2 misaligned: -2 is not a multiple of 4 [range]
+  wrong+0x8: error: relocation R_AARCH64_CALL26 against 'wrong': field not zero in 0x94000001 [field-filled]
+  wrong+0xc: error: relocation R_AARCH64_ADR_PREL_LO21 against '.rodata.distant': constants of another kernel [foreign-data]
+  wrong+0x10: error: relocation R_AARCH64_LD_PREL_LO19 (type 273) against 'wrong': type not supported [unhandled-type]
   2 mappings, 2 kernels, 32 bytes of code, 0 of data -> image
     0x10000  wrong
     0x90000000  distant

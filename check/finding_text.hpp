@@ -1,0 +1,85 @@
+// The wording of each finding about a relocation, in one place: check, explain, link and show print these
+// texts.
+//
+// A message needs values only. The note and the help also need the kernel as it was generated, since its
+// instructions show what relocation was meant (meant_relocation.hpp).
+#pragma once
+
+#include "check/finding.hpp"
+#include "check/meant_relocation.hpp"
+#include "check/relocation.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vorna::wfta {
+
+/// What is wrong, the likely cause and what to do, a line each.
+struct finding_text {
+    std::string message;
+    std::string note = {};
+    std::string help = {};
+};
+
+/// A few words for a comment beside an instruction: "out of range".
+const char* summary_of(finding_id id);
+
+// Messages.
+
+/// How messages begin: "relocation R_AARCH64_CALL26 against 'callee+0x10'"; without a target if its name is
+/// empty.
+std::string relocation_subject(std::int32_t type, const std::string& target = {}, std::int64_t addend = 0);
+std::string relocation_subject(const tessjit::reloc_info& reloc);
+
+/// The message of foreign-data, unknown-target, callee-order, null-target, unhandled-type or
+/// unaligned-offset: the subject and the summary.
+std::string message_of(finding_id id, const std::string& subject);
+
+/// unknown-target, where it may be that the kernel was only not dumped
+std::string not_dumped_message(const std::string& subject);
+
+/// offset
+std::string offset_message(const std::string& subject, std::size_t code_bytes);
+
+/// field-filled
+std::string field_filled_message(const std::string& subject, std::uint32_t word);
+
+/// range: X is outside the range, or not a multiple of the alignment.
+std::string range_message(const std::string& subject, const relocation_kind& kind, std::uint64_t X);
+
+/// opcode
+std::string opcode_message(const std::string& subject, const relocation_kind& kind, std::uint32_t word);
+
+/// call-bit-25, where the call goes astray: `place` is where it leads.
+std::string call_bit_25_message(const std::string& subject, std::uint32_t word, const std::string& place);
+
+/// duplicate-name; `first` says which kernel has the name already.
+std::string duplicate_name_message(const std::string& first);
+
+// Notes and help.
+
+/// `similar` is the name of a kernel that the target can be a misspelling of; empty if there is none.
+advice advise_unknown_target(const relocation_site& site, const std::string& similar);
+advice advise_foreign_data(const relocation_site& site, bool owner_exists);
+advice advise_unhandled_type(const relocation_site& site);
+advice advise_field_filled(const relocation_site& site);
+advice advise_opcode(const relocation_site& site);
+
+/// Help for an offset that is outside the code, or not that of an instruction.
+advice advise_offset(const relocation_site& site);
+
+/// What is known about a target that is out of range.
+struct distant_target {
+    std::uint64_t S;       ///< of the ABI, with the addend
+    std::uint64_t P;       ///< of the ABI
+    bool in_other_mapping; ///< it was placed by another call of finalise_kernels
+};
+advice advise_range(const relocation_site& site, const distant_target& target);
+
+/// Whether one name is the other with a slip of the pen: one or two letters, and not just another number.
+bool is_misspelling(std::string_view a, std::string_view b);
+
+} // namespace vorna::wfta
