@@ -51,7 +51,7 @@ private:
     bool made_ = false;
 };
 
-// Names of kernels that an unknown one can be a misspelling of.
+// Names of kernels that an unknown one may be a misspelling of.
 class similar_names {
 public:
     similar_names(const std::vector<checked_kernel>& kernels, const kernel_registry_map& others)
@@ -265,7 +265,7 @@ private:
     {
         const auto offset = static_cast<size_t>(reloc().offset);
         const uint32_t word = word_at(linked_, offset);
-        // Distances to another mapping are not zero.
+        // Distances to another mapping are never zero.
         const bool surely_filled = surely_filled_.count({reloc().offset, kind.tested_mask}) != 0;
         if ((word & kind.tested_mask) != 0 || surely_filled) {
             const std::string subject = relocation_subject(reloc());

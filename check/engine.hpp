@@ -1,7 +1,6 @@
-// Checks the relocations of kernels whose places are known, at least from each other: those of a host's set
-// (check_kernels) or of dumps. It applies each relocation as the finaliser does, in order, and reports
-// whatever keeps it from being applied or from meaning what it should. It knows the instructions that
-// relocations fill and no others.
+// Checks the relocations of kernels whose addresses are known, at least relative to each other: of a host's
+// set (check_kernels) or of dumps. It applies each relocation in order, as the finaliser does, and reports
+// whatever prevents that or cannot be meant. It knows only the instructions that relocations fill.
 #pragma once
 
 #include "check/finding.hpp"
@@ -16,7 +15,7 @@
 
 namespace vorna::wfta {
 
-/// A kernel of the set. Refers to what belongs to the caller.
+/// A kernel of the set. The caller owns what it refers to.
 struct checked_kernel {
     const std::string* name;
     const std::vector<std::uint8_t>* text;
@@ -24,15 +23,15 @@ struct checked_kernel {
     const std::vector<tessjit::reloc_info>* relocs;
     std::uint64_t text_address;
     std::uint64_t data_address;
-    std::string first_of_name; ///< which kernel has the name already, in words; empty if none has
+    std::string first_of_name; ///< which kernel has the name already, in words; empty if none does
 
     [[nodiscard]] kernel_place place() const { return {*name, text_address, data_address}; }
 };
 
-/// Finds the kernel that the relocations of kernel number `kernel` call `name`, which is not its own.
+/// Finds the kernel that the relocations of kernel number `kernel` call `name`; not that kernel itself.
 using target_finder = std::function<relocation_target(std::size_t kernel, const std::string& name)>;
 
-/// Whether addresses are those of a process, or made up and only exact from each other.
+/// Whether addresses are those of a process, or assumed and exact only relative to each other.
 enum class address_kind { real, relative };
 
 /// All findings about the kernels, in their order. Addresses of kernels that share a mapping are exact from

@@ -1,4 +1,4 @@
-// The findings of a set of kernels, where several with one cause in one kernel become one finding.
+// Collects the findings of a set of kernels; those with the same cause in a kernel become one.
 #pragma once
 
 #include "check/finding_text.hpp"
@@ -12,11 +12,11 @@ namespace vorna::wfta {
 
 class finding_list {
 public:
-    /// What is added from here on is about this kernel. The name must outlive the list.
+    /// Findings added from now on are about this kernel. The name must outlive the list.
     void begin_kernel(std::size_t index, const std::string& name);
 
-    /// Adds a finding. If the kernel has one with this id and cause already, only the place is added to it.
-    /// Keeps at most some 1,000 causes apart for each kernel.
+    /// Adds a finding. If the kernel has one with this id and cause already, only adds the place to it.
+    /// Distinguishes at most some 1,000 causes for each kernel.
     void add(finding_id id, finding_severity severity, bool aborts, std::optional<std::size_t> relocation,
              std::optional<std::int64_t> offset, std::string_view cause, finding_text text);
 

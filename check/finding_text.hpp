@@ -29,8 +29,8 @@ const char* summary_of(finding_id id);
 
 // Messages.
 
-/// How messages begin: "relocation R_AARCH64_CALL26 against 'callee+0x10'"; without a target if its name is
-/// empty.
+/// The beginning of a message: "relocation R_AARCH64_CALL26 against 'callee+0x10'"; without a target if its
+/// name is empty.
 std::string relocation_subject(std::int32_t type, const std::string& target = {}, std::int64_t addend = 0);
 std::string relocation_subject(const tessjit::reloc_info& reloc);
 
@@ -38,7 +38,7 @@ std::string relocation_subject(const tessjit::reloc_info& reloc);
 /// unaligned-offset: the subject and the summary.
 std::string message_of(finding_id id, const std::string& subject);
 
-/// unknown-target, where it may be that the kernel was only not dumped
+/// unknown-target, if the kernel may just not have been dumped
 std::string not_dumped_message(const std::string& subject);
 
 /// offset
@@ -53,7 +53,7 @@ std::string range_message(const std::string& subject, const relocation_kind& kin
 /// opcode
 std::string opcode_message(const std::string& subject, const relocation_kind& kind, std::uint32_t word);
 
-/// call-bit-25, where the call goes astray: `place` is where it leads.
+/// call-bit-25, if the call goes to the wrong place, `place`.
 std::string call_bit_25_message(const std::string& subject, std::uint32_t word, const std::string& place);
 
 /// duplicate-name; `first` says which kernel has the name already.
@@ -61,14 +61,14 @@ std::string duplicate_name_message(const std::string& first);
 
 // Notes and help.
 
-/// `similar` is the name of a kernel that the target can be a misspelling of; empty if there is none.
+/// `similar` is the name of a kernel that the target may be a misspelling of; empty if there is none.
 advice advise_unknown_target(const relocation_site& site, const std::string& similar);
 advice advise_foreign_data(const relocation_site& site, bool owner_exists);
 advice advise_unhandled_type(const relocation_site& site);
 advice advise_field_filled(const relocation_site& site);
 advice advise_opcode(const relocation_site& site);
 
-/// Help for an offset that is outside the code, or not that of an instruction.
+/// Help for an offset that is outside the code, or not an instruction's.
 advice advise_offset(const relocation_site& site);
 
 /// What is known about a target that is out of range.
@@ -79,7 +79,8 @@ struct distant_target {
 };
 advice advise_range(const relocation_site& site, const distant_target& target);
 
-/// Whether one name is the other with a slip of the pen: one or two letters, and not just another number.
+/// Whether one name is probably a misspelling of the other: they differ in one or two letters, and not just
+/// in a number.
 bool is_misspelling(std::string_view a, std::string_view b);
 
 } // namespace vorna::wfta

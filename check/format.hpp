@@ -7,11 +7,11 @@
 
 namespace vorna::wfta {
 
-/// The name for a line of text: control characters as "\n", "\x1b" and the like, everything else as it is.
+/// The name for a line of text: control characters as "\n", "\x1b" and the like, everything else unchanged.
 std::string printable(std::string_view name);
 
-/// The name, printable and in quotes; only the beginning of a very long one: in a dump a name may have any
-/// length.
+/// The name, printable and in quotes; only the beginning of a very long one, since names in dumps may have
+/// any length.
 std::string quoted(std::string_view name);
 
 /// "0x10".
@@ -29,7 +29,7 @@ std::string word_text(std::uint32_t word);
 /// "a BL", "an ADRP".
 std::string with_article(std::string_view instruction);
 
-/// A relocation as its generator writes it in C++: {"callee", 4, 283, 0}.
+/// A relocation in C++ syntax: {"callee", 4, 283, 0}.
 std::string relocation_text(std::string_view target, std::int64_t offset, std::int32_t type,
                             std::int64_t addend);
 

@@ -17,7 +17,7 @@ struct fillable_instruction {
     const relocation_kind* kind;
 };
 
-/// The kind of relocation that the word waits for, its field being zero; null if it waits for none.
+/// The kind of relocation that the word needs, its field being zero; null if it needs none.
 const relocation_kind* kind_of_unfilled(std::uint32_t word)
 {
     const relocation_kind* const kind = find_kind_of_instruction(word);
@@ -42,8 +42,8 @@ bool can_lead_to(const relocation_kind& kind, const std::string& target)
     return kind.type != R_AARCH64_CALL26 || !names_data(target);
 }
 
-/// The nearest instruction that waits for a relocation and has none; one of the relocation's kind rather than
-/// another that can lead to the target.
+/// The nearest instruction that needs a relocation and has none; preferably one of the relocation's kind,
+/// otherwise one that can lead to the target.
 std::optional<fillable_instruction> find_waiting_instruction(const relocation_site& site,
                                                              const std::string& target)
 {
@@ -89,8 +89,7 @@ std::optional<fillable_instruction> find_own_instruction(const relocation_site& 
     return fillable_instruction{reloc.offset, kind};
 }
 
-/// A relocation that has this one's instruction, and this one has its: both are right except for their
-/// offsets.
+/// The relocation whose offset is swapped with this one's; both are right otherwise.
 std::optional<std::size_t> find_exchanged(const relocation_site& site)
 {
     const auto type_at = [&site](std::size_t index) {

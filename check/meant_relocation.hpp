@@ -1,8 +1,8 @@
-// What relocation a generator meant that has given a wrong one, by the kernel's instructions.
+// Finds out from the kernel's instructions which relocation was meant by a wrong one.
 //
-// An instruction of one of the four kinds whose field is zero waits for a relocation. If a wrong relocation
-// has such an instruction at its offset or nearby, and that one has no relocation, then it is the one that
-// was meant. Two relocations that have each other's instruction have their offsets exchanged.
+// An instruction of one of the four kinds whose field is zero needs a relocation. If there is such an
+// instruction without a relocation at or near the offset of a wrong relocation, it is the one that was meant.
+// If two relocations have each other's instruction, their offsets are swapped.
 #pragma once
 
 #include "check/relocation.hpp"
@@ -16,7 +16,7 @@
 
 namespace vorna::wfta {
 
-/// A relocation in its kernel. Refers to what belongs to the caller.
+/// A relocation in its kernel. The caller owns what it refers to.
 struct relocation_site {
     const std::string& kernel;
     const std::vector<std::uint8_t>& code; ///< as generated
@@ -35,13 +35,13 @@ struct advice {
 /// The word at the relocation's offset, as generated; nothing if no instruction begins there.
 std::optional<std::uint32_t> generated_word(const relocation_site& site);
 
-/// Advice about a relocation whose offset or type is wrong; nothing if the instructions do not tell.
+/// Advice about a relocation whose offset or type is wrong; nothing if the instructions do not show it.
 std::optional<advice> advise_by_instructions(const relocation_site& site);
 
-/// The relocation under another name, with the type and the offset that the instructions tell, as help.
+/// Help: the relocation with another name, and with the type and offset that the instructions show.
 advice advise_other_target(const relocation_site& site, const std::string& target);
 
-/// Advice about a relocation whose instruction an earlier one, by its index, fills.
+/// Advice about a relocation whose instruction an earlier one, given by index, fills.
 advice advise_second_of_instruction(const relocation_site& site, std::size_t earlier);
 
 } // namespace vorna::wfta

@@ -1,10 +1,10 @@
-// The relocations of "ELF for the Arm 64-bit Architecture (AArch64)" that kernels have: which bits of which
-// instruction they fill, with what value, and how that value is found.
+// The relocation types of "ELF for the Arm 64-bit Architecture (AArch64)" that kernels use: which bits of
+// which instruction they fill, with what value, and how that value is computed.
 //
 // A relocation names a target (a kernel's code, or the kernel's own constants) and an addend; S is their sum,
-// the ABI's S + A. P is the place, the address of the instruction. From these follows X, the value that is
-// checked and encoded. It is an implementation of its own beside the finaliser's, so that each can be held
-// against the other.
+// the ABI's S + A. P is the place, the address of the instruction. X, the value that is checked and
+// encoded, follows from these. This implementation is independent of the finaliser's, so that each can be
+// tested against the other.
 #pragma once
 
 #include <cstddef>
@@ -30,7 +30,7 @@ struct relocation_kind {
     std::uint32_t opcode;      ///< and their values
     std::uint32_t field_mask;  ///< the bits of the instruction's field
     std::uint32_t
-        tested_mask;         ///< those that the finaliser wants zero beforehand: of BL's all but the highest
+        tested_mask;         ///< those that the finaliser requires to be zero: for BL all except the highest
     std::uint64_t page_mask; ///< applied to S and P before X is formed
     bool relative;           ///< X is S - P, otherwise S
     value_range range;       ///< of X; all values if it is not checked
@@ -58,9 +58,9 @@ std::uint32_t relocation_field(const relocation_kind& kind, std::uint64_t X);
 /// The X that the field of an instruction word holds, the inverse of relocation_field.
 std::int64_t encoded_value(const relocation_kind& kind, std::uint32_t word);
 
-/// What became of a relocation: it is applied only if its field was empty and X in range.
+/// The outcome of a relocation, which is applied only if its field is zero and X is in range.
 struct applied_relocation {
-    bool filled;          ///< the field was not zero, by the bits that are tested
+    bool filled;          ///< the field was not zero, in the bits that are tested
     bool in_range;        ///< and a multiple of the alignment
     std::uint64_t value;  ///< X
     std::uint32_t word;   ///< the instruction word afterwards
@@ -72,15 +72,14 @@ struct applied_relocation {
 /// Applies a relocation to an instruction word as the finaliser does.
 applied_relocation apply(const relocation_kind& kind, std::uint64_t S, std::uint64_t P, std::uint32_t word);
 
-/// The instruction word at `offset`, of which four bytes must be there.
+/// The instruction word at `offset`; all four bytes must exist.
 std::uint32_t word_at(const std::vector<std::uint8_t>& code, std::size_t offset);
 void set_word(std::vector<std::uint8_t>& code, std::size_t offset, std::uint32_t word);
 
 /// Whether a whole word at `offset` lies within the code.
 bool lies_within(const std::vector<std::uint8_t>& code, std::int64_t offset);
 
-/// A relocation's target names constants by this prefix and the name of their kernel, otherwise a kernel's
-/// code.
+/// A target with this prefix and a kernel's name is that kernel's constants, any other is a kernel's code.
 inline constexpr std::string_view data_prefix = ".rodata.";
 
 /// Whether the target names constants, of whatever kernel.
@@ -96,8 +95,8 @@ struct relocation_target {
         foreign_data, ///< constants of another kernel
         later,        ///< it comes after the kernel that names it
         placed,       ///< at `address`
-        elsewhere,    ///< at `address`, in another mapping; where this one will be is not known
-        unknown       ///< placed, for the kernel that names it is linked; but not among those given
+        elsewhere,    ///< at `address`, in another mapping, at an unknown distance
+        unknown       ///< placed, since the kernel that names it is linked, but not among those given
     } state;
     std::uint64_t address; ///< of its first byte, without the addend
     bool in_other_mapping =
