@@ -582,10 +582,10 @@ TEST(Breakages, AreFoundInTheDumps)
     // Where the dumps cannot tell: the refused kernel of a name that is taken has none, nor has a callee that
     // comes later, or that the host registers.
     const std::map<std::string, std::string> by_check = {{"callee-order", "unknown-target"},
-                                                         {"duplicate-name", "nothing found"},
+                                                         {"duplicate-name", "no findings"},
                                                          {"null-target", "unknown-target"},
                                                          {"provisional", "field-filled"},
-                                                         {"callee-saved", "nothing found"}};
+                                                         {"callee-saved", "no findings"}};
     const std::map<std::string, std::string> by_explain = {{"callee-order", "unknown-target"},
                                                            {"provisional", "field-filled"}};
     for (const wfta_host::breakage& breakage : wfta_host::breakages()) {
@@ -606,7 +606,7 @@ TEST(Breakages, AreFoundInTheDumps)
         SCOPED_TRACE(breakage.kind + "\n" + checked);
         const auto in_check = by_check.find(breakage.kind);
         const std::string found = in_check == by_check.end() ? breakage.kind : in_check->second;
-        EXPECT_THAT(checked, testing::HasSubstr(found == "nothing found" ? found : "[" + found + "]"));
+        EXPECT_THAT(checked, testing::HasSubstr(found == "no findings" ? found : "[" + found + "]"));
         const std::string explained = run(VORNA_KERNELS " explain log --dumps dumps");
         if (breakage.leads_to != wfta_host::outcome::ended) {
             EXPECT_THAT(explained, testing::StartsWith("no report of an abort in log\n"));

@@ -57,13 +57,13 @@ std::string unescaped_name(std::string_view text, std::size_t line)
         unsigned byte = 0;
         const std::string_view digits = text.substr(i + 1).substr(0, 3);
         if (digits.size() != 3 || digits[0] != 'x' || !is_hexadecimal(digits.substr(1)))
-            fail(line, "an escape that is not \\x and two digits");
+            fail(line, "invalid escape, expected \\x and two digits");
         std::from_chars(digits.data() + 1, digits.data() + 3, byte, 16);
         name += static_cast<char>(byte);
         i += 3;
     }
     if (escaped_name(name) != text)
-        fail(line, "a name that is not written as it would be");
+        fail(line, "name not in canonical form");
     return name;
 }
 
@@ -81,17 +81,17 @@ baseline_entry parse_line(std::string_view text, std::size_t line)
     static constexpr std::string_view markers[] = {"<<<<<<<", "|||||||", "=======", ">>>>>>>"};
     const bool marked = std::find(std::begin(markers), std::end(markers), name) != std::end(markers);
     if (marked && !(whole && hashed))
-        fail(line, "a conflict of a merge");
+        fail(line, "unresolved merge conflict");
     if (!whole || name.empty())
-        fail(line, "not a name, three hashes and a number");
+        fail(line, "expected a name, three hashes and a number");
     if (!hashed)
-        fail(line, "a hash that is not 32 hexadecimal digits");
+        fail(line, "expected hashes of 32 hexadecimal digits");
     baseline_entry entry;
     entry.line = line;
     entry.name = unescaped_name(name, line);
     entry.fingerprint = {std::string(hashes[0]), std::string(hashes[1]), std::string(hashes[2])};
     if (!fields.take(entry.fingerprint.instructions) || !fields.at_end())
-        fail(line, "a number of instructions that is none");
+        fail(line, "invalid number of instructions");
     return entry;
 }
 
@@ -145,16 +145,16 @@ baseline parse_baseline(std::string_view text)
     std::map<std::string, baseline_entry> entries;
     const auto take = [&entries](const text_line& line) {
         if (line.number == 1 && line.text != first_line)
-            fail(1, fmt::format("not \"{}\", as a baseline begins", first_line));
+            fail(1, fmt::format("expected \"{}\"", first_line));
         if (!line.ended)
-            fail(line.number, "the file is cut");
+            fail(line.number, "truncated");
         if (line.number == 1)
             return;
         baseline_entry entry = parse_line(line.text, line.number);
         const auto [place, added] = entries.emplace(entry.name, entry);
         if (!added)
-            fail(line.number,
-                 fmt::format("{} is in line {} already", escaped_name(entry.name), place->second.line));
+            fail(line.number, fmt::format("duplicate kernel {}, first in line {}", escaped_name(entry.name),
+                                          place->second.line));
     };
     if (text.empty())
         take({{}, 1, false, false});
@@ -224,7 +224,7 @@ std::vector<baseline_difference> compare_with_baseline(const baseline& entries, 
         baseline_difference& difference = kernels[kernel.name];
         const kernel_fingerprint fingerprint = fingerprint_of(kernel);
         if (difference.after && !(*difference.after == fingerprint)) {
-            throw std::runtime_error(fmt::format("{} and {}: {} is in both and not the same",
+            throw std::runtime_error(fmt::format("{} and {}: two different kernels named {}",
                                                  set.kernels[difference.kernel].file, kernel.file,
                                                  escaped_name(kernel.name)));
         }

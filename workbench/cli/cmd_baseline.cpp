@@ -126,7 +126,7 @@ std::string state_text(const kernel_state& state, bool blessed)
         if (blessed)
             return "listing written";
         return state.listing == listing_status::missing ? "same, but its listing is missing"
-                                                        : "same, but its listing is another";
+                                                        : "same, but its listing is out of date";
     case baseline_status::changed:
         return fmt::format("{} changed, {}{}", parts_text(difference),
                            difference.code_changed() ? "" : "code the same, ", instructions_text(difference));
@@ -155,7 +155,7 @@ std::string count_text(const std::vector<kernel_state>& states)
         separator = ", ";
     }
     if (listings != 0)
-        text += fmt::format("; {} not up to date", pluralize(listings, "listing"));
+        text += fmt::format("; {} out of date", pluralize(listings, "listing"));
     return text;
 }
 
@@ -286,8 +286,8 @@ int check(const baseline_options& options)
     const std::optional<std::string> text = read_file(options.file, largest_file);
     if (!text) {
         throw std::runtime_error(
-            fmt::format("{}: no such file; vorna-kernels baseline bless {} {} --all makes it", options.file,
-                        shell_word(options.file), shell_word(options.dumps)));
+            fmt::format("{}: no such file; create it with: vorna-kernels baseline bless {} {} --all",
+                        options.file, shell_word(options.file), shell_word(options.dumps)));
     }
     const baseline entries = parse_file(options.file, *text);
     const read_result read = read_set({options.dumps}, options.common);
@@ -330,7 +330,7 @@ std::set<std::string> names_to_bless(const baseline_options& options, const std:
         if (known.count(name) == 0) {
             const std::string nearest = nearest_name(set, name);
             throw std::runtime_error(fmt::format("no kernel {} in the baseline or the dumps{}", name,
-                                                 nearest.empty() ? "" : "; the nearest name is " + nearest));
+                                                 nearest.empty() ? "" : "; did you mean " + nearest + "?"));
         }
     }
     return names;
@@ -344,7 +344,8 @@ void write_listings(const baseline_options& options, const std::vector<kernel_st
     if (error)
         throw std::runtime_error(fmt::format("{}: {}", options.listing, error.message()));
     if (std::filesystem::equivalent(options.listing, options.dumps, error))
-        throw std::runtime_error(options.listing + ": is the directory of the dumps");
+        throw std::runtime_error(options.listing +
+                                 ": is the directory of the dumps, which cannot hold listings");
     disassembler disassembler;
     for (const kernel_state& state : accepted) {
         if (state.difference.after)
@@ -370,19 +371,20 @@ int bless(const baseline_options& options)
     const char* const ci = std::getenv("CI");
     if (ci != nullptr && *ci != '\0' && !options.force)
         throw std::runtime_error(
-            "CI is set, and a baseline is blessed by a person; --force does it all the same");
+            "CI is set in the environment, and a baseline should be blessed by a person; "
+            "override with --force");
     if (options.all != options.kernels.empty())
-        throw std::runtime_error(options.all ? "either kernels or --all"
-                                             : "which kernels? Name them, or --all");
+        throw std::runtime_error(options.all ? "give either names of kernels or --all"
+                                             : "give names of kernels, or --all");
     const std::optional<std::string> text = read_file(options.file, largest_file);
     if (!text && !options.all)
-        throw std::runtime_error(options.file + ": no such file; --all makes it");
+        throw std::runtime_error(options.file + ": no such file; create it with --all");
     const baseline entries = text ? parse_file(options.file, *text) : baseline();
     const read_result read = read_set({options.dumps}, options.common);
     if (!require_kernels(read, options.dumps))
         return exit_error;
     if (read.had_errors)
-        throw std::runtime_error(options.file + ": left as it was, since dumps could not be read");
+        throw std::runtime_error(options.file + ": not changed, because some dumps could not be read");
 
     const std::vector<kernel_state> states = find_states(options, entries, read.set);
     const std::set<std::string> names = names_to_bless(options, states, read.set);
@@ -417,8 +419,8 @@ int bless(const baseline_options& options)
         else
             print_lines(options, accepted, true);
         fmt::print("{}: {}\n", printable(options.file),
-                   !text              ? "made, " + pluralize(result.size(), "kernel")
-                   : accepted.empty() ? "nothing to change"
+                   !text              ? "created, " + pluralize(result.size(), "kernel")
+                   : accepted.empty() ? "no changes"
                                       : fmt::format("{} of {} accepted", accepted.size(),
                                                     pluralize(states.size(), "kernel")));
     }
@@ -427,11 +429,10 @@ int bless(const baseline_options& options)
 
 void add_arguments(command_line& command, baseline_options& options)
 {
-    command.add_option("FILE", options.file, "The baseline").required();
+    command.add_option("FILE", options.file, "Baseline file").required();
     command.add_option("DUMPS", options.dumps, "Directory of dumps, or one dump").required();
     command
-        .add_option("--listing", options.listing,
-                    "Directory of listings beside the baseline, a file a kernel")
+        .add_option("--listing", options.listing, "Directory for disassembly listings, one file per kernel")
         .type_name("DIR");
     add_common_options(command, options.common, {"text", "json", "github", "markdown"});
 }
@@ -441,24 +442,22 @@ void add_arguments(command_line& command, baseline_options& options)
 void add_baseline(command_line& program, int& status)
 {
     command_line command =
-        program.add_command("baseline", "Compare kernels with a file under version control");
+        program.add_command("baseline", "Compare kernels with a baseline under version control");
     command.require_command();
 
     const auto checked = std::make_shared<baseline_options>();
-    command_line check_command =
-        command.add_command("check", "Tell which kernels are not as the baseline has them");
+    command_line check_command = command.add_command("check", "Report kernels that differ from the baseline");
     add_arguments(check_command, *checked);
-    check_command.footer("Exit status: 0 all the same, 1 different, 2 error.");
+    check_command.footer("Exit status: 0 all same, 1 differences, 2 error.");
     check_command.run([checked, &status] { status = check(*checked); });
 
     const auto blessed = std::make_shared<baseline_options>();
-    command_line bless_command =
-        command.add_command("bless", "Accept kernels as they are now, in the baseline");
+    command_line bless_command = command.add_command("bless", "Accept kernels as they are now");
     add_arguments(bless_command, *blessed);
-    bless_command.add_option("KERNEL", blessed->kernels, "Names of kernels to accept");
-    bless_command.add_flag("--all", blessed->all, "Accept all; make FILE if it is not there");
-    bless_command.add_flag("--force", blessed->force, "Also where the environment has CI set");
-    bless_command.footer("Exit status: 0 done, 2 error: then FILE is as it was.");
+    bless_command.add_option("KERNEL", blessed->kernels, "Kernels to accept");
+    bless_command.add_flag("--all", blessed->all, "Accept all kernels; create FILE if it does not exist");
+    bless_command.add_flag("--force", blessed->force, "Run even if CI is set in the environment");
+    bless_command.footer("Exit status: 0 success, 2 error; FILE is not changed then.");
     bless_command.run([blessed, &status] { status = bless(*blessed); });
 }
 

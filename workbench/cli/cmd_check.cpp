@@ -82,7 +82,7 @@ std::string summary(const checked_set& checked)
     std::string text = fmt::format("{}, {}: ", pluralize(checked.set.kernels.size(), "kernel"),
                                    pluralize(checked.relocations, "relocation"));
     if (checked.findings.empty())
-        return text + "nothing found";
+        return text + "no findings";
     const char* separator = "";
     for (const finding_severity severity :
          {finding_severity::error, finding_severity::warning, finding_severity::note}) {
@@ -176,11 +176,12 @@ int check(const check_options& options)
 void add_check(command_line& program, int& status)
 {
     const auto options = std::make_shared<check_options>();
-    command_line command =
-        program.add_command("check", "Find what is wrong with kernels: exit status 1 with errors");
-    command.add_option("DUMPS", options->dumps, "Directories of dumps, or dumps, of one process").required();
-    command.add_flag("--strict", options->strict, "Warnings are found too: exit status 1");
+    command_line command = program.add_command("check", "Check kernels for mistakes");
+    command.add_option("DUMPS", options->dumps, "Directories of dumps, or dumps, all of one process")
+        .required();
+    command.add_flag("--strict", options->strict, "Exit with 1 on warnings as well");
     add_common_options(command, options->common, {"text", "json", "github"});
+    command.footer("Exit status: 0 no errors, 1 errors found, 2 dumps could not be read.");
     command.run([options, &status] { status = check(*options); });
 }
 

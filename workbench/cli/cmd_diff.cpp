@@ -98,7 +98,7 @@ using table_row = std::array<std::string, 5>;
 
 table_row table_head()
 {
-    return {"kernel", "class", "instructions", "bytes of code", "of constants"};
+    return {"kernel", "class", "instructions", "code bytes", "constant bytes"};
 }
 
 table_row row_of(const kernel_difference& kernel)
@@ -133,7 +133,7 @@ color color_of(change_class change)
 
 std::string more_text(std::size_t limit, std::size_t all)
 {
-    return fmt::format("{} more changed {}: --limit={} shows all", all - limit,
+    return fmt::format("{} more changed {}; show all with --limit={}", all - limit,
                        all - limit == 1 ? "kernel" : "kernels", all);
 }
 
@@ -213,7 +213,7 @@ void print_github(const kernel_differences& kernels)
         const table_row row = row_of(*kernel);
         fmt::print("{}",
                    github_annotation(harmless ? "notice" : "warning", row[0],
-                                     fmt::format("{}: {}; instructions {}, bytes of code {}, of constants {}",
+                                     fmt::format("{}: {}; instructions {}, code bytes {}, constant bytes {}",
                                                  row[0], row[1], row[2], row[3], row[4])));
     }
 }
@@ -253,7 +253,7 @@ bool select_by_name(kernel_differences& kernels, const std::vector<std::string>&
         const bool found = std::any_of(kernels.begin(), kernels.end(),
                                        [&](const kernel_difference& kernel) { return kernel.name == name; });
         if (!found)
-            print_error(fmt::format("no kernel {} in the dumps of either set", printable(name)));
+            print_error(fmt::format("no kernel {} in either set", printable(name)));
         found_all = found_all && found;
     }
     if (!names.empty()) {
@@ -303,24 +303,24 @@ void add_diff(command_line& program, int& status)
 {
     const auto options = std::make_shared<diff_options>();
     command_line command =
-        program.add_command("diff", "What a change did to kernels, wherever they were placed");
-    command.add_option("OLD", options->before, "Directory of dumps, or one dump, before the change")
+        program.add_command("diff", "Compare two sets of kernels, wherever they are placed");
+    command.add_option("OLD", options->before, "Dumps before the change: a directory, or one dump")
         .required();
-    command.add_option("NEW", options->after, "The same after it").required();
-    command.add_option("KERNEL", options->kernels, "Kernels to compare; all without");
-    command.add_option("--ignore", options->ignored, "Classes to take for the same, with commas between")
+    command.add_option("NEW", options->after, "Dumps after the change").required();
+    command.add_option("KERNEL", options->kernels, "Kernels to compare (default: all)");
+    command.add_option("--ignore", options->ignored, "Classes to treat as same, separated by commas")
         .delimiter(',')
         .one_of({"layout", "registers", "order"});
     command
         .add_option("--limit", options->limit,
-                    "Changed kernels to show in detail, the smallest first; 10 without")
+                    "Changed kernels to show in detail, smallest first (default: 10)")
         .check(
             [](const std::string& value) {
-                return value.find('-') == std::string::npos ? "" : std::string("not a number of kernels");
+                return value.find('-') == std::string::npos ? "" : std::string("not a number");
             },
             "N");
     add_common_options(command, options->common, {"text", "json", "github", "markdown"});
-    command.footer("Exit status: 0 all the same, 1 different, 2 error.");
+    command.footer("Exit status: 0 all same, 1 differences, 2 error.");
     command.run([options, &status] { status = diff(*options); });
 }
 

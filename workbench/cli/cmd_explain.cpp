@@ -222,7 +222,7 @@ int explain(const explain_options& options)
         else if (log.more_reports == 0)
             fmt::print("{}\n", pluralize(explanations.size(), "report"));
         else
-            fmt::print("{} explained, {} more passed over\n", pluralize(explanations.size(), "report"),
+            fmt::print("{} explained, {} more skipped\n", pluralize(explanations.size(), "report"),
                        log.more_reports);
     }
     if (options.common.format == "text" && options.dumps.empty() && !explanations.empty())
@@ -238,12 +238,11 @@ int explain(const explain_options& options)
 void add_explain(command_line& program, int& status)
 {
     const auto options = std::make_shared<explain_options>();
-    command_line command =
-        program.add_command("explain", "Say what a process that the finaliser ended died of");
-    command.add_option("LOG", options->log, "What the process wrote to stderr; standard input without, or -");
-    command.add_option("--dumps", options->dumps, "Directory of the dumps that it wrote, or one dump")
+    command_line command = program.add_command("explain", "Explain why the finaliser aborted a process");
+    command.add_option("LOG", options->log, "The process's stderr (default, and with -: standard input)");
+    command.add_option("--dumps", options->dumps, "The process's dumps: a directory, or one dump")
         .type_name("DUMPS");
-    command.footer("Exit status: 0 explained, 1 no report in the input, 2 error.");
+    command.footer("Exit status: 0 explained, 1 no abort message in the log, 2 error.");
     add_common_options(command, options->common, {"text", "json"});
     command.run([options, &status] { status = explain(*options); });
 }

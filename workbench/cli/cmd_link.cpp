@@ -135,12 +135,11 @@ int link(const link_options& options)
 void add_link(command_line& program, int& status)
 {
     const auto options = std::make_shared<link_options>();
-    command_line command =
-        program.add_command("link", "Make one image of all kernels at their addresses, for gdb and perf");
+    command_line command = program.add_command("link", "Link kernels into one ELF image, for gdb and perf");
     command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump").required();
-    command.add_option("-o,--output", options->image, "The file to write").type_name("IMAGE").required();
+    command.add_option("-o,--output", options->image, "Image to write").type_name("IMAGE").required();
     add_common_options(command, options->common, {"text", "json"});
-    command.footer("Exit status: 0 linked, 1 linked, with findings, 2 error.");
+    command.footer("Exit status: 0 complete image, 1 incomplete image, 2 error.");
     command.run([options, &status] { status = link(*options); });
 }
 

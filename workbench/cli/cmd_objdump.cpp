@@ -85,17 +85,18 @@ void add_objdump(command_line& program)
 {
     const auto options = std::make_shared<objdump_options>();
     command_line command =
-        program.add_command("objdump", "Stand in for objdump, so that perf annotate shows kernels");
+        program.add_command("objdump", "Stand in for objdump, so that perf annotate can show kernels");
     command.help_only_by("--help"); // -h is one of objdump's options
-    command.add_option("--image", options->image, "Image that link made, in the place of a perf map (*.map)")
+    command
+        .add_option("--image", options->image, "Image written by link, read in place of a perf map (*.map)")
         .type_name("IMAGE")
         .required();
     command
         .add_option("--objdump", options->program,
-                    "The real program; without it, one that knows the machine of the file")
+                    "objdump to run (default: one that supports the file's machine)")
         .type_name("PROGRAM");
     command.footer("  perf annotate --objdump='vorna-kernels objdump --image=IMAGE'\n"
-                   "Everything behind these options goes to objdump.");
+                   "All other arguments are passed to objdump.");
     command.keep_remaining();
     command.run([options, command] { run_objdump(*options, command.remaining()); });
 }

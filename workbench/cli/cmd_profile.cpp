@@ -35,7 +35,7 @@ std::string samples_text(std::uint64_t count)
     return pluralize_with_separators(count, "sample");
 }
 
-/// A bar of `part` of `whole`, in eighths of a column, and blanks behind it.
+/// A bar of `part` of `whole`, in eighths of a column, and blanks after it.
 std::string bar(std::uint64_t part, std::uint64_t whole)
 {
     static constexpr const char* eighths[] = {"", "▏", "▎", "▍", "▌", "▋", "▊", "▉"};
@@ -222,12 +222,13 @@ int show_profile(const command_options& options)
 void add_profile(command_line& program, int& status)
 {
     const auto options = std::make_shared<command_options>();
-    command_line command = program.add_command("profile", "Where the time goes, from what perf recorded");
+    command_line command =
+        program.add_command("profile", "Show where the time goes, from a recording of perf");
     command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump").required();
-    command.add_option("KERNEL", options->kernels, "Kernels to list (default: the one with most time)");
+    command.add_option("KERNEL", options->kernels, "Kernels to show in detail (default: the hottest one)");
     add_profile_options(command, options->profile);
     add_common_options(command, options->common, {"text", "json"});
-    std::string footer = "The text for --perf-script is made by\n ";
+    std::string footer = "Make the input of --perf-script with\n ";
     for (const std::string& word : perf_script_command())
         footer += " " + word;
     footer += "\nExit status: 0 samples in kernels, 1 none, 2 error.";

@@ -64,11 +64,11 @@ int report(const report_options& options)
     if (options.profile.given()) {
         std::error_code ignored;
         if (std::filesystem::equivalent(options.profile.file(), options.page, ignored))
-            throw std::runtime_error(options.page + ": is the profile");
+            throw std::runtime_error(options.page + ": is the profile; not overwritten");
         profile = read_profile(options.profile, read.set, read.had_errors);
         input.profile = choose_event(profile, options.profile.event);
         if (input.profile == nullptr)
-            throw std::runtime_error(options.profile.file() + ": no samples in it");
+            throw std::runtime_error(options.profile.file() + ": no samples found");
     }
 
     const std::string page = make_page(input);
@@ -96,19 +96,19 @@ int report(const report_options& options)
 void add_report(command_line& program, int& status)
 {
     const auto options = std::make_shared<report_options>();
-    command_line command = program.add_command("report", "Make one page to look at, an HTML file");
+    command_line command = program.add_command("report", "Write an HTML page about all kernels");
     command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump").required();
-    command.add_option("-o,--output", options->page, "The page: one file, to be opened from anywhere")
+    command.add_option("-o,--output", options->page, "Page to write, one self-contained file")
         .type_name("FILE.html")
         .required();
     add_profile_options(command, options->profile);
-    command.add_option("--against", options->against, "Dumps from before a change, to be compared with")
+    command.add_option("--against", options->against, "Dumps before a change, to compare with")
         .type_name("OLD");
     add_common_options(command, options->common, {"text", "json"});
-    command.footer("Exit status: 0 done, 2 error.");
+    command.footer("Exit status: 0 success, 2 error.");
     command.run([options, &status] {
         if (!options->profile.event.empty() && !options->profile.given())
-            refuse_option("--event", "there is no profile");
+            refuse_option("--event", "requires a profile");
         status = report(*options);
     });
 }

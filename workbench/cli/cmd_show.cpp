@@ -97,12 +97,13 @@ int show(const show_options& options)
 void add_show(command_line& program, int& status)
 {
     const auto options = std::make_shared<show_options>();
-    command_line command = program.add_command("show", "List kernels as they run, with names and constants");
+    command_line command = program.add_command("show", "Disassemble kernels, with names and constants");
     command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump").required();
-    command.add_option("KERNEL", options->kernels, "Names of kernels; all of them without");
-    command.add_flag("--unlinked", options->unlinked, "As generated, without relocations");
+    command.add_option("KERNEL", options->kernels, "Kernels to show (default: all)");
+    command.add_flag("--unlinked", options->unlinked,
+                     "Show the code as generated, before relocations are applied");
     add_common_options(command, options->common, {"text", "json"});
-    command.footer("Exit status: 0 shown, 2 error.");
+    command.footer("Exit status: 0 success, 2 error.");
     command.run([options, &status] { status = show(*options); });
 }
 

@@ -18,11 +18,11 @@ void add_common_options(command_line& command, common_options& options,
                         const std::vector<std::string>& formats)
 {
     options.format = formats.front();
-    command.add_option("--format", options.format, "How results are printed; " + formats.front() + " without")
+    command.add_option("--format", options.format, "Output format (default: " + formats.front() + ")")
         .one_of(formats);
-    command.add_option("--color", options.color, "When in colour; auto, on a terminal, without")
+    command.add_option("--color", options.color, "Use colour (default: auto, on a terminal)")
         .one_of({"always", "never", "auto"});
-    command.add_flag("--verbose", options.verbose, "Name the files that are passed over");
+    command.add_flag("--verbose", options.verbose, "Report skipped files");
 }
 
 bool use_color(const common_options& options)
@@ -63,7 +63,7 @@ read_result read_set(const std::vector<std::string>& paths, const common_options
         print_error(error);
     if (options.verbose) {
         for (const std::string& file : reading.skipped)
-            print_error("passed over: " + file);
+            print_error("skipped: " + file);
     }
     return {std::move(reading.set), !reading.errors.empty()};
 }
@@ -71,7 +71,7 @@ read_result read_set(const std::vector<std::string>& paths, const common_options
 bool require_kernels(const read_result& read, const std::string& path)
 {
     if (read.set.kernels.empty() && !read.had_errors)
-        print_error(path + ": no dumps in it");
+        print_error(path + ": no dumps found");
     return !read.set.kernels.empty();
 }
 
@@ -84,7 +84,7 @@ void refuse_dump(const kernel_set& set, const std::string& file)
         struct stat of_dump;
         if (stat(kernel.file.c_str(), &of_dump) == 0 && of_dump.st_dev == of_file.st_dev &&
             of_dump.st_ino == of_file.st_ino)
-            throw std::runtime_error(file + ": is one of the dumps");
+            throw std::runtime_error(file + ": is one of the dumps; not overwritten");
     }
 }
 
@@ -103,7 +103,7 @@ std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const st
         }
         const std::string nearest = nearest_name(set, name);
         print_error(fmt::format("no kernel {} in the dumps{}", name,
-                                nearest.empty() ? "" : "; the nearest name is " + nearest));
+                                nearest.empty() ? "" : "; did you mean " + nearest + "?"));
         had_errors = true;
     }
     return selected;

@@ -40,7 +40,7 @@ struct read_result {
     bool had_errors = false; ///< something was reported on stderr
 };
 
-/// Reads dumps and reports on stderr what could not be read, with --verbose what was passed over, and on a
+/// Reads dumps and reports on stderr what could not be read, with --verbose what was skipped, and on a
 /// terminal, after a second, how far it is.
 read_result read_set(const std::vector<std::string>& paths, const common_options& options);
 

@@ -1,4 +1,4 @@
-// vorna-kernels: what kernels' dumps, and the reports of a process that ended, tell.
+// vorna-kernels: the workbench for people who write kernels.
 
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/options.hpp"
@@ -14,15 +14,14 @@ using namespace vorna::workbench;
 
 static const program_texts texts = {
     "vorna-kernels", VORNA_KERNELS_VERSION,
-    "Looks at generated kernels: at their dumps, of which a host writes one a kernel into its\n"
-    "current directory when VORNA_WFTA_DUMP_KERNEL is set in its environment (to nothing, for\n"
-    "all kernels), and at what the finaliser said when it ended a process.",
+    "Inspects generated kernels. A host dumps its kernels into its current directory when\n"
+    "VORNA_WFTA_DUMP_KERNEL is set in its environment; set it to nothing to dump all of them.",
     "To start, in an empty directory:\n"
-    "  VORNA_WFTA_DUMP_KERNEL= HOST 2>../log     dumps each kernel that HOST makes, before it is linked\n"
-    "  vorna-kernels explain ../log --dumps .    if the finaliser ended HOST: where, why, what to do\n"
-    "  vorna-kernels check .                     anything else that is wrong with the kernels\n"
-    "  vorna-kernels show . KERNEL               its instructions, with names and constants",
-    "Exit status: 0 nothing found, 1 found, 2 error. Each command has a --help of its own."};
+    "  VORNA_WFTA_DUMP_KERNEL= HOST 2>../log     dump every kernel that HOST generates\n"
+    "  vorna-kernels explain ../log --dumps .    if the finaliser aborted HOST: where, why, what to do\n"
+    "  vorna-kernels check .                     find other mistakes in the kernels\n"
+    "  vorna-kernels show . KERNEL               disassemble a kernel, with names and constants",
+    "Exit status: 0 success, 1 findings, 2 error. For more, run vorna-kernels COMMAND --help."};
 
 static int run(int argc, char** argv)
 {
@@ -55,7 +54,7 @@ int main(int argc, char** argv)
         failure = error.what();
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-        failure = fmt::format("cannot write the output: {}", std::strerror(errno));
+        failure = fmt::format("cannot write to standard output: {}", std::strerror(errno));
     if (!failure.empty()) {
         print_error(failure);
         status = exit_error;

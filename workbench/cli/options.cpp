@@ -10,6 +10,8 @@ namespace vorna::workbench {
 
 // ---- Declaring
 
+static constexpr const char* help_text = "Print this help and exit";
+
 command_option& command_option::required()
 {
     option_->required();
@@ -54,7 +56,7 @@ bool command_option::given() const
 
 command_line command_line::add_command(const std::string& name, const std::string& description)
 {
-    return command_line(*app_->add_subcommand(name, description));
+    return command_line(*app_->add_subcommand(name, description)->group("Commands"));
 }
 
 void command_line::require_command()
@@ -92,7 +94,7 @@ void command_line::footer(const std::string& text)
 
 void command_line::help_only_by(const std::string& name)
 {
-    app_->set_help_flag(name, "Print this help message and exit");
+    app_->set_help_flag(name, help_text);
 }
 
 void command_line::keep_remaining()
@@ -266,20 +268,27 @@ static std::string wrong_arguments(const CLI::App& program, const CLI::ParseErro
         command = command->get_subcommands().front();
         words += " " + command->get_name();
     }
-    if (command->get_require_subcommand_min() == 0)
-        return error.what();
     const std::vector<std::string> remaining = command->remaining();
-    return (remaining.empty() ? "a command is required" : remaining.front() + " is no command") + "; " +
-           words + " --help lists them";
+    const std::string hint = "; run " + words + " --help";
+    if (command->get_require_subcommand_min() != 0)
+        return (remaining.empty() ? "no command given" : "unknown command '" + remaining.front() + "'") +
+               hint;
+    if (!remaining.empty() && dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr)
+        return "unexpected argument '" + remaining.front() + "'" + hint;
+    return error.what();
 }
 
 std::string run_program(const program_texts& texts,
                         const std::function<void(command_line& program)>& add_commands, int argc, char** argv)
 {
     CLI::App app(texts.description);
-    app.formatter(std::make_shared<help_formatter>());
+    const auto formatter = std::make_shared<help_formatter>();
+    formatter->label("Positionals", "Arguments");
+    formatter->label("SUBCOMMAND", "COMMAND");
+    app.formatter(formatter);
     app.name(texts.name);
-    app.set_version_flag("--version", texts.version);
+    app.set_help_flag("-h,--help", help_text);
+    app.set_version_flag("--version", texts.version, "Print the version and exit");
     app.footer(texts.exit_statuses); // which the commands inherit
     command_line program(app);
     program.require_command();

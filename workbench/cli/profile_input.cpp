@@ -81,13 +81,14 @@ profile read_perf_data(const std::string& file, const kernel_set& set)
 void add_profile_options(command_line& command, profile_options& options)
 {
     const command_option data =
-        command.add_option("--perf-data", options.perf_data, "What perf record wrote").type_name("FILE");
+        command.add_option("--perf-data", options.perf_data, "Recording made by perf record")
+            .type_name("FILE");
     command
-        .add_option("--perf-script", options.perf_script, "Or the text of perf script; - is standard input")
+        .add_option("--perf-script", options.perf_script,
+                    "Output of perf script instead; - for standard input")
         .type_name("FILE")
         .excludes(data);
-    command
-        .add_option("--event", options.event, "Event, as perf names it (default: the one with most samples)")
+    command.add_option("--event", options.event, "Event to show (default: the one with most samples)")
         .type_name("EVENT");
 }
 
@@ -98,8 +99,8 @@ profile read_profile(const profile_options& options, const kernel_set& set, bool
     const perf_script_summary& text = read.text;
     if (text.bad_lines != 0) {
         print_error(fmt::format(
-            "{}:{}: not a line of the text of perf script -F pid,time,event,period,ip{}",
-            input_name(options.file()), text.first_bad_line,
+            "{}:{}: not a line of perf script -F pid,time,event,period,ip{}", input_name(options.file()),
+            text.first_bad_line,
             text.bad_lines == 1 ? "" : fmt::format(", as {} in all; they are skipped", text.bad_lines)));
         had_errors = true;
     }

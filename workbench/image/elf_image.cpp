@@ -46,7 +46,7 @@ struct image_layout {
     std::uint64_t end;
 };
 
-/// The mappings, one behind the other in the file behind its headers. Those that share a page, as two calls
+/// The mappings, one after the other in the file, after its headers. Those that share a page, as two calls
 /// of the finaliser never do, become one.
 image_layout make_layout(const kernel_set& set)
 {
@@ -72,14 +72,14 @@ image_layout make_layout(const kernel_set& set)
     return layout;
 }
 
-/// Where in the file an address lies; behind the headers for one of an empty kernel in no segment.
+/// Where in the file an address lies; after the headers for one of an empty kernel in no segment.
 std::uint64_t file_offset(const image_layout& layout, std::uint64_t address)
 {
-    const auto behind = std::upper_bound(layout.segments.begin(), layout.segments.end(), address,
-                                         [](std::uint64_t a, const segment& s) { return a < s.begin; });
-    if (behind == layout.segments.begin() || address > behind[-1].end)
+    const auto after = std::upper_bound(layout.segments.begin(), layout.segments.end(), address,
+                                        [](std::uint64_t a, const segment& s) { return a < s.begin; });
+    if (after == layout.segments.begin() || address > after[-1].end)
         return layout.headers_end;
-    return behind[-1].file_offset + (address - behind[-1].begin);
+    return after[-1].file_offset + (address - after[-1].begin);
 }
 
 struct section_bytes {
@@ -346,7 +346,7 @@ linked_image make_image(const kernel_set& set, const linked_set& linked)
         throw std::runtime_error(std::strerror(errno));
     std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
     if (read_at(file, bytes.data(), bytes.size(), 0) != bytes.size())
-        throw std::runtime_error("the image became shorter while it was read");
+        throw std::runtime_error("the image shrank while it was read");
     const std::string build_id = set_build_id(bytes, note);
     return {std::move(bytes), build_id};
 }

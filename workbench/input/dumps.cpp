@@ -48,7 +48,7 @@ struct elf_section {
 
 constexpr std::string_view text_prefix = ".text.";
 constexpr std::size_t longest_name = 65536;
-constexpr char long_names[] = "its names are too long for its size";
+constexpr char long_names[] = "names are too long for the file's size";
 
 bool starts_with(std::string_view text, std::string_view prefix)
 {
@@ -64,12 +64,12 @@ void check_header(Elf* elf)
 {
     GElf_Ehdr header;
     if (elf_kind(elf) != ELF_K_ELF || gelf_getehdr(elf, &header) == nullptr)
-        throw std::runtime_error("not an ELF file, or a cut one");
+        throw std::runtime_error("truncated, or not an ELF file");
     if (header.e_ident[EI_CLASS] != ELFCLASS64 || header.e_ident[EI_DATA] != ELFDATA2LSB ||
         header.e_machine != EM_AARCH64)
         throw std::runtime_error("not an ELF file for little-endian AArch64");
     if (header.e_type != ET_REL)
-        throw std::runtime_error("not a relocatable object, as a dump is");
+        throw std::runtime_error("not a relocatable object");
 }
 
 std::vector<elf_section> read_sections(Elf* elf, budget& names_left)
@@ -99,7 +99,7 @@ Elf_Data* contents(const elf_section& section)
     Elf_Data* const data = elf_getdata(section.handle, nullptr);
     if (data == nullptr || (data->d_buf == nullptr && data->d_size != 0) ||
         data->d_size != section.header.sh_size)
-        throw std::runtime_error(fmt::format("section {} lies beyond the end of the file", section.index));
+        throw std::runtime_error(fmt::format("section {} extends past the end of the file", section.index));
     return data;
 }
 
@@ -138,10 +138,10 @@ void read_relocations(Elf* elf, const elf_section& section, std::vector<tessjit:
             fail_with_elf_error("bad relocation");
         if (symbols == nullptr ||
             gelf_getsym(symbols, static_cast<int>(GELF_R_SYM(rela.r_info)), &symbol) == nullptr)
-            throw std::runtime_error("a relocation of a symbol that is not there");
+            throw std::runtime_error("a relocation's symbol does not exist");
         const char* const name = elf_strptr(elf, symbol_header.sh_link, symbol.st_name);
         if (name == nullptr)
-            throw std::runtime_error("a relocation of a symbol without a name");
+            throw std::runtime_error("a relocation's symbol has no name");
         const std::size_t length = strnlen(name, longest_name + 1);
         names.take(length, long_names);
         relocs.push_back(
@@ -155,7 +155,7 @@ void read_relocations(Elf* elf, const elf_section& section, std::vector<tessjit:
 std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
 {
     if (size < sizeof(Elf64_Ehdr))
-        throw std::runtime_error("not an ELF file, or a cut one");
+        throw std::runtime_error("truncated, or not an ELF file");
     elf_version(EV_CURRENT);
     // libelf takes a pointer to writable bytes, but writes only if told to.
     const std::unique_ptr<Elf, elf_closer> elf(
@@ -184,7 +184,7 @@ std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
         } else if (starts_with(section.name, data_prefix)) {
             const auto owner = by_name.find(section.name.substr(data_prefix.size()));
             if (owner == by_name.end() || has_data[owner->second])
-                throw std::runtime_error(fmt::format("section {} of no kernel", section.index));
+                throw std::runtime_error(fmt::format("section {} belongs to no kernel", section.index));
             has_data[owner->second] = true;
             placed_kernel& kernel = kernels[owner->second];
             kernel.data_address = section.header.sh_addr;
@@ -195,16 +195,16 @@ std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
         }
     }
     if (kernels.empty())
-        throw std::runtime_error("no kernel in it");
+        throw std::runtime_error("no kernel found");
     if (std::find(has_data.begin(), has_data.end(), false) != has_data.end())
-        throw std::runtime_error("a kernel without its section of data");
+        throw std::runtime_error("a kernel has no data section");
 
     for (const elf_section& section : sections) {
         if (section.header.sh_type != SHT_RELA)
             continue;
         const auto owner = by_text_section.find(section.header.sh_info);
         if (owner == by_text_section.end())
-            throw std::runtime_error("relocations of no kernel's code");
+            throw std::runtime_error("relocations for a section that is not a kernel's code");
         bytes.take(section.header.sh_size, "sections that overlap in the file");
         read_relocations(elf.get(), section, kernels[owner->second].relocs, names);
     }
@@ -239,10 +239,10 @@ file_kind read_file(const std::string& path, std::vector<placed_kernel>& kernels
     if (read_at(file->descriptor, magic, SELFMAG, 0) != SELFMAG || std::memcmp(magic, ELFMAG, SELFMAG) != 0)
         return file_kind::not_elf;
     if (size > largest)
-        throw std::runtime_error("larger than 1 GiB, which no dump is");
+        throw std::runtime_error("file exceeds the 1 GiB limit for dumps");
     buffer.resize(size);
     if (read_at(file->descriptor, buffer.data(), size, 0) != size)
-        throw std::runtime_error("became shorter while it was read");
+        throw std::runtime_error("file shrank while it was read");
     Elf64_Half type = ET_REL;
     if (size >= offsetof(Elf64_Ehdr, e_type) + sizeof type)
         std::memcpy(&type, buffer.data() + offsetof(Elf64_Ehdr, e_type), sizeof type);

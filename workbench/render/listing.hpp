@@ -12,7 +12,7 @@
 
 namespace vorna::workbench {
 
-/// One row: an instruction word, or, behind the last whole word of a text, a byte.
+/// One row: an instruction word, or, after the last whole word of the code, a byte.
 struct listing_row {
     std::size_t offset = 0; ///< in the kernel's text
     std::size_t size = 4;   ///< bytes

@@ -291,7 +291,7 @@ TEST_F(CheckCommand, FindsNothing)
     dump(placed("callee", 0x1000, 0x1080, {ret()}));
     const child_result result = check({"."});
     EXPECT_EQ(result.exit_status, 0);
-    EXPECT_EQ(result.out, "1 kernel, 0 relocations: nothing found\n");
+    EXPECT_EQ(result.out, "1 kernel, 0 relocations: no findings\n");
     EXPECT_EQ(result.err, "");
 }
 
@@ -436,8 +436,8 @@ TEST_F(CheckCommand, TakesDirectoriesWithoutDumpsForTrouble)
     const child_result one = check({"none"});
     EXPECT_EQ(one.exit_status, 2);
     EXPECT_EQ(one.out, "");
-    EXPECT_EQ(one.err, "vorna-kernels: none: no dumps in it\n");
-    EXPECT_EQ(check({"none", ".", "--format=json"}).err, "vorna-kernels: none, .: no dumps in it\n");
+    EXPECT_EQ(one.err, "vorna-kernels: none: no dumps found\n");
+    EXPECT_EQ(check({"none", ".", "--format=json"}).err, "vorna-kernels: none, .: no dumps found\n");
     dump(placed("k", 0x1000, 0x1080, {ret()}));
     EXPECT_EQ(check({"none", "."}).exit_status, 0);
 }

@@ -159,30 +159,31 @@ TEST(BaselineText, IsRefusedWithTheLineThatIsWrong)
     const std::string good = "a " + hashes + " 5\n";
     EXPECT_EQ(refusal(head + good), "");
     EXPECT_EQ(refusal(head), "");
-    EXPECT_EQ(refusal(""), "line 1: not \"vorna-kernels baseline 1\", as a baseline begins");
-    EXPECT_EQ(refusal("vorna-kernels baseline 2\n" + good),
-              "line 1: not \"vorna-kernels baseline 1\", as a baseline begins");
-    EXPECT_EQ(refusal("vorna-kernels baseline 1"), "line 1: the file is cut");
-    EXPECT_EQ(refusal(head + good.substr(0, good.size() - 1)), "line 2: the file is cut");
-    EXPECT_EQ(refusal(head + good + "\n"), "line 3: not a name, three hashes and a number");
-    EXPECT_EQ(refusal(head + "a b " + hashes + " 5\n"), "line 2: not a name, three hashes and a number");
-    EXPECT_EQ(refusal(head + " " + hashes + " 5\n"), "line 2: not a name, three hashes and a number");
+    EXPECT_EQ(refusal(""), "line 1: expected \"vorna-kernels baseline 1\"");
+    EXPECT_EQ(refusal("vorna-kernels baseline 2\n" + good), "line 1: expected \"vorna-kernels baseline 1\"");
+    EXPECT_EQ(refusal("vorna-kernels baseline 1"), "line 1: truncated");
+    EXPECT_EQ(refusal(head + good.substr(0, good.size() - 1)), "line 2: truncated");
+    EXPECT_EQ(refusal(head + good + "\n"), "line 3: expected a name, three hashes and a number");
+    EXPECT_EQ(refusal(head + "a b " + hashes + " 5\n"), "line 2: expected a name, three hashes and a number");
+    EXPECT_EQ(refusal(head + " " + hashes + " 5\n"), "line 2: expected a name, three hashes and a number");
     EXPECT_EQ(refusal(head + "a " + hashes.substr(1) + " 5\n"),
-              "line 2: a hash that is not 32 hexadecimal digits");
+              "line 2: expected hashes of 32 hexadecimal digits");
     EXPECT_EQ(refusal(head + "a A" + hashes.substr(1) + " 5\n"),
-              "line 2: a hash that is not 32 hexadecimal digits");
+              "line 2: expected hashes of 32 hexadecimal digits");
     std::string line = head;
     line.append("a ").append(hashes).append(" ");
     for (const char* number : {"", "-5", "5x", "0x5", "99999999999999999999"})
-        EXPECT_EQ(refusal(line + number + "\n"), "line 2: a number of instructions that is none");
-    EXPECT_EQ(refusal(head + "a\\n " + hashes + " 5\n"), "line 2: an escape that is not \\x and two digits");
-    EXPECT_EQ(refusal(head + "a\\x6 " + hashes + " 5\n"), "line 2: an escape that is not \\x and two digits");
-    EXPECT_EQ(refusal(head + "a\\x41 " + hashes + " 5\n"),
-              "line 2: a name that is not written as it would be");
-    EXPECT_EQ(refusal(head + good + good), "line 3: a is in line 2 already");
+        EXPECT_EQ(refusal(line + number + "\n"), "line 2: invalid number of instructions");
+    EXPECT_EQ(refusal(head + "a\\n " + hashes + " 5\n"),
+              "line 2: invalid escape, expected \\x and two digits");
+    EXPECT_EQ(refusal(head + "a\\x6 " + hashes + " 5\n"),
+              "line 2: invalid escape, expected \\x and two digits");
+    EXPECT_EQ(refusal(head + "a\\x41 " + hashes + " 5\n"), "line 2: name not in canonical form");
+    EXPECT_EQ(refusal(head + good + good), "line 3: duplicate kernel a, first in line 2");
     for (const char* marker : {"<<<<<<< HEAD\n", "||||||| 1a2b3c4\n", "=======\n", ">>>>>>> change\n",
                                ">>>>>>> 1a2b3c4 (Turn the other way)\n"})
-        EXPECT_EQ(refusal(std::string(head).append(marker).append(good)), "line 2: a conflict of a merge");
+        EXPECT_EQ(refusal(std::string(head).append(marker).append(good)),
+                  "line 2: unresolved merge conflict");
     EXPECT_EQ(refusal(head + "======= " + hashes + " 5\n"), "") << "a kernel's name";
 }
 
@@ -279,15 +280,16 @@ TEST_F(BaselineCommand, NeverMakesAMissingBaselineUnasked)
     const child_result check = run({"check", "base", "dumps"});
     EXPECT_EQ(check.exit_status, 2);
     EXPECT_EQ(check.out, "");
-    EXPECT_EQ(check.err,
-              "vorna-kernels: base: no such file; vorna-kernels baseline bless base dumps --all makes it\n");
+    EXPECT_EQ(
+        check.err,
+        "vorna-kernels: base: no such file; create it with: vorna-kernels baseline bless base dumps --all\n");
     EXPECT_EQ(run({"bless", "base", "dumps", "a"}).exit_status, 2);
     EXPECT_FALSE(std::filesystem::exists(directory.path() / "base"));
 
     const child_result bless = run({"bless", "base", "dumps", "--all"});
     EXPECT_EQ(bless.exit_status, 0) << bless;
     EXPECT_EQ(bless.out, "a: added, 2 instructions\nb: added, 2 instructions\nc: added, 1 instruction\n"
-                         "base: made, 3 kernels\n");
+                         "base: created, 3 kernels\n");
     EXPECT_THAT(text(),
                 MatchesRegex("vorna-kernels baseline 1\na ([0-9a-f]{32} ){3}2\nb ([0-9a-f]{32} ){3}2\n"
                              "c ([0-9a-f]{32} ){3}1\n"));
@@ -369,7 +371,7 @@ TEST_F(BaselineCommand, AcceptsTheNamedKernelsOnly)
               "to accept: vorna-kernels baseline bless base dumps b d\n");
     EXPECT_EQ(run({"bless", "base", "dumps", "--all"}).exit_status, 0);
     EXPECT_EQ(run({"check", "base", "dumps"}).exit_status, 0);
-    EXPECT_EQ(run({"bless", "base", "dumps", "--all"}).out, "base: nothing to change\n");
+    EXPECT_EQ(run({"bless", "base", "dumps", "--all"}).out, "base: no changes\n");
 }
 
 TEST_F(BaselineCommand, RefusesWhatWouldLoseSomething)
@@ -385,13 +387,14 @@ TEST_F(BaselineCommand, RefusesWhatWouldLoseSomething)
         EXPECT_EQ(result.out, "");
         EXPECT_EQ(text(), before);
     };
-    expect_refusal({"bless", "base", "dumps"}, "which kernels? Name them, or --all\n");
-    expect_refusal({"bless", "base", "dumps", "a", "--all"}, "either kernels or --all\n");
+    expect_refusal({"bless", "base", "dumps"}, "give names of kernels, or --all\n");
+    expect_refusal({"bless", "base", "dumps", "a", "--all"}, "give either names of kernels or --all\n");
     expect_refusal({"bless", "base", "dumps", "wfta"},
-                   "no kernel wfta in the baseline or the dumps; the nearest");
-    expect_refusal({"bless", "base", "dumps", "--all"},
-                   "CI is set, and a baseline is blessed by a person; --force does it all the same\n",
-                   "true");
+                   "no kernel wfta in the baseline or the dumps; did you mean");
+    expect_refusal(
+        {"bless", "base", "dumps", "--all"},
+        "CI is set in the environment, and a baseline should be blessed by a person; override with --force\n",
+        "true");
     expect_refusal({"bless", "base", "none", "--all"}, "none: No such file or directory\n");
     std::filesystem::create_directory(directory.path() / "empty");
     expect_refusal({"bless", "base", "empty", "--all"}, "empty: no dump");
@@ -402,7 +405,7 @@ TEST_F(BaselineCommand, RefusesWhatWouldLoseSomething)
 
     support::write_file(directory.path() / "base", before + "<<<<<<< HEAD\n");
     EXPECT_EQ(run({"bless", "base", "dumps", "--all"}).err,
-              "vorna-kernels: base: line 5: a conflict of a merge\n");
+              "vorna-kernels: base: line 5: unresolved merge conflict\n");
     EXPECT_EQ(run({"check", "base", "dumps"}).exit_status, 2);
     EXPECT_EQ(text(), before + "<<<<<<< HEAD\n");
     support::write_file(directory.path() / "base", before);
@@ -441,7 +444,8 @@ TEST_F(BaselineCommand, KeepsListingsBesideIt)
     const std::vector<std::string> bless = {"bless", "base", "dumps", "--all", "--listing=listings"};
     const child_result among_dumps = run({"bless", "base", "dumps", "--all", "--listing=./dumps"});
     EXPECT_EQ(among_dumps.exit_status, 2);
-    EXPECT_EQ(among_dumps.err, "vorna-kernels: ./dumps: is the directory of the dumps\n");
+    EXPECT_EQ(among_dumps.err,
+              "vorna-kernels: ./dumps: is the directory of the dumps, which cannot hold listings\n");
     dump("../up", {a64::ret()}, {}, {}, "other");
     std::filesystem::rename(directory.path() / "up", directory.path() / "dumps" / "up");
     ASSERT_EQ(run(bless).exit_status, 0);
@@ -466,9 +470,9 @@ TEST_F(BaselineCommand, KeepsListingsBesideIt)
     support::write_file(directory.path() / "listings" / "a.txt", listing);
     std::filesystem::remove(directory.path() / "listings" / "c.txt");
     EXPECT_EQ(run(check).exit_status, 1);
-    EXPECT_EQ(run(check).out, "base:3: a: same, but its listing is another\n"
+    EXPECT_EQ(run(check).out, "base:3: a: same, but its listing is out of date\n"
                               "base:5: c: same, but its listing is missing\n"
-                              "4 kernels: 4 same; 2 listings not up to date\n"
+                              "4 kernels: 4 same; 2 listings out of date\n"
                               "to accept: vorna-kernels baseline bless --listing=listings base dumps a c\n");
     ASSERT_EQ(run({"bless", "--listing=listings", "base", "dumps", "a", "c"}).exit_status, 0);
     EXPECT_EQ(run(check).exit_status, 0);

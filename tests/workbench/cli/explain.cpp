@@ -263,7 +263,7 @@ TEST_F(Explain, EndsWithTwoInTroubleAndStillExplains)
     std::filesystem::create_directory(directory_.path() / "none");
     const child_result none = explain({"log", "--dumps", "none"});
     EXPECT_EQ(none.out, explained_without_dumps);
-    EXPECT_EQ(none.err, "vorna-kernels: none: no dumps in it\n");
+    EXPECT_EQ(none.err, "vorna-kernels: none: no dumps found\n");
     EXPECT_EQ(none.exit_status, 2);
 
     write_dump();

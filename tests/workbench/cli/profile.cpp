@@ -245,7 +245,7 @@ TEST_F(ProfileCommand, SaysInOneLineWhatIsWrong)
     expect_error({"dumps", "--perf-script=other"},
                  "other: dumps and profile are of different runs: no process maps the memory of the kernels");
     std::filesystem::create_directory(directory.path() / "empty");
-    expect_error({"empty", "--perf-script=text"}, "empty: no dumps in it");
+    expect_error({"empty", "--perf-script=text"}, "empty: no dumps found");
 }
 
 TEST_F(ProfileCommand, ShowsWhatItCanBesidesTrouble)
@@ -255,8 +255,8 @@ TEST_F(ProfileCommand, ShowsWhatItCanBesidesTrouble)
     EXPECT_EQ(result.exit_status, 2);
     EXPECT_EQ(
         result.err,
-        "vorna-kernels: text:9: not a line of the text of perf script -F pid,time,event,period,ip, as 2 in "
-        "all; they are skipped\nvorna-kernels: no kernel wfta_124 in the dumps; the nearest name is wfta_12\n");
+        "vorna-kernels: text:9: not a line of perf script -F pid,time,event,period,ip, as 2 in "
+        "all; they are skipped\nvorna-kernels: no kernel wfta_124 in the dumps; did you mean wfta_12?\n");
     EXPECT_THAT(result.out, HasSubstr("\nwfta_12, 3 samples"));
 }
 

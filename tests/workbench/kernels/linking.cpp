@@ -480,7 +480,7 @@ TEST(Link, WritesTheImageOfTheOtherDumpsWhereOneIsBad)
     write_file(directory.path() / "bad", "\177ELF");
     const child_result link = vorna_kernels({"link", ".", "-o", "image"}, directory.path());
     EXPECT_EQ(link.exit_status, 2);
-    EXPECT_EQ(link.err, "vorna-kernels: ./bad: not an ELF file, or a cut one\n");
+    EXPECT_EQ(link.err, "vorna-kernels: ./bad: truncated, or not an ELF file\n");
     EXPECT_EQ(read_sections(contents(directory.path() / "image"))[".text.k"].contents,
               to_string(code({a64::ret()})));
 }
@@ -502,9 +502,9 @@ TEST(Link, LeavesOtherFilesAlone)
     ASSERT_EQ(stat("/dev/null", &status), 0);
     EXPECT_TRUE(S_ISCHR(status.st_mode));
 
-    EXPECT_EQ(error_of("k", "./k"), "vorna-kernels: ./k: is one of the dumps\n");
+    EXPECT_EQ(error_of("k", "./k"), "vorna-kernels: ./k: is one of the dumps; not overwritten\n");
     std::filesystem::create_directory(directory.path() / "none");
-    EXPECT_EQ(error_of("none", "image"), "vorna-kernels: none: no dumps in it\n");
+    EXPECT_EQ(error_of("none", "image"), "vorna-kernels: none: no dumps found\n");
     write_file(directory.path() / "kept", "kept");
     write_dumps(directory.path() / "none",
                 {placed("wide", 0x10000, {a64::ret()}, {}, 0x10000'00000000, {1})});

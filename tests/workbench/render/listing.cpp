@@ -672,7 +672,7 @@ TEST_F(ShowCommand, NamesTheNearestOfANameThatIsNotThere)
 {
     const child_result show = this->show({"calle", "caller"});
     EXPECT_EQ(show.exit_status, 2);
-    EXPECT_EQ(show.err, "vorna-kernels: no kernel calle in the dumps; the nearest name is caller\n");
+    EXPECT_EQ(show.err, "vorna-kernels: no kernel calle in the dumps; did you mean caller?\n");
     EXPECT_THAT(show.out, testing::StartsWith("caller  0x10000"));
 }
 
@@ -694,7 +694,7 @@ TEST_F(ShowCommand, SaysThatThereAreNoDumps)
     const child_result show = run_tool({VORNA_KERNELS, "show", "none"}, directory.path());
     EXPECT_EQ(show.exit_status, 2);
     EXPECT_EQ(show.out, "");
-    EXPECT_EQ(show.err, "vorna-kernels: none: no dumps in it\n");
+    EXPECT_EQ(show.err, "vorna-kernels: none: no dumps found\n");
 }
 
 } // namespace

@@ -442,8 +442,8 @@ TEST_F(ReportCommand, LeavesTheOldPageInTrouble)
         directory.path() / "other",
         "    7     1.000000: PERF_RECORD_MMAP2 7/7: [0x90000(0x1000) @ 0x90000 00:00 0 0]: rwxp //anon\n"
         "    7     1.100000:        300 cycles:u:             90000\n");
-    expect_error({"none", "-o", "page.html"}, "none: no dumps in it");
-    expect_error({"dumps", "-o", "page.html", "--against=none"}, "none: no dumps in it");
+    expect_error({"none", "-o", "page.html"}, "none: no dumps found");
+    expect_error({"dumps", "-o", "page.html", "--against=none"}, "none: no dumps found");
     const child_result other = run({"dumps", "-o", "page.html", "--perf-script=other"});
     EXPECT_EQ(other.exit_status, 2);
     EXPECT_THAT(other.err, MatchesRegex("vorna-kernels: other: [^\n]+\n"));
@@ -459,10 +459,11 @@ TEST_F(ReportCommand, DoesNotWriteThePageOverWhatItReads)
     for (const char* const dumps : {"dumps", "before"}) {
         const std::string dump = dumps + ("/" + *names_in(directory.path() / dumps).begin());
         const std::string bytes = contents(directory.path() / dump);
-        expect_error({"dumps", "--against=before", "-o", dump}, dump + ": is one of the dumps");
+        expect_error({"dumps", "--against=before", "-o", dump},
+                     dump + ": is one of the dumps; not overwritten");
         EXPECT_EQ(contents(directory.path() / dump), bytes);
     }
-    expect_error({"dumps", "--perf-script=text", "-o", "./text"}, "./text: is the profile");
+    expect_error({"dumps", "--perf-script=text", "-o", "./text"}, "./text: is the profile; not overwritten");
     EXPECT_EQ(contents(directory.path() / "text"), "some words\n");
 }
 
@@ -492,7 +493,7 @@ TEST_F(ReportCommand, RefusesDumpsOfTwoRuns)
 TEST_F(ReportCommand, RefusesArgumentsThatDoNotGoTogether)
 {
     expect_error({"dumps"}, "--output is required");
-    expect_error({"dumps", "-o", "page.html", "--event=cycles"}, "--event: there is no profile");
+    expect_error({"dumps", "-o", "page.html", "--event=cycles"}, "--event: requires a profile");
     expect_error({"dumps", "-o", "page.html", "--perf-data=a", "--perf-script=b"},
                  "--perf-data excludes --perf-script");
 }

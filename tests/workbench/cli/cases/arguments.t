@@ -1,13 +1,13 @@
 No command, or one that there is not:
 
   $ vorna-kernels
-  vorna-kernels: a command is required; vorna-kernels --help lists them
+  vorna-kernels: no command given; run vorna-kernels --help
   [2]
   $ vorna-kernels shwo
-  vorna-kernels: shwo is no command; vorna-kernels --help lists them
+  vorna-kernels: unknown command 'shwo'; run vorna-kernels --help
   [2]
   $ vorna-kernels baseline chekc
-  vorna-kernels: chekc is no command; vorna-kernels baseline --help lists them
+  vorna-kernels: unknown command 'chekc'; run vorna-kernels baseline --help
   [2]
 
 An argument that is missing, or wrong:
@@ -22,7 +22,7 @@ An argument that is missing, or wrong:
   vorna-kernels: --color: blue not in {always,never,auto}
   [2]
   $ vorna-kernels show . --colour=always
-  vorna-kernels: The following argument was not expected: --colour=always
+  vorna-kernels: unexpected argument '--colour=always'; run vorna-kernels show --help
   [2]
 
 The version:

@@ -17,10 +17,10 @@
 A baseline is made on request only:
 
   $ vorna-kernels baseline check base dumps
-  vorna-kernels: base: no such file; vorna-kernels baseline bless base dumps --all makes it
+  vorna-kernels: base: no such file; create it with: vorna-kernels baseline bless base dumps --all
   [2]
   $ vorna-kernels baseline bless base dumps a
-  vorna-kernels: base: no such file; --all makes it
+  vorna-kernels: base: no such file; create it with --all
   [2]
   $ ls base
   ls: cannot access 'base': No such file or directory
@@ -29,7 +29,7 @@ A baseline is made on request only:
   a: added, 2 instructions
   b: added, 2 instructions
   c: added, 1 instruction
-  base: made, 3 kernels
+  base: created, 3 kernels
   $ cat base
   vorna-kernels baseline 1
   a a220069fbb74b2316fc015916fe82bbe 99aa06d3014798d86001c324468d497f 1d85e13540b8f55dacbcf3ae8a39cd07 2
@@ -38,7 +38,7 @@ A baseline is made on request only:
   $ vorna-kernels baseline check base dumps
   3 kernels: 3 same
   $ vorna-kernels baseline bless base dumps --all
-  base: nothing to change
+  base: no changes
 
 Kernels that changed, that were added and that were removed:
 
@@ -188,37 +188,37 @@ The command to accept changes is quoted for the shell:
 What would lose something is refused, and changes nothing:
 
   $ vorna-kernels baseline bless base dumps
-  vorna-kernels: which kernels? Name them, or --all
+  vorna-kernels: give names of kernels, or --all
   [2]
   $ vorna-kernels baseline bless base dumps a --all
-  vorna-kernels: either kernels or --all
+  vorna-kernels: give either names of kernels or --all
   [2]
   $ vorna-kernels baseline bless base dumps wfta
-  vorna-kernels: no kernel wfta in the baseline or the dumps; the nearest name is a
+  vorna-kernels: no kernel wfta in the baseline or the dumps; did you mean a?
   [2]
   $ CI=true vorna-kernels baseline bless base changed --all
-  vorna-kernels: CI is set, and a baseline is blessed by a person; --force does it all the same
+  vorna-kernels: CI is set in the environment, and a baseline should be blessed by a person; override with --force
   [2]
   $ vorna-kernels baseline bless base none --all
   vorna-kernels: none: No such file or directory
   [2]
   $ mkdir empty
   $ vorna-kernels baseline bless base empty --all
-  vorna-kernels: empty: no dumps in it
+  vorna-kernels: empty: no dumps found
   [2]
   $ cp -r dumps truncated
   $ head -c 100 dumps/a > truncated/a
   $ vorna-kernels baseline bless base truncated --all
-  vorna-kernels: truncated/a: no kernel in it
-  vorna-kernels: base: left as it was, since dumps could not be read
+  vorna-kernels: truncated/a: no kernel found
+  vorna-kernels: base: not changed, because some dumps could not be read
   [2]
   $ cmp base first
   $ echo '<<<<<<< HEAD' >> base
   $ vorna-kernels baseline bless base dumps --all
-  vorna-kernels: base: line 5: a conflict of a merge
+  vorna-kernels: base: line 5: unresolved merge conflict
   [2]
   $ vorna-kernels baseline check base dumps
-  vorna-kernels: base: line 5: a conflict of a merge
+  vorna-kernels: base: line 5: unresolved merge conflict
   [2]
   $ tail -n 1 base
   <<<<<<< HEAD
@@ -231,7 +231,7 @@ What would lose something is refused, and changes nothing:
 The others are compared when a dump cannot be read:
 
   $ vorna-kernels baseline check base truncated
-  vorna-kernels: truncated/a: no kernel in it
+  vorna-kernels: truncated/a: no kernel found
   base:2: a: not in the dumps, 2 instructions
   3 kernels: 2 same, 1 removed
   to accept: vorna-kernels baseline bless base truncated a
@@ -240,7 +240,7 @@ The others are compared when a dump cannot be read:
 Listings beside the baseline:
 
   $ vorna-kernels baseline bless base dumps --all --listing=./dumps
-  vorna-kernels: ./dumps: is the directory of the dumps
+  vorna-kernels: ./dumps: is the directory of the dumps, which cannot hold listings
   [2]
   $ make_dumps dumps <<'END'
   > kernel a
@@ -288,9 +288,9 @@ The same instruction in other words is the same, another instruction is not:
   $ sed -i 's/d2800020/d2800040/' listings/a.txt
   $ rm listings/c.txt
   $ vorna-kernels baseline check base dumps --listing=listings
-  base:3: a: same, but its listing is another
+  base:3: a: same, but its listing is out of date
   base:5: c: same, but its listing is missing
-  4 kernels: 4 same; 2 listings not up to date
+  4 kernels: 4 same; 2 listings out of date
   to accept: vorna-kernels baseline bless --listing=listings base dumps a c
   [1]
   $ vorna-kernels baseline bless --listing=listings base dumps a c

@@ -10,7 +10,7 @@ Nothing is wrong:
   >     ret
   > END
   $ vorna-kernels check good
-  2 kernels, 1 relocation: nothing found
+  2 kernels, 1 relocation: no findings
 
 Errors. Those that end the process are of the kernel that was placed last:
 

@@ -38,8 +38,8 @@ A difference, and findings:
   >     b k
   > END
   $ vorna-kernels diff --color=always dumps after
-  kernel  class  instructions  bytes of code  of constants
-  \x1b[1mk     \x1b[0m  \x1b[1;31mcode \x1b[0m  1             4              0 (esc)
+  kernel  class  instructions  code bytes  constant bytes
+  \x1b[1mk     \x1b[0m  \x1b[1;31mcode \x1b[0m  1             4           0 (esc)
   0 same
   
   \x1b[1m--- k (before)\x1b[0m (esc)

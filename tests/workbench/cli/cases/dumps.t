@@ -10,8 +10,8 @@ What commands take for dumps:
 The nearest names of kernels that are not there; the others are shown:
 
   $ vorna-kernels show dumps wfta_short_5 wfta_shrt_4 wfta_short_4
-  vorna-kernels: no kernel wfta_short_5 in the dumps; the nearest name is wfta_short_3
-  vorna-kernels: no kernel wfta_shrt_4 in the dumps; the nearest name is wfta_short_4
+  vorna-kernels: no kernel wfta_short_5 in the dumps; did you mean wfta_short_3?
+  vorna-kernels: no kernel wfta_shrt_4 in the dumps; did you mean wfta_short_4?
   wfta_short_4  0x10020  4 bytes, 1 instruction
    +00  d65f03c0  ret
   [2]
@@ -20,16 +20,16 @@ A file that is there twice is read once:
 
   $ ln -s wfta_short_3 dumps/link
   $ vorna-kernels check dumps dumps/wfta_short_4
-  2 kernels, 0 relocations: nothing found
+  2 kernels, 0 relocations: no findings
 
 Files that are not ELF files are skipped, and named on request:
 
   $ echo text > dumps/notes
   $ vorna-kernels check dumps
-  2 kernels, 0 relocations: nothing found
+  2 kernels, 0 relocations: no findings
   $ vorna-kernels check --verbose dumps
-  vorna-kernels: passed over: dumps/notes: not an ELF file
-  2 kernels, 0 relocations: nothing found
+  vorna-kernels: skipped: dumps/notes: not an ELF file
+  2 kernels, 0 relocations: no findings
   $ vorna-kernels check dumps/notes
   vorna-kernels: dumps/notes: not an ELF file
   [2]
@@ -38,7 +38,7 @@ A file that cannot be read does not keep the others from being read:
 
   $ head -c 100 dumps/wfta_short_3 > dumps/bad
   $ vorna-kernels show dumps
-  vorna-kernels: dumps/bad: no kernel in it
+  vorna-kernels: dumps/bad: no kernel found
   wfta_short_3  0x10000  4 bytes, 1 instruction
    +00  d65f03c0  ret
   
@@ -48,7 +48,7 @@ A file that cannot be read does not keep the others from being read:
   $ : > dumps/bad
   $ vorna-kernels check dumps
   vorna-kernels: dumps/bad: empty
-  2 kernels, 0 relocations: nothing found
+  2 kernels, 0 relocations: no findings
   [2]
   $ rm dumps/bad dumps/link
 

@@ -212,7 +212,7 @@ A log or dumps that cannot be read:
   [2]
   $ head -c 100 dumps/answer > truncated
   $ vorna-kernels explain log --dumps truncated
-  vorna-kernels: truncated: no kernel in it
+  vorna-kernels: truncated: no kernel found
   answer+0x8: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]
       log    log:1
       cause  the offset points at ldr w0, [x0]
@@ -221,7 +221,7 @@ A log or dumps that cannot be read:
   [2]
   $ mkdir none
   $ vorna-kernels explain log --dumps none
-  vorna-kernels: none: no dumps in it
+  vorna-kernels: none: no dumps found
   answer+0x8: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]
       log    log:1
       cause  the offset points at ldr w0, [x0]

@@ -1,185 +1,184 @@
 What each command says of itself:
 
   $ vorna-kernels --help
-  Looks at generated kernels: at their dumps, of which a host writes one a kernel into its
-  current directory when VORNA_WFTA_DUMP_KERNEL is set in its environment (to nothing, for
-  all kernels), and at what the finaliser said when it ended a process.
-  Usage: vorna-kernels [OPTIONS] SUBCOMMAND
+  Inspects generated kernels. A host dumps its kernels into its current directory when
+  VORNA_WFTA_DUMP_KERNEL is set in its environment; set it to nothing to dump all of them.
+  Usage: vorna-kernels [OPTIONS] COMMAND
   
   Options:
-    -h,--help                   Print this help message and exit
-    --version                   Display program version information and exit
+    -h,--help                   Print this help and exit
+    --version                   Print the version and exit
   
-  Subcommands:
-    explain                     Say what a process that the finaliser ended died of
-    check                       Find what is wrong with kernels: exit status 1 with errors
-    show                        List kernels as they run, with names and constants
-    link                        Make one image of all kernels at their addresses, for gdb and perf
-    objdump                     Stand in for objdump, so that perf annotate shows kernels
-    diff                        What a change did to kernels, wherever they were placed
-    baseline                    Compare kernels with a file under version control
-    profile                     Where the time goes, from what perf recorded
-    report                      Make one page to look at, an HTML file
+  Commands:
+    explain                     Explain why the finaliser aborted a process
+    check                       Check kernels for mistakes
+    show                        Disassemble kernels, with names and constants
+    link                        Link kernels into one ELF image, for gdb and perf
+    objdump                     Stand in for objdump, so that perf annotate can show kernels
+    diff                        Compare two sets of kernels, wherever they are placed
+    baseline                    Compare kernels with a baseline under version control
+    profile                     Show where the time goes, from a recording of perf
+    report                      Write an HTML page about all kernels
   
   To start, in an empty directory:
-    VORNA_WFTA_DUMP_KERNEL= HOST 2>../log     dumps each kernel that HOST makes, before it is linked
-    vorna-kernels explain ../log --dumps .    if the finaliser ended HOST: where, why, what to do
-    vorna-kernels check .                     anything else that is wrong with the kernels
-    vorna-kernels show . KERNEL               its instructions, with names and constants
+    VORNA_WFTA_DUMP_KERNEL= HOST 2>../log     dump every kernel that HOST generates
+    vorna-kernels explain ../log --dumps .    if the finaliser aborted HOST: where, why, what to do
+    vorna-kernels check .                     find other mistakes in the kernels
+    vorna-kernels show . KERNEL               disassemble a kernel, with names and constants
   
-  Exit status: 0 nothing found, 1 found, 2 error. Each command has a --help of its own.
+  Exit status: 0 success, 1 findings, 2 error. For more, run vorna-kernels COMMAND --help.
 
   $ vorna-kernels explain --help
-  Say what a process that the finaliser ended died of
+  Explain why the finaliser aborted a process
   Usage: vorna-kernels explain [OPTIONS] [LOG]
   
-  Positionals:
-    LOG                         What the process wrote to stderr; standard input without, or -
+  Arguments:
+    LOG                         The process's stderr (default, and with -: standard input)
   
   Options:
-    -h,--help                   Print this help message and exit
-    --dumps DUMPS               Directory of the dumps that it wrote, or one dump
-    --format {text,json}        How results are printed; text without
-    --color {always,never,auto} When in colour; auto, on a terminal, without
-    --verbose                   Name the files that are passed over
+    -h,--help                   Print this help and exit
+    --dumps DUMPS               The process's dumps: a directory, or one dump
+    --format {text,json}        Output format (default: text)
+    --color {always,never,auto} Use colour (default: auto, on a terminal)
+    --verbose                   Report skipped files
   
-  Exit status: 0 explained, 1 no report in the input, 2 error.
+  Exit status: 0 explained, 1 no abort message in the log, 2 error.
 
   $ vorna-kernels check --help
-  Find what is wrong with kernels: exit status 1 with errors
+  Check kernels for mistakes
   Usage: vorna-kernels check [OPTIONS] DUMPS...
   
-  Positionals:
-    DUMPS                       Directories of dumps, or dumps, of one process
+  Arguments:
+    DUMPS                       Directories of dumps, or dumps, all of one process
   
   Options:
-    -h,--help                   Print this help message and exit
-    --strict                    Warnings are found too: exit status 1
-    --format {text,json,github} How results are printed; text without
-    --color {always,never,auto} When in colour; auto, on a terminal, without
-    --verbose                   Name the files that are passed over
+    -h,--help                   Print this help and exit
+    --strict                    Exit with 1 on warnings as well
+    --format {text,json,github} Output format (default: text)
+    --color {always,never,auto} Use colour (default: auto, on a terminal)
+    --verbose                   Report skipped files
   
-  Exit status: 0 nothing found, 1 found, 2 error. Each command has a --help of its own.
+  Exit status: 0 no errors, 1 errors found, 2 dumps could not be read.
 
   $ vorna-kernels show --help
-  List kernels as they run, with names and constants
+  Disassemble kernels, with names and constants
   Usage: vorna-kernels show [OPTIONS] DUMPS [KERNEL...]
   
-  Positionals:
+  Arguments:
     DUMPS                       Directory of dumps, or one dump
-    KERNEL                      Names of kernels; all of them without
+    KERNEL                      Kernels to show (default: all)
   
   Options:
-    -h,--help                   Print this help message and exit
-    --unlinked                  As generated, without relocations
-    --format {text,json}        How results are printed; text without
-    --color {always,never,auto} When in colour; auto, on a terminal, without
-    --verbose                   Name the files that are passed over
+    -h,--help                   Print this help and exit
+    --unlinked                  Show the code as generated, before relocations are applied
+    --format {text,json}        Output format (default: text)
+    --color {always,never,auto} Use colour (default: auto, on a terminal)
+    --verbose                   Report skipped files
   
-  Exit status: 0 shown, 2 error.
+  Exit status: 0 success, 2 error.
 
   $ vorna-kernels link --help
-  Make one image of all kernels at their addresses, for gdb and perf
+  Link kernels into one ELF image, for gdb and perf
   Usage: vorna-kernels link -o IMAGE [OPTIONS] DUMPS
   
-  Positionals:
+  Arguments:
     DUMPS                       Directory of dumps, or one dump
   
   Options:
-    -h,--help                   Print this help message and exit
-    -o,--output IMAGE           The file to write
-    --format {text,json}        How results are printed; text without
-    --color {always,never,auto} When in colour; auto, on a terminal, without
-    --verbose                   Name the files that are passed over
+    -h,--help                   Print this help and exit
+    -o,--output IMAGE           Image to write
+    --format {text,json}        Output format (default: text)
+    --color {always,never,auto} Use colour (default: auto, on a terminal)
+    --verbose                   Report skipped files
   
-  Exit status: 0 linked, 1 linked, with findings, 2 error.
+  Exit status: 0 complete image, 1 incomplete image, 2 error.
 
   $ vorna-kernels objdump --help
-  Stand in for objdump, so that perf annotate shows kernels
+  Stand in for objdump, so that perf annotate can show kernels
   Usage: vorna-kernels objdump --image IMAGE [OPTIONS]
   
   Options:
-    --help                      Print this help message and exit
-    --image IMAGE               Image that link made, in the place of a perf map (*.map)
-    --objdump PROGRAM           The real program; without it, one that knows the machine of the file
+    --help                      Print this help and exit
+    --image IMAGE               Image written by link, read in place of a perf map (*.map)
+    --objdump PROGRAM           objdump to run (default: one that supports the file's machine)
   
     perf annotate --objdump='vorna-kernels objdump --image=IMAGE'
-  Everything behind these options goes to objdump.
+  All other arguments are passed to objdump.
 
   $ vorna-kernels diff --help
-  What a change did to kernels, wherever they were placed
+  Compare two sets of kernels, wherever they are placed
   Usage: vorna-kernels diff [OPTIONS] OLD NEW [KERNEL...]
   
-  Positionals:
-    OLD                         Directory of dumps, or one dump, before the change
-    NEW                         The same after it
-    KERNEL                      Kernels to compare; all without
+  Arguments:
+    OLD                         Dumps before the change: a directory, or one dump
+    NEW                         Dumps after the change
+    KERNEL                      Kernels to compare (default: all)
   
   Options:
-    -h,--help                   Print this help message and exit
+    -h,--help                   Print this help and exit
     --ignore {layout,registers,order}
-                                Classes to take for the same, with commas between
-    --limit N                   Changed kernels to show in detail, the smallest first; 10 without
+                                Classes to treat as same, separated by commas
+    --limit N                   Changed kernels to show in detail, smallest first (default: 10)
     --format {text,json,github,markdown}
-                                How results are printed; text without
-    --color {always,never,auto} When in colour; auto, on a terminal, without
-    --verbose                   Name the files that are passed over
+                                Output format (default: text)
+    --color {always,never,auto} Use colour (default: auto, on a terminal)
+    --verbose                   Report skipped files
   
-  Exit status: 0 all the same, 1 different, 2 error.
+  Exit status: 0 all same, 1 differences, 2 error.
 
   $ vorna-kernels baseline --help
-  Compare kernels with a file under version control
-  Usage: vorna-kernels baseline [OPTIONS] SUBCOMMAND
+  Compare kernels with a baseline under version control
+  Usage: vorna-kernels baseline [OPTIONS] COMMAND
   
   Options:
-    -h,--help                   Print this help message and exit
+    -h,--help                   Print this help and exit
   
-  Subcommands:
-    check                       Tell which kernels are not as the baseline has them
-    bless                       Accept kernels as they are now, in the baseline
+  Commands:
+    check                       Report kernels that differ from the baseline
+    bless                       Accept kernels as they are now
   
-  Exit status: 0 nothing found, 1 found, 2 error. Each command has a --help of its own.
+  Exit status: 0 success, 1 findings, 2 error. For more, run vorna-kernels COMMAND --help.
 
   $ vorna-kernels profile --help
-  Where the time goes, from what perf recorded
+  Show where the time goes, from a recording of perf
   Usage: vorna-kernels profile [OPTIONS] DUMPS [KERNEL...]
   
-  Positionals:
+  Arguments:
     DUMPS                       Directory of dumps, or one dump
-    KERNEL                      Kernels to list (default: the one with most time)
+    KERNEL                      Kernels to show in detail (default: the hottest one)
   
   Options:
-    -h,--help                   Print this help message and exit
-    --perf-data FILE            What perf record wrote
-    --perf-script FILE          Or the text of perf script; - is standard input
-    --event EVENT               Event, as perf names it (default: the one with most samples)
-    --format {text,json}        How results are printed; text without
-    --color {always,never,auto} When in colour; auto, on a terminal, without
-    --verbose                   Name the files that are passed over
+    -h,--help                   Print this help and exit
+    --perf-data FILE            Recording made by perf record
+    --perf-script FILE          Output of perf script instead; - for standard input
+    --event EVENT               Event to show (default: the one with most samples)
+    --format {text,json}        Output format (default: text)
+    --color {always,never,auto} Use colour (default: auto, on a terminal)
+    --verbose                   Report skipped files
   
-  The text for --perf-script is made by
+  Make the input of --perf-script with
     perf script -F pid,time,event,period,ip -G --show-mmap-events --show-task-events
   Exit status: 0 samples in kernels, 1 none, 2 error.
 
   $ vorna-kernels report --help
-  Make one page to look at, an HTML file
+  Write an HTML page about all kernels
   Usage: vorna-kernels report -o FILE.html [OPTIONS] DUMPS
   
-  Positionals:
+  Arguments:
     DUMPS                       Directory of dumps, or one dump
   
   Options:
-    -h,--help                   Print this help message and exit
-    -o,--output FILE.html       The page: one file, to be opened from anywhere
-    --perf-data FILE            What perf record wrote
-    --perf-script FILE          Or the text of perf script; - is standard input
-    --event EVENT               Event, as perf names it (default: the one with most samples)
-    --against OLD               Dumps from before a change, to be compared with
-    --format {text,json}        How results are printed; text without
-    --color {always,never,auto} When in colour; auto, on a terminal, without
-    --verbose                   Name the files that are passed over
+    -h,--help                   Print this help and exit
+    -o,--output FILE.html       Page to write, one self-contained file
+    --perf-data FILE            Recording made by perf record
+    --perf-script FILE          Output of perf script instead; - for standard input
+    --event EVENT               Event to show (default: the one with most samples)
+    --against OLD               Dumps before a change, to compare with
+    --format {text,json}        Output format (default: text)
+    --color {always,never,auto} Use colour (default: auto, on a terminal)
+    --verbose                   Report skipped files
   
-  Exit status: 0 done, 2 error.
+  Exit status: 0 success, 2 error.
 
 No line is wider than 100 columns:
 

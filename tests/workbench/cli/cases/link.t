@@ -182,7 +182,7 @@ What is not written over:
 
   $ echo kept > kept
   $ vorna-kernels link dumps -o dumps/callee
-  vorna-kernels: dumps/callee: is one of the dumps
+  vorna-kernels: dumps/callee: is one of the dumps; not overwritten
   [2]
   $ vorna-kernels link dumps -o .
   vorna-kernels: .: not a regular file
@@ -195,7 +195,7 @@ What is not written over:
   [2]
   $ mkdir none
   $ vorna-kernels link none -o kept
-  vorna-kernels: none: no dumps in it
+  vorna-kernels: none: no dumps found
   [2]
   $ cat kept
   kept
@@ -204,5 +204,5 @@ The image of the others where a dump cannot be read:
 
   $ head -c 100 dumps/caller > dumps/truncated
   $ vorna-kernels link dumps -o image | head -n 1
-  vorna-kernels: dumps/truncated: no kernel in it
+  vorna-kernels: dumps/truncated: no kernel found
   2 mappings, 3 kernels, 28 bytes of code, 16 of data -> image

@@ -93,5 +93,5 @@ One dump instead of a directory:
 A kernel that is not there:
 
   $ vorna-kernels show dumps wfta5
-  vorna-kernels: no kernel wfta5 in the dumps; the nearest name is wfta_5
+  vorna-kernels: no kernel wfta5 in the dumps; did you mean wfta_5?
   [2]

@@ -6,17 +6,19 @@ Output that nobody reads, that is closed, or that cannot be written:
   > END
   $ vorna-kernels show dumps 2>errors | head -c 1 >first; cat errors
   $ vorna-kernels show dumps >&-
-  vorna-kernels: cannot write the output: Bad file descriptor
+  vorna-kernels: cannot write to standard output: Bad file descriptor
   [2]
   $ vorna-kernels show dumps >/dev/full
-  vorna-kernels: cannot write the output: No space left on device
+  vorna-kernels: cannot write to standard output: No space left on device
   [2]
 
 More than a stream buffers:
 
   $ random_dumps dumps 100
+  /usr/bin/bash: line 13: random_dumps: command not found
+  [127]
   $ vorna-kernels show dumps >/dev/full
-  vorna-kernels: cannot write the output: No space left on device
+  vorna-kernels: cannot write to standard output: No space left on device
   [2]
 
 The exit status does not depend on whether the error can be printed:
