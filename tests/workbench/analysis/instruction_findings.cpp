@@ -14,7 +14,6 @@ namespace {
 using namespace support;
 using namespace support::a64;
 using vorna::wfta::checked_kernel;
-using vorna::wfta::finding_severity;
 using vorna::wfta::kernel_data;
 using vorna::wfta::kernel_finding;
 using vorna::wfta::relocation_target;

@@ -414,7 +414,7 @@ TEST(Profile, KeepsWhatTheTextSaysBesides)
 TEST(Profile, HasThePeriodOfEachRowOfAListing)
 {
     kernel_profile made;
-    for (const std::uint64_t offset : {0, 3, 4, 9, 10, 10})
+    for (const std::uint64_t offset : std::initializer_list<std::uint64_t>{0, 3, 4, 9, 10, 10})
         made.rows.push_back({offset, {1, 1 + offset}});
     EXPECT_EQ(periods_by_row(made, 11), (std::vector<std::uint64_t>{5, 5, 0, 10, 22}));
 }

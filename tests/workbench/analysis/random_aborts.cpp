@@ -110,7 +110,7 @@ private:
         std::int32_t offset = 0;
         do {
             offset = static_cast<std::int32_t>(4 * number(0, kernel.text.size() / 4 - 1));
-        } while (taken.count(offset) != 0);
+        } while (taken.contains(offset));
         return offset;
     }
 
