@@ -214,9 +214,6 @@ private:
             abort(id, reloc().name, message_of(id, relocation_subject(reloc())), advised(find));
             return std::nullopt;
         };
-        const auto help = [](std::string text) {
-            return [text](const relocation_site&) { return advice{{}, text}; };
-        };
         switch (target.state) {
         case where::foreign_data:
             return refuse(finding_id::foreign_data, [&](const relocation_site& site) {
@@ -228,8 +225,7 @@ private:
                 return advise_unknown_target(site, similar_.of(reloc().name));
             });
         case where::later:
-            return refuse(finding_id::callee_order,
-                          help("place " + quoted(reloc().name) + " before " + quoted(*k.name)));
+            return refuse(finding_id::callee_order, advise_callee_order);
         case where::unknown:
             add(finding_id::unknown_target, severity::note, false, reloc().name,
                 not_dumped_message(relocation_subject(reloc())),
@@ -240,8 +236,7 @@ private:
             break;
         }
         if (target.address == 0)
-            return refuse(finding_id::null_target,
-                          help("leave empty kernels without relocations, and no null in the registry"));
+            return refuse(finding_id::null_target, advise_null_target);
         return target;
     }
 

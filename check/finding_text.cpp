@@ -250,6 +250,16 @@ advice advise_foreign_data(const relocation_site& site, bool owner_exists)
     return {own.note.empty() ? cause : cause + "; " + own.note, own.help};
 }
 
+advice advise_callee_order(const relocation_site& site)
+{
+    return {"", "place " + quoted(site.reloc().name) + " before " + quoted(site.kernel)};
+}
+
+advice advise_null_target(const relocation_site& /*site*/)
+{
+    return {"", "leave empty kernels without relocations, and no null in the registry"};
+}
+
 advice advise_unhandled_type(const relocation_site& site)
 {
     const unsupported_type* const known = find_unsupported_type(site.reloc().type);

@@ -64,6 +64,8 @@ std::string duplicate_name_message(const std::string& first);
 /// `similar` is the name of a kernel that the target may be a misspelling of; empty if there is none.
 advice advise_unknown_target(const relocation_site& site, const std::string& similar);
 advice advise_foreign_data(const relocation_site& site, bool owner_exists);
+advice advise_callee_order(const relocation_site& site);
+advice advise_null_target(const relocation_site& site);
 advice advise_unhandled_type(const relocation_site& site);
 advice advise_field_filled(const relocation_site& site);
 advice advise_opcode(const relocation_site& site);

@@ -1,13 +1,12 @@
 // Any log is read, in pieces of any size, and every report in it is explained, with and without dumps.
 
-#include "workbench/analysis/abort_explanation.hpp"
+#include "workbench/analysis/diagnose_abort.hpp"
 
 #include <algorithm>
 #include <cstdlib>
 #include <elf.h>
 #include <string_view>
 
-using vorna::workbench::abort_explanation;
 using vorna::workbench::abort_log;
 using vorna::workbench::dumps_of_process;
 using vorna::workbench::placed_kernel;
@@ -44,14 +43,14 @@ static dumps_of_process make_dumps()
 static void require_same(const abort_log& a, const abort_log& b)
 {
     require(a.reports.size() == b.reports.size() && a.more_reports == b.more_reports);
-    require(a.listings.size() == b.listings.size());
+    require(a.registries.size() == b.registries.size());
     for (std::size_t i = 0; i < a.reports.size(); ++i)
         require(a.reports[i].id == b.reports[i].id && a.reports[i].line == b.reports[i].line);
-    for (std::size_t i = 0; i < a.listings.size(); ++i) {
-        const auto& kernels = a.listings[i].kernels;
-        require(kernels.size() == b.listings[i].kernels.size());
+    for (std::size_t i = 0; i < a.registries.size(); ++i) {
+        const auto& kernels = a.registries[i].kernels;
+        require(kernels.size() == b.registries[i].kernels.size());
         for (std::size_t k = 0; k < kernels.size(); ++k)
-            require(kernels[k].name == b.listings[i].kernels[k].name);
+            require(kernels[k].name == b.registries[i].kernels[k].name);
     }
 }
 
@@ -73,10 +72,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         require(line < report.line &&
                 report.line <= 1U + static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')));
         line = report.line;
-        require(!report.listing || report.listing_begin <= log.listings.at(*report.listing).kernels.size());
+        require(!report.registry ||
+                report.registry_begin <= log.registries.at(*report.registry).kernels.size());
         for (const dumps_of_process* known : {&no_dumps, &dumps}) {
-            const abort_explanation found = explain_report(log, report, *known);
-            require(!found.message.empty() && !found.cause.empty() && !found.advice.empty());
+            const auto found = locate_abort(log, report, *known);
+            const auto diagnosis = diagnose_abort(found, known->set);
+            require(!diagnosis.message.empty() && !diagnosis.help.empty());
             require(!found.dump || *found.dump < known->set.kernels.size());
             require(!found.relocation || *found.relocation < known->set.kernels[*found.dump].relocs.size());
         }

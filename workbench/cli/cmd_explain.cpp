@@ -1,4 +1,5 @@
-#include "workbench/analysis/abort_explanation.hpp"
+#include "workbench/analysis/diagnose_abort.hpp"
+#include "workbench/analysis/locate_abort.hpp"
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/json.hpp"
 #include "workbench/input/abort_log.hpp"
@@ -27,6 +28,11 @@ struct explain_options {
     common_options common;
     std::string log = "-";
     std::string dumps;
+};
+
+struct explanation {
+    abort_location location;
+    abort_diagnosis diagnosis;
 };
 
 /// A line of the log that tells of a signal which an instruction raises: a kernel's, perhaps.
@@ -73,19 +79,20 @@ read_log read_log_file(const std::string& path)
 }
 
 // A log without a report: the finaliser has not ended the process, but a kernel may have.
-void print_way_on(const explain_options& options, const std::string& log_name,
-                  const std::optional<crash_line>& crash)
+void print_no_report(const explain_options& options, const std::string& log_name,
+                     const std::optional<crash_line>& crash)
 {
     const std::string dumps = options.dumps.empty() ? "DUMPS" : printable(options.dumps);
     fmt::print("no report of an abort in {}\n", printable(log_name));
     if (crash)
-        fmt::print("    found  {}:{}: {}\n", printable(log_name), crash->number, printable(crash->text));
-    fmt::print("    cause  {}\n",
-               crash ? "an instruction raised the signal, perhaps a kernel's"
-                     : "the finaliser did not end it; a kernel that crashes leaves no report");
-    fmt::print("    do     vorna-kernels check {0}\n"
-               "           vorna-kernels link {0} -o kernels.elf\n"
-               "           gdb HOST CORE -ex 'add-symbol-file kernels.elf' -ex bt -ex 'x/i $pc'\n",
+        fmt::print("note: an instruction raised a signal, perhaps a kernel's\n"
+                   "  --> {}:{}: {}\n",
+                   printable(log_name), crash->number, printable(crash->text));
+    else
+        fmt::print("note: the finaliser did not abort the process; a kernel that crashes leaves no report\n");
+    fmt::print("help: vorna-kernels check {0}\n"
+               "      vorna-kernels link {0} -o kernels.elf\n"
+               "      gdb HOST CORE -ex 'add-symbol-file kernels.elf' -ex bt -ex 'x/i $pc'\n",
                dumps);
 }
 
@@ -101,7 +108,7 @@ std::vector<std::int64_t> times_of_files(const kernel_set& set)
 }
 
 // The refused instruction between its neighbours.
-void print_instructions(const kernel_set& set, const abort_explanation& found, bool colour_enabled)
+void print_instructions(const kernel_set& set, const abort_location& found, bool colour_enabled)
 {
     if (set.kernels[*found.dump].text.size() > largest_listing)
         return;
@@ -123,35 +130,38 @@ void print_instructions(const kernel_set& set, const abort_explanation& found, b
     }
 }
 
-void print_text(const dumps_of_process& dumps, const abort_explanation& found, const std::string& log_name,
+// "answer+0x8, relocation 2 of 2 (log:1)"
+std::string place_of(const abort_location& at, const kernel_set& dumps, const std::string& log_name)
+{
+    const std::string line = fmt::format("{}:{}", printable(log_name), at.line);
+    if (!at.kernel)
+        return line;
+    std::string place = at.offset ? place_text(*at.kernel, *at.offset) : place_text(*at.kernel);
+    if (at.dump && at.relocation)
+        place +=
+            fmt::format(", relocation {} of {}", *at.relocation + 1, dumps.kernels[*at.dump].relocs.size());
+    return fmt::format("{} ({})", place, line);
+}
+
+void print_text(const kernel_set& dumps, const explanation& found, const std::string& log_name,
                 const common_options& options)
 {
-    const bool colour_enabled = use_color(options);
-    const std::string line = fmt::format("{}:{}", printable(log_name), found.line);
-    const std::string place = !found.kernel  ? line
-                              : found.offset ? place_text(*found.kernel, *found.offset)
-                                             : place_text(*found.kernel);
-    fmt::print("{}: {}: {}{}\n", colorize(place, color::bold, colour_enabled),
-               colorize("error", color::red, colour_enabled), found.message,
-               found.report.empty() ? "" : fmt::format(" [{}]", found.report));
-    if (found.dump && found.offset)
-        print_instructions(dumps.set, found, colour_enabled);
-    if (found.dump && found.relocation) {
-        const std::vector<tessjit::reloc_info>& relocs = dumps.set.kernels[*found.dump].relocs;
-        const tessjit::reloc_info& reloc = relocs[*found.relocation];
-        fmt::print("    relocation {} of {}: {} {} {}, type {}, offset {}\n", *found.relocation + 1,
-                   relocs.size(), printable(reloc.name), reloc.addend < 0 ? '-' : '+',
-                   std::abs(std::int64_t{reloc.addend}), reloc.type, reloc.offset);
-    }
-    for (const relocation_place& fit : found.fits)
-        fmt::print("    fits   relocation {} at {}\n", *fit.relocation + 1,
-                   place_text(fit.kernel, fit.offset));
-    for (const std::string& note : found.notes)
-        fmt::print("    note   {}\n", note);
-    if (found.kernel)
-        fmt::print("    log    {}\n", line);
-    fmt::print("    cause  {}\n", found.cause);
-    fmt::print("    do     {}\n", found.advice);
+    const bool colored = use_color(options);
+    const abort_location& at = found.location;
+    fmt::print("{}: {}{}\n", colorize("error", color::red, colored),
+               colorize(found.diagnosis.message, color::bold, colored),
+               at.report.empty() ? "" : fmt::format(" [{}]", at.report));
+    fmt::print("  --> {}\n", place_of(at, dumps, log_name));
+    if (at.dump && at.offset)
+        print_instructions(dumps, at, colored);
+    for (const relocation_match& match : at.matches)
+        fmt::print("note: relocation {} at {} matches\n", match.relocation + 1,
+                   place_text(match.kernel, match.offset));
+    for (const std::string& note : at.notes)
+        fmt::print("note: {}\n", note);
+    if (!found.diagnosis.cause.empty())
+        fmt::print("note: {}\n", found.diagnosis.cause);
+    fmt::print("help: {}\n", found.diagnosis.help);
 }
 
 template <typename Value>
@@ -160,35 +170,41 @@ json or_null(const std::optional<Value>& value)
     return value ? json(*value) : json(nullptr);
 }
 
-json to_json(const abort_explanation& found)
+json or_null(const std::string& text)
 {
+    return text.empty() ? json(nullptr) : json(text);
+}
+
+json to_json(const explanation& found)
+{
+    const abort_location& at = found.location;
     json object;
-    object["report"] = found.report.empty() ? json(nullptr) : json(found.report);
-    object["kernel"] = or_null(found.kernel);
-    object["offset"] = or_null(found.offset);
-    object["relocation"] = or_null(found.relocation);
-    object["type"] = or_null(found.type);
-    object["target"] = or_null(found.target);
-    object["addend"] = or_null(found.target_offset);
-    object["distance"] = or_null(found.distance);
-    object["range"] = found.limit ? json::array({found.limit->least, found.limit->greatest}) : json(nullptr);
-    object["cause"] = found.cause.empty() ? json(nullptr) : json(found.cause);
-    object["help"] = found.advice.empty() ? json(nullptr) : json(found.advice);
-    object["message"] = found.message.empty() ? json(nullptr) : json(found.message);
-    object["line"] = found.line == 0 ? json(nullptr) : json(found.line);
-    object["notes"] = found.notes;
+    object["report"] = or_null(at.report);
+    object["kernel"] = or_null(at.kernel);
+    object["offset"] = or_null(at.offset);
+    object["relocation"] = or_null(at.relocation);
+    object["type"] = or_null(at.type);
+    object["target"] = or_null(at.target);
+    object["addend"] = or_null(at.addend);
+    object["distance"] = or_null(at.distance);
+    object["range"] = at.range ? json::array({at.range->least, at.range->greatest}) : json(nullptr);
+    object["cause"] = or_null(found.diagnosis.cause);
+    object["help"] = or_null(found.diagnosis.help);
+    object["message"] = or_null(found.diagnosis.message);
+    object["line"] = at.line == 0 ? json(nullptr) : json(at.line);
+    object["notes"] = at.notes;
     object["fits"] = json::array();
-    for (const relocation_place& fit : found.fits)
+    for (const relocation_match& match : at.matches)
         object["fits"].push_back(
-            {{"kernel", fit.kernel}, {"relocation", or_null(fit.relocation)}, {"offset", fit.offset}});
+            {{"kernel", match.kernel}, {"relocation", match.relocation}, {"offset", match.offset}});
     return object;
 }
 
 // The first report's members stand at the top, those of further ones in "more".
-void print_explanations(const std::vector<abort_explanation>& explanations)
+void print_explanations(const std::vector<explanation>& explanations)
 {
     json document;
-    document.update(to_json(explanations.empty() ? abort_explanation() : explanations.front()));
+    document.update(to_json(explanations.empty() ? explanation() : explanations.front()));
     document["more"] = json::array();
     for (std::size_t i = 1; i < explanations.size(); ++i)
         document["more"].push_back(to_json(explanations[i]));
@@ -209,16 +225,19 @@ int explain(const explain_options& options)
         dumps.written = times_of_files(dumps.set);
     }
 
-    std::vector<abort_explanation> explanations;
-    for (const abort_report& report : log.reports)
-        explanations.push_back(explain_report(log, report, dumps));
+    std::vector<explanation> explanations;
+    for (const abort_report& report : log.reports) {
+        abort_location location = locate_abort(log, report, dumps);
+        abort_diagnosis diagnosis = diagnose_abort(location, dumps.set);
+        explanations.push_back({std::move(location), std::move(diagnosis)});
+    }
     if (options.common.format == "json") {
         print_explanations(explanations);
     } else {
-        for (const abort_explanation& found : explanations)
-            print_text(dumps, found, name, options.common);
+        for (const explanation& found : explanations)
+            print_text(dumps.set, found, name, options.common);
         if (explanations.empty())
-            print_way_on(options, name, crash);
+            print_no_report(options, name, crash);
         else if (log.more_reports == 0)
             fmt::print("{}\n", pluralize(explanations.size(), "report"));
         else

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t most_reports = 100;
 constexpr std::size_t longest_line = std::size_t{128} << 10;
-constexpr std::size_t most_listing_bytes = std::size_t{128} << 20;
+constexpr std::size_t most_registry_bytes = std::size_t{128} << 20;
 
 constexpr std::string_view message_begin = "resolving R_AARCH64_";
 constexpr std::string_view source_file = "kernel_printer";
@@ -22,7 +22,8 @@ constexpr std::string_view emit_signature =
     "void emit_single(vorna::wfta::kernel_registry_map&, const string&, uint8_t*, size_t, const uint8_t*, size_t, const std::vector<tessjit::reloc_info>&)";
 constexpr std::string_view resolve_signature =
     "void resolve_relocation(const string&, uint8_t*, const uint8_t*, const tessjit::reloc_info&, vorna::wfta::kernel_registry_map&)";
-constexpr std::string_view listing_signature = "void debug_dump_kernels_and_fail(const kernel_registry_map&)";
+constexpr std::string_view registry_signature =
+    "void debug_dump_kernels_and_fail(const kernel_registry_map&)";
 
 struct assertion {
     std::string_view id;
@@ -37,7 +38,7 @@ constexpr assertion assertions[] = {
     {"foreign-data", resolve_signature, "reloc.name.substr(8) == fn_name"},
     {"null-target", resolve_signature, "target_addr"},
     {"unhandled-type", resolve_signature, "false && \"unhandled reloc type\""},
-    {"", listing_signature, "false"},
+    {"", registry_signature, "false"},
 };
 
 // glibc's "program: file:line: function: Assertion `expression' failed.", whose words a locale translates, or
@@ -127,8 +128,8 @@ bool parse_registered_kernel(std::string_view& line, registered_kernel& kernel)
                         : digits.skip("0x") && digits.take_hexadecimal(number)) &&
                digits.at_end();
     };
-    if (!take_last(kernel.data_length, false) || !take_last(kernel.data_address, true) ||
-        !take_last(kernel.text_length, false) || !take_last(kernel.text_address, true) ||
+    if (!take_last(kernel.extent.data_size, false) || !take_last(kernel.extent.data_address, true) ||
+        !take_last(kernel.extent.text_size, false) || !take_last(kernel.extent.text_address, true) ||
         !text.skip_last(" \t"))
         return false;
     line = text.rest();
@@ -192,7 +193,7 @@ struct abort_log_reader::implementation {
         }
         // A message after an assertion is another process's.
         if (!open_ || assertions_ != 0) {
-            log_.listings.emplace_back();
+            log_.registries.emplace_back();
             messages_ = 0;
             assertions_ = 0;
         }
@@ -200,8 +201,8 @@ struct abort_log_reader::implementation {
         ++messages_;
         prefix_ = line.substr(0, at);
         name_begin_.clear();
-        report.listing = log_.listings.size() - 1;
-        report.listing_begin = log_.listings.back().kernels.size();
+        report.registry = log_.registries.size() - 1;
+        report.registry_begin = log_.registries.back().kernels.size();
         add_report(std::move(report));
         return true;
     }
@@ -212,7 +213,7 @@ struct abort_log_reader::implementation {
             if (!is_assertion(line, wanted))
                 continue;
             if (wanted.id.empty() && open_) {
-                log_.listings.back().complete = listing_bytes_ <= most_listing_bytes;
+                log_.registries.back().complete = registry_bytes_ <= most_registry_bytes;
                 open_ = ++assertions_ < messages_;
                 return true;
             }
@@ -273,9 +274,9 @@ struct abort_log_reader::implementation {
         kernel.name = std::move(name_begin_);
         kernel.name += line;
         name_begin_.clear();
-        listing_bytes_ += sizeof kernel + kernel.name.size();
-        if (listing_bytes_ <= most_listing_bytes)
-            log_.listings.back().kernels.push_back(std::move(kernel));
+        registry_bytes_ += sizeof kernel + kernel.name.size();
+        if (registry_bytes_ <= most_registry_bytes)
+            log_.registries.back().kernels.push_back(std::move(kernel));
     }
 
     line_reader lines_{longest_line};
@@ -284,7 +285,7 @@ struct abort_log_reader::implementation {
     bool open_ = false; // a message's registry dump may follow
     std::size_t messages_ = 0;
     std::size_t assertions_ = 0;
-    std::size_t listing_bytes_ = 0;
+    std::size_t registry_bytes_ = 0;
     std::string prefix_;
     std::string name_begin_; // the lines of a name so far, each with its newline
 };

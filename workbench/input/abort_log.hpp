@@ -2,6 +2,7 @@
 #pragma once
 
 #include "check/relocation.hpp"
+#include "workbench/kernels/kernel_set.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -16,14 +17,11 @@ namespace vorna::workbench {
 /// A kernel, from a line of the registry dump. The name ends at its first NUL byte.
 struct registered_kernel {
     std::string name;
-    std::uint64_t text_address = 0;
-    std::uint64_t text_length = 0;
-    std::uint64_t data_address = 0;
-    std::uint64_t data_length = 0;
+    kernel_extent extent;
 };
 
 /// A registry dump, which is between a message and its assertion.
-struct registry_listing {
+struct registry_dump {
     std::vector<registered_kernel> kernels; ///< in the log's order
     bool complete = false;                  ///< the assertion was found after it, and all lines were kept
 };
@@ -52,15 +50,15 @@ struct abort_report {
     std::optional<filled_message> filled;
     std::optional<range_message> range;
     std::optional<std::size_t>
-        listing;                   ///< index in abort_log::listings; reports of several threads share one
-    std::size_t listing_begin = 0; ///< index of the first kernel in it after the message
+        registry;                   ///< index in abort_log::registries; reports of several threads share one
+    std::size_t registry_begin = 0; ///< index of the first kernel in it after the message
 };
 
 /// What a log holds.
 struct abort_log {
     std::vector<abort_report> reports; ///< in the log's order, 100 at most
     std::size_t more_reports = 0;      ///< number of further ones, which were skipped
-    std::vector<registry_listing> listings;
+    std::vector<registry_dump> registries;
 };
 
 /// Reads a log in pieces.

@@ -10,36 +10,60 @@ static constexpr std::uint64_t page_size = 4096; // the smallest on AArch64
 
 // All code of a mapping precedes all of its data. So a kernel whose code starts after another kernel's data
 // starts a new mapping.
-static bool continues_mapping(const kernel_mapping& mapping, const placed_kernel& kernel)
+static bool continues_mapping(const kernel_mapping& mapping, const kernel_extent& kernel)
 {
     return kernel.text_address < mapping.data_begin ||
-           (kernel.text.empty() && kernel.text_address == mapping.data_begin);
+           (kernel.text_size == 0 && kernel.text_address == mapping.data_begin);
+}
+
+bool lies_before(const kernel_extent& a, const kernel_extent& b)
+{
+    // A kernel without code is where the one placed after it begins.
+    return std::tie(a.text_address, a.data_address, a.text_size) <
+           std::tie(b.text_address, b.data_address, b.text_size);
+}
+
+mapping_partition find_mappings(const std::vector<kernel_extent>& kernels)
+{
+    mapping_partition found;
+    found.mapping_of.reserve(kernels.size());
+    for (const kernel_extent& kernel : kernels) {
+        if (found.mappings.empty() || !continues_mapping(found.mappings.back(), kernel)) {
+            const std::uint64_t begin = kernel.text_address & ~(page_size - 1);
+            found.mappings.push_back({begin, kernel.data_address, begin});
+        }
+        kernel_mapping& mapping = found.mappings.back();
+        mapping.data_begin = std::min(mapping.data_begin, kernel.data_address);
+        if (kernel.text_size != 0)
+            mapping.end = std::max(mapping.end, kernel.text_address + kernel.text_size);
+        if (kernel.data_size != 0)
+            mapping.end = std::max(mapping.end, kernel.data_address + kernel.data_size);
+        found.mapping_of.push_back(found.mappings.size() - 1);
+    }
+    return found;
+}
+
+kernel_extent extent_of(const placed_kernel& kernel)
+{
+    return {kernel.text_address, kernel.text.size(), kernel.data_address, kernel.data.size()};
 }
 
 kernel_set make_kernel_set(std::vector<placed_kernel> kernels)
 {
     kernel_set set;
     set.kernels = std::move(kernels);
-    // A kernel without code is where the next one begins.
-    std::stable_sort(set.kernels.begin(), set.kernels.end(), [](const auto& a, const auto& b) {
-        return std::make_tuple(a.text_address, a.data_address, a.text.size()) <
-               std::make_tuple(b.text_address, b.data_address, b.text.size());
-    });
+    std::stable_sort(set.kernels.begin(), set.kernels.end(),
+                     [](const auto& a, const auto& b) { return lies_before(extent_of(a), extent_of(b)); });
+    std::vector<kernel_extent> extents;
+    extents.reserve(set.kernels.size());
+    for (const placed_kernel& kernel : set.kernels)
+        extents.push_back(extent_of(kernel));
+    mapping_partition found = find_mappings(extents);
+    set.mappings = std::move(found.mappings);
     set.by_name.reserve(set.kernels.size());
     for (std::size_t i = 0; i < set.kernels.size(); ++i) {
-        placed_kernel& kernel = set.kernels[i];
-        if (set.mappings.empty() || !continues_mapping(set.mappings.back(), kernel)) {
-            const std::uint64_t begin = kernel.text_address & ~(page_size - 1);
-            set.mappings.push_back({begin, kernel.data_address, begin});
-        }
-        kernel_mapping& mapping = set.mappings.back();
-        mapping.data_begin = std::min(mapping.data_begin, kernel.data_address);
-        if (!kernel.text.empty())
-            mapping.end = std::max(mapping.end, kernel.text_end());
-        if (!kernel.data.empty())
-            mapping.end = std::max(mapping.end, kernel.data_end());
-        kernel.mapping = set.mappings.size() - 1;
-        set.by_name.emplace(kernel.name, i);
+        set.kernels[i].mapping = found.mapping_of[i];
+        set.by_name.emplace(set.kernels[i].name, i);
     }
     set.callers.resize(set.kernels.size());
     for (std::size_t i = 0; i < set.kernels.size(); ++i) {

@@ -45,6 +45,28 @@ struct kernel_mapping {
     std::uint64_t end = 0;        ///< past the last byte of code or constants; `begin` if there is none
 };
 
+/// Where a kernel lies.
+struct kernel_extent {
+    std::uint64_t text_address = 0;
+    std::uint64_t text_size = 0;
+    std::uint64_t data_address = 0;
+    std::uint64_t data_size = 0;
+};
+
+/// Whether a kernel lies before another. Within a mapping this is the order in which kernels are placed.
+bool lies_before(const kernel_extent& a, const kernel_extent& b);
+
+kernel_extent extent_of(const placed_kernel& kernel);
+
+/// Which kernels share a mapping.
+struct mapping_partition {
+    std::vector<kernel_mapping> mappings; ///< ascending
+    std::vector<std::size_t> mapping_of;  ///< of each kernel the index of its mapping
+};
+
+/// Finds out which kernels share a mapping. They must be in the order of lies_before.
+mapping_partition find_mappings(const std::vector<kernel_extent>& kernels);
+
 /// Placed kernels of one process, sorted by code address, then data address. Within a mapping that is the
 /// order in which they were placed.
 struct kernel_set {

@@ -7,7 +7,8 @@
 #include "tests/support/kernels.hpp"
 #include "tests/support/random_seed.hpp"
 #include "tests/support/temp_directory.hpp"
-#include "workbench/analysis/abort_explanation.hpp"
+#include "workbench/analysis/diagnose_abort.hpp"
+#include "workbench/analysis/locate_abort.hpp"
 #include "workbench/input/dumps.hpp"
 
 #include <csignal>
@@ -23,7 +24,6 @@ namespace a64 = support::a64;
 using support::address;
 using vorna::wfta::kernel_data;
 using vorna::wfta::kernel_registry_map;
-using vorna::workbench::abort_explanation;
 using vorna::workbench::abort_log;
 using vorna::workbench::dumps_of_process;
 
@@ -320,18 +320,25 @@ bool has_message(const broken_place& broken)
     return broken.report == "field-filled" || broken.report == "range";
 }
 
-abort_explanation explain(const std::string& err, const dumps_of_process& dumps)
+/// What is known of an abort, in one.
+struct explained_abort : vorna::workbench::abort_location, vorna::workbench::abort_diagnosis {};
+
+explained_abort explain(const std::string& err, const dumps_of_process& dumps)
 {
     const abort_log log = vorna::workbench::read_abort_log(err);
     EXPECT_EQ(log.reports.size(), 1U);
-    return log.reports.empty() ? abort_explanation() : explain_report(log, log.reports.front(), dumps);
+    if (log.reports.empty())
+        return {};
+    vorna::workbench::abort_location location = locate_abort(log, log.reports.front(), dumps);
+    vorna::workbench::abort_diagnosis diagnosis = diagnose_abort(location, dumps.set);
+    return {std::move(location), std::move(diagnosis)};
 }
 
-void expect_whole_place(const abort_explanation& found, const broken_place& broken)
+void expect_whole_place(const explained_abort& found, const broken_place& broken)
 {
     EXPECT_EQ(found.report, broken.report);
-    EXPECT_NE(found.cause, "");
-    EXPECT_NE(found.advice, "");
+    EXPECT_NE(found.message, "");
+    EXPECT_NE(found.help, "");
     if (broken.report == "duplicate-name")
         return; // the refused kernel was not dumped
     EXPECT_EQ(found.kernel, broken.kernel);
@@ -339,14 +346,14 @@ void expect_whole_place(const abort_explanation& found, const broken_place& brok
     EXPECT_EQ(found.relocation, broken.relocation);
     EXPECT_EQ(found.type, broken.reloc.type);
     EXPECT_EQ(found.target, broken.reloc.name);
-    EXPECT_EQ(found.target_offset, broken.reloc.addend);
+    EXPECT_EQ(found.addend, broken.reloc.addend);
 }
 
-void expect_place_of_message(const abort_explanation& found, const broken_place& broken)
+void expect_place_of_message(const explained_abort& found, const broken_place& broken)
 {
     EXPECT_EQ(found.report, broken.report);
-    EXPECT_NE(found.cause, "");
-    EXPECT_NE(found.advice, "");
+    EXPECT_NE(found.message, "");
+    EXPECT_NE(found.help, "");
     if (!has_message(broken))
         return;
     EXPECT_EQ(found.type, broken.reloc.type);
@@ -360,7 +367,7 @@ void expect_place_of_message(const abort_explanation& found, const broken_place&
     EXPECT_EQ(found.offset, broken.reloc.offset);
     if (broken.report == "range") {
         EXPECT_EQ(found.target, broken.reloc.name);
-        EXPECT_EQ(found.target_offset, broken.reloc.addend);
+        EXPECT_EQ(found.addend, broken.reloc.addend);
     }
 }
 
@@ -399,7 +406,7 @@ TEST(RandomAborts, AreLedBackToTheirPlace)
             const support::temp_directory other;
             const std::string other_err = end_in_child(host, other.path(), true);
             ASSERT_NE(other_err, err);
-            const abort_explanation found = explain(log, read(other.path()));
+            const explained_abort found = explain(log, read(other.path()));
             expect_whole_place(found, host.broken);
             ASSERT_FALSE(found.notes.empty());
             EXPECT_NE(found.notes.front().find("another run"), std::string::npos) << found.notes.front();
@@ -423,11 +430,11 @@ support::child_result finalise_in_child(const std::vector<kernel_data>& kernels,
         options);
 }
 
-// Emits the relocation of the advice in the place of the kernel's only one.
+// Emits the relocation of the help in the place of the kernel's only one.
 void follow(const std::string& advice, kernel_data& kernel)
 {
     static const std::regex braces(
-        "\\{\"([^\"]*)\", ([0-9]+), ([0-9]+), ([0-9]+)\\}(, and the [A-Z]+ with its field zero: 0x([0-9a-f]{8}))?");
+        "use \\{\"([^\"]*)\", ([0-9]+), ([0-9]+), ([0-9]+)\\}(, and generate the [A-Z]+ with its field zero: 0x([0-9a-f]{8}))?");
     std::smatch parts;
     ASSERT_TRUE(std::regex_match(advice, parts, braces)) << advice;
     kernel.relocs = {{parts[1], std::stoi(parts[2]), std::stoi(parts[3]), std::stoi(parts[4])}};
@@ -437,7 +444,7 @@ void follow(const std::string& advice, kernel_data& kernel)
     }
 }
 
-TEST(AdviceInBraces, IsTakenByTheFinaliserAndRightByTheChecks)
+TEST(RelocationInHelp, IsTakenByTheFinaliserAndRightByTheChecks)
 {
     const std::uint32_t words[] = {a64::adr(3),        a64::adrp(3), a64::add(3, 3, 0),
                                    a64::add(3, 3, 16), a64::bl(),
@@ -463,8 +470,8 @@ TEST(AdviceInBraces, IsTakenByTheFinaliserAndRightByTheChecks)
                 const support::child_result child = finalise_in_child(kernels, directory.path());
                 if (child.signal != SIGABRT)
                     continue;
-                const std::string advice = explain(child.err, read(directory.path())).advice;
-                if (advice.substr(0, 1) != "{")
+                const std::string advice = explain(child.err, read(directory.path())).help;
+                if (!advice.starts_with("use {"))
                     continue;
                 SCOPED_TRACE(testing::Message() << type << " at " << std::hex << word << ": " << advice);
                 ++corrected;

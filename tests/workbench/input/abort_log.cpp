@@ -32,14 +32,15 @@ const std::string end_of_listing = glibc(support::dump_signature, "false");
 
 std::string words(const registered_kernel& kernel)
 {
-    return kernel.name + "|" + support::hex(kernel.text_address) + "|" + support::hex(kernel.text_length) +
-           "|" + support::hex(kernel.data_address) + "|" + support::hex(kernel.data_length);
+    return kernel.name + "|" + support::hex(kernel.extent.text_address) + "|" +
+           support::hex(kernel.extent.text_size) + "|" + support::hex(kernel.extent.data_address) + "|" +
+           support::hex(kernel.extent.data_size);
 }
 
 std::vector<std::string> listing(const abort_log& log, std::size_t index = 0)
 {
     std::vector<std::string> lines;
-    for (const registered_kernel& kernel : log.listings.at(index).kernels)
+    for (const registered_kernel& kernel : log.registries.at(index).kernels)
         lines.push_back(words(kernel));
     return lines;
 }
@@ -174,11 +175,11 @@ TEST(AbortReports, ReadTheListingFromTheRightWhateverANameHolds)
         text += line_of_a;
         text += end_of_listing;
         const abort_log log = read_abort_log(text);
-        ASSERT_EQ(log.listings.size(), 1U);
+        ASSERT_EQ(log.registries.size(), 1U);
         EXPECT_THAT(listing(log),
                     ElementsAre("a|0x7f0000|0x10|0x7f0020|0x4", name + "|0x7f0000|0x10|0x7f0020|0x0",
                                 "a|0x7f0000|0x10|0x7f0020|0x4"));
-        EXPECT_TRUE(log.listings[0].complete);
+        EXPECT_TRUE(log.registries[0].complete);
     }
 }
 
@@ -189,7 +190,7 @@ TEST(AbortReports, ReadNullPointersOfEveryCLibrary)
                                                    "  n \t 0000000000000000 0x0 0x00007ffff7fbf000 0x1\n");
     EXPECT_THAT(listing(log),
                 ElementsAre("g|0x0|0x0|0x0|0x0", "m|0x0|0x0|0x0|0x0", "n|0x0|0x0|0x7ffff7fbf000|0x1"));
-    EXPECT_FALSE(log.listings[0].complete); // no assertion
+    EXPECT_FALSE(log.registries[0].complete); // no assertion
 }
 
 TEST(AbortReports, PassOverLinesInTheListingThatAreNoKernels)
@@ -216,7 +217,7 @@ TEST(AbortReports, AreReadBehindThePrefixesOfALogsLines)
         ASSERT_EQ(ids(log), std::vector<std::string>{"field-filled"});
         EXPECT_THAT(listing(log),
                     ElementsAre("a b  c|0x7f0000|0x10|0x7f0020|0x4", "d|0x7f0000|0x10|0x7f0020|0x4"));
-        EXPECT_TRUE(log.listings[0].complete);
+        EXPECT_TRUE(log.registries[0].complete);
     }
     // Times that are written as short as they can be, and lines that are numbered.
     for (const auto& prefixes : {std::array{"1.25Z ", "1.3Z ", "2Z ", "2.125Z "},
@@ -243,7 +244,7 @@ TEST(AbortReports, AreReadWhateverALogsLinesEndWith)
         for (const std::string& line : {message, line_of_a, end_of_listing})
             text += "\x1b[1;31m" + line.substr(0, line.size() - 1) + end + "\n";
         EXPECT_EQ(listing(read_abort_log(text)), listing(read_abort_log(message + line_of_a)));
-        EXPECT_TRUE(read_abort_log(text).listings.at(0).complete);
+        EXPECT_TRUE(read_abort_log(text).registries.at(0).complete);
     }
     EXPECT_THAT(listing(read_abort_log(message + "  a \t 0x7f0000 0x10 0x7f0020 0x4 1m\n")), IsEmpty());
     EXPECT_THAT(listing(read_abort_log(message + "  a \t 0x7f0000 0x10 0x7f0020 0x4\x1b[x1m\n")), IsEmpty());
@@ -258,12 +259,12 @@ TEST(AbortReports, OfSeveralThreadsShareTheirListing)
                                          glibc(assertions[1].function, assertions[1].expression) +
                                          end_of_listing + line_of_a + end_of_listing + end_of_listing);
     EXPECT_THAT(ids(log), ElementsAre("field-filled", "range", "unknown-target", ""));
-    ASSERT_EQ(log.listings.size(), 1U);
-    EXPECT_EQ(log.listings[0].kernels.size(), 3U);
-    EXPECT_EQ(log.reports[0].listing_begin, 0U);
-    EXPECT_EQ(log.reports[1].listing_begin, 1U);
-    EXPECT_EQ(log.reports[1].listing, 0U);
-    EXPECT_EQ(log.reports[2].listing, std::nullopt);
+    ASSERT_EQ(log.registries.size(), 1U);
+    EXPECT_EQ(log.registries[0].kernels.size(), 3U);
+    EXPECT_EQ(log.reports[0].registry_begin, 0U);
+    EXPECT_EQ(log.reports[1].registry_begin, 1U);
+    EXPECT_EQ(log.reports[1].registry, 0U);
+    EXPECT_EQ(log.reports[2].registry, std::nullopt);
 }
 
 TEST(AbortReports, OfSeveralProcessesHaveAListingEach)
@@ -271,25 +272,25 @@ TEST(AbortReports, OfSeveralProcessesHaveAListingEach)
     const abort_log log =
         read_abort_log(message + line_of_a + end_of_listing + message + line_of_a + end_of_listing);
     EXPECT_THAT(ids(log), ElementsAre("field-filled", "field-filled"));
-    ASSERT_EQ(log.listings.size(), 2U);
-    EXPECT_EQ(log.reports[1].listing, 1U);
+    ASSERT_EQ(log.registries.size(), 2U);
+    EXPECT_EQ(log.reports[1].registry, 1U);
     EXPECT_EQ(log.reports[1].line, 4U);
-    EXPECT_EQ(log.listings[1].kernels.size(), 1U);
+    EXPECT_EQ(log.registries[1].kernels.size(), 1U);
 
     // The first process ends before its second thread has said all.
     const abort_log cut =
         read_abort_log(message + message + line_of_a + end_of_listing + message + line_of_a + end_of_listing);
     ASSERT_EQ(cut.reports.size(), 3U);
-    EXPECT_EQ(cut.reports[1].listing, 0U);
-    EXPECT_EQ(cut.reports[2].listing, 1U);
-    EXPECT_EQ(cut.listings.at(0).kernels.size(), 1U);
+    EXPECT_EQ(cut.reports[1].registry, 0U);
+    EXPECT_EQ(cut.reports[2].registry, 1U);
+    EXPECT_EQ(cut.registries.at(0).kernels.size(), 1U);
 }
 
 TEST(AbortReports, WithoutTheirMessageAreFoundToo)
 {
     const abort_log log = read_abort_log(line_of_a + end_of_listing);
     EXPECT_THAT(ids(log), ElementsAre(""));
-    EXPECT_EQ(log.reports[0].listing, std::nullopt);
+    EXPECT_EQ(log.reports[0].registry, std::nullopt);
 }
 
 TEST(AbortReports, AreReadInPiecesOfAnySize)
@@ -304,7 +305,7 @@ TEST(AbortReports, AreReadInPiecesOfAnySize)
         ASSERT_EQ(ids(log), std::vector<std::string>{"field-filled"}) << size;
         EXPECT_EQ(log.reports[0].line, 5U);
         EXPECT_THAT(listing(log), ElementsAre("new\nline|0x7f0000|0x10|0x7f0020|0x4"));
-        EXPECT_TRUE(log.listings[0].complete);
+        EXPECT_TRUE(log.registries[0].complete);
     }
 }
 
@@ -314,7 +315,7 @@ TEST(AbortReports, AreFoundAtTheEndOfAnEndlessLine)
     const abort_log log = read_abort_log(noise + message + noise + "\n" + line_of_a + noise + end_of_listing);
     ASSERT_EQ(ids(log), std::vector<std::string>{"field-filled"});
     EXPECT_THAT(listing(log), ElementsAre("a|0x7f0000|0x10|0x7f0020|0x4"));
-    EXPECT_TRUE(log.listings[0].complete);
+    EXPECT_TRUE(log.registries[0].complete);
 }
 
 TEST(AbortReports, AreAHundredAtMost)
@@ -326,7 +327,7 @@ TEST(AbortReports, AreAHundredAtMost)
     const abort_log log = read_abort_log(text);
     EXPECT_EQ(log.reports.size(), 100U);
     EXPECT_EQ(log.more_reports, 30U);
-    EXPECT_EQ(log.listings.size(), 100U);
+    EXPECT_EQ(log.registries.size(), 100U);
 }
 
 TEST(AbortReports, ThatFillTheMemoryAreCut)
@@ -341,10 +342,10 @@ TEST(AbortReports, ThatFillTheMemoryAreCut)
         reader.read("  " + std::string(100000, 'k') + "\n");
     reader.read(end_of_listing);
     const abort_log log = reader.finish();
-    ASSERT_EQ(log.listings.size(), 1U);
-    EXPECT_LT(log.listings[0].kernels.size(), 1400U);
-    EXPECT_GT(log.listings[0].kernels.size(), 1300U);
-    EXPECT_FALSE(log.listings[0].complete);
+    ASSERT_EQ(log.registries.size(), 1U);
+    EXPECT_LT(log.registries[0].kernels.size(), 1400U);
+    EXPECT_GT(log.registries[0].kernels.size(), 1300U);
+    EXPECT_FALSE(log.registries[0].complete);
 }
 
 } // namespace

@@ -18,15 +18,14 @@ What a process printed before it aborted, and what it had dumped until then:
   >     .word 42
   > END
   $ vorna-kernels explain log --dumps dumps
-  answer+0x8: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]
+  error: relocation R_AARCH64_CALL26 against '.rodata.answer': field not zero in 0xb9400000 [field-filled]
+    --> answer+0x8, relocation 2 of 2 (log:1)
       +00  90000000  adrp  x0, .rodata
       +04  91000000  add   x0, x0, #0
     > +08  b9400000  ldr   w0, [x0]                     ; not a BL
       +0c  d65f03c0  ret
-      relocation 2 of 2: .rodata.answer + 0, type 283, offset 8
-      log    log:1
-      cause  the offset points at ldr w0, [x0]; +0x4 has an ADD and no relocation
-      do     {".rodata.answer", 4, 277, 0}
+  note: the ADD at +0x4 has no relocation
+  help: use {".rodata.answer", 4, 277, 0}
   1 report
   $ vorna-kernels explain log --dumps dumps --format=json
   {
@@ -43,45 +42,44 @@ What a process printed before it aborted, and what it had dumped until then:
       -134217728,
       134217727
     ],
-    "cause": "the offset points at ldr w0, [x0]; +0x4 has an ADD and no relocation",
-    "help": "{\".rodata.answer\", 4, 277, 0}",
-    "message": "R_AARCH64_CALL26: the field of 0xb9400000 is not zero",
+    "cause": "the ADD at +0x4 has no relocation",
+    "help": "use {\".rodata.answer\", 4, 277, 0}",
+    "message": "relocation R_AARCH64_CALL26 against '.rodata.answer': field not zero in 0xb9400000",
     "line": 1,
     "notes": [],
     "fits": [],
     "more": []
   }
   $ vorna-kernels explain log --dumps dumps --color=always
-  \x1b[1manswer+0x8\x1b[0m: \x1b[1;31merror\x1b[0m: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled] (esc)
+  \x1b[1;31merror\x1b[0m: \x1b[1mrelocation R_AARCH64_CALL26 against '.rodata.answer': field not zero in 0xb9400000\x1b[0m [field-filled] (esc)
+    --> answer+0x8, relocation 2 of 2 (log:1)
       +00  90000000  adrp  x0, .rodata
       +04  91000000  add   x0, x0, #0
   \x1b[1m  > +08  b9400000  ldr   w0, [x0]                     ; not a BL\x1b[0m (esc)
       +0c  d65f03c0  ret
-      relocation 2 of 2: .rodata.answer + 0, type 283, offset 8
-      log    log:1
-      cause  the offset points at ldr w0, [x0]; +0x4 has an ADD and no relocation
-      do     {".rodata.answer", 4, 277, 0}
+  note: the ADD at +0x4 has no relocation
+  help: use {".rodata.answer", 4, 277, 0}
   1 report
 
 Without the dumps, and from standard input:
 
   $ vorna-kernels explain log
-  answer+0x8: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]
-      log    log:1
-      cause  the offset points at ldr w0, [x0]
-      do     give the relocation the offset of the BL that it is for
+  error: relocation R_AARCH64_CALL26: field not zero in 0xb9400000 [field-filled]
+    --> answer+0x8 (log:1)
+  note: the instruction there is ldr w0, [x0]
+  help: give the relocation the offset of the BL that it is for
   1 report
   note: with the dumps of that process, --dumps DUMPS gives the relocation and its correction
   $ vorna-kernels explain < log
-  answer+0x8: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]
-      log    standard input:1
-      cause  the offset points at ldr w0, [x0]
-      do     give the relocation the offset of the BL that it is for
+  error: relocation R_AARCH64_CALL26: field not zero in 0xb9400000 [field-filled]
+    --> answer+0x8 (standard input:1)
+  note: the instruction there is ldr w0, [x0]
+  help: give the relocation the offset of the BL that it is for
   1 report
   note: with the dumps of that process, --dumps DUMPS gives the relocation and its correction
   $ vorna-kernels explain - < log | head -n 2
-  answer+0x8: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]
-      log    standard input:1
+  error: relocation R_AARCH64_CALL26: field not zero in 0xb9400000 [field-filled]
+    --> answer+0x8 (standard input:1)
 
 Instructions are shown as they were generated: the first relocation has been applied when the second fails.
 
@@ -102,28 +100,27 @@ Instructions are shown as they were generated: the first relocation has been app
   >     .word 42
   > END
   $ vorna-kernels explain exchanged --dumps dumps_of_exchanged
-  k+0x4: error: R_AARCH64_ADR_PREL_PG_HI21: the field of 0x91000129 is not zero [field-filled]
+  error: relocation R_AARCH64_ADR_PREL_PG_HI21 against '.rodata.k': field not zero in 0x91000129 [field-filled]
+    --> k+0x4, relocation 2 of 2 (exchanged:1)
       +00  90000009  adrp  x9, 0x5502d5e000             ; R_AARCH64_ADD_ABS_LO12_NC .rodata
     > +04  91000129  add   x9, x9, #0                   ; not an ADRP
       +08  d65f03c0  ret
-      relocation 2 of 2: .rodata.k + 0, type 275, offset 4
-      log    exchanged:1
-      cause  the offsets of the relocations 1 and 2 are exchanged
-      do     {".rodata.k", 0, 275, 0}, {".rodata.k", 4, 277, 0}
+  note: the offsets of relocations 1 and 2 are exchanged
+  help: use {".rodata.k", 0, 275, 0}, {".rodata.k", 4, 277, 0}
   1 report
 
 Two aborts in a log:
 
   $ cat log exchanged > both
   $ vorna-kernels explain both
-  answer+0x8: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]
-      log    both:1
-      cause  the offset points at ldr w0, [x0]
-      do     give the relocation the offset of the BL that it is for
-  k+0x4: error: R_AARCH64_ADR_PREL_PG_HI21: the field of 0x91000129 is not zero [field-filled]
-      log    both:5
-      cause  the offset points at add x9, x9, #0
-      do     give the relocation the offset of the ADRP that it is for
+  error: relocation R_AARCH64_CALL26: field not zero in 0xb9400000 [field-filled]
+    --> answer+0x8 (both:1)
+  note: the instruction there is ldr w0, [x0]
+  help: give the relocation the offset of the BL that it is for
+  error: relocation R_AARCH64_ADR_PREL_PG_HI21: field not zero in 0x91000129 [field-filled]
+    --> k+0x4 (both:5)
+  note: the instruction there is add x9, x9, #0
+  help: give the relocation the offset of the ADRP that it is for
   2 reports
   note: with the dumps of that process, --dumps DUMPS gives the relocation and its correction
   $ vorna-kernels explain both --format=json | grep -E '"(report|kernel|line|more)"'
@@ -142,9 +139,10 @@ An abort that does not say which kernel:
   > planner: fft/SRC/wfta/kernel_printer.cpp:162: void resolve_relocation(const string&, uint8_t*, const uint8_t*, const tessjit::reloc_info&, vorna::wfta::kernel_registry_map&): Assertion `target_addr' failed.
   > END
   $ vorna-kernels explain null
-  null:2: error: a relocation's target is at address null [null-target]
-      cause  the target's set had neither code nor constants, or its mapping was refused, or the host registered null
-      do     leave empty kernels without relocations, and no null in the registry
+  error: a relocation's target is at address null [null-target]
+    --> null:2
+  note: the target's set had neither code nor constants, its mapping failed, or the host registered null
+  help: run it again in an empty directory with VORNA_WFTA_DUMP_KERNEL= set, and give that directory with --dumps
   1 report
   note: with the dumps of that process, --dumps DUMPS gives the relocation and its correction
 
@@ -153,10 +151,10 @@ No abort, and the signs of a crash:
   $ echo 'main: all is well' > fine
   $ vorna-kernels explain fine
   no report of an abort in fine
-      cause  the finaliser did not end it; a kernel that crashes leaves no report
-      do     vorna-kernels check DUMPS
-             vorna-kernels link DUMPS -o kernels.elf
-             gdb HOST CORE -ex 'add-symbol-file kernels.elf' -ex bt -ex 'x/i $pc'
+  note: the finaliser did not abort the process; a kernel that crashes leaves no report
+  help: vorna-kernels check DUMPS
+        vorna-kernels link DUMPS -o kernels.elf
+        gdb HOST CORE -ex 'add-symbol-file kernels.elf' -ex bt -ex 'x/i $pc'
   [1]
   $ vorna-kernels explain fine --format=json
   {
@@ -186,21 +184,21 @@ No abort, and the signs of a crash:
   >   vorna-kernels explain crash --dumps dumps | sed 4q
   > done
   no report of an abort in crash
-      found  crash:2: qemu: uncaught target signal 11 (Segmentation fault) - core dumped
-      cause  an instruction raised the signal, perhaps a kernel's
-      do     vorna-kernels check dumps
+  note: an instruction raised a signal, perhaps a kernel's
+    --> crash:2: qemu: uncaught target signal 11 (Segmentation fault) - core dumped
+  help: vorna-kernels check dumps
   no report of an abort in crash
-      found  crash:2: qemu: uncaught target signal 4 (Illegal instruction) - core dumped
-      cause  an instruction raised the signal, perhaps a kernel's
-      do     vorna-kernels check dumps
+  note: an instruction raised a signal, perhaps a kernel's
+    --> crash:2: qemu: uncaught target signal 4 (Illegal instruction) - core dumped
+  help: vorna-kernels check dumps
   no report of an abort in crash
-      found  crash:2: Program received signal SIGBUS, Bus error.
-      cause  an instruction raised the signal, perhaps a kernel's
-      do     vorna-kernels check dumps
+  note: an instruction raised a signal, perhaps a kernel's
+    --> crash:2: Program received signal SIGBUS, Bus error.
+  help: vorna-kernels check dumps
   no report of an abort in crash
-      found  crash:2: Trace/breakpoint trap
-      cause  an instruction raised the signal, perhaps a kernel's
-      do     vorna-kernels check dumps
+  note: an instruction raised a signal, perhaps a kernel's
+    --> crash:2: Trace/breakpoint trap
+  help: vorna-kernels check dumps
 
 A log or dumps that cannot be read:
 
@@ -213,27 +211,27 @@ A log or dumps that cannot be read:
   $ head -c 100 dumps/answer > truncated
   $ vorna-kernels explain log --dumps truncated
   vorna-kernels: truncated: no kernel found
-  answer+0x8: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]
-      log    log:1
-      cause  the offset points at ldr w0, [x0]
-      do     give the relocation the offset of the BL that it is for
+  error: relocation R_AARCH64_CALL26: field not zero in 0xb9400000 [field-filled]
+    --> answer+0x8 (log:1)
+  note: the instruction there is ldr w0, [x0]
+  help: give the relocation the offset of the BL that it is for
   1 report
   [2]
   $ mkdir none
   $ vorna-kernels explain log --dumps none
   vorna-kernels: none: no dumps found
-  answer+0x8: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]
-      log    log:1
-      cause  the offset points at ldr w0, [x0]
-      do     give the relocation the offset of the BL that it is for
+  error: relocation R_AARCH64_CALL26: field not zero in 0xb9400000 [field-filled]
+    --> answer+0x8 (log:1)
+  note: the instruction there is ldr w0, [x0]
+  help: give the relocation the offset of the BL that it is for
   1 report
   [2]
   $ cp dumps_of_exchanged/k dumps
   $ vorna-kernels explain log --dumps dumps
   vorna-kernels: dumps/k and dumps/answer: k and answer are placed in the same memory: dumps of two runs
-  answer+0x8: error: R_AARCH64_CALL26: the field of 0xb9400000 is not zero [field-filled]
-      log    log:1
-      cause  the offset points at ldr w0, [x0]
-      do     give the relocation the offset of the BL that it is for
+  error: relocation R_AARCH64_CALL26: field not zero in 0xb9400000 [field-filled]
+    --> answer+0x8 (log:1)
+  note: the instruction there is ldr w0, [x0]
+  help: give the relocation the offset of the BL that it is for
   1 report
   [2]
