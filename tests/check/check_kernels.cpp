@@ -1,7 +1,6 @@
 // What check_kernels finds before a set is finalised: each kind of finding, and where it is silent.
 
 #include "check/check_kernels.hpp"
-#include "check/relocation.hpp"
 #include "tests/support/a64.hpp"
 #include "tests/support/assemble.hpp"
 #include "tests/support/kernels.hpp"
@@ -376,19 +375,6 @@ TEST(KernelCheck, FindsTheBitThatTheFinaliserDoesNotTest)
               "ABORT one+0 #0 field-filled\n");
 }
 
-TEST(KernelCheck, KnowsThatNoOtherKindHasABitThatIsNotTested)
-{
-    const std::pair<std::int32_t, std::uint32_t> untested[] = {
-        {ADR, 0}, {ADRP, 0}, {ADD, 0}, {BL, 0x02000000}};
-    for (const auto& [type, bits] : untested) {
-        const relocation_kind& kind = *find_relocation_kind(type);
-        EXPECT_EQ(kind.field_mask & ~kind.tested_mask, bits) << kind.name;
-        EXPECT_EQ(kind.tested_mask & ~kind.field_mask, 0U) << kind.name;
-        EXPECT_EQ(kind.field_mask & kind.opcode_mask, 0U) << kind.name;
-        EXPECT_TRUE(type == ADD || (kind.field_mask | kind.opcode_mask | 0x1f) == ~0U) << kind.name;
-    }
-}
-
 TEST(KernelCheck, FindsTextsThatAreNotWholeWords)
 {
     EXPECT_EQ(found({kernel_data{nullptr, "one", std::vector<std::uint8_t>(6), {}, {}}}),
@@ -403,45 +389,6 @@ TEST(KernelCheck, LeavesWhatNeedsToKnowInstructionsToTheCommand)
                       {{".rodata.one", 0, ADR, 4}}, std::vector<std::uint8_t>(16))}),
         "")
         << "data-alignment, outside-constants, writes-constants, falls-through";
-}
-
-TEST(KernelCheck, FindsNamesThatFilesCannotHave)
-{
-    const auto name = [](std::string n) {
-        std::string ids;
-        for (const kernel_finding& finding : check_kernels({}, {kernel(std::move(n), {ret()})})) {
-            EXPECT_EQ(finding.severity, finding_severity::warning);
-            EXPECT_FALSE(finding.aborts);
-            ids += std::string(name_of(finding.id)) + " ";
-        }
-        return ids;
-    };
-    EXPECT_EQ(name("wfta_short_3"), "");
-    EXPECT_EQ(name("a name with blanks"), "");
-    EXPECT_EQ(name("a/b"), "name-file ");
-    EXPECT_EQ(name("nul" + std::string(1, '\0')), "name-file name-map ");
-    EXPECT_EQ(name(""), "name-file name-map ");
-    EXPECT_EQ(name(".."), "name-file name-map ");
-    EXPECT_EQ(name(std::string(250, 'k')), "");
-    EXPECT_EQ(name(std::string(251, 'k')), "name-file ") << "with .hash";
-    EXPECT_EQ(name(std::string(255, 'k')), "name-file ");
-    EXPECT_EQ(name(std::string(256, 'k')), "name-file ");
-    EXPECT_EQ(name("two\nlines"), "name-map ");
-    EXPECT_EQ(name("ab"), "name-map ");
-    EXPECT_EQ(name("abc"), "");
-    EXPECT_EQ(messages({kernel(std::string(251, 'k'), {ret()})}),
-              "the name has 251 bytes, with \".hash\" more than 255, the limit for a file name\n");
-}
-
-TEST(KernelCheck, FindsNamesWhoseFilesCollide)
-{
-    EXPECT_EQ(messages({kernel("wfta", {ret()}), kernel("wfta.hash", {ret()})}),
-              "its dump is the hash file of 'wfta'\n");
-    EXPECT_EQ(messages({kernel("wfta.hash", {ret()}), kernel("wfta", {ret()})}),
-              "its hash file is the dump of 'wfta.hash'\n");
-    EXPECT_EQ(found({kernel("wfta", {ret()}), kernel("WFTA", {ret()})}), "warning WFTA name-collision\n");
-    EXPECT_EQ(found({kernel("WFTA", {ret()})}, registry_of("wfta", 0x1000)), "warning WFTA name-collision\n");
-    EXPECT_EQ(found({kernel("wfta.hash", {ret()}), kernel("wfta_", {ret()})}), "");
 }
 
 TEST(KernelCheck, SaysOnceWhatHasOneCause)

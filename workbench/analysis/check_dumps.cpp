@@ -20,7 +20,8 @@ using wfta::checked_kernel;
 using wfta::relocation_target;
 
 // For each kernel, whether the process may have ended with it: the last of its mapping, before which none is
-// missing, so that it is not the dumps that are incomplete.
+// missing, so that it is not the dumps that are incomplete. A single dump does not show that: a pattern may
+// have selected it.
 static std::vector<bool> find_last_kernels(const kernel_set& set)
 {
     std::vector<bool> last(set.kernels.size());
@@ -37,7 +38,7 @@ static std::vector<bool> find_last_kernels(const kernel_set& set)
                        kernel.data_address == before.data_end();
         }
         const bool ends = i + 1 == set.kernels.size() || set.kernels[i + 1].mapping != kernel.mapping;
-        last[i] = ends && complete;
+        last[i] = ends && complete && set.kernels.size() > 1;
     }
     return last;
 }

@@ -195,7 +195,7 @@ TEST(Checks, TakeAMissingTargetForTheEndOnlyWhereTheProcessMayHaveEnded)
 {
     const std::vector<tessjit::reloc_info> call = {{"missing", 0, BL, 0}};
     const auto first = [&](std::uint64_t text) { return placed("first", text, 0x1080, {bl(), ret()}, call); };
-    EXPECT_EQ(found({first(0x1000)}), "ABORT first #0 unknown-target\n");
+    EXPECT_EQ(found({first(0x1000)}), "note first #0 unknown-target\n") << "a pattern may have selected it";
     EXPECT_EQ(found({first(0x1020)}), "note first #0 unknown-target\n") << "not the first of the mapping";
     EXPECT_EQ(found({first(0x1000), placed("second", 0x1020, 0x1088, {ret()})}),
               "note first #0 unknown-target\n")
@@ -247,9 +247,11 @@ TEST(Checks, PointAtTheRelocationThatEndedTheProcess)
             options);
         if (child.signal != SIGABRT || child.out.empty())
             continue; // it goes on, or was not dumped before it ended
-        ++done;
         const vorna::workbench::dump_reading dumps =
             vorna::workbench::read_dumps({directory.path().string()});
+        if (dumps.set.kernels.size() == 1)
+            continue; // a pattern may have selected it
+        ++done;
         ASSERT_TRUE(dumps.errors.empty()) << dumps.errors[0];
         std::string first;
         for (const kernel_finding& finding : check_dumps(dumps.set)) {
@@ -392,7 +394,7 @@ TEST_F(CheckCommand, RefusesDumpsOfTwoRuns)
         testing::HasSubstr(
             "    94000000  bl callee               relocation 1 of 1: callee + 0\n"
             "    note: 'callee' is in the mapping of another call\n"
-                                   "    help: finalise both in one set, or load the address with ADRP and ADD and use BLR; if these are dumps of two runs, use a "
+            "    help: finalise both in one set, or load the address with ADRP and ADD and use BLR; if these are dumps of two runs, use a "
             "directory for each\n"));
     dump(placed("next", 0x1020, 0x1088, {ret()}));
     const std::string line =
