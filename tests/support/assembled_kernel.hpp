@@ -50,7 +50,7 @@ inline vorna::workbench::placed_kernel assembled_kernel(const std::string& name,
     code_words.resize(lines.size());
     for (const auto& [index, word] : words)
         code_words[index] = word;
-    return placed(name, 0x10000, code_words, std::move(relocs), 0x20000, std::move(data));
+    return placed(name, 0x10000, code_words, std::move(relocs), std::move(data), 0x20000);
 }
 
 } // namespace support

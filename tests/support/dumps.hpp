@@ -28,19 +28,19 @@ inline std::vector<std::uint8_t> bytes_of(const std::vector<double>& values)
     return bytes;
 }
 
-/// A kernel of these words, placed at `code_address`, with its constants 0x10000 after it or at
+/// A kernel of these words, placed at `code_address`, with its constants 0x800 after its begin or at
 /// `data_address`.
 inline vorna::workbench::placed_kernel placed(const std::string& name, std::uint64_t code_address,
                                               const std::vector<std::uint32_t>& words,
                                               std::vector<tessjit::reloc_info> relocs = {},
-                                              std::uint64_t data_address = 0,
-                                              std::vector<std::uint8_t> data = {})
+                                              std::vector<std::uint8_t> data = {},
+                                              std::uint64_t data_address = 0)
 {
     vorna::workbench::placed_kernel kernel;
     kernel.name = name;
     kernel.text_address = code_address;
     kernel.text = code(words);
-    kernel.data_address = data_address != 0 ? data_address : code_address + 0x10000;
+    kernel.data_address = data_address != 0 ? data_address : code_address + 0x800;
     kernel.data = std::move(data);
     kernel.relocs = std::move(relocs);
     return kernel;
@@ -52,8 +52,8 @@ inline vorna::workbench::placed_kernel placed_bytes(const std::string& name, std
                                                     std::size_t data_size = 0,
                                                     std::vector<tessjit::reloc_info> relocs = {})
 {
-    vorna::workbench::placed_kernel kernel = placed(name, code_address, {}, std::move(relocs), data_address,
-                                                    std::vector<std::uint8_t>(data_size, 0xda));
+    vorna::workbench::placed_kernel kernel = placed(name, code_address, {}, std::move(relocs),
+                                                    std::vector<std::uint8_t>(data_size, 0xda), data_address);
     kernel.text.assign(code_size, 0xc0);
     return kernel;
 }

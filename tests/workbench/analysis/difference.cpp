@@ -3,7 +3,7 @@
 #include "workbench/analysis/difference.hpp"
 #include "tests/support/a64.hpp"
 #include "tests/support/assembled_kernel.hpp"
-#include "tests/support/kernels.hpp"
+#include "tests/support/dumps.hpp"
 
 #include <cstring>
 #include <gmock/gmock.h>
@@ -27,7 +27,7 @@ using vorna::workbench::row_pair;
 placed_kernel kernel(const std::string& name, const std::vector<std::uint32_t>& words,
                      std::vector<tessjit::reloc_info> relocs = {}, std::vector<std::uint8_t> data = {})
 {
-    return {name, 0x10000, support::code(words), 0x20000, std::move(data), std::move(relocs), 0, ""};
+    return support::placed(name, 0x10000, words, std::move(relocs), std::move(data), 0x20000);
 }
 
 // The alignment in signs: "=" a pair that is the same, "~" one that is not, "-" and "+" rows of one side.

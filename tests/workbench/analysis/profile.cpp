@@ -2,6 +2,8 @@
 
 #include "workbench/analysis/profile.hpp"
 
+#include "tests/support/dumps.hpp"
+
 #include <gtest/gtest.h>
 #include <limits>
 #include <stdexcept>
@@ -10,26 +12,21 @@
 namespace {
 
 using namespace vorna::workbench;
-
-placed_kernel kernel(const std::string& name, std::uint64_t text_address, std::size_t text,
-                     std::uint64_t data_address, std::size_t data)
-{
-    using bytes = std::vector<std::uint8_t>;
-    return {name, text_address, bytes(text), data_address, bytes(data), {}, 0, ""};
-}
+using support::placed_bytes;
 
 /// Three kernels in the mapping from 0x10000 to 0x12000.
 kernel_set one_mapping()
 {
-    return make_kernel_set({kernel("a", 0x10000, 0x40, 0x11000, 8), kernel("b", 0x10040, 0x20, 0x11008, 0),
-                            kernel("c", 0x10080, 0x40, 0x11008, 0xff8)});
+    return make_kernel_set({placed_bytes("a", 0x10000, 0x40, 0x11000, 8),
+                            placed_bytes("b", 0x10040, 0x20, 0x11008, 0),
+                            placed_bytes("c", 0x10080, 0x40, 0x11008, 0xff8)});
 }
 
 /// And another one from 0x30000 to 0x31000.
 kernel_set two_mappings()
 {
     kernel_set set = one_mapping();
-    set.kernels.push_back(kernel("d", 0x30000, 0x100, 0x30800, 8));
+    set.kernels.push_back(placed_bytes("d", 0x30000, 0x100, 0x30800, 8));
     return make_kernel_set(set.kernels);
 }
 
@@ -167,8 +164,8 @@ TEST(Profile, JoinsAdjacentMappings)
 TEST(Profile, KnowsMemoryThatGrowsByItsNeighbour)
 {
     // The kernel tells of the second mapping as one with the first, above it or below.
-    const kernel_set set =
-        make_kernel_set({kernel("low", 0x10000, 8, 0x10008, 0), kernel("high", 0x11000, 8, 0x11008, 0)});
+    const kernel_set set = make_kernel_set(
+        {placed_bytes("low", 0x10000, 8, 0x10008, 0), placed_bytes("high", 0x11000, 8, 0x11008, 0)});
     EXPECT_EQ(summary(set, mapped(5, "11000", "1000") + sample(5, "11000", 1) + forked(6, 5) +
                                mapped(5, "10000", "2000") + sample(5, "11000", 2) + sample(5, "10000", 4) +
                                sample(6, "11000", 8) + sample(6, "10000", 16)),
@@ -177,9 +174,9 @@ TEST(Profile, KnowsMemoryThatGrowsByItsNeighbour)
                                sample(5, "11000", 2) + sample(5, "10000", 4)),
               "3/7 = 3/7 + 0/0 + 0/0; low 2/5 (+0 2/5) high 1/2 (+0 1/2)");
     // In the hole between two.
-    const kernel_set three =
-        make_kernel_set({kernel("low", 0x10000, 8, 0x10008, 0), kernel("high", 0x11000, 8, 0x11008, 0),
-                         kernel("top", 0x12000, 8, 0x12008, 0)});
+    const kernel_set three = make_kernel_set({placed_bytes("low", 0x10000, 8, 0x10008, 0),
+                                              placed_bytes("high", 0x11000, 8, 0x11008, 0),
+                                              placed_bytes("top", 0x12000, 8, 0x12008, 0)});
     EXPECT_EQ(summary(three, mapped(5, "10000", "1000") + mapped(5, "12000", "1000") + sample(5, "10000", 1) +
                                  sample(5, "12000", 2) + mapped(5, "10000", "3000") + sample(5, "11000", 4)),
               "3/7 = 3/7 + 0/0 + 0/0; high 1/4 (+0 1/4) top 1/2 (+0 1/2) low 1/1 (+0 1/1)");
@@ -379,7 +376,7 @@ TEST(Profile, IsOfAnotherRunIfNoProcessHoldsTheKernels)
 
 TEST(Profile, NeedsOnlyTheKernelsThatThereAreDumpsOf)
 {
-    const kernel_set set = make_kernel_set({kernel("b", 0x10040, 0x20, 0x11008, 0)});
+    const kernel_set set = make_kernel_set({placed_bytes("b", 0x10040, 0x20, 0x11008, 0)});
     EXPECT_EQ(summary(set, mapped(5, "10000", "2000") + mapped(5, "30000", "1000") + sample(5, "10000", 1) +
                                sample(5, "10040", 2) + sample(5, "30000", 4)),
               "3/7 = 1/2 + 1/1 + 1/4; b 1/2 (+0 1/2)");
@@ -387,7 +384,7 @@ TEST(Profile, NeedsOnlyTheKernelsThatThereAreDumpsOf)
 
 TEST(Profile, NeedsTheConstantsInTheMappingToo)
 {
-    const kernel_set set = make_kernel_set({kernel("a", 0x10000, 0x40, 0x12000, 8)});
+    const kernel_set set = make_kernel_set({placed_bytes("a", 0x10000, 0x40, 0x12000, 8)});
     EXPECT_NE(refusal(set, mapped(5, "10000", "2000") + sample(5, "10000")), "");
     EXPECT_EQ(refusal(set, mapped(5, "10000", "3000") + sample(5, "10000")), "");
 }
@@ -431,7 +428,7 @@ TEST(Profile, RefusesMoreEventsThanAnyRecordingHas)
 TEST(Profile, RefusesMappingsMadeToKeepItBusy)
 {
     // Each process gets a copy of as many pieces as there are pages.
-    kernel_set set = make_kernel_set({kernel("a", 0x1000000, 0x1000000, 0x2000000, 8)});
+    kernel_set set = make_kernel_set({placed_bytes("a", 0x1000000, 0x1000000, 0x2000000, 8)});
     std::string text;
     for (unsigned page = 0; page < 4096; ++page) {
         char begin[32];

@@ -1,10 +1,8 @@
 // vorna-kernels profile: what it prints, what it says when it cannot, and what it makes of true recordings.
 
 #include "fft/SRC/wfta/kernel_printer.hpp"
-#include "jit/elf.hpp"
 #include "tests/support/a64.hpp"
-#include "tests/support/files.hpp"
-#include "tests/support/kernels.hpp"
+#include "tests/support/dumps.hpp"
 #include "tests/support/perf.hpp"
 #include "tests/support/temp_directory.hpp"
 #include "tests/support/tool.hpp"
@@ -47,13 +45,11 @@ protected:
 
     [[nodiscard]] std::filesystem::path dumps() const { return directory.path() / "dumps"; }
 
-    void dump(const std::string& name, std::uint64_t placed, const std::vector<std::uint32_t>& words,
+    void dump(const std::string& name, std::uint64_t address, const std::vector<std::uint32_t>& words,
               std::uint64_t data, std::vector<tessjit::reloc_info> relocs) const
     {
-        tessjit::elf_data elf;
-        elf.fns.emplace_back(name, address(placed), code(words), address(data),
-                             std::vector<std::uint8_t>(8, 1), std::move(relocs));
-        write_file(dumps() / name, to_string(tessjit::emit_elf(elf)));
+        write_dumps(dumps(),
+                    {placed(name, address, words, std::move(relocs), std::vector<std::uint8_t>(8, 1), data)});
     }
 
     /// A program in place of perf.

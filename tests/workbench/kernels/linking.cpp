@@ -286,7 +286,7 @@ TEST(Link, GivesEachImageABuildIdOfItsOwn)
         std::filesystem::remove_all(directory.path() / "dumps");
         std::filesystem::create_directory(directory.path() / "dumps");
         write_dumps(directory.path() / "dumps",
-                    {placed(name, text, {first, a64::ret()}, {}, text + 0x20, {1})});
+                    {placed(name, text, {first, a64::ret()}, {}, {1}, text + 0x20)});
         EXPECT_TRUE(vorna_kernels({"link", "dumps", "-o", "image"}, directory.path()).succeeded());
         return build_id_of("image", directory.path());
     };
@@ -507,7 +507,7 @@ TEST(Link, LeavesOtherFilesAlone)
     EXPECT_EQ(error_of("none", "image"), "vorna-kernels: none: no dumps found\n");
     write_file(directory.path() / "kept", "kept");
     write_dumps(directory.path() / "none",
-                {placed("wide", 0x10000, {a64::ret()}, {}, 0x10000'00000000, {1})});
+                {placed("wide", 0x10000, {a64::ret()}, {}, {1}, 0x10000'00000000)});
     EXPECT_EQ(error_of("none", "kept"),
               "vorna-kernels: kept: the kernels lie so far apart that the image would be "
               "larger than 1 GiB\n");

@@ -1,11 +1,8 @@
 // What a kernel's listing shows.
 
 #include "workbench/render/listing.hpp"
-#include "jit/elf.hpp"
 #include "tests/support/a64.hpp"
-#include "tests/support/assemble.hpp"
-#include "tests/support/files.hpp"
-#include "tests/support/kernels.hpp"
+#include "tests/support/dumps.hpp"
 #include "tests/support/random_seed.hpp"
 #include "tests/support/tool.hpp"
 #include "workbench/image/elf_image.hpp"
@@ -25,12 +22,6 @@ using namespace vorna::workbench;
 using namespace support;
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-placed_kernel placed(const std::string& name, std::uint64_t text, const std::vector<std::uint32_t>& words,
-                     std::vector<tessjit::reloc_info> relocs = {}, std::vector<std::uint8_t> data = {})
-{
-    return {name, text, code(words), text + 0x800, std::move(data), std::move(relocs), 0, ""};
-}
 
 kernel_listing list(const kernel_set& set, const std::string& name, bool linked = true)
 {
@@ -596,15 +587,13 @@ class ShowCommand : public testing::Test {
 protected:
     void SetUp() override
     {
-        tessjit::elf_data elf;
-        elf.fns.emplace_back(
-            "caller", address(0x10000), code({a64::cbz(0, 2), a64::bl(), a64::adr(3), a64::ldr(1, 3)}),
-            address(0x10040), std::vector<std::uint8_t>{7, 0, 0, 0, 0, 0, 0, 0},
-            std::vector<tessjit::reloc_info>{{"odd\n\xff", 4, R_AARCH64_CALL26, 0},
-                                             {".rodata.caller", 8, R_AARCH64_ADR_PREL_LO21, 0}});
-        elf.fns.emplace_back("odd\n\xff", address(0x10020), code({a64::ret()}), address(0x10048),
-                             std::vector<std::uint8_t>(), std::vector<tessjit::reloc_info>());
-        write_file(directory.path() / "dumps", to_string(emit_elf(elf)));
+        const std::vector<std::uint32_t> words = {a64::cbz(0, 2), a64::bl(), a64::adr(3), a64::ldr(1, 3)};
+        write_file(directory.path() / "dumps",
+                   dump_of({placed("caller", 0x10000, words,
+                                   {{"odd\n\xff", 4, R_AARCH64_CALL26, 0},
+                                    {".rodata.caller", 8, R_AARCH64_ADR_PREL_LO21, 0}},
+                                   {7, 0, 0, 0, 0, 0, 0, 0}, 0x10040),
+                            placed("odd\n\xff", 0x10020, {a64::ret()}, {}, {}, 0x10048)}));
     }
 
     [[nodiscard]] child_result show(std::vector<std::string> arguments) const
@@ -678,10 +667,8 @@ TEST_F(ShowCommand, NamesTheNearestOfANameThatIsNotThere)
 
 TEST_F(ShowCommand, ListsTheOthersWhereAKernelIsTooLarge)
 {
-    tessjit::elf_data elf;
-    elf.fns.emplace_back("large", address(0x1000000), std::vector<std::uint8_t>(largest_listing + 4),
-                         address(0x2000000), std::vector<std::uint8_t>(), std::vector<tessjit::reloc_info>());
-    write_file(directory.path() / "large", to_string(tessjit::emit_elf(elf)));
+    write_file(directory.path() / "large",
+               dump_of({placed_bytes("large", 0x1000000, largest_listing + 4, 0x10000000)}));
     const child_result show = run_tool({VORNA_KERNELS, "show", "."}, directory.path());
     EXPECT_EQ(show.exit_status, 2);
     EXPECT_EQ(show.err, "vorna-kernels: large: 4194308 bytes of code, more than is listed\n");
