@@ -22,7 +22,7 @@ A walk through a table in a loop, after an instruction that is new:
   >     .double 9, 2, 3, 4
   > END
   $ vorna-kernels diff before after
-  kernel  class  instructions  code bytes     constant bytes
+  kernel  class  instructions  bytes of code  of constants
   walk    code   5 -> 6 (+1)   20 -> 24 (+4)  32
   0 same
   
@@ -56,11 +56,11 @@ One more constant; one that is not a plain number is shown as its words:
   > kernel table
   >     ret
   >     .section .rodata
-  >     .double -0.0, 4, 2, 1e300
+  >     .double -0.0, 4, 2, 1e300, 2e-30, 1e-31
   > END
   $ vorna-kernels diff fewer more
-  kernel  class      instructions  code bytes  constant bytes
-  table   constants  1             4           24 -> 32 (+8)
+  kernel  class      instructions  bytes of code  of constants
+  table   constants  1             4              24 -> 48 (+24)
   0 same
   
   --- table (before)
@@ -70,6 +70,8 @@ One more constant; one that is not a plain number is shown as its words:
   + .rodata+08  4010000000000000  4
     .rodata+10  4000000000000000  2
     .rodata+18  7e37e43c8800759c  {2281731484, 2117592124}
+  + .rodata+20  39c4484bfeebc2a0  2e-30
+  + .rodata+28  398039d665896880  {1703504000, 964704726}
   [1]
 
 Of many, the first:
@@ -91,8 +93,8 @@ Of many, the first:
   >     .endr
   > END
   $ vorna-kernels diff zeros ones | sed '9,54d'
-  kernel  class      instructions  code bytes  constant bytes
-  table   constants  1             4           8000
+  kernel  class      instructions  bytes of code  of constants
+  table   constants  1             4              8000
   0 same
   
   --- table (before)
