@@ -77,7 +77,7 @@ A kernel for each class: the table with the largest change first, then the chang
   >     .double 1
   > END
   $ vorna-kernels diff before after
-  kernel          class        instructions  bytes of code  of constants
+  kernel          class        instructions  code bytes     constant bytes
   only after      added        0 -> 1 (+1)   0 -> 4 (+4)    0 -> 8 (+8)
   less_code       code         3 -> 1 (-2)   12 -> 4 (-8)   0
   only before     removed      1 -> 0 (-1)   4 -> 0 (-4)    0
@@ -157,18 +157,18 @@ A kernel for each class: the table with the largest change first, then the chang
 For a pull request, and for a program:
 
   $ vorna-kernels diff --format=github before after
-  ::notice title=only after::only after: added; instructions 0 -> 1 (+1), bytes of code 0 -> 4 (+4), of constants 0 -> 8 (+8)
-  ::warning title=less_code::less_code: code; instructions 3 -> 1 (-2), bytes of code 12 -> 4 (-8), of constants 0
-  ::warning title=only before::only before: removed; instructions 1 -> 0 (-1), bytes of code 4 -> 0 (-4), of constants 0
-  ::warning title=other_code::other_code: code; instructions 4 -> 3 (-1), bytes of code 16 -> 12 (-4), of constants 0
-  ::notice title=other_order::other_order: order; instructions 3, bytes of code 12, of constants 0
-  ::notice title=other_register::other_register: registers; instructions 3, bytes of code 12, of constants 0
-  ::warning title=other_callee::other_callee: relocations; instructions 2, bytes of code 8, of constants 0
-  ::notice title=other_layout::other_layout: layout; instructions 3, bytes of code 12, of constants 16
-  ::warning title=other_constant::other_constant: constants; instructions 3, bytes of code 12, of constants 16
+  ::notice title=only after::only after: added; instructions 0 -> 1 (+1), code bytes 0 -> 4 (+4), constant bytes 0 -> 8 (+8)
+  ::warning title=less_code::less_code: code; instructions 3 -> 1 (-2), code bytes 12 -> 4 (-8), constant bytes 0
+  ::warning title=only before::only before: removed; instructions 1 -> 0 (-1), code bytes 4 -> 0 (-4), constant bytes 0
+  ::warning title=other_code::other_code: code; instructions 4 -> 3 (-1), code bytes 16 -> 12 (-4), constant bytes 0
+  ::notice title=other_order::other_order: order; instructions 3, code bytes 12, constant bytes 0
+  ::notice title=other_register::other_register: registers; instructions 3, code bytes 12, constant bytes 0
+  ::warning title=other_callee::other_callee: relocations; instructions 2, code bytes 8, constant bytes 0
+  ::notice title=other_layout::other_layout: layout; instructions 3, code bytes 12, constant bytes 16
+  ::warning title=other_constant::other_constant: constants; instructions 3, code bytes 12, constant bytes 16
   [1]
   $ vorna-kernels diff --format=markdown --limit=1 before after
-  | kernel | class | instructions | bytes of code | of constants |
+  | kernel | class | instructions | code bytes | constant bytes |
   |---|---|---:|---:|---:|
   | <code>only after</code> | added | 0 -> 1 (+1) | 0 -> 4 (+4) | 0 -> 8 (+8) |
   | <code>less_code</code> | code | 3 -> 1 (-2) | 12 -> 4 (-8) | 0 |
@@ -195,7 +195,7 @@ For a pull request, and for a program:
   
   </details>
   
-  6 more changed kernels: --limit=7 shows all
+  6 more changed kernels; show all with --limit=7
   [1]
   $ vorna-kernels diff --format=json before after
   {
@@ -340,9 +340,9 @@ For a pull request, and for a program:
 The kernels that are named, in the table's order:
 
   $ vorna-kernels diff before after "only after" as_before "only before"
-  kernel       class    instructions  bytes of code  of constants
-  only after   added    0 -> 1 (+1)   0 -> 4 (+4)    0 -> 8 (+8)
-  only before  removed  1 -> 0 (-1)   4 -> 0 (-4)    0
+  kernel       class    instructions  code bytes   constant bytes
+  only after   added    0 -> 1 (+1)   0 -> 4 (+4)  0 -> 8 (+8)
+  only before  removed  1 -> 0 (-1)   4 -> 0 (-4)  0
   1 same
   [1]
   $ vorna-kernels diff before after as_before
@@ -352,19 +352,19 @@ Fewer in detail:
 
   $ vorna-kernels diff --limit=6 before after | tail -n 2
   
-  1 more changed kernel: --limit=7 shows all
+  1 more changed kernel; show all with --limit=7
   $ vorna-kernels diff --limit=0 before after | tail -n 3
   1 same
   
-  7 more changed kernels: --limit=7 shows all
+  7 more changed kernels; show all with --limit=7
   $ vorna-kernels diff --limit=-1 before after
-  vorna-kernels: --limit: not a number of kernels
+  vorna-kernels: --limit: not a number
   [2]
 
 Classes taken for the same:
 
   $ vorna-kernels diff --limit=0 --ignore=layout,order before after
-  kernel          class        instructions  bytes of code  of constants
+  kernel          class        instructions  code bytes     constant bytes
   only after      added        0 -> 1 (+1)   0 -> 4 (+4)    0 -> 8 (+8)
   less_code       code         3 -> 1 (-2)   12 -> 4 (-8)   0
   only before     removed      1 -> 0 (-1)   4 -> 0 (-4)    0
@@ -374,7 +374,7 @@ Classes taken for the same:
   other_constant  constants    3             12             16
   3 same
   
-  5 more changed kernels: --limit=5 shows all
+  5 more changed kernels; show all with --limit=5
   [1]
   $ vorna-kernels diff --ignore=layout,registers,order before after other_layout other_register other_order
   3 same
@@ -387,17 +387,17 @@ Nothing to compare, and what cannot be read:
   $ vorna-kernels diff before before
   9 same
   $ vorna-kernels diff before after absent
-  vorna-kernels: no kernel absent in the dumps of either set
+  vorna-kernels: no kernel absent in either set
   [2]
   $ mkdir empty
   $ vorna-kernels diff before empty
-  vorna-kernels: empty: no dumps in it
+  vorna-kernels: empty: no dumps found
   [2]
   $ vorna-kernels diff before nowhere
   vorna-kernels: nowhere: No such file or directory
   [2]
   $ head -c 100 after/as_before > after/truncated
   $ vorna-kernels diff before after as_before
-  vorna-kernels: after/truncated: no kernel in it
+  vorna-kernels: after/truncated: no kernel found
   1 same
   [2]

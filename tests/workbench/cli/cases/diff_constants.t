@@ -22,7 +22,7 @@ A walk through a table in a loop, after an instruction that is new:
   >     .double 9, 2, 3, 4
   > END
   $ vorna-kernels diff before after
-  kernel  class  instructions  bytes of code  of constants
+  kernel  class  instructions  code bytes     constant bytes
   walk    code   5 -> 6 (+1)   20 -> 24 (+4)  32
   0 same
   
@@ -59,8 +59,8 @@ One more constant; one that is not a plain number is shown as its words:
   >     .double -0.0, 4, 2, 1e300, 2e-30, 1e-31
   > END
   $ vorna-kernels diff fewer more
-  kernel  class      instructions  bytes of code  of constants
-  table   constants  1             4              24 -> 48 (+24)
+  kernel  class      instructions  code bytes  constant bytes
+  table   constants  1             4           24 -> 48 (+24)
   0 same
   
   --- table (before)
@@ -93,8 +93,8 @@ Of many, the first:
   >     .endr
   > END
   $ vorna-kernels diff zeros ones | sed '9,54d'
-  kernel  class      instructions  bytes of code  of constants
-  table   constants  1             4              8000
+  kernel  class      instructions  code bytes  constant bytes
+  table   constants  1             4           8000
   0 same
   
   --- table (before)

@@ -24,13 +24,13 @@ A name cannot break out of its place in a workflow command or in Markdown:
   >     ret
   > END
   $ vorna-kernels diff --format=github before after
-  ::notice title=a\nb\x1b[31m%25%3A%3Aerror%3A%3A::a\nb\x1b[31m%25::error::: added; instructions 0 -> 1 (+1), bytes of code 0 -> 4 (+4), of constants 0
-  ::warning title=a%2Cb::a,b: code; instructions 1 -> 2 (+1), bytes of code 4 -> 8 (+4), of constants 0
-  ::warning title=a|`<b>::a|`<b>: code; instructions 2 -> 3 (+1), bytes of code 8 -> 12 (+4), of constants 0
-  ::warning title=fixes #1%2C \xff::fixes #1, \xff: code; instructions 2 -> 1 (-1), bytes of code 8 -> 4 (-4), of constants 0 (esc)
+  ::notice title=a\nb\x1b[31m%25%3A%3Aerror%3A%3A::a\nb\x1b[31m%25::error::: added; instructions 0 -> 1 (+1), code bytes 0 -> 4 (+4), constant bytes 0
+  ::warning title=a%2Cb::a,b: code; instructions 1 -> 2 (+1), code bytes 4 -> 8 (+4), constant bytes 0
+  ::warning title=a|`<b>::a|`<b>: code; instructions 2 -> 3 (+1), code bytes 8 -> 12 (+4), constant bytes 0
+  ::warning title=fixes #1%2C \xff::fixes #1, \xff: code; instructions 2 -> 1 (-1), code bytes 8 -> 4 (-4), constant bytes 0 (esc)
   [1]
   $ vorna-kernels diff --format=markdown before after
-  | kernel | class | instructions | bytes of code | of constants |
+  | kernel | class | instructions | code bytes | constant bytes |
   |---|---|---:|---:|---:|
   | <code>a&#92;nb&#92;x1b&#91;31m%&#58;&#58;error&#58;&#58;</code> | added | 0 -> 1 (+1) | 0 -> 4 (+4) | 0 |
   | <code>a,b</code> | code | 1 -> 2 (+1) | 4 -> 8 (+4) | 0 |
@@ -86,8 +86,8 @@ A name of more than 40 bytes does not widen the table for the others:
   >     ret
   > END
   $ vorna-kernels diff after long short a_name_of_forty-six_bytes_________________\|\|\|\|\|
-  kernel                                    class  instructions  bytes of code  of constants
-  a_name_of_forty-six_bytes_________________|||||  added  0 -> 1 (+1)   0 -> 4 (+4)    0
-  short                                     added  0 -> 1 (+1)   0 -> 4 (+4)    0
+  kernel                                    class  instructions  code bytes   constant bytes
+  a_name_of_forty-six_bytes_________________|||||  added  0 -> 1 (+1)   0 -> 4 (+4)  0
+  short                                     added  0 -> 1 (+1)   0 -> 4 (+4)  0
   0 same
   [1]

@@ -15,8 +15,6 @@ Output that nobody reads, that is closed, or that cannot be written:
 More than a stream buffers:
 
   $ random_dumps dumps 100
-  /usr/bin/bash: line 13: random_dumps: command not found
-  [127]
   $ vorna-kernels show dumps >/dev/full
   vorna-kernels: cannot write to standard output: No space left on device
   [2]
