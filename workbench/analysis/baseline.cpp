@@ -298,7 +298,8 @@ std::string baseline_listing(const placed_kernel& kernel, disassembler& disassem
     return text;
 }
 
-// What counts of a listing: of rows the offset and the word, of what is behind them all but remarks.
+// The parts of a listing that are compared: offset and word of each row, and everything after the rows except
+// remarks.
 static std::string facts_of(std::string_view text)
 {
     std::string facts;

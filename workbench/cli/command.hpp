@@ -23,7 +23,7 @@ struct common_options {
     bool verbose = false;
 };
 
-/// Adds --format (of the `formats`, of which the first is the default), --color and --verbose.
+/// Adds --format (one of `formats`; the first is the default), --color and --verbose.
 void add_common_options(command_line& command, common_options& options,
                         const std::vector<std::string>& formats);
 
