@@ -1,6 +1,7 @@
 // A kernel's code without its addresses.
 #pragma once
 
+#include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/kernels/kernel_set.hpp"
 
 #include <cstddef>
@@ -12,7 +13,7 @@ namespace vorna::workbench {
 
 constexpr std::size_t no_row = ~std::size_t{0};
 
-/// A row of the listing (an instruction word, or a byte behind the last): rows with equal members do the
+/// A row of the listing (an instruction word, or a byte after the last word): rows with equal members do the
 /// same, wherever they are.
 struct code_row {
     std::string key;             ///< the word and its relocations: their kinds, targets and addends
@@ -21,7 +22,7 @@ struct code_row {
     std::int64_t distance = 0;   ///< in bytes, to somewhere else
 };
 
-std::vector<code_row> code_rows(const placed_kernel& kernel);
+std::vector<code_row> code_rows(const decoded_kernel& code);
 
 /// The kernel's relocations in the order of their places; those of one place in that in which they are
 /// applied.

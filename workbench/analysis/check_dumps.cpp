@@ -81,7 +81,7 @@ std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set)
                 set.kernels[target].mapping != set.kernels[kernel].mapping};
     };
     std::vector<wfta::kernel_finding> findings = check_placed(checked, find, {}, wfta::address_kind::real);
-    std::vector<wfta::kernel_finding> in_instructions = find_in_instructions(checked, find);
+    std::vector<wfta::kernel_finding> in_instructions = find_in_instructions(set, find);
     findings.insert(findings.end(), std::make_move_iterator(in_instructions.begin()),
                     std::make_move_iterator(in_instructions.end()));
     std::stable_sort(findings.begin(), findings.end(),

@@ -2,6 +2,9 @@
 
 #include "workbench/analysis/alignment.hpp"
 #include "workbench/analysis/canonical_code.hpp"
+#include "workbench/analysis/loaded_constants.hpp"
+#include "workbench/analysis/reordering.hpp"
+#include "workbench/disasm/decoded_kernel.hpp"
 
 #include <algorithm>
 #include <elf.h>
@@ -47,15 +50,18 @@ change_class compare_kernels(const placed_kernel& before, const placed_kernel& a
     const bool same_data = before.data == after.data;
     if (same_code && same_references)
         return same_data ? change_class::same : change_class::constants;
-    if (same_data && same_references && only_renamed(before, after, uses))
+    const change_class otherwise = same_code ? change_class::relocations : change_class::code;
+    if (before.text.size() != after.text.size() || before.text.size() > largest_decoded_code)
+        return otherwise;
+    const decoded_kernel old_code = decode_kernel(before);
+    const decoded_kernel new_code = decode_kernel(after);
+    if (same_data && same_references && only_renamed(old_code, new_code, uses))
         return change_class::registers;
-    if (only_moved(before, after, uses))
+    if (only_moved(old_code, new_code, uses))
         return change_class::layout;
-    if (same_code)
-        return change_class::relocations;
-    if (same_data && only_reordered(before, after, uses))
+    if (!same_code && same_data && only_reordered(old_code, new_code, uses.entries))
         return change_class::order;
-    return change_class::code;
+    return otherwise;
 }
 
 namespace {
@@ -168,8 +174,10 @@ row_alignment pair_rows(const common_sequence& common, std::size_t before_rows, 
 
 row_alignment align_rows(const placed_kernel& before, const placed_kernel& after)
 {
-    const std::vector<code_row> old_rows = code_rows(before);
-    const std::vector<code_row> new_rows = code_rows(after);
+    const decoded_kernel old_code = decode_kernel(before);
+    const decoded_kernel new_code = decode_kernel(after);
+    const std::vector<code_row> old_rows = code_rows(old_code);
+    const std::vector<code_row> new_rows = code_rows(new_code);
     numbering number;
     const std::vector<std::uint32_t> old_numbers = number(old_rows);
     const std::vector<std::uint32_t> new_numbers = number(new_rows);
@@ -182,8 +190,8 @@ row_alignment align_rows(const placed_kernel& before, const placed_kernel& after
         if (pair.same)
             partner[*pair.before] = *pair.after;
     }
-    const loaded_constants old_constants = find_loaded_constants(before);
-    const loaded_constants new_constants = find_loaded_constants(after);
+    const loaded_constants old_constants = find_loaded_constants(old_code);
+    const loaded_constants new_constants = find_loaded_constants(new_code);
     for (row_pair& pair : alignment.rows) {
         if (!pair.same)
             continue;

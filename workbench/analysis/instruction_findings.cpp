@@ -1,11 +1,14 @@
+// Kernels are decoded only where that may matter: those that take addresses of constants, and those whose
+// last instruction may be executed and lets control continue.
+
 #include "workbench/analysis/instruction_findings.hpp"
 
 #include "check/finding_list.hpp"
 #include "check/format.hpp"
+#include "workbench/analysis/address_tracking.hpp"
 #include "workbench/analysis/code_map.hpp"
-#include "workbench/analysis/known_addresses.hpp"
-#include "workbench/disasm/a64.hpp"
-#include "workbench/kernels/kernel_set.hpp"
+#include "workbench/disasm/decoded_kernel.hpp"
+#include "workbench/disasm/disassembler.hpp"
 #include "workbench/text/place.hpp"
 
 #include <algorithm>
@@ -25,34 +28,20 @@ using std::size_t;
 using std::uint32_t;
 using std::uint64_t;
 using severity = wfta::finding_severity;
-using wfta::checked_kernel;
 using wfta::finding_id;
 using wfta::finding_list;
 using wfta::relocation_target;
 using wfta::target_finder;
 
-// "an SVE instruction", but "NOP".
-std::string instruction_words(std::string_view name)
-{
-    constexpr std::string_view instruction = "instruction";
-    const bool is_kind =
-        (name.size() >= instruction.size() && name.substr(name.size() - instruction.size()) == instruction) ||
-        name == "load or store" || name == "exception" || name == "branch";
-    if (!is_kind || name == "no instruction")
-        return name == "no instruction" ? "a word that is not an instruction" : std::string(name);
-    const bool vowel = name.front() == 'e' || name.front() == 'F' || name.front() == 'S';
-    return (vowel ? "an " : "a ") + std::string(name);
-}
-
 // Where kernels enter each other other than at the beginning.
 class entries_by_others {
 public:
-    entries_by_others(const std::vector<checked_kernel>& kernels, const target_finder& find)
+    entries_by_others(const std::vector<placed_kernel>& kernels, const target_finder& find)
     {
         std::vector<std::pair<uint64_t, size_t>> starts; // address and kernel, made when it is first needed
         for (size_t i = 0; i < kernels.size(); ++i) {
-            for (const tessjit::reloc_info& reloc : *kernels[i].relocs) {
-                if (reloc.addend == 0 || names_data(reloc.name) || reloc.name == *kernels[i].name)
+            for (const tessjit::reloc_info& reloc : kernels[i].relocs) {
+                if (reloc.addend == 0 || names_data(reloc.name) || reloc.name == kernels[i].name)
                     continue;
                 const relocation_target target = find(i, reloc.name);
                 if (target.state != relocation_target::where::placed)
@@ -76,7 +65,7 @@ public:
     }
 
 private:
-    void add(const std::vector<checked_kernel>& kernels,
+    void add(const std::vector<placed_kernel>& kernels,
              const std::vector<std::pair<uint64_t, size_t>>& starts, uint64_t address, bool called)
     {
         const auto behind =
@@ -84,7 +73,7 @@ private:
         if (behind == starts.begin())
             return;
         const auto& [begin, kernel] = *std::prev(behind);
-        if (address - begin < kernels[kernel].text->size())
+        if (address - begin < kernels[kernel].text.size())
             entries_[kernel].push_back({static_cast<int64_t>(address - begin), called});
     }
 
@@ -93,16 +82,16 @@ private:
 
 class instruction_checker {
 public:
-    instruction_checker(const std::vector<checked_kernel>& kernels, const target_finder& find)
-        : kernels_(kernels), find_(find), entries_(kernels, find)
+    instruction_checker(const kernel_set& set, const target_finder& find)
+        : kernels_(set.kernels), find_(find), entries_(set.kernels, find)
     {
     }
 
     std::vector<wfta::kernel_finding> run()
     {
         for (index_ = 0; index_ < kernels_.size(); ++index_) {
-            findings_.begin_kernel(index_, *kernel().name);
-            map_.reset();
+            findings_.begin_kernel(index_, kernel().name);
+            code_.reset();
             check_end_of_code();
             check_accesses();
             check_erratum();
@@ -111,28 +100,42 @@ public:
     }
 
 private:
-    [[nodiscard]] const checked_kernel& kernel() const { return kernels_[index_]; }
+    [[nodiscard]] const placed_kernel& kernel() const { return kernels_[index_]; }
 
-    // Which words are executed; made for those kernels only for which it matters.
-    const code_map& map()
+    struct mapped_code {
+        decoded_kernel code;
+        code_map map;
+    };
+
+    // Nothing for code that is too large. Made for those kernels only for which it matters.
+    const mapped_code* code()
     {
-        if (!map_)
-            map_ = map_code(*kernel().name, *kernel().text, *kernel().relocs, entries_.of(index_));
-        return *map_;
+        if (!code_ && kernel().text.size() <= largest_decoded_code) {
+            code_ = mapped_code{decode_kernel(kernel()), code_map()};
+            code_->map = map_code(code_->code, entries_.of(index_));
+        }
+        return code_ ? &*code_ : nullptr;
+    }
+
+    // The instruction at an offset; nothing after the last.
+    [[nodiscard]] decoded_kernel instruction_at(size_t offset) const
+    {
+        return offset + 4 <= kernel().text.size() ? decode_word(word_at(kernel().text, offset))
+                                                  : decoded_kernel();
     }
 
     void check_end_of_code()
     {
-        const std::vector<std::uint8_t>& text = *kernel().text;
+        const std::vector<std::uint8_t>& text = kernel().text;
         if (text.empty() || text.size() % 4 != 0)
             return;
-        const uint32_t last = word_at(text, text.size() - 4);
-        if (never_falls_through(last) || map().uses.empty() || map().uses.back() != word_use::code)
+        const size_t last = text.size() - 4;
+        if (instruction_at(last).instructions.front().is_barrier() || code() == nullptr ||
+            code()->map.uses.back() != word_use::code)
             return;
-        findings_.add(finding_id::falls_through, severity::error, false, {},
-                      static_cast<int64_t>(text.size() - 4), {},
-                      {instruction_words(instruction_name(last)) + " (" + fmt::format("{:#010x}", last) +
-                           ") is the last instruction, and control continues past the end of the code",
+        findings_.add(finding_id::falls_through, severity::error, false, {}, static_cast<int64_t>(last), {},
+                      {disassembler_.text(word_at(text, last), kernel().text_address + last) +
+                           " is the last instruction, and control continues past the end of the code",
                        {},
                        "end the code with RET, a branch or a trap"});
     }
@@ -140,7 +143,7 @@ private:
     // Address of a target of this kernel's relocations that is placed.
     [[nodiscard]] std::optional<uint64_t> address_of(const std::string& name) const
     {
-        const relocation_target target = resolve_target(
+        const relocation_target target = wfta::resolve_target(
             kernel().place(), name, [this](const std::string& other) { return find_(index_, other); });
         if (target.state == relocation_target::where::placed ||
             target.state == relocation_target::where::elsewhere)
@@ -150,16 +153,18 @@ private:
 
     void check_accesses()
     {
-        const checked_kernel& k = kernel();
+        const placed_kernel& k = kernel();
         const auto gives_address = [](const tessjit::reloc_info& reloc) {
             return reloc.type == R_AARCH64_ADR_PREL_LO21 || reloc.type == R_AARCH64_ADR_PREL_PG_HI21;
         };
-        if (!std::any_of(k.relocs->begin(), k.relocs->end(), gives_address))
+        if (!std::any_of(k.relocs.begin(), k.relocs.end(), gives_address))
+            return;
+        if (code() == nullptr)
             return;
         const known_addresses known = find_known_addresses(
-            map(), *k.name, *k.text, *k.relocs, [this](const std::string& name) { return address_of(name); });
+            code()->code, code()->map, [this](const std::string& name) { return address_of(name); });
         for (const known_access& access : known.accesses) {
-            if (access.relocation != own_code && check_constants(access))
+            if (access.relocation && check_constants(access))
                 check_alignment(access);
         }
     }
@@ -167,9 +172,9 @@ private:
     // Whether an access that goes through an address of the kernel's constants is one of them.
     bool check_constants(const known_access& access)
     {
-        const checked_kernel& k = kernel();
-        const tessjit::reloc_info& reloc = (*k.relocs)[access.relocation];
-        if (!is_own_data(*k.name, reloc.name))
+        const placed_kernel& k = kernel();
+        const tessjit::reloc_info& reloc = k.relocs[*access.relocation];
+        if (!is_own_data(k.name, reloc.name))
             return true;
         const memory_access& memory = access.access;
         const std::string what = std::to_string(memory.bytes) + (memory.load ? "-byte load" : "-byte store");
@@ -187,25 +192,25 @@ private:
             return false;
         }
         const auto check_offset = [&](int64_t offset, const std::string& when) {
-            if (offset >= 0 && memory.bytes <= k.data->size() &&
-                static_cast<uint64_t>(offset) <= k.data->size() - memory.bytes)
+            if (offset >= 0 && memory.bytes <= k.data.size() &&
+                static_cast<uint64_t>(offset) <= k.data.size() - memory.bytes)
                 return true;
             const std::string place = offset == 0 ? ".rodata" : ".rodata" + signed_hex(offset);
             add(finding_id::outside_constants, severity::error,
                 what + (memory.load ? " from " : " to ") + place + when +
-                    ", outside the kernel's constants, which have " + std::to_string(k.data->size()) +
-                    (k.data->size() == 1 ? " byte" : " bytes"),
+                    ", outside the kernel's constants, which have " + std::to_string(k.data.size()) +
+                    (k.data.size() == 1 ? " byte" : " bytes"),
                 "correct the offset or the addend, or add the constants");
             return false;
         };
         if (!check_offset(*access.target_offset, ""))
             return false;
-        if (access.walk && access.walk->turns) {
-            const uint64_t turns = *access.walk->turns;
+        if (access.walk && access.walk->iterations) {
+            const uint64_t iterations = *access.walk->iterations;
             const uint64_t last = static_cast<uint64_t>(*access.target_offset) +
-                                  (turns - 1) * static_cast<uint64_t>(access.walk->stride);
+                                  (iterations - 1) * static_cast<uint64_t>(access.walk->stride);
             if (!check_offset(static_cast<int64_t>(last),
-                              " in turn " + std::to_string(turns) + " of its loop"))
+                              " in iteration " + std::to_string(iterations) + " of its loop"))
                 return false;
         }
         if (memory.store)
@@ -221,8 +226,8 @@ private:
         if (!access.address)
             return;
         const memory_access& memory = access.access;
-        const unsigned wanted = memory.faults_unaligned ? memory.bytes : memory.element_bytes;
-        if ((!memory.load && !memory.faults_unaligned) || *access.address % wanted == 0)
+        const unsigned wanted = memory.faults_unaligned() ? memory.bytes : memory.element_bytes;
+        if ((!memory.load && !memory.faults_unaligned()) || *access.address % wanted == 0)
             return;
         const uint64_t aligned = *access.address & -*access.address;
         const std::string what = std::to_string(wanted) +
@@ -230,11 +235,12 @@ private:
                                  " an address that is " + std::to_string(aligned) + "-aligned";
         // With FEAT_LSE2 ordered accesses and atomics need not be aligned within 16 bytes.
         const bool within_16 = *access.address % 16 + memory.bytes <= 16;
-        const char* const faults = !memory.faults_unaligned ? ""
-                                   : within_16              ? ", which faults on processors without FEAT_LSE2"
-                                                            : ", which faults";
-        findings_.add(finding_id::data_alignment, memory.faults_unaligned ? severity::error : severity::note,
-                      false, {}, static_cast<int64_t>(access.offset), what + faults,
+        const char* const faults = !memory.faults_unaligned() ? ""
+                                   : within_16 ? ", which faults on processors without FEAT_LSE2"
+                                               : ", which faults";
+        findings_.add(finding_id::data_alignment,
+                      memory.faults_unaligned() ? severity::error : severity::note, false, {},
+                      static_cast<int64_t>(access.offset), what + faults,
                       {what + faults,
                        {},
                        "data blocks are packed: make the length of every block of the set a multiple of " +
@@ -246,71 +252,72 @@ private:
     // store with an unsigned offset from the page.
     void check_erratum()
     {
-        const std::vector<std::uint8_t>& text = *kernel().text;
-        for (size_t offset = 0; offset + 4 <= text.size(); offset += 4) {
-            const uint64_t in_page = (kernel().text_address + offset) & 0xfff;
-            if (in_page == 0xff8 || in_page == 0xffc)
-                check_erratum_at(text, offset);
+        constexpr uint64_t page = 0x1000;
+        for (uint64_t first = (0xff8 - kernel().text_address) % page & ~uint64_t{3};
+             first < kernel().text.size(); first += page) {
+            check_erratum_at(first);
+            check_erratum_at(first + 4);
         }
     }
 
     // The second instruction of the sequence: a load, store or prefetch of one register, a store of a pair,
     // ST1. The processor knows the instructions of Armv8.0.
-    static bool is_erratum_access(uint32_t w)
+    static bool is_erratum_access(const decoded_kernel& code)
     {
-        if ((w & 0x3b000000) == 0x18000000) // literal, which prefetches are too
+        const instruction& at = code.instructions.front();
+        const std::string_view name = opcode_name(at.opcode);
+        if (name.starts_with("PRFM") || name.starts_with("PRFUM"))
             return true;
-        if ((w & 0xbe000000) == 0x0c000000)
-            return instruction_name(w).substr(0, 4) == "ST1 ";
-        if ((w & 0x3a000000) == 0x28000000) // pairs
-            return (w & 0x00400000) == 0;
-        if ((w & 0x3f000000) == 0x08000000) { // exclusive, ordered
-            const std::optional<memory_access> access = decode_memory_access(w);
-            return access && (access->registers == 1 || access->store);
-        }
-        return (w & 0x3b000000) == 0x39000000 || (w & 0x3b200000) == 0x38000000 ||
-               (w & 0x3b200c00) == 0x38200800; // one register, prefetches among them
-    }
-
-    static bool is_branch(uint32_t w)
-    {
-        return ends_block(w) && (w & 0xff000000) != 0xd4000000 && (w & 0xffff0000) != 0; // no exception
-    }
-
-    // Whether such an instruction loads the register, or adds to it as its base.
-    static bool writes_register(uint32_t w, uint32_t number)
-    {
-        if (const std::optional<memory_access> literal = decode_literal_load(w))
-            return !literal->fp_simd && literal->first_register == number;
-        if ((w & 0x3a800000) == 0x28800000) // pairs with writeback
-            return (w >> 5 & 31) == number;
-        if ((w & 0x3f000000) == 0x08000000) // exclusive, ordered
-            return (w & 0x00400000) != 0 && (w & 31) == number;
-        const std::optional<memory_access> access = decode_memory_access(w);
+        const std::optional<memory_access> access = memory_access_of(code, at);
         if (!access)
             return false;
-        const bool moves_base = access->addressing == addressing_mode::pre_index ||
-                                access->addressing == addressing_mode::post_index ||
-                                access->addressing == addressing_mode::post_register;
-        return (moves_base && access->base == number) ||
-               (access->load && !access->store && !access->fp_simd && access->first_register == number);
+        if (access->structure)
+            return name.starts_with("ST1");
+        const bool later = access->authenticates || name.starts_with("LDAP") || name.starts_with("STLUR") ||
+                           (access->atomic && !name.starts_with("CAS"));
+        return !later && (access->registers == 1 || access->store);
     }
 
-    void check_erratum_at(const std::vector<std::uint8_t>& text, size_t offset)
+    static bool is_branch(const instruction& at)
     {
-        const auto word = [&](size_t number) {
-            const size_t at = offset + 4 * number;
-            return at + 4 <= text.size() ? word_at(text, at) : 0;
-        };
-        if ((word(0) & 0x9f000000) != 0x90000000)
+        return at.is_terminator() && at.flow != control_flow::trap && at.flow != control_flow::system;
+    }
+
+    // Whether such an instruction loads the register, or adds to it as its base. What a store-exclusive says
+    // of its success does not count.
+    static bool writes_register(const decoded_kernel& code, register_id number)
+    {
+        const instruction& at = code.instructions.front();
+        const std::optional<memory_access> access = memory_access_of(code, at);
+        return access && ((access->moves_base() && access->base == number) ||
+                          (!access->store && defs_of(code, at)[number]));
+    }
+
+    // A load, store or prefetch of a register with an unsigned offset from the page.
+    static bool completes(const decoded_kernel& code, register_id page)
+    {
+        if (code.instructions.empty())
+            return false;
+        const instruction& at = code.instructions.front();
+        return at.decoded && opcode_name(at.opcode).ends_with("ui") &&
+               (memory_access_of(code, at) || opcode_name(at.opcode) == "PRFMui") &&
+               operands_of(code, at)[1].registers[0] == page;
+    }
+
+    void check_erratum_at(size_t offset)
+    {
+        const decoded_kernel adrp = instruction_at(offset);
+        if (adrp.instructions.empty() || adrp.instructions.front().kind != instruction_kind::adrp)
             return;
-        const uint32_t page = word(0) & 31;
-        const auto completes = [page](uint32_t w) { // load or store register (unsigned immediate)
-            return (w & 0x3b000000) == 0x39000000 && (w >> 5 & 31) == page;
-        };
-        const bool found = is_erratum_access(word(1)) && !writes_register(word(1), page) &&
-                           (completes(word(2)) || (!is_branch(word(2)) && completes(word(3)))) &&
-                           (map().uses.empty() || map().uses[offset / 4] != word_use::data);
+        const register_id page = operands_of(adrp, adrp.instructions.front())[0].registers[0];
+        const decoded_kernel second = instruction_at(offset + 4);
+        const decoded_kernel third = instruction_at(offset + 8);
+        const bool found =
+            page != zero_register && !second.instructions.empty() && is_erratum_access(second) &&
+            !writes_register(second, page) && !third.instructions.empty() &&
+            (completes(third, page) ||
+             (!is_branch(third.instructions.front()) && completes(instruction_at(offset + 12), page))) &&
+            (code() == nullptr || code()->map.uses[offset / 4] != word_use::data);
         if (found) {
             findings_.add(
                 finding_id::erratum_843419, severity::warning, false, {}, static_cast<int64_t>(offset), {},
@@ -321,20 +328,20 @@ private:
         }
     }
 
-    const std::vector<checked_kernel>& kernels_;
+    const std::vector<placed_kernel>& kernels_;
     const target_finder& find_;
     entries_by_others entries_;
-    std::optional<code_map> map_; // of the kernel at hand
+    std::optional<mapped_code> code_; // of the kernel at hand
+    disassembler disassembler_;
     finding_list findings_;
     size_t index_ = 0;
 };
 
 } // namespace
 
-std::vector<wfta::kernel_finding> find_in_instructions(const std::vector<checked_kernel>& kernels,
-                                                       const target_finder& find)
+std::vector<wfta::kernel_finding> find_in_instructions(const kernel_set& set, const target_finder& find)
 {
-    return instruction_checker(kernels, find).run();
+    return instruction_checker(set, find).run();
 }
 
 } // namespace vorna::workbench

@@ -3,14 +3,16 @@
 #pragma once
 
 #include "check/engine.hpp"
+#include "workbench/kernels/kernel_set.hpp"
 
 #include <vector>
 
 namespace vorna::workbench {
 
 /// Finds falls-through, outside-constants, writes-constants, data-alignment and erratum-843419, kernel by
-/// kernel. The parameters are those of wfta::check_placed.
-std::vector<wfta::kernel_finding> find_in_instructions(const std::vector<wfta::checked_kernel>& kernels,
+/// kernel. `find` is that of
+/// wfta::check_placed.
+std::vector<wfta::kernel_finding> find_in_instructions(const kernel_set& set,
                                                        const wfta::target_finder& find);
 
 } // namespace vorna::workbench

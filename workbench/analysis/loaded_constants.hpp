@@ -1,29 +1,17 @@
-// What a kernel's loads read from its own constants.
+// The bytes that a kernel's loads get from its own constants.
 #pragma once
 
-#include "workbench/analysis/code_map.hpp"
-#include "workbench/kernels/kernel_set.hpp"
-#include "workbench/render/listing.hpp"
+#include "workbench/disasm/decoded_kernel.hpp"
 
 #include <cstddef>
-#include <string>
+#include <cstdint>
 #include <unordered_map>
 #include <vector>
 
 namespace vorna::workbench {
 
-struct described_loads {
-    /// By the offset of a load from the kernel's own constants, or from words of its code that are data,
-    /// whose address is known: where it reads, and the values, as the register is used: ".rodata+0x10  -1.5",
-    /// ".rodata  {0.0, -0.0}". Of a load that walks through a table in a loop the first values.
-    std::unordered_map<std::size_t, std::string> comments;
-
-    /// By the offset of data in the code: its value, as the first load takes it.
-    std::unordered_map<std::size_t, std::string> data;
-};
-
-/// `map` is of the kernel, and `rows` its listing.
-described_loads describe_loads(const kernel_set& set, const placed_kernel& kernel, const code_map& map,
-                               const std::vector<listing_row>& rows);
+/// What instructions, by index, load from the kernel's own data, where it is known which part of it that is.
+using loaded_constants = std::unordered_map<std::size_t, std::vector<std::uint8_t>>;
+loaded_constants find_loaded_constants(const decoded_kernel& code);
 
 } // namespace vorna::workbench

@@ -2,6 +2,7 @@
 #include "workbench/analysis/locate_abort.hpp"
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/json.hpp"
+#include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/input/abort_log.hpp"
 #include "workbench/input/line_reader.hpp"
 #include "workbench/os/file.hpp"
@@ -110,7 +111,7 @@ std::vector<std::int64_t> times_of_files(const kernel_set& set)
 // The refused instruction between its neighbours.
 void print_instructions(const kernel_set& set, const abort_location& found, bool colour_enabled)
 {
-    if (set.kernels[*found.dump].text.size() > largest_listing)
+    if (set.kernels[*found.dump].text.size() > largest_decoded_code)
         return;
     constexpr std::size_t neighbours = 2;
     disassembler disassembler;

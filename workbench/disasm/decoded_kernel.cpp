@@ -1,32 +1,20 @@
-// The only source that sees LLVM's machine-code layer in C++. An instruction's operands, implicit registers
-// and flags come from the tables that LLVM generates from its description of AArch64. The enumerations of
-// registers and opcodes are private to LLVM's target, so both are known here by their names, which are looked
-// up once for each register and each opcode.
+// An instruction's operands, implicit registers and flags come from the tables that LLVM generates from its
+// description of AArch64. The enumerations of registers and opcodes are private to LLVM's target, so both are
+// known here by their names, which are looked up once for each register and each opcode.
 //
-// Where the tables say "unmodelled side effects", registers may be read or written that are no operands
-// (SVC, MSR, SMSTART). Such an instruction counts as modelled only if its name is in the list below, of
-// which the tests hold each that a simulator can run against what it does.
+// Where the tables say "unmodelled side effects", registers may be used or defined that are not operands
+// (SVC, MSR, SMSTART). Such an instruction counts as modelled only if its name is in the list below. The
+// tests compare each that a simulator can run with what it does.
 
 #include "workbench/disasm/decoded_kernel.hpp"
 
+#include "check/relocation.hpp"
+#include "workbench/disasm/llvm.hpp"
+
 #include <algorithm>
-#include <cstring>
-#include <llvm-c/Disassembler.h>
-#include <llvm-c/Target.h>
-#include <llvm/ADT/ArrayRef.h>
-#include <llvm/MC/MCAsmInfo.h>
-#include <llvm/MC/MCContext.h>
-#include <llvm/MC/MCDisassembler/MCDisassembler.h>
-#include <llvm/MC/MCInst.h>
-#include <llvm/MC/MCInstrInfo.h>
-#include <llvm/MC/MCRegisterInfo.h>
-#include <llvm/MC/MCSubtargetInfo.h>
-#include <llvm/MC/MCTargetOptions.h>
-#include <llvm/MC/TargetRegistry.h>
-#include <llvm/Support/raw_ostream.h>
-#include <llvm/TargetParser/Triple.h>
+#include <cstdint>
+#include <initializer_list>
 #include <memory>
-#include <stdexcept>
 #include <string>
 
 namespace vorna::workbench {
@@ -48,9 +36,18 @@ struct known_opcode {
     control_flow flow = control_flow::next;
     instruction_kind kind = instruction_kind::other;
     bool modelled = true;
-    bool keeps_a_part = false; // reads what it writes, without an operand for it
-    bool reads_flags = false;  // without saying so
-    std::uint8_t literal_bytes = 0;
+    bool tells_general_defs = true;
+    bool keeps_a_part = false; // uses what it defines, without an operand for it
+    bool is_prefetch = false;
+    bool is_hint = false;
+    bool is_literal = false; // LDR, LDRSW and PRFM (literal)
+    bool wide = false;       // of what has a kind: 64 bits
+    bool sets_flags = false; // the same
+    bool subtracts = false;  // the same: SUB, SUBS, MOVN
+    std::optional<vector_element> element;
+    std::optional<memory_form> memory;
+    register_set implicit_uses;
+    register_set implicit_defs;
 };
 
 register_id register_named(std::string_view name)
@@ -102,9 +99,8 @@ known_register register_of(std::string_view name)
 
 bool begins_with_one_of(std::string_view name, std::initializer_list<std::string_view> beginnings)
 {
-    return std::any_of(beginnings.begin(), beginnings.end(), [&](std::string_view beginning) {
-        return name.substr(0, beginning.size()) == beginning;
-    });
+    return std::any_of(beginnings.begin(), beginnings.end(),
+                       [&](std::string_view beginning) { return name.starts_with(beginning); });
 }
 
 // Instructions with "unmodelled side effects" whose operands tell everything: exclusives, atomics,
@@ -120,193 +116,248 @@ bool is_modelled(std::string_view name)
            name == "AXFLAG" || name == "XAFLAG" || name == "RMIF" || name == "RET";
 }
 
-known_opcode opcode_of(std::string_view name, const llvm::MCInstrDesc& description)
+control_flow flow_of(std::string_view name, const llvm::MCInstrDesc& description)
+{
+    if (name == "BL")
+        return control_flow::call;
+    if (name == "SVC" || name == "HVC" || name == "SMC")
+        return control_flow::system;
+    if (description.isCall())
+        return control_flow::indirect_call;
+    if (name.starts_with("RET"))
+        return control_flow::exit;
+    if (name == "B")
+        return control_flow::branch;
+    if (name == "BR" || begins_with_one_of(name, {"BRAA", "BRAB"}))
+        return control_flow::jump;
+    if (name == "BRK" || name == "HLT" || name == "UDF")
+        return control_flow::trap;
+    if (description.isBranch() && description.isConditionalBranch())
+        return control_flow::conditional;
+    if (description.isBranch() || description.isReturn() || description.isTerminator())
+        return control_flow::unknown;
+    return control_flow::next;
+}
+
+void find_kind(std::string_view name, known_opcode& found)
+{
+    struct named_kind {
+        std::string_view name;
+        instruction_kind kind;
+        bool wide, sets_flags, subtracts;
+    };
+    using enum instruction_kind;
+    static constexpr named_kind kinds[] = {
+        {"ADR", adr, true, false, false},
+        {"ADRP", adrp, true, false, false},
+        {"ADDXri", add_constant, true, false, false},
+        {"ADDWri", add_constant, false, false, false},
+        {"ADDSXri", add_constant, true, true, false},
+        {"ADDSWri", add_constant, false, true, false},
+        {"SUBXri", add_constant, true, false, true},
+        {"SUBWri", add_constant, false, false, true},
+        {"SUBSXri", add_constant, true, true, true},
+        {"SUBSWri", add_constant, false, true, true},
+        {"ORRXrs", copy, true, false, false}, // if its operands make it one
+        {"ORRWrs", copy, false, false, false},
+        {"MOVZXi", set_constant, true, false, false},
+        {"MOVZWi", set_constant, false, false, false},
+        {"MOVNXi", set_constant, true, false, true},
+        {"MOVNWi", set_constant, false, false, true},
+        {"MOVKXi", keep_others, true, false, false},
+        {"MOVKWi", keep_others, false, false, false},
+    };
+    for (const named_kind& one : kinds) {
+        if (one.name == name) {
+            found.kind = one.kind;
+            found.wide = one.wide;
+            found.sets_flags = one.sets_flags;
+            found.subtracts = one.subtracts;
+        }
+    }
+}
+
+// "FMULv2f64", "FMLAv2i64_indexed", "ADDv4i32".
+std::optional<vector_element> element_in(std::string_view name)
+{
+    const bool floating_point = name.starts_with('F');
+    if (!floating_point &&
+        !begins_with_one_of(name, {"ADDv", "ADDPv", "SUBv", "MULv", "MLAv", "MLSv", "CMEQv", "CMGTv", "CMHIv",
+                                   "SCVTFv", "UCVTFv", "SSHLv", "USHLv", "TBLv", "TBXv"}))
+        return std::nullopt;
+    constexpr std::string_view digits = "0123456789";
+    for (std::size_t at = name.find('v'); at != std::string_view::npos; at = name.find('v', at + 1)) {
+        const std::size_t letter = name.find_first_not_of(digits, at + 1);
+        if (letter == std::string_view::npos || letter == at + 1 ||
+            (name[letter] != 'i' && name[letter] != 'f'))
+            continue;
+        const std::string_view rest = name.substr(letter + 1);
+        for (const unsigned bits : {64U, 32U, 16U, 8U}) {
+            if (rest.starts_with(std::to_string(bits))) {
+                // FCVTN and its kind are named for what they make of elements of twice the size.
+                const unsigned narrows = begins_with_one_of(name, {"FCVTN", "FCVTXN"}) &&
+                                                 !begins_with_one_of(name, {"FCVTNSv", "FCVTNUv"})
+                                             ? 2
+                                             : 1;
+                return vector_element{floating_point,
+                                      static_cast<std::uint8_t>(std::min(narrows * bits / 8, 8U))};
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+known_opcode opcode_of(std::string_view name, const llvm::MCInstrDesc& description,
+                       const std::vector<known_register>& registers)
 {
     known_opcode found;
     found.modelled = !description.hasUnmodeledSideEffects() || is_modelled(name);
     if (begins_with_one_of(name, {"SETFFR", "ERET", "DRPS"}))
         found.modelled = false;
-    // Where the tables are wrong: X15 to X17 of PACIA171615 and its kind are not told, FMOV Vd.D[1], Xn keeps
+    // Where the tables are wrong: X15 to X17 of PACIA171615 and its kind are missing, FMOV Vd.D[1], Xn keeps
     // the other half, and CTERMEQ and CTERMNE make V of C.
     if (name.find("171615") != std::string_view::npos)
         found.modelled = false;
     found.keeps_a_part = name == "FMOVXDHighr";
-    found.reads_flags = begins_with_one_of(name, {"CTERM"});
-
-    if (name == "BL")
-        found.flow = control_flow::call;
-    else if (description.isCall())
-        found.flow = control_flow::indirect_call;
-    else if (begins_with_one_of(name, {"RET"}))
-        found.flow = control_flow::exit;
-    else if (name == "B")
-        found.flow = control_flow::branch;
-    else if (name == "BR" || begins_with_one_of(name, {"BRAA", "BRAB"}))
-        found.flow = control_flow::jump;
-    else if (name == "BRK" || name == "HLT" || name == "UDF")
-        found.flow = control_flow::trap;
-    else if (description.isBranch() && description.isConditionalBranch())
-        found.flow = control_flow::conditional;
-    else if (description.isBranch() || description.isReturn() || description.isTerminator())
-        found.flow = control_flow::unknown;
-
-    if (name == "ADR")
-        found.kind = instruction_kind::adr;
-    else if (name == "ADRP")
-        found.kind = instruction_kind::adrp;
-    else if (name == "ADDXri")
-        found.kind = instruction_kind::add;
-    else if (name == "SUBXri")
-        found.kind = instruction_kind::sub;
-    else if (name == "ORRXrs")
-        found.kind = instruction_kind::move; // if its operands make it one
-    static constexpr std::pair<std::string_view, std::uint8_t> literals[] = {
-        {"LDRWl", 4}, {"LDRSl", 4}, {"LDRSWl", 4}, {"LDRXl", 8}, {"LDRDl", 8}, {"LDRQl", 16}, {"PRFMl", 0}};
-    for (const auto& [literal, bytes] : literals) {
-        if (name == literal) {
-            found.kind = instruction_kind::load_literal;
-            found.literal_bytes = bytes;
+    if (name.starts_with("CTERM"))
+        found.implicit_uses.set(condition_flags);
+    found.is_prefetch = name.starts_with("PRF");
+    found.is_hint = name == "HINT";
+    const auto add_implicit = [&](unsigned llvm_register, register_set& to) {
+        const known_register& implied = registers[llvm_register];
+        for (std::size_t r = 0; r < implied.count; ++r) {
+            if (implied.members[r] < register_count)
+                to.set(implied.members[r]);
+            else if (implied.members[r] == unknown_register)
+                found.modelled = false;
         }
-    }
+    };
+    for (const auto implied : description.implicit_uses())
+        add_implicit(implied, found.implicit_uses);
+    for (const auto implied : description.implicit_defs())
+        add_implicit(implied, found.implicit_defs);
+    found.tells_general_defs =
+        found.modelled ||
+        begins_with_one_of(name, {"MRS", "MSR", "SYS", "STG", "STZ", "ST2G", "LDG", "CPY", "SETP", "SETM",
+                                  "SETE", "SETG", "ADDPT", "SUBPT", "LD64B", "ST64B"});
+    found.flow = flow_of(name, description);
+    find_kind(name, found);
+    found.element = element_in(name);
+    found.memory = memory_form_of(name);
+    found.is_literal =
+        name == "PRFMl" || (found.memory && found.memory->addressing == addressing_mode::literal);
     return found;
 }
 
-class decoder {
-public:
-    decoder()
-    {
-        LLVMInitializeAArch64TargetInfo();
-        LLVMInitializeAArch64TargetMC();
-        LLVMInitializeAArch64Disassembler();
-        const char* const triple = "aarch64-linux-gnu";
-        std::string error;
-        const llvm::Target* const target = llvm::TargetRegistry::lookupTarget(triple, error);
-        if (target == nullptr)
-            throw std::runtime_error("LLVM has no disassembler for AArch64");
-        registers_.reset(target->createMCRegInfo(triple));
-        assembly_.reset(target->createMCAsmInfo(*registers_, triple, llvm::MCTargetOptions()));
-        opcodes_.reset(target->createMCInstrInfo());
-        subtarget_.reset(target->createMCSubtargetInfo(triple, "", "+all"));
-        context_ = std::make_unique<llvm::MCContext>(llvm::Triple(triple), assembly_.get(), registers_.get(),
-                                                     subtarget_.get());
-        disassembler_.reset(target->createMCDisassembler(*subtarget_, *context_));
-
-        known_registers_.resize(registers_->getNumRegs());
-        for (unsigned i = 1; i < registers_->getNumRegs(); ++i)
-            known_registers_[i] = register_of(registers_->getName(i));
-        known_opcodes_.resize(opcodes_->getNumOpcodes());
-        for (unsigned i = 0; i < opcodes_->getNumOpcodes(); ++i)
-            known_opcodes_[i] = opcode_of(name(i), opcodes_->get(i));
-    }
-
-    [[nodiscard]] std::string_view name(unsigned opcode) const
-    {
-        const llvm::StringRef name = opcodes_->getName(opcode);
-        return {name.data(), name.size()};
-    }
-
-    void decode(std::uint32_t word, instruction& result, std::vector<operand>& operands) const
-    {
-        result.word = word;
-        result.first_operand = static_cast<std::uint32_t>(operands.size());
-        std::uint8_t bytes[sizeof word];
-        std::memcpy(bytes, &word, sizeof word);
-        llvm::MCInst decoded;
-        std::uint64_t size = 0;
-        if (disassembler_->getInstruction(decoded, size, bytes, 0, llvm::nulls()) !=
-            llvm::MCDisassembler::Success)
-            return;
-        const llvm::MCInstrDesc& description = opcodes_->get(decoded.getOpcode());
-        const known_opcode& known = known_opcodes_[decoded.getOpcode()];
-        result.opcode = decoded.getOpcode();
-        result.decoded = true;
-        result.flow = known.flow;
-        result.kind = known.kind;
-        result.modelled = known.modelled;
-        result.literal_bytes = known.literal_bytes;
-        result.may_load = description.mayLoad();
-        result.may_store = description.mayStore();
-        for (unsigned i = 0; i < decoded.getNumOperands(); ++i) {
-            operand made;
-            made.defined = i < description.getNumDefs();
-            if (decoded.getOperand(i).isReg()) {
-                made.is_register = true;
-                const known_register& known_one = known_registers_[decoded.getOperand(i).getReg()];
-                made.count = known_one.count;
-                made.low_half = known_one.low_half;
-                made.registers = known_one.members;
-                for (std::size_t r = 0; r < made.count; ++r)
-                    result.modelled = result.modelled && (made.registers[r] < register_count ||
-                                                          made.registers[r] == zero_register);
-            } else if (decoded.getOperand(i).isImm()) {
-                made.immediate = decoded.getOperand(i).getImm();
-            } else {
-                result.modelled = false;
-            }
-            operands.push_back(made);
-        }
-        if (known.keeps_a_part) {
-            operand kept = operands[result.first_operand];
-            kept.defined = false;
-            operands.push_back(kept);
-        }
-        result.operand_count = static_cast<std::uint32_t>(operands.size()) - result.first_operand;
-        const auto add_implicit = [&](unsigned llvm_register, register_set& to) {
-            const known_register& implied = known_registers_[llvm_register];
-            for (std::size_t r = 0; r < implied.count; ++r) {
-                if (implied.members[r] < register_count)
-                    to.set(implied.members[r]);
-                else if (implied.members[r] == unknown_register)
-                    result.modelled = false;
-            }
-        };
-        for (const auto implied : description.implicit_uses())
-            add_implicit(implied, result.implicit_uses);
-        for (const auto implied : description.implicit_defs())
-            add_implicit(implied, result.implicit_defs);
-        if (known.reads_flags)
-            result.implicit_uses.set(condition_flags);
-        if (name(result.opcode) == "HINT") // NOP, YIELD, WFE, WFI, SEV, SEVL, DGH, CSDB, BTI
-            result.modelled = is_plain_hint(decoded.getOperand(0).getImm());
-
-        if (result.operand_count == 0)
-            return;
-        const operand& last = operands.back();
-        if (result.kind == instruction_kind::adr)
-            result.pc_relative = last.immediate;
-        else if (result.kind == instruction_kind::load_literal || result.flow == control_flow::branch ||
-                 result.flow == control_flow::conditional || result.flow == control_flow::call)
-            result.pc_relative = 4 * last.immediate;
-        if (result.kind == instruction_kind::move && // ORR xd, xzr, xm
-            (operands[result.first_operand + 1].registers[0] != zero_register || last.immediate != 0))
-            result.kind = instruction_kind::other;
-    }
-
-private:
-    static bool is_plain_hint(std::int64_t number)
-    {
-        return number <= 6 || number == 20 || number == 32 || number == 34 || number == 36 || number == 38;
-    }
-
-    std::unique_ptr<const llvm::MCRegisterInfo> registers_;
-    std::unique_ptr<const llvm::MCAsmInfo> assembly_;
-    std::unique_ptr<const llvm::MCInstrInfo> opcodes_;
-    std::unique_ptr<const llvm::MCSubtargetInfo> subtarget_;
-    std::unique_ptr<llvm::MCContext> context_;
-    std::unique_ptr<const llvm::MCDisassembler> disassembler_;
-    std::vector<known_register> known_registers_;
-    std::vector<known_opcode> known_opcodes_;
+// The opcodes and the registers, by LLVM's numbers.
+struct known_names {
+    std::vector<known_register> registers;
+    std::vector<known_opcode> opcodes;
 };
 
-const decoder& the_decoder()
+std::string_view name_of(std::uint32_t opcode)
 {
-    static const decoder made;
+    const llvm::StringRef name = the_llvm().opcodes->getName(opcode);
+    return {name.data(), name.size()};
+}
+
+known_names find_names()
+{
+    const llvm_aarch64& llvm = the_llvm();
+    known_names found;
+    found.registers.resize(llvm.registers->getNumRegs());
+    for (unsigned i = 1; i < llvm.registers->getNumRegs(); ++i)
+        found.registers[i] = register_of(llvm.registers->getName(i));
+    found.opcodes.reserve(llvm.opcodes->getNumOpcodes());
+    for (unsigned i = 0; i < llvm.opcodes->getNumOpcodes(); ++i)
+        found.opcodes.push_back(opcode_of(name_of(i), llvm.opcodes->get(i), found.registers));
+    return found;
+}
+
+const known_names& the_names()
+{
+    static const known_names found = find_names();
+    return found;
+}
+
+const known_opcode& opcode_of(const instruction& instruction)
+{
+    return the_names().opcodes[instruction.opcode];
+}
+
+// Of HINT: NOP, YIELD, WFE, WFI, SEV, SEVL, DGH, CSDB, BTI.
+bool is_plain_hint(std::int64_t number)
+{
+    return number <= 6 || number == 20 || number == 32 || number == 34 || number == 36 || number == 38;
+}
+
+operand operand_of(const llvm::MCOperand& from, bool defined, bool& modelled)
+{
+    operand made;
+    made.defined = defined;
+    if (from.isReg()) {
+        made.is_register = true;
+        const known_register& known = the_names().registers[from.getReg()];
+        made.count = known.count;
+        made.low_half = known.low_half;
+        made.registers = known.members;
+        for (std::size_t r = 0; r < made.count; ++r)
+            modelled = modelled && (made.registers[r] < register_count || made.registers[r] == zero_register);
+    } else if (from.isImm()) {
+        made.immediate = from.getImm();
+    } else {
+        modelled = false;
+    }
     return made;
+}
+
+void decode(std::uint32_t word, instruction& result, std::vector<operand>& operands)
+{
+    result.word = word;
+    result.first_operand = static_cast<std::uint32_t>(operands.size());
+    llvm::MCInst decoded;
+    if (!the_llvm().decode(word, decoded)) {
+        // All branches of A64, later ones too, are among the words with 0b101x in bits 28 to 25.
+        if ((word >> 26 & 7) == 5)
+            result.flow = control_flow::anywhere;
+        return;
+    }
+    const llvm::MCInstrDesc& description = the_llvm().opcodes->get(decoded.getOpcode());
+    const known_opcode& known = the_names().opcodes[decoded.getOpcode()];
+    result.opcode = static_cast<std::uint16_t>(decoded.getOpcode());
+    result.decoded = true;
+    result.flow = known.flow;
+    result.kind = known.kind;
+    result.modelled = known.modelled;
+    // LLVM has exclusives load and store, whichever they are, and LDAPUR do neither.
+    result.may_load = known.memory ? known.memory->load : description.mayLoad();
+    result.may_store = known.memory ? known.memory->store : description.mayStore();
+    for (unsigned i = 0; i < decoded.getNumOperands(); ++i)
+        operands.push_back(operand_of(decoded.getOperand(i), i < description.getNumDefs(), result.modelled));
+    if (known.keeps_a_part) {
+        operand kept = operands[result.first_operand];
+        kept.defined = false;
+        operands.push_back(kept);
+    }
+    result.operand_count = static_cast<std::uint8_t>(operands.size() - result.first_operand);
+    if (known.is_hint)
+        result.modelled = is_plain_hint(decoded.getOperand(0).getImm());
+    if (result.operand_count == 0)
+        return;
+    const operand& last = operands.back();
+    if (result.kind == instruction_kind::adr)
+        result.pc_relative = static_cast<std::int32_t>(last.immediate);
+    else if (result.flow == control_flow::branch || result.flow == control_flow::conditional ||
+             result.flow == control_flow::call || known.is_literal)
+        result.pc_relative = static_cast<std::int32_t>(4 * last.immediate);
+    if (result.kind == instruction_kind::copy && // ORR xd, xzr, xm
+        (operands[result.first_operand + 1].registers[0] != zero_register || last.immediate != 0))
+        result.kind = instruction_kind::other;
 }
 
 register_set registers_of(const decoded_kernel& kernel, const instruction& instruction, bool defined)
 {
-    register_set found = defined ? instruction.implicit_defs : instruction.implicit_uses;
+    register_set found = defined ? implicit_defs_of(instruction) : implicit_uses_of(instruction);
     for (const operand& operand : operands_of(kernel, instruction)) {
         if (operand.defined != defined)
             continue;
@@ -318,30 +369,70 @@ register_set registers_of(const decoded_kernel& kernel, const instruction& instr
     return found;
 }
 
+void add_relocation(decoded_kernel& kernel, std::int64_t word, std::size_t index, bool fits)
+{
+    if (word < 0 || word >= static_cast<std::int64_t>(kernel.instructions.size()))
+        return;
+    instruction& at = kernel.instructions[static_cast<std::size_t>(word)];
+    at.relocated =
+        fits && at.relocated == word_relocation::none ? word_relocation::fits : word_relocation::unclear;
+    at.relocation = static_cast<std::uint32_t>(index);
+}
+
+void add_relocations(decoded_kernel& result, const std::vector<tessjit::reloc_info>& relocs)
+{
+    for (std::size_t i = 0; i < relocs.size(); ++i) {
+        const std::int64_t offset = relocs[i].offset;
+        if (offset % 4 != 0) {
+            const std::int64_t first = (offset - (offset < 0 ? 3 : 0)) / 4;
+            add_relocation(result, first, i, false);
+            add_relocation(result, first + 1, i, false);
+            continue;
+        }
+        const bool inside = offset >= 0 && offset / 4 < static_cast<std::int64_t>(result.instructions.size());
+        const wfta::relocation_kind* const expected = wfta::find_relocation_kind(relocs[i].type);
+        add_relocation(result, offset / 4, i,
+                       inside && expected != nullptr &&
+                           (result.instructions[static_cast<std::size_t>(offset / 4)].word &
+                            expected->opcode_mask) == expected->opcode);
+    }
+}
+
 } // namespace
 
 decoded_kernel decode_kernel(const placed_kernel& kernel)
 {
     decoded_kernel result;
+    result.kernel = &kernel;
     result.instructions.resize(kernel.text.size() / 4);
     result.operands.reserve(4 * result.instructions.size());
     for (std::size_t i = 0; i < result.instructions.size(); ++i)
-        the_decoder().decode(word_at(kernel.text, 4 * i), result.instructions[i], result.operands);
-    for (std::size_t r = 0; r < kernel.relocs.size(); ++r) {
-        const std::int64_t offset = kernel.relocs[r].offset;
-        if (offset < 0 || static_cast<std::uint64_t>(offset) >= 4 * result.instructions.size())
-            continue;
-        instruction& at = result.instructions[static_cast<std::size_t>(offset) / 4];
-        if (at.relocations++ == 0)
-            at.relocation = static_cast<std::uint32_t>(r);
-    }
+        decode(word_at(kernel.text, 4 * i), result.instructions[i], result.operands);
+    add_relocations(result, kernel.relocs);
+    return result;
+}
+
+decoded_kernel decode_word(std::uint32_t word)
+{
+    decoded_kernel result;
+    result.instructions.resize(1);
+    decode(word, result.instructions.front(), result.operands);
     return result;
 }
 
 operand_range operands_of(const decoded_kernel& kernel, const instruction& instruction)
 {
-    const operand* const first = kernel.operands.data() + instruction.first_operand;
-    return {first, first + instruction.operand_count};
+    return operand_range(kernel.operands).subspan(instruction.first_operand, instruction.operand_count);
+}
+
+const register_set& implicit_uses_of(const instruction& instruction)
+{
+    return opcode_of(instruction).implicit_uses;
+}
+
+const register_set& implicit_defs_of(const instruction& instruction)
+{
+    return opcode_of(instruction).implicit_defs;
 }
 
 register_set uses_of(const decoded_kernel& kernel, const instruction& instruction)
@@ -354,52 +445,106 @@ register_set defs_of(const decoded_kernel& kernel, const instruction& instructio
     return registers_of(kernel, instruction, true);
 }
 
+bool tells_general_defs(const instruction& instruction)
+{
+    return instruction.decoded && (instruction.modelled || opcode_of(instruction).tells_general_defs);
+}
+
 std::string_view opcode_name(std::uint32_t opcode)
 {
-    return the_decoder().name(opcode);
+    return name_of(opcode);
 }
 
-std::optional<std::size_t> branch_target(const decoded_kernel& kernel, std::size_t index)
+instruction_class class_of(const decoded_kernel& kernel, const instruction& instruction)
 {
-    const instruction& branch = kernel.instructions[index];
-    if (!branch.pc_relative)
-        return std::nullopt;
-    const std::int64_t target = static_cast<std::int64_t>(4 * index) + *branch.pc_relative;
-    if (target < 0 || target % 4 != 0 || static_cast<std::uint64_t>(target) / 4 >= kernel.instructions.size())
-        return std::nullopt;
-    return static_cast<std::size_t>(target) / 4;
+    const known_opcode& known = opcode_of(instruction);
+    if (!instruction.decoded || known.is_prefetch || instruction.flow == control_flow::trap)
+        return instruction.flow == control_flow::trap && opcode_name(instruction.opcode) != "UDF"
+                   ? instruction_class::branch
+                   : instruction_class::other;
+    if (instruction.flow != control_flow::next)
+        return instruction_class::branch;
+    if (instruction.may_load || instruction.may_store)
+        return instruction.may_load ? instruction_class::load : instruction_class::store;
+    bool any = false;
+    for (const operand& operand : operands_of(kernel, instruction)) {
+        if (operand.is_register && operand.registers[0] >= vector_register(0) &&
+            operand.registers[0] < condition_flags)
+            return instruction_class::fp_simd;
+        any = any || operand.is_register;
+    }
+    return any && known.modelled ? instruction_class::integer : instruction_class::other;
 }
 
-std::vector<bool> reachable_words(const decoded_kernel& kernel, const std::vector<std::int64_t>& entries)
+std::optional<vector_element> vector_element_of(const instruction& instruction)
 {
-    std::vector<bool> reached(kernel.instructions.size());
-    std::vector<std::size_t> waiting;
-    const auto reach = [&](std::size_t index) {
-        if (index < reached.size() && !reached[index]) {
-            reached[index] = true;
-            waiting.push_back(index);
+    return opcode_of(instruction).element;
+}
+
+std::optional<memory_access> memory_access_of(const decoded_kernel& kernel, const instruction& instruction)
+{
+    const std::optional<memory_form>& form = opcode_of(instruction).memory;
+    if (!instruction.decoded || !form)
+        return std::nullopt;
+    const operand_range operands = operands_of(kernel, instruction);
+    memory_access access{*form};
+    access.first_register = operands[form->status_operands].registers[0];
+    const std::size_t last = operands.size() - 1;
+    switch (form->addressing) {
+    case addressing_mode::literal:
+        access.offset = *instruction.pc_relative;
+        break;
+    case addressing_mode::register_index: // base, index, extension, shift
+        access.base = operands[1].registers[0];
+        access.index = operands[2].registers[0];
+        break;
+    case addressing_mode::post_register: // base, and XZR for the number of bytes
+        access.base = operands[last - 1].registers[0];
+        access.index = operands[last].registers[0];
+        if (access.index == zero_register) {
+            access.addressing = addressing_mode::post_index;
+            access.offset = access.bytes;
         }
-    };
-    reach(0);
-    for (const std::int64_t entry : entries) {
-        if (entry >= 0)
-            reach(static_cast<std::size_t>(entry) / 4);
+        break;
+    default:
+        access.base = operands[form->scale == 0 ? last : last - 1].registers[0];
+        access.offset = form->scale * operands[last].immediate;
+        break;
     }
-    while (!waiting.empty()) {
-        const std::size_t index = waiting.back();
-        waiting.pop_back();
-        const instruction& at = kernel.instructions[index];
-        if (!at.decoded)
-            continue;
-        if (at.flow == control_flow::branch || at.flow == control_flow::conditional) {
-            if (const auto target = branch_target(kernel, index))
-                reach(*target);
-        }
-        if (at.flow == control_flow::next || at.flow == control_flow::conditional ||
-            at.flow == control_flow::call || at.flow == control_flow::indirect_call)
-            reach(index + 1);
+    return access;
+}
+
+std::optional<register_sum> register_sum_of(const decoded_kernel& kernel, const instruction& instruction)
+{
+    const operand_range operands = operands_of(kernel, instruction);
+    const known_opcode& known = opcode_of(instruction);
+    switch (instruction.kind) {
+    case instruction_kind::add_constant: { // destination, source, number, shift
+        const std::int64_t magnitude = operands[2].immediate << operands[3].immediate;
+        return register_sum{operands[0].registers[0], operands[1].registers[0],
+                            known.subtracts ? -magnitude : magnitude, known.wide, known.sets_flags};
     }
-    return reached;
+    case instruction_kind::copy: // destination, XZR, source, shift
+        return register_sum{operands[0].registers[0], operands[2].registers[0], 0, known.wide, false};
+    default:
+        return std::nullopt;
+    }
+}
+
+std::optional<register_number> register_number_of(const decoded_kernel& kernel,
+                                                  const instruction& instruction)
+{
+    const operand_range operands = operands_of(kernel, instruction);
+    const known_opcode& known = opcode_of(instruction);
+    const std::uint64_t whole = known.wide ? ~std::uint64_t{0} : 0xffffffff;
+    const bool keeps = instruction.kind == instruction_kind::keep_others;
+    if (!keeps && instruction.kind != instruction_kind::set_constant)
+        return std::nullopt;
+    const std::size_t number = keeps ? 2 : 1; // after the register, which MOVK also uses
+    const auto shift = static_cast<unsigned>(operands[number + 1].immediate);
+    const std::uint64_t part = static_cast<std::uint64_t>(operands[number].immediate) << shift;
+    return register_number{operands[0].registers[0], keeps ? whole & ~(std::uint64_t{0xffff} << shift) : 0,
+                           known.subtracts ? ~part & whole : part};
 }
 
 } // namespace vorna::workbench

@@ -1,15 +1,16 @@
-// A kernel's instructions as LLVM's tables describe them: operands, registers read and written, control flow.
-// Made once of a kernel; the analyses read it and look at no bit of a word themselves.
+// A kernel's instructions as LLVM's tables describe them: operands, registers used and defined, control flow,
+// memory accesses. A kernel is decoded once; the analyses read this and look at no bit of a word themselves.
 #pragma once
 
+#include "workbench/disasm/memory_access.hpp"
 #include "workbench/kernels/kernel_set.hpp"
 
 #include <array>
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -37,24 +38,26 @@ constexpr register_id condition_flags = 81;
 constexpr std::size_t register_count = 82;
 constexpr register_id zero_register = 254; ///< only as an operand: it has no value that could change
 
+/// X0 to X30 and SP.
+constexpr bool is_general(register_id r)
+{
+    return r <= stack_pointer;
+}
+
 using register_set = std::bitset<register_count>;
 
-/// An explicit operand, in LLVM's order: those that the instruction writes first. An operand that is both
-/// read and written (MOVK, a lane of a vector, a base register with writeback) is there twice.
+/// An explicit operand, in LLVM's order: the defs first. An operand that is both used and defined (MOVK, a
+/// lane of a vector, a base register with writeback) is there twice.
 struct operand {
     bool is_register = false;
-    bool defined = false;   ///< written by the instruction, otherwise read
+    bool defined = false;   ///< defined by the instruction, otherwise used
     bool low_half = false;  ///< of vector registers, 64 bits or fewer
     std::uint8_t count = 0; ///< registers: several in a list or a pair
     std::array<register_id, 8> registers{};
     std::int64_t immediate = 0;
 
     /// The same kind of operand with the same registers or immediate.
-    friend bool operator==(const operand& a, const operand& b)
-    {
-        return a.is_register == b.is_register && a.defined == b.defined && a.low_half == b.low_half &&
-               a.count == b.count && a.registers == b.registers && a.immediate == b.immediate;
-    }
+    friend bool operator==(const operand& a, const operand& b) = default;
 };
 
 /// Where control goes from an instruction.
@@ -67,7 +70,10 @@ enum class control_flow : std::uint8_t {
     jump,          ///< BR and its kind: to an address in a register
     exit,          ///< RET and its kind
     trap,          ///< nowhere: BRK, HLT, UDF
-    unknown,       ///< exception returns, and what LLVM calls a branch that is none of these
+    system,        ///< SVC and its kind: to an exception handler, and on to the next one
+    anywhere, ///< to the next one, or elsewhere: a word that is none of LLVM's branches, but may be a later
+              ///< one
+    unknown,  ///< exception returns, and what LLVM calls a branch that is none of these
 };
 
 /// What the analyses know by name.
@@ -75,16 +81,39 @@ enum class instruction_kind : std::uint8_t {
     other,
     adr,          ///< ADR: forms the address `pc_relative` from itself
     adrp,         ///< ADRP
-    add,          ///< ADD (immediate) of 64 bits without flags; its last operands are the number and a shift
-    sub,          ///< SUB (immediate) of the same kind
-    move,         ///< MOV (register) of 64 bits
-    load_literal, ///< LDR and LDRSW (literal): load from `pc_relative` from themselves
+    add_constant, ///< ADD, ADDS, SUB or SUBS (immediate)
+    copy,         ///< MOV (register)
+    set_constant, ///< MOVZ, MOVN
+    keep_others,  ///< MOVK
+};
+
+/// What the mix of a kernel's instructions counts.
+enum class instruction_class : std::uint8_t {
+    load,    ///< reads memory; an atomic that also writes it counts here
+    store,   ///< writes memory only
+    fp_simd, ///< computes in floating-point, SIMD or SVE registers, or moves between them and others
+    integer, ///< computes in general registers
+    branch,  ///< may continue elsewhere than at the next word: branches, calls, returns, exceptions
+    other    ///< system instructions, hints, prefetches, and words that are not instructions
+};
+
+/// What an arithmetic instruction takes the elements of its vector registers for.
+struct vector_element {
+    bool floating_point = false;
+    std::uint8_t bytes = 0;
+};
+
+/// What the relocations do to a word.
+enum class word_relocation : std::uint8_t {
+    none,
+    fits,   ///< one relocation, of the instruction that the word is
+    unclear ///< several, or one of another instruction, or one of parts of two words
 };
 
 /// One word of a kernel's code.
 struct instruction {
     std::uint32_t word = 0;
-    std::uint32_t opcode = 0; ///< LLVM's number; equal ones are the same form of an instruction
+    std::uint16_t opcode = 0; ///< LLVM's number; equal ones are the same form of an instruction
     bool decoded = false;     ///< false for a word that is not an instruction, or an unpredictable one
     control_flow flow = control_flow::next;
     instruction_kind kind = instruction_kind::other;
@@ -92,47 +121,94 @@ struct instruction {
     bool may_store = false;
     bool modelled = false; ///< operands and implicit registers are all that it depends on and changes
                            ///< beside memory and the floating-point control and status
-    std::uint8_t literal_bytes = 0; ///< that a literal load reads
-    register_set implicit_uses;
-    register_set implicit_defs;
-    std::uint32_t first_operand = 0; ///< in decoded_kernel::operands
-    std::uint32_t operand_count = 0;
-    std::optional<std::int64_t> pc_relative; ///< distance in bytes of the place that it names by one
-    std::uint32_t relocations = 0;           ///< how many are on it
-    std::uint32_t relocation = 0;            ///< index of the first of them in the kernel
+    word_relocation relocated = word_relocation::none;
+    std::uint8_t operand_count = 0;
+    std::uint32_t first_operand = 0;         ///< in decoded_kernel::operands
+    std::uint32_t relocation = 0;            ///< index in the kernel of the relocation that fits
+    std::optional<std::int32_t> pc_relative; ///< distance in bytes of the place that it names by one
+
+    /// BL, BLR and their kind: control comes back to the next instruction.
+    [[nodiscard]] bool is_call() const
+    {
+        return flow == control_flow::call || flow == control_flow::indirect_call;
+    }
+    /// Ends a basic block: the next word is reached otherwise, or is but one of two ways to continue.
+    [[nodiscard]] bool is_terminator() const { return flow != control_flow::next; }
+    /// Control never continues at the next word.
+    [[nodiscard]] bool is_barrier() const
+    {
+        return flow == control_flow::branch || flow == control_flow::jump || flow == control_flow::exit ||
+               flow == control_flow::trap || flow == control_flow::unknown;
+    }
 };
 
+/// Refers to the kernel that it was decoded from, which must outlive it.
 struct decoded_kernel {
+    const placed_kernel* kernel = nullptr;
     std::vector<instruction> instructions; ///< one for each whole word of the text
     std::vector<operand> operands;
 };
 
+/// Code beyond which kernels are neither decoded for an analysis nor listed: the instructions and their rows
+/// take some fifty times its size.
+inline constexpr std::size_t largest_decoded_code = std::size_t{4} << 20;
+
 decoded_kernel decode_kernel(const placed_kernel& kernel);
 
+/// One word by itself, of no kernel.
+decoded_kernel decode_word(std::uint32_t word);
+
 /// The operands of one instruction.
-struct operand_range {
-    const operand* first;
-    const operand* last;
-    [[nodiscard]] const operand* begin() const { return first; }
-    [[nodiscard]] const operand* end() const { return last; }
-    [[nodiscard]] std::size_t size() const { return static_cast<std::size_t>(last - first); }
-    const operand& operator[](std::size_t i) const { return first[i]; }
-};
+using operand_range = std::span<const operand>;
 operand_range operands_of(const decoded_kernel& kernel, const instruction& instruction);
 
-/// The registers that an instruction reads or writes, wholly or in part. What it changes in part is in both.
+/// The registers that an instruction uses or defines without an operand.
+const register_set& implicit_uses_of(const instruction& instruction);
+const register_set& implicit_defs_of(const instruction& instruction);
+
+/// The registers that an instruction uses or defines, wholly or in part. What it defines in part is in both.
 register_set uses_of(const decoded_kernel& kernel, const instruction& instruction);
 register_set defs_of(const decoded_kernel& kernel, const instruction& instruction);
+
+/// Whether an instruction that is not modelled may yet define no general registers but those of its operands:
+/// MRS, MSR, SYS.
+bool tells_general_defs(const instruction& instruction);
 
 /// LLVM's name of an opcode: "LDRDui".
 std::string_view opcode_name(std::uint32_t opcode);
 
-/// For each word whether control reaches it: from the first one and from `entries` (byte offsets), through
-/// branches within the kernel and past calls. What is not reached may be data. A word that is not an
-/// instruction is reached but leads nowhere.
-std::vector<bool> reachable_words(const decoded_kernel& kernel, const std::vector<std::int64_t>& entries);
+instruction_class class_of(const decoded_kernel& kernel, const instruction& instruction);
 
-/// The word that a branch within the kernel leads to; nothing if that is outside.
-std::optional<std::size_t> branch_target(const decoded_kernel& kernel, std::size_t index);
+/// The type of the vectors that arithmetic is done with; nothing for instructions that only move bytes, as
+/// EOR does with a mask of signs.
+std::optional<vector_element> vector_element_of(const instruction& instruction);
+
+/// What a load, a store or an atomic does with memory.
+struct memory_access : memory_form {
+    register_id first_register = zero_register; ///< the first of those that are loaded or stored
+    register_id base = zero_register;           ///< zero_register for a literal load
+    register_id index = zero_register;          ///< that is added, before the access or after it
+    std::int64_t offset = 0;                    ///< in bytes; 0 where a register is added
+};
+std::optional<memory_access> memory_access_of(const decoded_kernel& kernel, const instruction& instruction);
+
+/// ADD or SUB of a constant, or MOV (register): to = from + constant.
+struct register_sum {
+    register_id to = zero_register;
+    register_id from = zero_register; ///< zero_register: just the constant
+    std::int64_t constant = 0;
+    bool wide = true;        ///< of 64 bits
+    bool sets_flags = false; ///< ADDS, SUBS
+};
+std::optional<register_sum> register_sum_of(const decoded_kernel& kernel, const instruction& instruction);
+
+/// MOVZ, MOVN or MOVK: to = (to & kept) | value.
+struct register_number {
+    register_id to = zero_register;
+    std::uint64_t kept = 0;
+    std::uint64_t value = 0;
+};
+std::optional<register_number> register_number_of(const decoded_kernel& kernel,
+                                                  const instruction& instruction);
 
 } // namespace vorna::workbench

@@ -1,16 +1,14 @@
-// Disassembly of single AArch64 instructions.
+// The text of single AArch64 instructions, by LLVM's printer.
 #pragma once
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 
 namespace vorna::workbench {
 
-/// Knows the instructions of Armv9 and its extensions. One object serves one thread at a time; making one
-/// takes about as long as some thousand instructions.
+/// Knows the instructions of Armv9 and its extensions. One object serves one thread at a time.
 class disassembler {
 public:
     disassembler();
@@ -18,23 +16,18 @@ public:
     disassembler(const disassembler&) = delete;
     disassembler& operator=(const disassembler&) = delete;
 
-    /// The instruction in the assembler's words, one blank behind the mnemonic ("ldr d7, [x3, #16]"); what
-    /// branches, ADR, ADRP and loads of literals lead to as an absolute number, seen from the address `pc`.
-    /// ".word 0x........" for a word that is no instruction.
+    /// The instruction as an assembler takes it, with one blank after the mnemonic ("ldr d7, [x3, #16]"). The
+    /// places that branches, ADR, ADRP and loads of literals name are absolute numbers, seen from the address
+    /// `pc`. ".word 0x........" for a word that is not an instruction.
     std::string text(std::uint32_t word, std::uint64_t pc);
 
-    /// The same with `operand` in place of the instruction's last one ("bl wfta_short_3").
-    std::string text_with_last_operand(std::uint32_t word, std::string_view operand);
+    /// The same with a symbol for the place, or for the number of an ADD ("bl wfta_short_3", "add x1, x1,
+    /// :lo12:table").
+    std::string text_with_symbol(std::uint32_t word, std::string_view symbol);
 
 private:
-    std::string plain_text(std::uint32_t word);
-
     struct implementation;
     std::unique_ptr<implementation> implementation_;
 };
-
-/// The address that a branch (not to a register), ADR, ADRP or a load of a literal at the address `pc` leads
-/// to; nothing for other instructions.
-std::optional<std::uint64_t> pc_relative_target(std::uint32_t word, std::uint64_t pc);
 
 } // namespace vorna::workbench

@@ -3,8 +3,8 @@
 #include "check/finding_text.hpp"
 #include "check/relocation.hpp"
 #include "workbench/analysis/code_map.hpp"
-#include "workbench/analysis/loaded_constants.hpp"
-#include "workbench/disasm/a64.hpp"
+#include "workbench/analysis/load_comments.hpp"
+#include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/kernels/linking.hpp"
 #include "workbench/text/counts.hpp"
 #include "workbench/text/place.hpp"
@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <elf.h>
 #include <fmt/format.h>
+#include <functional>
 #include <set>
 #include <stdexcept>
 
@@ -25,8 +26,8 @@ constexpr std::size_t word_size = 4;
 /// A relocation's target as the listing of a kernel has it: its own constants without its name.
 std::string target_text(const placed_kernel& kernel, const tessjit::reloc_info& relocation)
 {
-    return with_addend(is_own_data(kernel.name, relocation.name) ? ".rodata" : printable(relocation.name),
-                       relocation.addend);
+    const bool own_data = is_own_data(kernel.name, relocation.name);
+    return with_addend(own_data ? ".rodata" : printable(relocation.name), relocation.addend);
 }
 
 std::string type_text(std::int32_t type)
@@ -51,24 +52,13 @@ std::vector<std::vector<std::size_t>> relocations_by_row(const placed_kernel& ke
     return rows;
 }
 
-/// Whether the relocation fills just the field that its kind has in this instruction.
-bool fits(const tessjit::reloc_info& relocation, std::size_t offset, std::uint32_t generated)
-{
-    const wfta::relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
-    return kind != nullptr && static_cast<std::size_t>(relocation.offset) == offset &&
-           (generated & kind->opcode_mask) == kind->opcode;
-}
-
-/// The instruction with the relocation's target as its last operand.
+/// The instruction with the relocation's target as its place or its number.
 std::string relocated_text(const placed_kernel& kernel, const tessjit::reloc_info& relocation,
                            std::uint32_t generated, disassembler& disassembler)
 {
     const std::string target = target_text(kernel, relocation);
-    if (relocation.type != R_AARCH64_ADD_ABS_LO12_NC)
-        return disassembler.text_with_last_operand(generated, target);
-    // With an immediate of 0 an ADD from or to the stack pointer would be the alias MOV.
-    constexpr std::uint32_t immediate = 0x400;
-    return disassembler.text_with_last_operand(generated | immediate, ":lo12:" + target);
+    return disassembler.text_with_symbol(
+        generated, relocation.type == R_AARCH64_ADD_ABS_LO12_NC ? ":lo12:" + target : target);
 }
 
 std::string label_of(std::size_t offset)
@@ -76,38 +66,30 @@ std::string label_of(std::size_t offset)
     return fmt::format(".L{:x}", offset);
 }
 
-/// Whether an instruction gives or reads a place by a distance that it holds itself: ADR, LDR (literal).
-bool reads_by_distance(std::uint32_t word)
-{
-    return (word & 0x9f000000) == 0x10000000 || (word & 0x3b000000) == 0x18000000;
-}
+/// Names a place outside the kernel's rows by its distance from the kernel's first byte.
+using symboliser = std::function<std::string(std::int64_t place)>;
 
 /// Names what an instruction leads to by a distance that it holds itself. Places in the code that it reads
 /// are added to `read`.
-void name_target(const kernel_set& set, const placed_kernel& kernel, listing_row& row,
-                 disassembler& disassembler, std::vector<std::size_t>& read)
+void name_target(const placed_kernel& kernel, const instruction& at, listing_row& row,
+                 disassembler& disassembler, const symboliser& name_of, std::vector<std::size_t>& read)
 {
-    const std::optional<std::uint64_t> target =
-        pc_relative_target(row.word, kernel.text_address + row.offset);
-    if (!target || row.text.front() == '.')
+    if (!at.pc_relative)
         return;
-    const bool call = row.word >> 26 == 0x25; // BL
-    const std::uint64_t offset = *target - kernel.text_address;
-    if (reads_by_distance(row.word) && offset % word_size == 0 &&
-        lies_within(kernel.text, static_cast<std::int64_t>(offset))) {
-        read.push_back(offset);
-        row.text = disassembler.text_with_last_operand(row.word, label_of(offset));
-    }
-    if (!branch_displacement(row.word))
-        return;
-    if (lies_within(kernel.text, static_cast<std::int64_t>(offset)) && !(call && offset == 0)) {
+    const std::int64_t place = static_cast<std::int64_t>(row.offset) + *at.pc_relative;
+    const auto offset = static_cast<std::size_t>(place);
+    const bool inside = lies_within(kernel.text, place);
+    if (at.flow == control_flow::next) { // ADR, loads of literals
+        if (inside && offset % word_size == 0) {
+            read.push_back(offset);
+            row.text = disassembler.text_with_symbol(row.word, label_of(offset));
+        }
+    } else if (inside && !(at.is_call() && offset == 0)) {
         row.branch_target = offset;
-        row.text = disassembler.text_with_last_operand(row.word, label_of(offset));
-        return;
+        row.text = disassembler.text_with_symbol(row.word, label_of(offset));
+    } else {
+        row.text = disassembler.text_with_symbol(row.word, name_of(place));
     }
-    row.text = disassembler.text_with_last_operand(row.word, address_text(set, *target));
-    if (const placed_kernel* const callee = find_kernel_by_text(set, *target); callee != nullptr && call)
-        row.callee = callee->name;
 }
 
 /// Where the relocations of other kernels lead into this one.
@@ -121,6 +103,16 @@ std::vector<code_entry> entries_by_others(const kernel_set& set, const placed_ke
         }
     }
     return entries;
+}
+
+/// The name of the kernel in whose code a BL leads by its own distance; empty if that is elsewhere.
+std::string callee_at(const kernel_set& set, const placed_kernel& kernel, const listing_row& row,
+                      const instruction& call)
+{
+    const std::uint64_t address = kernel.text_address + row.offset;
+    const placed_kernel* const callee =
+        find_kernel_by_text(set, address + static_cast<std::uint64_t>(std::int64_t{*call.pc_relative}));
+    return callee == nullptr ? "" : callee->name;
 }
 
 /// Whether a relocation of the kernel leads to that of the name.
@@ -138,78 +130,33 @@ void append(std::string& comment, const std::string& text)
     comment += text;
 }
 
-} // namespace
+/// Why a relocation cannot be applied wherever the kernel and its targets lie; of one within the code.
+std::optional<wfta::finding_id> finding_without_addresses(const placed_kernel& kernel,
+                                                          const tessjit::reloc_info& relocation)
+{
+    const wfta::relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
+    if (kind == nullptr)
+        return wfta::finding_id::unhandled_type;
+    if (names_data(relocation.name) && !is_own_data(kernel.name, relocation.name))
+        return wfta::finding_id::foreign_data;
+    if ((word_at(kernel.text, static_cast<std::size_t>(relocation.offset)) & kind->tested_mask) != 0)
+        return wfta::finding_id::field_filled;
+    return std::nullopt;
+}
 
-namespace {
-
-/// What the rows have: words with the relocations applied, and targets in the text of what they fit.
+/// What the rows have.
 struct row_contents {
-    bool linked;
-    bool targets;
+    bool targets;          ///< the targets of relocations are in the text, otherwise in comments only
+    std::uint64_t address; ///< of the first row, for numbers in the text
+    symboliser name_of;
+    const std::vector<std::uint8_t>* linked = nullptr; ///< the code, if its words are shown
+    const std::vector<std::optional<wfta::finding_id>>* findings =
+        nullptr; ///< of each relocation, if there are addresses
 };
 
-kernel_listing list_rows(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
-                         row_contents contents)
+/// Puts the kernels that the rows call into the listing, and labels onto what is branched to or read.
+void add_calls_and_labels(kernel_listing& listing, const std::vector<std::size_t>& read)
 {
-    if (kernel.text.size() > largest_listing)
-        throw std::runtime_error(fmt::format("{}: {} of code, more than is listed", kernel.name,
-                                             pluralize(kernel.text.size(), "byte")));
-    kernel_listing listing;
-    const std::size_t words = kernel.text.size() / word_size;
-    const code_map map = map_code(kernel.name, kernel.text, kernel.relocs, entries_by_others(set, kernel));
-    listing.instructions =
-        words - static_cast<std::size_t>(std::count(map.uses.begin(), map.uses.end(), word_use::data));
-    for (const std::size_t caller : set.callers[static_cast<std::size_t>(&kernel - set.kernels.data())]) {
-        if (refers_to(set, set.kernels[caller], kernel.name))
-            listing.callers.push_back(set.kernels[caller].name);
-    }
-
-    const linked_kernel code = link_kernel(set, kernel);
-    const std::vector<std::vector<std::size_t>> relocations = relocations_by_row(kernel);
-    std::vector<std::size_t> read; // places in the code
-    for (std::size_t offset = 0; offset + word_size <= kernel.text.size(); offset += word_size) {
-        listing_row row;
-        row.offset = offset;
-        const std::uint32_t generated = word_at(kernel.text, offset);
-        row.word = contents.linked ? word_at(code.text, offset) : generated;
-        const std::vector<std::size_t>& of_row = relocations[offset / word_size];
-        row.is_data = !map.uses.empty() && map.uses[offset / word_size] == word_use::data;
-        const bool plain =
-            !row.is_data && of_row.size() == 1 && fits(kernel.relocs[of_row.front()], offset, generated);
-        const bool elsewhere = plain && code.findings[of_row.front()] == wfta::finding_id::call_bit_25;
-        row.text = row.is_data ? fmt::format(".word 0x{:08x}", row.word)
-                               : disassembler.text(row.word, kernel.text_address + offset);
-        if (elsewhere && contents.linked) {
-            name_target(set, kernel, row, disassembler, read);
-        } else if (plain && !elsewhere) {
-            const tessjit::reloc_info& relocation = kernel.relocs[of_row.front()];
-            if (contents.targets)
-                row.text = relocated_text(kernel, relocation, generated, disassembler);
-            if (relocation.type == R_AARCH64_CALL26 && !names_data(relocation.name))
-                row.callee = relocation.name;
-        } else if (!plain && (of_row.empty() || contents.linked)) {
-            name_target(set, kernel, row, disassembler, read);
-        }
-        for (const std::size_t i : of_row) {
-            const tessjit::reloc_info& relocation = kernel.relocs[i];
-            const std::string outcome = code.findings[i] ? wfta::summary_of(*code.findings[i]) : "";
-            append(row.comment,
-                   plain && contents.targets && !elsewhere
-                       ? outcome
-                       : fmt::format("{} {}{}{}", type_text(relocation.type), target_text(kernel, relocation),
-                                     outcome.empty() ? "" : ", ", outcome));
-        }
-        listing.rows.push_back(std::move(row));
-    }
-    for (std::size_t offset = words * word_size; offset < kernel.text.size(); ++offset) {
-        listing_row row;
-        row.offset = offset;
-        row.size = 1;
-        row.word = kernel.text[offset];
-        row.text = fmt::format(".byte 0x{:02x}", row.word);
-        listing.rows.push_back(std::move(row));
-    }
-
     std::set<std::string> called;
     for (const listing_row& row : listing.rows) {
         if (row.branch_target)
@@ -219,7 +166,10 @@ kernel_listing list_rows(const kernel_set& set, const placed_kernel& kernel, dis
     }
     for (const std::size_t offset : read)
         listing.rows[offset / word_size].label = label_of(offset);
-    const described_loads loads = describe_loads(set, kernel, map, listing.rows);
+}
+
+void add_loads(kernel_listing& listing, const described_loads& loads)
+{
     for (listing_row& row : listing.rows) {
         if (row.is_data) {
             const auto value = loads.data.find(row.offset);
@@ -231,6 +181,89 @@ kernel_listing list_rows(const kernel_set& set, const placed_kernel& kernel, dis
         if (load != loads.comments.end())
             append(row.comment, load->second);
     }
+}
+
+/// Everything but the callers. Without a set nothing depends on addresses.
+kernel_listing list_rows(const kernel_set* set, const placed_kernel& kernel, disassembler& disassembler,
+                         const row_contents& contents)
+{
+    if (kernel.text.size() > largest_decoded_code)
+        throw std::runtime_error(fmt::format("{}: {} of code, more than is listed", kernel.name,
+                                             pluralize(kernel.text.size(), "byte")));
+    kernel_listing listing;
+    const decoded_kernel code = decode_kernel(kernel);
+    const code_map map =
+        map_code(code, set == nullptr ? std::vector<code_entry>{} : entries_by_others(*set, kernel));
+    listing.instructions =
+        map.uses.size() -
+        static_cast<std::size_t>(std::count(map.uses.begin(), map.uses.end(), word_use::data));
+    const std::vector<std::vector<std::size_t>> relocations = relocations_by_row(kernel);
+    std::vector<std::size_t> read; // places in the code
+    for (std::size_t i = 0; i < code.instructions.size(); ++i) {
+        const instruction& at = code.instructions[i];
+        const std::vector<std::size_t>& of_row = relocations[i];
+        listing_row row;
+        row.offset = i * word_size;
+        row.word = contents.linked == nullptr ? at.word : word_at(*contents.linked, row.offset);
+        row.is_data = map.uses[i] == word_use::data;
+        const bool plain = !row.is_data && at.relocated == word_relocation::fits;
+        const bool elsewhere = plain && contents.findings != nullptr &&
+                               (*contents.findings)[of_row.front()] == wfta::finding_id::call_bit_25;
+        row.text = row.is_data ? fmt::format(".word 0x{:08x}", row.word)
+                               : disassembler.text(row.word, contents.address + row.offset);
+        if (plain && !elsewhere) {
+            const tessjit::reloc_info& relocation = kernel.relocs[at.relocation];
+            if (contents.targets)
+                row.text = relocated_text(kernel, relocation, at.word, disassembler);
+            if (relocation.type == R_AARCH64_CALL26 && !names_data(relocation.name))
+                row.callee = relocation.name;
+        } else if (!row.is_data && (of_row.empty() || contents.linked != nullptr || set == nullptr)) {
+            const decoded_kernel shown = decode_word(row.word);
+            name_target(kernel, shown.instructions.front(), row, disassembler, contents.name_of, read);
+            if (set != nullptr && shown.instructions.front().flow == control_flow::call && !row.branch_target)
+                row.callee = callee_at(*set, kernel, row, shown.instructions.front());
+        }
+        for (const std::size_t r : of_row) {
+            const tessjit::reloc_info& relocation = kernel.relocs[r];
+            const std::optional<wfta::finding_id> finding =
+                contents.findings == nullptr ? finding_without_addresses(kernel, relocation)
+                                             : (*contents.findings)[r];
+            const std::string outcome = finding ? wfta::summary_of(*finding) : "";
+            append(row.comment,
+                   plain && contents.targets && !elsewhere
+                       ? outcome
+                       : fmt::format("{} {}{}{}", type_text(relocation.type), target_text(kernel, relocation),
+                                     outcome.empty() ? "" : ", ", outcome));
+        }
+        listing.rows.push_back(std::move(row));
+    }
+    for (std::size_t offset = listing.rows.size() * word_size; offset < kernel.text.size(); ++offset) {
+        listing_row row;
+        row.offset = offset;
+        row.size = 1;
+        row.word = kernel.text[offset];
+        row.text = fmt::format(".byte 0x{:02x}", row.word);
+        listing.rows.push_back(std::move(row));
+    }
+    add_calls_and_labels(listing, read);
+    add_loads(listing, describe_loads(set, code, map));
+    return listing;
+}
+
+kernel_listing list_in_set(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
+                           bool linked, bool targets)
+{
+    const linked_kernel code = link_kernel(set, kernel);
+    const auto name_of = [&](std::int64_t place) {
+        return address_text(set, kernel.text_address + static_cast<std::uint64_t>(place));
+    };
+    kernel_listing listing =
+        list_rows(&set, kernel, disassembler,
+                  {targets, kernel.text_address, name_of, linked ? &code.text : nullptr, &code.findings});
+    for (const std::size_t caller : set.callers[static_cast<std::size_t>(&kernel - set.kernels.data())]) {
+        if (refers_to(set, set.kernels[caller], kernel.name))
+            listing.callers.push_back(set.kernels[caller].name);
+    }
     return listing;
 }
 
@@ -239,51 +272,30 @@ kernel_listing list_rows(const kernel_set& set, const placed_kernel& kernel, dis
 kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
                            bool linked)
 {
-    return list_rows(set, kernel, disassembler, {linked, linked});
+    return list_in_set(set, kernel, disassembler, linked, linked);
 }
 
 kernel_listing list_generated(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler)
 {
-    return list_rows(set, kernel, disassembler, {false, true});
+    return list_in_set(set, kernel, disassembler, false, true);
+}
+
+kernel_listing list_without_addresses(const placed_kernel& kernel, disassembler& disassembler)
+{
+    const auto name_of = [&](std::int64_t place) { return with_addend(printable(kernel.name), place); };
+    return list_rows(nullptr, kernel, disassembler, {true, 0, name_of});
 }
 
 std::string generated_text(const placed_kernel& kernel, std::size_t offset, disassembler& disassembler)
 {
     const std::uint32_t word = word_at(kernel.text, offset);
-    const auto relocation =
-        std::find_if(kernel.relocs.begin(), kernel.relocs.end(), [&](const tessjit::reloc_info& r) {
-            return r.offset >= 0 && fits(r, offset, word) &&
-                   (word & wfta::find_relocation_kind(r.type)->field_mask) == 0;
-        });
-    return relocation == kernel.relocs.end() ? disassembler.text(word, kernel.text_address + offset)
-                                             : relocated_text(kernel, *relocation, word, disassembler);
-}
-
-kernel_listing list_without_addresses(const placed_kernel& kernel, disassembler& disassembler)
-{
-    // In a set of its own, with callees in reach that have no code.
-    constexpr std::uint64_t address = 0x10000000;
-    std::vector<placed_kernel> kernels(1, kernel);
-    kernels.front().text_address = address;
-    kernels.front().data_address = (address + kernel.text.size() + 31) & ~std::uint64_t{31};
-    std::set<std::string> targets{kernel.name};
     for (const tessjit::reloc_info& relocation : kernel.relocs) {
-        if (names_data(relocation.name) || !targets.insert(relocation.name).second)
-            continue;
-        placed_kernel callee;
-        callee.name = relocation.name;
-        callee.text_address = address - 32;
-        callee.data_address = address;
-        kernels.push_back(std::move(callee));
+        const wfta::relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
+        if (relocation.offset >= 0 && static_cast<std::size_t>(relocation.offset) == offset &&
+            kind != nullptr && (word & kind->opcode_mask) == kind->opcode && (word & kind->field_mask) == 0)
+            return relocated_text(kernel, relocation, word, disassembler);
     }
-    const kernel_set set = make_kernel_set(std::move(kernels));
-    const placed_kernel& alone = *find_kernel(set, kernel.name);
-    kernel_listing listing = list_kernel(set, alone, disassembler);
-    for (listing_row& row : listing.rows) {
-        if (row.size == word_size)
-            row.word = word_at(kernel.text, row.offset);
-    }
-    return listing;
+    return disassembler.text(word, kernel.text_address + offset);
 }
 
 int offset_digits(const placed_kernel& kernel)

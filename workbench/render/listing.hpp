@@ -33,13 +33,10 @@ struct kernel_listing {
     std::vector<listing_row> rows;
 };
 
-/// Bytes of code beyond which a kernel is not listed: its rows take some fifty times their size.
-inline constexpr std::size_t largest_listing = std::size_t{4} << 20;
-
 /// Lists a kernel of the set. With `linked` the relocations are applied, and their targets stand in the text;
 /// one that cannot be applied leaves the word as it is and is told in the comment. Otherwise the words are
 /// those that were generated, and the relocations are comments. Throws std::runtime_error for a kernel that
-/// is larger than the largest listing.
+/// is larger than is decoded (largest_decoded_code).
 kernel_listing list_kernel(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
                            bool linked = true);
 

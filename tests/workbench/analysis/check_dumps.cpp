@@ -310,7 +310,7 @@ TEST_F(CheckCommand, PrintsFindingsWithTheirInstructions)
         "caller+0x0: error: relocation R_AARCH64_CALL26 against 'callee' is for a BL, but the instruction is 0xb9400000 "
         "[opcode]\n"
         "    b9400000  ldr w0, [x0]            relocation 1 of 2: callee + 0\n"
-        "caller+0x8: error: NOP (0xd503201f) is the last instruction, and control continues past the end of "
+        "caller+0x8: error: nop is the last instruction, and control continues past the end of "
         "the code [falls-through]\n"
         "    d503201f  nop\n"
         "    help: end the code with RET, a branch or a trap\n"
@@ -335,7 +335,7 @@ TEST_F(CheckCommand, PrintsJsonOfTheSame)
     ASSERT_EQ(document["findings"].size(), 3U);
     EXPECT_EQ(document["findings"][2], nlohmann::json::parse(R"({
         "id": "falls-through", "severity": "error", "aborts": false, "kernel": "caller", "relocation": null,
-        "offset": 8, "message": "NOP (0xd503201f) is the last instruction, and control continues past the end of the code",
+        "offset": 8, "message": "nop is the last instruction, and control continues past the end of the code",
         "note": "", "help": "end the code with RET, a branch or a trap"})"));
     EXPECT_EQ(document["findings"][0], nlohmann::json::parse(R"({
         "id": "field-filled", "severity": "error", "aborts": true, "kernel": "caller", "relocation": 0, "offset": 0,
@@ -351,7 +351,7 @@ TEST_F(CheckCommand, PrintsAnnotationsOfTheSame)
     const child_result result = check({".", "--format=github"});
     EXPECT_EQ(result.exit_status, 1);
     EXPECT_THAT(result.out, testing::HasSubstr(
-                                "::error title=caller+0x8::NOP (0xd503201f) is the last instruction, and "
+                                "::error title=caller+0x8::nop is the last instruction, and "
                                 "control continues past the end of the code [falls-through]%0Aend the code "
                                 "with RET"));
     EXPECT_THAT(

@@ -13,10 +13,11 @@ namespace {
 
 using namespace support;
 using namespace support::a64;
-using vorna::wfta::checked_kernel;
 using vorna::wfta::kernel_data;
 using vorna::wfta::kernel_finding;
 using vorna::wfta::relocation_target;
+using vorna::workbench::kernel_set;
+using vorna::workbench::placed_kernel;
 
 constexpr std::int32_t ADR = 274;
 constexpr std::int32_t ADRP = 275;
@@ -33,17 +34,19 @@ std::vector<kernel_finding> find(const std::vector<kernel_data>& kernels)
         text_address = (text_address + kernel.text.size() + 31) / 32 * 32;
     std::uint64_t data_address = text_address;
     text_address = mapping;
-    std::vector<checked_kernel> placed;
+    std::vector<placed_kernel> placed;
     for (const kernel_data& kernel : kernels) {
         placed.push_back(
-            {&kernel.name, &kernel.text, &kernel.data, &kernel.relocs, text_address, data_address, ""});
+            {kernel.name, text_address, kernel.text, data_address, kernel.data, kernel.relocs, 0, ""});
         text_address = (text_address + kernel.text.size() + 31) / 32 * 32;
         data_address += kernel.data.size();
     }
+    kernel_set set;
+    set.kernels = placed;
     return vorna::workbench::find_in_instructions(
-        placed, [&](std::size_t, const std::string& name) -> relocation_target {
-            for (const checked_kernel& kernel : placed) {
-                if (*kernel.name == name)
+        set, [&](std::size_t, const std::string& name) -> relocation_target {
+            for (const placed_kernel& kernel : placed) {
+                if (kernel.name == name)
                     return {relocation_target::where::placed, kernel.text_address};
             }
             return {relocation_target::where::nowhere, 0};
@@ -190,14 +193,10 @@ TEST(InstructionFindings, FindsTextsThatDoNotEnd)
     for (const char* last : {"nop", "ldr x0, [x1]", "fadd d0, d0, d0", "msr tpidr_el0, x0", "cbnz x0, #0",
                              "b.eq #0", "tbz x0, #3, #0", "bl #64", "blr x1", "svc #0"})
         EXPECT_EQ(found({kernel("one", assemble({last}))}), "error one+0 falls-through\n") << last;
-    EXPECT_EQ(
-        messages({kernel("one", {sub(0, 0, 1)})}),
-        "SUB (immediate) (0xd1000400) is the last instruction, and control continues past the end of the "
-        "code\n");
-    EXPECT_EQ(
-        messages({kernel("one", {0x5e280801})}), // sha1h s1, s0
-        "an FP or SIMD instruction (0x5e280801) is the last instruction, and control continues past the "
-        "end of the code\n");
+    EXPECT_EQ(messages({kernel("one", {sub(0, 0, 1)})}),
+              "sub x0, x0, #1 is the last instruction, and control continues past the end of the code\n");
+    EXPECT_EQ(messages({kernel("one", {0x5e280801})}), // sha1h s1, s0
+              "sha1h s1, s0 is the last instruction, and control continues past the end of the code\n");
 }
 
 TEST(InstructionFindings, TakesPaddingAndLiteralsAfterTheCodeAsTheyAre)
@@ -251,7 +250,7 @@ TEST(InstructionFindings, FindsAccessesOutsideTheConstants)
               "8-byte load from .rodata+0x20, outside the kernel's constants, which have 32 bytes\n");
     EXPECT_EQ(
         constants({"mov x5, #9", "ldr w6, [x3], #4", "sub x5, x5, #1", "cbnz x5, #-8"}),
-        "error one+8 outside-constants\n4-byte load from .rodata+0x20 in turn 9 of its loop, outside the "
+        "error one+8 outside-constants\n4-byte load from .rodata+0x20 in iteration 9 of its loop, outside the "
         "kernel's constants, which have 32 bytes\n");
     EXPECT_EQ(constants({"mov x5, #8", "ldr w6, [x3], #4", "sub x5, x5, #1", "cbnz x5, #-8"}), "");
     EXPECT_EQ(constants({"ldr w6, [x3], #4", "cbnz x6, #-4"}), "") << "as often as it may be";

@@ -738,7 +738,7 @@ private:
             if (address) {
                 addresses_[offset].push_back(*address);
                 const auto finding = outside_.find(offset);
-                if (finding != outside_.end() && finding->second.find("in turn") == std::string::npos &&
+                if (finding != outside_.end() && finding->second.find("in iteration") == std::string::npos &&
                     finding->second.find("page") == std::string::npos) {
                     const unsigned bytes = static_cast<unsigned>(std::stoul(finding->second));
                     ++totals_.outside;

@@ -30,7 +30,6 @@ using vorna::workbench::decoded_kernel;
 using vorna::workbench::instruction;
 using vorna::workbench::opcode_name;
 using vorna::workbench::placed_kernel;
-using vorna::workbench::reachable_words;
 using vorna::workbench::register_count;
 using vorna::workbench::register_id;
 using vorna::workbench::register_set;
@@ -303,22 +302,6 @@ TEST(DecodedInstructions, OfUnknownEffectsAreToldApart)
          {"svc #0", "brk #1", "msr nzcv, x0", "mrs x0, fpcr", "hint #40", "setffr", "eret", "msr daifset, #2",
           "dc zva, x0", "hint #50", ".word 0xdac18bfe" /* PACIA171615 */, ".word 0xdac1bbfe"})
         EXPECT_FALSE(modelled(line)) << line;
-}
-
-TEST(DecodedKernels, ReachWhatControlReaches)
-{
-    const auto reached = [](const std::vector<std::string>& lines, const std::vector<std::int64_t>& entries) {
-        std::string text;
-        for (const bool word : reachable_words(decode_kernel(support::assembled_kernel("k", lines)), entries))
-            text += word ? '+' : '.';
-        return text;
-    };
-    EXPECT_EQ(reached({"ldr s1, #12", "fmul s0, s0, s1", "ret", ".word 0x3d2aaaab"}, {}), "+++.");
-    EXPECT_EQ(reached({"b #8", ".word 0x3d2aaaab", "ret"}, {}), "+.+");
-    EXPECT_EQ(reached({"cbz x0, #8", "ret", "br x1", "nop"}, {}), "+++.");
-    EXPECT_EQ(reached({"bl f", "tbz x0, #3, #12", "brk #1", "nop", "ret"}, {}), "+++.+");
-    EXPECT_EQ(reached({"ret", "nop", "ret", "nop"}, {4}), "+++.");
-    EXPECT_EQ(reached({".word 0xffffffff", "ret"}, {}), "+.");
 }
 
 } // namespace

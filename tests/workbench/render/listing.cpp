@@ -1,5 +1,6 @@
 // What a kernel's listing shows.
 
+#include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/render/listing.hpp"
 #include "tests/support/a64.hpp"
 #include "tests/support/dumps.hpp"
@@ -519,7 +520,7 @@ TEST(Listing, TakesTimeInProportionToTheRows)
 TEST(Listing, OfMoreThanItsLargestSizeIsRefused)
 {
     placed_kernel kernel = placed("k", 0x10000, {});
-    kernel.text.resize(largest_listing + 1);
+    kernel.text.resize(largest_decoded_code + 1);
     const kernel_set set = make_kernel_set({kernel});
     try {
         list(set, "k");
@@ -668,7 +669,7 @@ TEST_F(ShowCommand, NamesTheNearestOfANameThatIsNotThere)
 TEST_F(ShowCommand, ListsTheOthersWhereAKernelIsTooLarge)
 {
     write_file(directory.path() / "large",
-               dump_of({placed_bytes("large", 0x1000000, largest_listing + 4, 0x10000000)}));
+               dump_of({placed_bytes("large", 0x1000000, largest_decoded_code + 4, 0x10000000)}));
     const child_result show = run_tool({VORNA_KERNELS, "show", "."}, directory.path());
     EXPECT_EQ(show.exit_status, 2);
     EXPECT_EQ(show.err, "vorna-kernels: large: 4194308 bytes of code, more than is listed\n");

@@ -1,7 +1,7 @@
 #include "workbench/render/page/page_model.hpp"
 
 #include "workbench/analysis/difference.hpp"
-#include "workbench/disasm/a64.hpp"
+#include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/kernels/linking.hpp"
 #include "workbench/render/json.hpp"
 #include "workbench/render/page/page_listing.hpp"
@@ -170,8 +170,9 @@ std::vector<std::size_t> find_callees(const model& model, const placed_kernel& k
 std::array<std::size_t, 6> count_instructions(const placed_kernel& kernel)
 {
     std::array<std::size_t, 6> counts{};
-    for (std::size_t offset = 0; offset + 4 <= kernel.text.size(); offset += 4)
-        ++counts[static_cast<std::size_t>(instruction_class_of(word_at(kernel.text, offset)))];
+    const decoded_kernel code = decode_kernel(kernel);
+    for (const instruction& at : code.instructions)
+        ++counts[static_cast<std::size_t>(class_of(code, at))];
     return counts;
 }
 

@@ -1,35 +1,33 @@
 // The loads and stores of a kernel whose address follows from its relocations.
 #pragma once
 
-#include "jit/reloc_info.hpp"
 #include "workbench/analysis/code_map.hpp"
-#include "workbench/disasm/a64.hpp"
+#include "workbench/disasm/decoded_kernel.hpp"
+#include "workbench/kernels/kernel_set.hpp"
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace vorna::workbench {
 
-/// In place of a relocation's index: an ADR of the own code that needs no relocation.
-inline constexpr std::size_t own_code = std::numeric_limits<std::size_t>::max();
-
-/// How the address of an access changes in a loop that executes it once in each turn.
+/// How the address of an access changes in a loop that executes it once in each iteration.
 struct address_walk {
-    std::int64_t stride;                ///< bytes from turn to turn
-    std::optional<std::uint64_t> turns; ///< each time the loop is entered, where that is certain
+    std::int64_t stride;                     ///< bytes from iteration to iteration
+    std::optional<std::uint64_t> iterations; ///< each time the loop is entered, where that is certain
 };
 
 /// A load or a store whose base register comes from an ADR, or from an ADRP (and ADD) with relocations.
 struct known_access {
     std::size_t offset;   ///< of the instruction in the text
     memory_access access; ///< what the instruction does
-    std::size_t
-        relocation; ///< index of the relocation that named the target: the ADR's, the ADRP's; own_code
+
+    /// Index of the relocation that named the target: the ADR's or the ADRP's. Nothing for an ADR of the own
+    /// code that needs no relocation.
+    std::optional<std::size_t> relocation;
 
     /// Where the access begins, from the relocation's target (a kernel's code, or the own data) on. Nothing
     /// if that depends on where the target is placed, and this is not known.
@@ -40,7 +38,7 @@ struct known_access {
 
     bool through_page = false; ///< no ADD completes the ADRP
 
-    /// If there, the address is that of the first turn.
+    /// If there, the address is that of the first iteration.
     std::optional<address_walk> walk;
 };
 
@@ -58,18 +56,14 @@ struct known_addresses {
 inline constexpr std::size_t most_followed_blocks = 65'536;
 
 /// Follows addresses through the control flow of the kernel's unlinked code: through moves, additions of
-/// constants and the writeback of loads and stores. Where several ways meet, known is what all of them agree
-/// on; behind a call, what the called kernel preserves by the procedure call standard; where the code is
-/// entered from outside, nothing. The accesses are those of the words that may be executed.
-known_addresses find_known_addresses(const code_map& map, const std::string& name,
-                                     const std::vector<std::uint8_t>& text,
-                                     const std::vector<tessjit::reloc_info>& relocs,
+/// constants and the writeback of loads and stores. Where paths meet, what all of them agree on is known;
+/// after a call, what the called kernel preserves by the procedure call standard; where the code is entered
+/// from outside, nothing. The accesses are those of the words that may be executed.
+known_addresses find_known_addresses(const decoded_kernel& code, const code_map& map,
                                      const target_address& address_of = {});
 
 /// The accesses that the kernel's relocations make known and that have the same address each time, where no
-/// other kernel enters this one behind its beginning.
-std::vector<known_access> known_accesses(const std::string& name, const std::vector<std::uint8_t>& text,
-                                         const std::vector<tessjit::reloc_info>& relocs,
-                                         const target_address& address_of = {});
+/// other kernel enters this one after its beginning.
+std::vector<known_access> known_accesses(const decoded_kernel& code, const target_address& address_of = {});
 
 } // namespace vorna::workbench

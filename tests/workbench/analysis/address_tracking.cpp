@@ -1,6 +1,6 @@
 // Which addresses of loads and stores follow from a kernel's relocations.
 
-#include "workbench/analysis/known_addresses.hpp"
+#include "workbench/analysis/address_tracking.hpp"
 #include "tests/support/assemble.hpp"
 #include "tests/support/kernels.hpp"
 
@@ -17,11 +17,28 @@ constexpr std::int32_t page = 275;
 constexpr std::int32_t lo12 = 277;
 constexpr std::int32_t call = 283;
 
+placed_kernel placed(const std::vector<std::uint8_t>& text, const std::vector<tessjit::reloc_info>& relocs)
+{
+    placed_kernel kernel;
+    kernel.name = "k";
+    kernel.text = text;
+    kernel.relocs = relocs;
+    return kernel;
+}
+
+/// With other kernels' calls of these offsets.
+known_addresses known_with_entries(const placed_kernel& kernel, const std::vector<code_entry>& entries)
+{
+    const decoded_kernel code = decode_kernel(kernel);
+    return find_known_addresses(code, map_code(code, entries));
+}
+
 std::vector<known_access> accesses(const std::vector<std::string>& lines,
                                    const std::vector<tessjit::reloc_info>& relocs,
                                    const target_address& address_of = {})
 {
-    return known_accesses("k", support::code(support::assemble(lines)), relocs, address_of);
+    const placed_kernel kernel = placed(support::code(support::assemble(lines)), relocs);
+    return known_accesses(decode_kernel(kernel), address_of);
 }
 
 /// What is known, a line each: "offset: target offset, bytes".
@@ -182,35 +199,32 @@ TEST(KnownAddresses, EndWhereOtherCodeMayLeadTo)
             known({"adr x4, #16", "adr x3, #0", "ldr d0, [x3]", jump, "nop"}, {{".rodata.k", 4, adr, 0}}), "")
             << jump << " may lead anywhere";
     EXPECT_EQ(known({"adr x3, #0", "ldr d0, [x3]", "br x4"}, relocs), "4: 0, 8\n") << "to another kernel";
-    const std::vector<std::uint8_t> text =
-        support::code(support::assemble({"adr x3, #0", "nop", "ldr d0, [x3]", "ret"}));
-    for (const auto& [entry, count] : {std::pair(0, 1U), {4, 0}, {8, 0}, {12, 1}, {-4, 1}, {400, 1}}) {
-        const code_map map = map_code("k", text, relocs, {{entry, true}});
-        EXPECT_EQ(find_known_addresses(map, "k", text, relocs).accesses.size(), count) << entry;
-    }
+    const placed_kernel kernel =
+        placed(support::code(support::assemble({"adr x3, #0", "nop", "ldr d0, [x3]", "ret"})), relocs);
+    for (const auto& [entry, count] : {std::pair(0, 1U), {4, 0}, {8, 0}, {12, 1}, {-4, 1}, {400, 1}})
+        EXPECT_EQ(known_with_entries(kernel, {{entry, true}}).accesses.size(), count) << entry;
 }
 
 TEST(KnownAddresses, EndInALoopThatIsEnteredInItsMiddle)
 {
     const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, adr, 0}};
-    const std::vector<std::uint8_t> text =
-        support::code(support::assemble({"adr x3, #0", "ldr d0, [x3]", "nop", "cbnz x0, #-8", "ret"}));
-    EXPECT_EQ(find_known_addresses(map_code("k", text, relocs, {}), "k", text, relocs).accesses.size(), 1U);
-    const code_map map = map_code("k", text, relocs, {{8, true}});
-    EXPECT_TRUE(find_known_addresses(map, "k", text, relocs).accesses.empty());
+    const placed_kernel kernel =
+        placed(support::code(support::assemble({"adr x3, #0", "ldr d0, [x3]", "nop", "cbnz x0, #-8", "ret"})),
+               relocs);
+    EXPECT_EQ(known_with_entries(kernel, {}).accesses.size(), 1U);
+    EXPECT_TRUE(known_with_entries(kernel, {{8, true}}).accesses.empty());
 }
 
-/// The walks, a line each: "offset: first target offset, stride, turns".
+/// The walks, a line each: "offset: first target offset, stride, iterations".
 std::string walks(const std::vector<std::string>& lines, const std::vector<tessjit::reloc_info>& relocs)
 {
-    const std::vector<std::uint8_t> text = support::code(support::assemble(lines));
     std::string found;
     for (const known_access& access :
-         find_known_addresses(map_code("k", text, relocs, {}), "k", text, relocs).accesses) {
+         known_with_entries(placed(support::code(support::assemble(lines)), relocs), {}).accesses) {
         if (access.walk) {
             found += std::to_string(access.offset) + ": " + std::to_string(*access.target_offset) + ", " +
                      std::to_string(access.walk->stride) + ", " +
-                     (access.walk->turns ? std::to_string(*access.walk->turns) : "?") + "\n";
+                     (access.walk->iterations ? std::to_string(*access.walk->iterations) : "?") + "\n";
         }
     }
     return found;
@@ -278,11 +292,7 @@ TEST(KnownAddresses, AreFollowedInCodeOfAnyShape)
         words.push_back(0x91000400 | i % 31 << 5 | i % 31); // add xN, xN, #1
         words.push_back(0x54000000 | ((i % 2 == 0 ? 3U : 0x7fffeU) << 5));
     }
-    const std::vector<std::uint8_t> text = support::code(words);
-    const code_map map = map_code("k", text, {}, {});
-    EXPECT_EQ(map.uses.size(), words.size());
-    EXPECT_TRUE(find_known_addresses(map, "k", text, {}).accesses.empty());
-    EXPECT_TRUE(map_code("k", std::vector<std::uint8_t>(largest_followed_code + 1), {}, {}).uses.empty());
+    EXPECT_TRUE(known_with_entries(placed(support::code(words), {}), {}).accesses.empty());
 }
 
 TEST(KnownAddresses, DoNotComeFromWordsWithSeveralRelocations)
@@ -302,10 +312,11 @@ TEST(KnownAddresses, DoNotComeFromWordsWithSeveralRelocations)
 
 TEST(KnownAddresses, AreNotLookedForBeyondTheText)
 {
-    EXPECT_TRUE(known_accesses("k", {}, {{".rodata.k", 0, adr, 0}}).empty());
-    EXPECT_TRUE(known_accesses("k", {1, 2, 3}, {{".rodata.k", -4, adr, 0}}).empty());
+    const auto known_in = [](const placed_kernel& kernel) { return known_accesses(decode_kernel(kernel)); };
+    EXPECT_TRUE(known_in(placed({}, {{".rodata.k", 0, adr, 0}})).empty());
+    EXPECT_TRUE(known_in(placed({1, 2, 3}, {{".rodata.k", -4, adr, 0}})).empty());
     EXPECT_TRUE(
-        known_accesses("k", std::vector<std::uint8_t>(8), {{"k", 2147483647, adr, -2147483648}}).empty());
+        known_in(placed(std::vector<std::uint8_t>(8), {{"k", 2147483647, adr, -2147483648}})).empty());
 }
 
 } // namespace

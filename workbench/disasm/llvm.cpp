@@ -1,0 +1,72 @@
+#include "workbench/disasm/llvm.hpp"
+
+#include <cstring>
+#include <llvm-c/Disassembler.h>
+#include <llvm-c/Target.h>
+#include <llvm/ADT/ArrayRef.h>
+#include <llvm/MC/TargetRegistry.h>
+#include <llvm/Support/raw_ostream.h>
+#include <llvm/TargetParser/Triple.h>
+#include <stdexcept>
+#include <string>
+
+namespace vorna::workbench {
+
+static const char* const triple = "aarch64-linux-gnu";
+
+static const llvm::Target& find_target()
+{
+    LLVMInitializeAArch64TargetInfo();
+    LLVMInitializeAArch64TargetMC();
+    LLVMInitializeAArch64Disassembler();
+    std::string error;
+    const llvm::Target* const target = llvm::TargetRegistry::lookupTarget(triple, error);
+    if (target == nullptr)
+        throw std::runtime_error("LLVM has no disassembler for AArch64");
+    return *target;
+}
+
+static const llvm::Target& the_target()
+{
+    static const llvm::Target& found = find_target();
+    return found;
+}
+
+bool llvm_aarch64::decode(std::uint32_t word, llvm::MCInst& instruction) const
+{
+    std::uint8_t bytes[sizeof word];
+    std::memcpy(bytes, &word, sizeof word);
+    std::uint64_t size = 0;
+    return disassembler->getInstruction(instruction, size, bytes, 0, llvm::nulls()) ==
+           llvm::MCDisassembler::Success;
+}
+
+std::unique_ptr<llvm::MCContext> llvm_aarch64::make_context() const
+{
+    return std::make_unique<llvm::MCContext>(llvm::Triple(triple), &assembly, registers.get(),
+                                             subtarget.get());
+}
+
+std::unique_ptr<llvm::MCInstPrinter> llvm_aarch64::make_printer() const
+{
+    constexpr unsigned generic_syntax = 0;
+    return std::unique_ptr<llvm::MCInstPrinter>(the_target().createMCInstPrinter(
+        llvm::Triple(triple), generic_syntax, assembly, *opcodes, *registers));
+}
+
+const llvm_aarch64& the_llvm()
+{
+    static const llvm_aarch64& made = []() -> const llvm_aarch64& {
+        static llvm_aarch64 llvm;
+        const llvm::Target& target = the_target();
+        llvm.registers.reset(target.createMCRegInfo(triple));
+        llvm.opcodes.reset(target.createMCInstrInfo());
+        llvm.subtarget.reset(target.createMCSubtargetInfo(triple, "", "+all"));
+        llvm.context = llvm.make_context();
+        llvm.disassembler.reset(target.createMCDisassembler(*llvm.subtarget, *llvm.context));
+        return llvm;
+    }();
+    return made;
+}
+
+} // namespace vorna::workbench

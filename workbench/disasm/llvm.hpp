@@ -1,0 +1,48 @@
+// LLVM's machine-code layer for AArch64, which the sources of this directory share. Nothing outside includes
+// it.
+#pragma once
+
+#include <cstdint>
+#include <llvm/MC/MCAsmInfo.h>
+#include <llvm/MC/MCContext.h>
+#include <llvm/MC/MCDisassembler/MCDisassembler.h>
+#include <llvm/MC/MCInst.h>
+#include <llvm/MC/MCInstPrinter.h>
+#include <llvm/MC/MCInstrInfo.h>
+#include <llvm/MC/MCRegisterInfo.h>
+#include <llvm/MC/MCSubtargetInfo.h>
+#include <memory>
+
+namespace vorna::workbench {
+
+/// Allows any characters in a symbol's name: the names of kernels are printed as they are.
+class any_name_assembly : public llvm::MCAsmInfo {
+public:
+    any_name_assembly()
+    {
+        CommentString = "//";
+        UseParensForDollarSignNames = false;
+    }
+    [[nodiscard]] bool isValidUnquotedName(llvm::StringRef) const override { return true; }
+};
+
+/// Armv9 with all extensions that LLVM knows.
+struct llvm_aarch64 {
+    std::unique_ptr<const llvm::MCRegisterInfo> registers;
+    std::unique_ptr<const llvm::MCInstrInfo> opcodes;
+    std::unique_ptr<const llvm::MCSubtargetInfo> subtarget;
+    any_name_assembly assembly;
+    std::unique_ptr<llvm::MCContext> context;
+    std::unique_ptr<const llvm::MCDisassembler> disassembler;
+
+    /// Whether the word is an instruction, and not an unpredictable one.
+    bool decode(std::uint32_t word, llvm::MCInst& instruction) const;
+
+    [[nodiscard]] std::unique_ptr<llvm::MCContext> make_context() const;
+    [[nodiscard]] std::unique_ptr<llvm::MCInstPrinter> make_printer() const;
+};
+
+/// Made on first use; safe to share between threads.
+const llvm_aarch64& the_llvm();
+
+} // namespace vorna::workbench
