@@ -4,19 +4,37 @@
 #include "workbench/text/printable.hpp"
 
 #include <algorithm>
+#include <cctype>
 #include <cstddef>
 #include <fmt/format.h>
 
 namespace vorna::workbench {
 
-std::string markdown_code(std::string_view text)
+// With entities for the characters of `special`, and for an underscore unless it is inside a word.
+static std::string escaped(std::string_view text, std::string_view special)
 {
-    std::string result = "<code>";
-    for (const char c : valid_utf8(text)) {
-        const bool plain = std::string_view("<>&\"'|`*~[]!\\$@#:").find(c) == std::string_view::npos;
+    const std::string valid = valid_utf8(text);
+    const auto is_word = [&](std::size_t i) {
+        return i < valid.size() && std::isalnum(static_cast<unsigned char>(valid[i])) != 0;
+    };
+    std::string result;
+    for (std::size_t i = 0; i < valid.size(); ++i) {
+        const char c = valid[i];
+        const bool plain =
+            c == '_' ? is_word(i - 1) && is_word(i + 1) : special.find(c) == std::string_view::npos;
         result += plain ? std::string(1, c) : fmt::format("&#{};", static_cast<int>(c));
     }
-    return result + "</code>";
+    return result;
+}
+
+std::string markdown_text(std::string_view text)
+{
+    return escaped(text, "<&|`*~[]\\$@#");
+}
+
+std::string markdown_code(std::string_view text)
+{
+    return "<code>" + escaped(text, "<>&\"'|`*~[]!\\$@#:") + "</code>";
 }
 
 std::string markdown_block(std::string_view language, const std::vector<std::string>& lines)

@@ -7,6 +7,9 @@
 
 namespace vorna::workbench {
 
+/// The text as it stands, with everything escaped that is markup or could end a table cell.
+std::string markdown_text(std::string_view text);
+
 /// The text as code, with everything escaped that could end it or a table cell.
 std::string markdown_code(std::string_view text);
 
