@@ -2,8 +2,8 @@
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/json.hpp"
 #include "workbench/render/color.hpp"
-#include "workbench/render/github.hpp"
 #include "workbench/render/markdown.hpp"
+#include "workbench/render/table.hpp"
 #include "workbench/render/unified_diff.hpp"
 #include "workbench/text/printable.hpp"
 
@@ -94,22 +94,6 @@ std::string change_text(std::size_t before, std::size_t after)
     return fmt::format("{} -> {} ({}{})", before, after, before < after ? '+' : '-', distance(before, after));
 }
 
-using table_row = std::array<std::string, 5>;
-
-table_row table_head()
-{
-    return {"kernel", "class", "instructions", "code bytes", "constant bytes"};
-}
-
-table_row row_of(const kernel_difference& kernel)
-{
-    const sizes before = sizes_of(kernel.before);
-    const sizes after = sizes_of(kernel.after);
-    return {printable(kernel.name), std::string(name_of(kernel.change)),
-            change_text(before.instructions, after.instructions), change_text(before.code, after.code),
-            change_text(before.data, after.data)};
-}
-
 color color_of(change_class change)
 {
     switch (change) {
@@ -131,58 +115,64 @@ color color_of(change_class change)
     return color::none;
 }
 
-std::string more_text(std::size_t limit, std::size_t all)
+table table_of(const kernel_differences& kernels)
 {
-    return fmt::format("{} more changed {}; show all with --limit={}", all - limit,
-                       all - limit == 1 ? "kernel" : "kernels", all);
+    table made;
+    made.columns = {{"kernel", column_kind::name},
+                    {"class"},
+                    {"instructions", column_kind::number},
+                    {"code bytes", column_kind::number},
+                    {"constant bytes", column_kind::number}};
+    for (const kernel_difference* kernel : different_kernels(kernels)) {
+        const sizes before = sizes_of(kernel->before);
+        const sizes after = sizes_of(kernel->after);
+        const color paint = color_of(kernel->change);
+        const bool harmless = paint == color::cyan || paint == color::green;
+        table_row row;
+        row.level = harmless ? table_level::notice : table_level::warning;
+        row.cells = {{printable(kernel->name)},
+                     {std::string(name_of(kernel->change)), paint},
+                     {change_text(before.instructions, after.instructions)},
+                     {change_text(before.code, after.code)},
+                     {change_text(before.data, after.data)}};
+        made.rows.push_back(std::move(row));
+    }
+    made.summary = fmt::format("{} same", count_same(kernels));
+    made.aligned = true;
+    return made;
 }
 
-void print_table(const std::vector<const kernel_difference*>& kernels, bool colored)
+void print_text(const std::vector<std::string>& lines, bool colored)
 {
-    constexpr std::size_t widest_name = 40; // a longer one pushes its own line only
-    std::vector<table_row> rows{table_head()};
-    for (const kernel_difference* kernel : kernels)
-        rows.push_back(row_of(*kernel));
-    std::array<std::size_t, 5> widths{};
-    for (const table_row& row : rows) {
-        for (std::size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], i == 0 ? std::min(row[i].size(), widest_name) : row[i].size());
-    }
-    for (std::size_t r = 0; r < rows.size(); ++r) {
-        const table_row& row = rows[r];
-        const std::string name = fmt::format("{:<{}}", row[0], widths[0]);
-        const std::string change = fmt::format("{:<{}}", row[1], widths[1]);
-        std::string line =
-            fmt::format("{}  {}  {:<{}}  {:<{}}  {}", r == 0 ? name : colorize(name, color::bold, colored),
-                        r == 0 ? change : colorize(change, color_of(kernels[r - 1]->change), colored), row[2],
-                        widths[2], row[3], widths[3], row[4]);
-        fmt::print("{}\n", line);
+    fmt::print("\n");
+    for (const std::string& line : lines) {
+        const bool head = line.compare(0, 3, "---") == 0 || line.compare(0, 3, "+++") == 0;
+        const color c = head                  ? color::bold
+                        : line.front() == '-' ? color::red
+                        : line.front() == '+' ? color::green
+                        : line.front() == '@' ? color::cyan
+                                              : color::none;
+        fmt::print("{}\n", colorize(line, c, colored));
     }
 }
 
-void print_text(const kernel_differences& kernels, std::size_t limit, bool colored)
+void print_diffs(const kernel_differences& kernels, std::size_t limit, bool markdown, bool colored)
 {
-    const std::vector<const kernel_difference*> different = different_kernels(kernels);
-    if (!different.empty())
-        print_table(different, colored);
-    fmt::print("{} same\n", count_same(kernels));
-
     const std::vector<const kernel_difference*> changed = changed_kernels(kernels);
     disassembler disassembler;
     for (std::size_t i = 0; i < changed.size() && i < limit; ++i) {
-        fmt::print("\n");
-        for (const std::string& line : unified_diff(*changed[i]->before, *changed[i]->after, disassembler)) {
-            const bool head = line.compare(0, 3, "---") == 0 || line.compare(0, 3, "+++") == 0;
-            const color c = head                  ? color::bold
-                            : line.front() == '-' ? color::red
-                            : line.front() == '+' ? color::green
-                            : line.front() == '@' ? color::cyan
-                                                  : color::none;
-            fmt::print("{}\n", colorize(line, c, colored));
-        }
+        const kernel_difference& kernel = *changed[i];
+        const std::vector<std::string> lines = unified_diff(*kernel.before, *kernel.after, disassembler);
+        if (markdown)
+            fmt::print("\n<details><summary>{}: {}</summary>\n\n{}\n</details>\n",
+                       markdown_code(printable(kernel.name)), name_of(kernel.change),
+                       markdown_block("diff", lines));
+        else
+            print_text(lines, colored);
     }
     if (changed.size() > limit)
-        fmt::print("\n{}\n", more_text(limit, changed.size()));
+        fmt::print("\n{} more changed {}; show all with --limit={}\n", changed.size() - limit,
+                   changed.size() - limit == 1 ? "kernel" : "kernels", changed.size());
 }
 
 json side_of(const placed_kernel* kernel)
@@ -203,46 +193,6 @@ void print_differences(const kernel_differences& kernels)
                         {"new", side_of(kernel.after)}});
     }
     print_json({{"kernels", list}});
-}
-
-void print_github(const kernel_differences& kernels)
-{
-    for (const kernel_difference* kernel : different_kernels(kernels)) {
-        const color c = color_of(kernel->change);
-        const bool harmless = c == color::cyan || c == color::green;
-        const table_row row = row_of(*kernel);
-        fmt::print("{}",
-                   github_annotation(harmless ? "notice" : "warning", row[0],
-                                     fmt::format("{}: {}; instructions {}, code bytes {}, constant bytes {}",
-                                                 row[0], row[1], row[2], row[3], row[4])));
-    }
-}
-
-void print_markdown(const kernel_differences& kernels, std::size_t limit)
-{
-    const std::vector<const kernel_difference*> different = different_kernels(kernels);
-    if (!different.empty()) {
-        const table_row head = table_head();
-        fmt::print("| {} |\n|---|---|---:|---:|---:|\n", fmt::join(head, " | "));
-        for (const kernel_difference* kernel : different) {
-            table_row row = row_of(*kernel);
-            row[0] = markdown_code(row[0]);
-            fmt::print("| {} |\n", fmt::join(row, " | "));
-        }
-        fmt::print("\n");
-    }
-    fmt::print("{} same\n", count_same(kernels));
-
-    const std::vector<const kernel_difference*> changed = changed_kernels(kernels);
-    disassembler disassembler;
-    for (std::size_t i = 0; i < changed.size() && i < limit; ++i) {
-        const kernel_difference& kernel = *changed[i];
-        fmt::print("\n<details><summary>{}: {}</summary>\n\n{}\n</details>\n",
-                   markdown_code(printable(kernel.name)), name_of(kernel.change),
-                   markdown_block("diff", unified_diff(*kernel.before, *kernel.after, disassembler)));
-    }
-    if (changed.size() > limit)
-        fmt::print("\n{}\n", more_text(limit, changed.size()));
 }
 
 // Leaves only the kernels of these names, all if there are none. Reports the names that no kernel has.
@@ -284,14 +234,14 @@ int diff(const diff_options& options)
             options.ignored.end())
             kernel.change = change_class::same;
     }
-    if (options.common.format == "json")
+    const std::string& format = options.common.format;
+    const bool colored = use_color(options.common);
+    if (format == "json")
         print_differences(kernels);
-    else if (options.common.format == "github")
-        print_github(kernels);
-    else if (options.common.format == "markdown")
-        print_markdown(kernels, options.limit);
     else
-        print_text(kernels, options.limit, use_color(options.common));
+        fmt::print("{}", format_table(table_of(kernels), format, colored));
+    if (format == "text" || format == "markdown")
+        print_diffs(kernels, options.limit, format == "markdown", colored);
     if (had_errors)
         return exit_error;
     return count_same(kernels) == kernels.size() ? exit_success : exit_findings;

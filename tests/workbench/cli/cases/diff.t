@@ -166,6 +166,7 @@ For a pull request, and for a program:
   ::warning title=other_callee::other_callee: relocations; instructions 2, code bytes 8, constant bytes 0
   ::notice title=other_layout::other_layout: layout; instructions 3, code bytes 12, constant bytes 16
   ::warning title=other_constant::other_constant: constants; instructions 3, code bytes 12, constant bytes 16
+  1 same
   [1]
   $ vorna-kernels diff --format=markdown --limit=1 before after
   | kernel | class | instructions | code bytes | constant bytes |

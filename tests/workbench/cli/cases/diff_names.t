@@ -28,6 +28,7 @@ A name cannot break out of its place in a workflow command or in Markdown:
   ::warning title=a%2Cb::a,b: code; instructions 1 -> 2 (+1), code bytes 4 -> 8 (+4), constant bytes 0
   ::warning title=a|`<b>::a|`<b>: code; instructions 2 -> 3 (+1), code bytes 8 -> 12 (+4), constant bytes 0
   ::warning title=fixes #1%2C \xff::fixes #1, \xff: code; instructions 2 -> 1 (-1), code bytes 8 -> 4 (-4), constant bytes 0 (esc)
+  0 same
   [1]
   $ vorna-kernels diff --format=markdown before after
   | kernel | class | instructions | code bytes | constant bytes |
