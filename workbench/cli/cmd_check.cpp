@@ -1,9 +1,8 @@
 #include "workbench/analysis/check_dumps.hpp"
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/json.hpp"
-#include "workbench/render/color.hpp"
-#include "workbench/render/github.hpp"
 #include "workbench/render/listing.hpp"
+#include "workbench/render/table.hpp"
 #include "workbench/text/counts.hpp"
 #include "workbench/text/place.hpp"
 #include "workbench/text/printable.hpp"
@@ -26,16 +25,16 @@ struct check_options {
 };
 
 struct severity_words {
-    const char* word;       ///< in text and JSON
-    const char* annotation; ///< on GitHub
+    const char* word;
+    table_level level;
     color paint;
 };
 
 const severity_words& words_of(finding_severity severity)
 {
-    static constexpr severity_words all[] = {{"note", "notice", color::cyan},
-                                             {"warning", "warning", color::yellow},
-                                             {"error", "error", color::red}};
+    static constexpr severity_words all[] = {{"note", table_level::notice, color::cyan},
+                                             {"warning", table_level::warning, color::yellow},
+                                             {"error", table_level::error, color::red}};
     return all[static_cast<std::size_t>(severity)];
 }
 
@@ -95,39 +94,29 @@ std::string summary(const checked_set& checked)
     return text;
 }
 
-void print_text(const checked_set& checked, bool colored)
+table table_of(const checked_set& checked)
 {
+    table made;
+    made.columns = {{"place", column_kind::name, shown_in::text},
+                    {"severity", column_kind::text, shown_in::text},
+                    {"finding"}};
+    made.summary = summary(checked);
     disassembler disassembler;
     for (const kernel_finding& finding : checked.findings) {
         const severity_words& words = words_of(finding.severity);
-        fmt::print("{}: {}: {} [{}]\n", colorize(place_of(finding), color::bold, colored),
-                   colorize(words.word, words.paint, colored), printable(finding.message),
-                   name_of(finding.id));
-        const std::string shown = evidence(checked.set, finding, disassembler);
-        if (!shown.empty())
-            fmt::print("{}\n", shown);
-        for (const auto& [label, line] :
-             {std::pair("note", &finding.note), std::pair("help", &finding.help)}) {
-            if (!line->empty())
-                fmt::print("    {}\n",
-                           colorize(fmt::format("{}: {}", label, printable(*line)), color::dim, colored));
-        }
+        table_row row;
+        row.level = words.level;
+        row.cells = {{place_of(finding)},
+                     {words.word, words.paint},
+                     {fmt::format("{} [{}]", printable(finding.message), name_of(finding.id))}};
+        row.evidence = evidence(checked.set, finding, disassembler);
+        if (!finding.note.empty())
+            row.remarks.push_back({"note", printable(finding.note)});
+        if (!finding.help.empty())
+            row.remarks.push_back({"help", printable(finding.help)});
+        made.rows.push_back(std::move(row));
     }
-    fmt::print("{}\n", summary(checked));
-}
-
-void print_github(const checked_set& checked)
-{
-    for (const kernel_finding& finding : checked.findings) {
-        std::string message = fmt::format("{} [{}]", printable(finding.message), name_of(finding.id));
-        for (const std::string* const line : {&finding.note, &finding.help}) {
-            if (!line->empty())
-                message += "\n" + printable(*line);
-        }
-        fmt::print("{}",
-                   github_annotation(words_of(finding.severity).annotation, place_of(finding), message));
-    }
-    fmt::print("{}\n", summary(checked));
+    return made;
 }
 
 void print_findings(const checked_set& checked)
@@ -160,10 +149,8 @@ int check(const check_options& options)
         checked.relocations += kernel.relocs.size();
     if (options.common.format == "json")
         print_findings(checked);
-    else if (options.common.format == "github")
-        print_github(checked);
     else
-        print_text(checked, use_color(options.common));
+        fmt::print("{}", format_table(table_of(checked), options.common.format, use_color(options.common)));
     if (read.had_errors)
         return exit_error;
     const bool found = checked.count(finding_severity::error) != 0 ||
