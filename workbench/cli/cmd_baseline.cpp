@@ -3,9 +3,8 @@
 #include "workbench/cli/json.hpp"
 #include "workbench/os/file.hpp"
 #include "workbench/os/replace_file.hpp"
-#include "workbench/render/color.hpp"
-#include "workbench/render/github.hpp"
 #include "workbench/render/markdown.hpp"
+#include "workbench/render/table.hpp"
 #include "workbench/text/counts.hpp"
 #include "workbench/text/printable.hpp"
 
@@ -90,8 +89,7 @@ std::vector<kernel_state> find_states(const baseline_options& options, const bas
     return states;
 }
 
-// "code and constants"
-std::string parts_text(const baseline_difference& difference)
+std::vector<std::string> changed_parts(const baseline_difference& difference)
 {
     std::vector<std::string> parts;
     if (difference.code_changed())
@@ -100,9 +98,15 @@ std::string parts_text(const baseline_difference& difference)
         parts.emplace_back("relocations");
     if (difference.constants_changed())
         parts.emplace_back("constants");
-    if (parts.size() < 3)
-        return fmt::format("{}", fmt::join(parts, " and "));
-    return "code, relocations and constants";
+    return parts;
+}
+
+// "code and constants"
+std::string parts_text(const baseline_difference& difference)
+{
+    const std::vector<std::string> parts = changed_parts(difference);
+    return parts.size() < 3 ? fmt::format("{}", fmt::join(parts, " and "))
+                            : "code, relocations and constants";
 }
 
 std::string instructions_text(const baseline_difference& difference)
@@ -198,50 +202,6 @@ std::string accepting_command(const baseline_options& options, const std::vector
     return command;
 }
 
-json fingerprint_parts(const baseline_difference& difference)
-{
-    json parts = json::array();
-    if (difference.code_changed())
-        parts.push_back("code");
-    if (difference.relocations_changed())
-        parts.push_back("relocations");
-    if (difference.constants_changed())
-        parts.push_back("constants");
-    return parts;
-}
-
-void print_states(const std::vector<kernel_state>& states)
-{
-    json kernels = json::array();
-    for (const kernel_state& state : states) {
-        json kernel = {{"kernel", state.difference.name},
-                       {"status", name_of(state.difference.status)},
-                       {"changed", fingerprint_parts(state.difference)}};
-        if (state.listing != listing_status::not_asked) {
-            kernel["listing"] = state.listing == listing_status::same      ? "same"
-                                : state.listing == listing_status::changed ? "changed"
-                                                                           : "missing";
-        }
-        kernels.push_back(std::move(kernel));
-    }
-    print_json({{"kernels", kernels}});
-}
-
-void print_markdown(const std::vector<kernel_state>& states, bool blessed)
-{
-    bool head = false;
-    for (const kernel_state& state : states) {
-        if (state.same())
-            continue;
-        if (!head)
-            fmt::print("| kernel | status | |\n|---|---|---|\n");
-        head = true;
-        fmt::print("| {} | {} | {} |\n", markdown_code(printable(state.difference.name)),
-                   name_of(state.difference.status), state_text(state, blessed));
-    }
-    fmt::print("{}{}\n", head ? "\n" : "", count_text(states));
-}
-
 color color_of(baseline_status status)
 {
     switch (status) {
@@ -254,31 +214,57 @@ color color_of(baseline_status status)
     }
 }
 
-// "kernels.baseline:7: wfta_short_3: code changed, 23 -> 22 instructions"
-void print_lines(const baseline_options& options, const std::vector<kernel_state>& states, bool blessed)
+table table_of(const baseline_options& options, const std::vector<kernel_state>& states, bool blessed)
 {
-    const bool colored = use_color(options.common);
+    table made;
+    made.columns = {{"place", column_kind::text, shown_in::text},
+                    {"kernel", column_kind::name},
+                    {"status", column_kind::text, shown_in::markdown},
+                    {""}};
     for (const kernel_state& state : states) {
         if (state.same())
             continue;
         const baseline_difference& difference = state.difference;
-        if (difference.before)
-            fmt::print("{}:{}: ", printable(options.file), difference.line);
-        fmt::print("{}: {}\n", colorize(printable(difference.name), color::bold, colored),
-                   colorize(state_text(state, blessed), color_of(difference.status), colored));
+        const std::string place = fmt::format("{}:{}", printable(options.file), difference.line);
+        table_row row;
+        row.cells = {{difference.before ? place : ""},
+                     {printable(difference.name)},
+                     {std::string(name_of(difference.status))},
+                     {state_text(state, blessed), color_of(difference.status)}};
+        row.file = options.file;
+        row.line = difference.line;
+        made.rows.push_back(std::move(row));
     }
+    return made;
 }
 
-void print_annotations(const baseline_options& options, const std::vector<kernel_state>& states, bool blessed)
+void print_states(const std::vector<kernel_state>& states)
 {
+    json kernels = json::array();
     for (const kernel_state& state : states) {
-        if (!state.same()) {
-            fmt::print("{}", github_annotation("error", printable(state.difference.name),
-                                               fmt::format("{}: {}", printable(state.difference.name),
-                                                           state_text(state, blessed)),
-                                               options.file, state.difference.line));
+        json kernel = {{"kernel", state.difference.name},
+                       {"status", name_of(state.difference.status)},
+                       {"changed", changed_parts(state.difference)}};
+        if (state.listing != listing_status::not_asked) {
+            kernel["listing"] = state.listing == listing_status::same      ? "same"
+                                : state.listing == listing_status::changed ? "changed"
+                                                                           : "missing";
         }
+        kernels.push_back(std::move(kernel));
     }
+    print_json({{"kernels", kernels}});
+}
+
+void print_states(const baseline_options& options, const std::vector<kernel_state>& states, bool blessed,
+                  const std::string& summary)
+{
+    if (options.common.format == "json") {
+        print_states(states);
+        return;
+    }
+    table made = table_of(options, states, blessed);
+    made.summary = summary;
+    fmt::print("{}", format_table(made, options.common.format, use_color(options.common)));
 }
 
 int check(const baseline_options& options)
@@ -295,21 +281,11 @@ int check(const baseline_options& options)
         return exit_error;
     const std::vector<kernel_state> states = find_states(options, entries, read.set);
     const std::string accept = accepting_command(options, states);
-    if (options.common.format == "json") {
-        print_states(states);
-    } else if (options.common.format == "markdown") {
-        print_markdown(states, false);
-        if (!accept.empty())
-            fmt::print("\nTo accept:\n\n{}", markdown_block("sh", {accept}));
-    } else {
-        if (options.common.format == "github")
-            print_annotations(options, states, false);
-        else
-            print_lines(options, states, false);
-        fmt::print("{}\n", count_text(states));
-        if (!accept.empty())
-            fmt::print("to accept: {}\n", accept);
-    }
+    print_states(options, states, false, count_text(states));
+    if (!accept.empty() && options.common.format == "markdown")
+        fmt::print("\nTo accept:\n\n{}", markdown_block("sh", {accept}));
+    else if (!accept.empty() && options.common.format != "json")
+        fmt::print("to accept: {}\n", accept);
     if (read.had_errors)
         return exit_error;
     return accept.empty() ? exit_success : exit_findings;
@@ -409,21 +385,13 @@ int bless(const baseline_options& options)
     if (!options.listing.empty())
         remove_listings(options, accepted);
 
-    if (options.common.format == "json") {
-        print_states(accepted);
-    } else if (options.common.format == "markdown") {
-        print_markdown(accepted, true);
-    } else {
-        if (options.common.format == "github")
-            print_annotations(options, accepted, true);
-        else
-            print_lines(options, accepted, true);
-        fmt::print("{}: {}\n", printable(options.file),
-                   !text              ? "created, " + pluralize(result.size(), "kernel")
-                   : accepted.empty() ? "no changes"
-                                      : fmt::format("{} of {} accepted", accepted.size(),
-                                                    pluralize(states.size(), "kernel")));
-    }
+    const std::string what = !text              ? "created, " + pluralize(result.size(), "kernel")
+                             : accepted.empty() ? "no changes"
+                                                : fmt::format("{} of {} accepted", accepted.size(),
+                                                              pluralize(states.size(), "kernel"));
+    print_states(options, accepted, true,
+                 options.common.format == "markdown" ? count_text(accepted)
+                                                     : fmt::format("{}: {}", printable(options.file), what));
     return exit_success;
 }
 
