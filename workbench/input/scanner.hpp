@@ -38,10 +38,11 @@ public:
     /// Whether there is one at least.
     bool skip_blanks()
     {
-        const std::size_t blanks = rest_.find_first_not_of(" \t");
-        const bool any = blanks != 0 && !rest_.empty();
-        rest_.remove_prefix(any ? std::min(blanks, rest_.size()) : 0);
-        return any;
+        std::size_t blanks = 0;
+        while (blanks < rest_.size() && is_blank(rest_[blanks]))
+            ++blanks;
+        rest_.remove_prefix(blanks);
+        return blanks != 0;
     }
 
     bool skip_last(std::string_view words)
@@ -52,7 +53,11 @@ public:
         return true;
     }
 
-    void skip_last_blanks() { rest_.remove_suffix(rest_.size() - (rest_.find_last_not_of(" \t") + 1)); }
+    void skip_last_blanks()
+    {
+        while (!rest_.empty() && is_blank(rest_.back()))
+            rest_.remove_suffix(1);
+    }
 
     template <typename Number>
     bool take(Number& number, int base = 10)
@@ -84,15 +89,19 @@ public:
     /// The last word and the blank in front of it. Returns false if there is no blank.
     bool take_last_word(std::string_view& word)
     {
-        const std::size_t blank = rest_.find_last_of(" \t");
-        if (blank == std::string_view::npos)
+        std::size_t begin = rest_.size();
+        while (begin != 0 && !is_blank(rest_[begin - 1]))
+            --begin;
+        if (begin == 0)
             return false;
-        word = rest_.substr(blank + 1);
-        rest_.remove_suffix(rest_.size() - blank);
+        word = rest_.substr(begin);
+        rest_.remove_suffix(rest_.size() - begin + 1);
         return true;
     }
 
 private:
+    static bool is_blank(char c) { return c == ' ' || c == '\t'; }
+
     std::string_view rest_;
 };
 
