@@ -36,7 +36,7 @@ table findings(std::vector<table_row> rows)
                     {"status", column_kind::text, shown_in::markdown},
                     {""}};
     made.rows = std::move(rows);
-    made.summary = "a_b: 1 finding";
+    made.summary = "a < b: 1 finding";
     return made;
 }
 
@@ -92,7 +92,7 @@ TEST(TextTable, IsColoredOnlyWhenAskedTo)
               "\x1b[1mb     \x1b[0m  \x1b[1;31mcode \x1b[0m  4           0\n"
               "2 same\n");
     EXPECT_EQ(format_table(findings({finding("b", "changed")}), "text", true),
-              "base:7: \x1b[1mb\x1b[0m: \x1b[1;33mchanged\x1b[0m\na_b: 1 finding\n");
+              "base:7: \x1b[1mb\x1b[0m: \x1b[1;33mchanged\x1b[0m\na < b: 1 finding\n");
     for (const char* format : {"text", "markdown", "github"})
         EXPECT_EQ(format_table(sizes({size_row("b", "code", "4")}), format, false).find('\x1b'),
                   std::string::npos);
@@ -113,20 +113,21 @@ TEST(TextTable, PrintsWhatExplainsAFindingUnderIt)
                                                                              "    note: one\n"
                                                                              "    help: two\n"
                                                                              "c: added\n"
-                                                                             "a_b: 1 finding\n");
+                                                                             "a < b: 1 finding\n");
     explained.remarks.pop_back();
     EXPECT_EQ(format_table(findings({explained}), "text", true),
               "base:7: \x1b[1mb\x1b[0m: \x1b[1;33mchanged\x1b[0m\n"
               "    d65f03c0  ret\n"
               "    \x1b[2mnote: one\x1b[0m\n"
-              "a_b: 1 finding\n");
+              "a < b: 1 finding\n");
 }
 
 TEST(Table, WithoutRowsIsItsSummary)
 {
     for (const char* format : {"text", "markdown", "github"}) {
         EXPECT_EQ(format_table(sizes({}), format, true), "2 same\n");
-        EXPECT_EQ(format_table(findings({}), format, true), "a_b: 1 finding\n");
+        EXPECT_EQ(format_table(findings({}), format, true),
+                  format == std::string("markdown") ? "a &#60; b: 1 finding\n" : "a < b: 1 finding\n");
     }
 }
 
@@ -143,7 +144,7 @@ TEST(MarkdownTable, AlignsNumbersRightAndShowsNamesAsCode)
               "|---|---|---|\n"
               "| <code>b</code> | changed | changed |\n"
               "\n"
-              "a_b: 1 finding\n");
+              "a &#60; b: 1 finding\n");
 }
 
 TEST(MarkdownTable, EscapesWhatWouldEndACellOrBeMarkup)
@@ -180,6 +181,13 @@ TEST(Annotations, GiveTheTitlesOfNumbers)
 {
     EXPECT_EQ(format_table(sizes({size_row("b", "code", "12 -> 8 (-4)")}), "github", true),
               "::error title=b::b: code; code bytes 12 -> 8 (-4), data 0\n"
+              "2 same\n");
+}
+
+TEST(Annotations, LeaveOutEmptyCells)
+{
+    EXPECT_EQ(format_table(sizes({size_row("b", "", "4")}), "github", true),
+              "::error title=b::b; code bytes 4, data 0\n"
               "2 same\n");
 }
 
