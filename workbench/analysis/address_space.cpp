@@ -1,8 +1,18 @@
-// The dumps are of a process that has all kernels of the set mapped at once, as executable anonymous memory.
-// A code cache that was at the same addresses before, or another process, must not count. So each VMA keeps
-// its samples until its process is known to have mapped all kernels; then they count. A VMA that is replaced
-// is dropped with its samples, since the finaliser unmaps nothing. A fork shares the address space until one
-// of the two processes maps something.
+// The process that wrote the dumps had all kernels of the set mapped at once, as executable anonymous memory.
+// Samples in other processes, or in a code cache that occupied the same addresses earlier, must not count.
+//
+//   - Each process has a map of its VMAs. Only executable anonymous memory that overlaps a mapping of the set
+//     is recorded.
+//   - A VMA keeps its samples until the process is known to have mapped all kernels. They are counted when
+//     the last process that shares the VMA ends.
+//   - A VMA that another mapping replaces is dropped with its samples: the finaliser unmaps nothing, so it
+//     was not the kernels'.
+//   - The kernel merges adjacent anonymous memory and then reports all of it as one mapping. A VMA inside
+//     such a mapping is therefore kept (see unmap).
+//   - After a fork both processes share the map until one of them maps something (copy on write).
+//
+// Looking up a sample takes logarithmic time. The total cost of mappings is bounded (most_steps), since a
+// malicious text may contain any number of them.
 
 #include "workbench/analysis/address_space.hpp"
 
@@ -13,8 +23,8 @@
 
 namespace vorna::workbench {
 
-// The number of steps that all mappings may cost, each well below a microsecond: more than any real recording
-// needs, but a malicious text cannot keep the program busy for hours.
+// Bounds the total cost of all mappings: a step takes well below a microsecond. No real recording comes near
+// it.
 static constexpr std::size_t most_steps = 20'000'000;
 
 address_spaces::address_spaces(const kernel_set& set) : set_(set)
@@ -84,8 +94,8 @@ bool address_spaces::is_inside_mapping(std::uint64_t address) const
 }
 
 // Drops the VMAs in the range, and their samples. With `may_grow` the range is anonymous memory, which the
-// kernel reports as a whole after merging it with its neighbour: then VMAs entirely within it stay, unless a
-// mapping of kernels begins or ends in the middle of it.
+// kernel may have merged with its neighbours: VMAs that it strictly contains are then kept, unless one begins
+// or ends inside a mapping of the set.
 void address_spaces::unmap(address_space& space, const range& memory, bool may_grow)
 {
     auto area = first_vma(space.vmas, memory.begin);
@@ -120,7 +130,7 @@ void address_spaces::map_gaps(address_space& space, const range& memory)
 
 void address_spaces::map(const perf_mapping& mapping)
 {
-    // Anonymous memory that is not executable may hold kernels whose protection changes later.
+    // Ignored, not unmapped: kernels may be there whose protection changes later.
     const range memory = {mapping.begin, mapping.end};
     if (memory.begin == memory.end || (mapping.anonymous && !mapping.executable))
         return;
@@ -156,7 +166,7 @@ void address_spaces::map(const perf_mapping& mapping)
     }
     if (space->mapped < mappings_.size())
         return;
-    // Other processes may have replaced some of the memory that was counted as mapped.
+    // `mapped` is an upper bound: other processes may have replaced shared VMAs.
     space->mapped = count_covered(*space, 0, mappings_.size());
     if (space->mapped != mappings_.size())
         return;
@@ -169,7 +179,7 @@ void address_spaces::map(const perf_mapping& mapping)
 void address_spaces::fork(const perf_fork& fork)
 {
     forget_last_sample();
-    remove_process(fork.child); // an earlier process with the same PID
+    remove_process(fork.child); // an earlier process with this PID
     if (const auto parent = processes_.find(fork.parent); parent != processes_.end()) {
         const std::shared_ptr<address_space> space = parent->second;
         processes_.emplace(fork.child, space);
@@ -182,7 +192,7 @@ void address_spaces::exec(const perf_exec& exec)
     remove_process(exec.pid);
 }
 
-// When the last process leaves a VMA, its samples are counted.
+// Counts the samples of VMAs that no other process shares.
 void address_spaces::remove_process(std::int32_t pid)
 {
     const auto process = processes_.find(pid);

@@ -1,4 +1,4 @@
-// The address spaces of the processes that perf recorded, as far as they may hold kernels, with the samples.
+// Reconstructs from perf's records which process had the kernels mapped, and collects the samples in them.
 #pragma once
 
 #include "workbench/analysis/sample_count.hpp"
@@ -15,10 +15,10 @@
 
 namespace vorna::workbench {
 
-/// Samples of one event in memory that may hold kernels.
+/// The samples of one event in memory that may hold kernels.
 struct memory_samples {
     std::unordered_map<std::uint64_t, sample_count> in_kernels; ///< by address
-    sample_count unknown;                                       ///< in none of the set's kernels
+    sample_count unknown;                                       ///< in no kernel of the set
 };
 
 /// Follows the address spaces of processes through mappings, forks and execs.
@@ -34,8 +34,8 @@ public:
     /// Counts a sample of event number `event`, unless its memory cannot hold kernels.
     void add_sample(const perf_sample& sample, std::size_t event);
 
-    /// The samples of each event in processes that mapped all kernels of the set at once, and in those that
-    /// they forked. Call once. Throws std::runtime_error if there is no such process.
+    /// The samples of each event in processes that mapped all kernels of the set at once, and in their forks.
+    /// Call once. Throws std::runtime_error if no process mapped them all.
     std::vector<memory_samples> finish();
 
 private:
@@ -44,11 +44,11 @@ private:
         std::uint64_t end;
     };
 
-    /// Memory that a process mapped in one piece; forked processes share it.
+    /// The samples of a VMA; forked processes share it.
     struct vma_samples {
         std::vector<memory_samples> events; // by event number
-        bool holds_kernels = false;         // it is of a process that mapped all kernels of the set
-        bool replaced = false;              // some process has mapped other memory in its place
+        bool holds_kernels = false;         // of a process that mapped all kernels of the set
+        bool replaced = false;              // by another mapping, in some process
     };
 
     struct vma {
@@ -59,8 +59,8 @@ private:
     using vma_map = std::map<std::uint64_t, vma>; // by first address
 
     struct address_space {
-        vma_map vmas;           // executable anonymous memory that touches kernels of the set
-        std::size_t mapped = 0; // mappings of the set that the VMAs cover, at most
+        vma_map vmas;           // executable anonymous memory that overlaps kernels of the set
+        std::size_t mapped = 0; // upper bound of the number of the set's mappings that the VMAs cover
     };
 
     template <typename Map>
@@ -79,15 +79,15 @@ private:
     void charge(std::size_t steps);
 
     const kernel_set& set_;
-    std::vector<range> mappings_; // of the set, ascending, without empty ones
+    std::vector<range> mappings_; // of the set, ascending, non-empty
     std::unordered_map<std::int32_t, std::shared_ptr<address_space>> processes_;
-    std::vector<memory_samples> ended_; // of processes that ended, by number of the event
+    std::vector<memory_samples> ended_; // of processes that ended, by event number
     bool any_mapped_all_ = false;
     std::size_t most_mapped_ = 0;
     std::int32_t most_mapped_by_ = 0;
     std::size_t steps_ = 0;
 
-    // Where the last sample was, since the next one is likely to be there too.
+    // Cache: the next sample is likely to be in the VMA of the last one.
     std::optional<std::int32_t> last_pid_;
     const address_space* last_space_ = nullptr;
     range last_vma_ = {0, 0};

@@ -1,10 +1,19 @@
-// A forward data flow analysis: each register holds nothing that is known, or an address that an ADR, or an
-// ADRP and an ADD, with relocations give, plus a number of bytes; or a number. A block is walked again when
-// less is known at its beginning than before, which can happen a few times for each register, so the time is
-// proportional to the code.
+// A forward data-flow analysis over the basic blocks. The value of a general register is one of
 //
-// A loop of one block is walked once more with what is known before it is entered, that is, without its back
-// edge. This shows by how much an address moves from iteration to iteration.
+//   unknown    anything
+//   somewhere  possibly an address in or near the kernel's own data or code
+//   address    a relocation's target plus a displacement
+//   page       the page of a relocation's target, plus a displacement (an ADRP without its ADD)
+//   number     a constant
+//
+// Where paths join, values that differ become "somewhere" if one of them may be the kernel's own address,
+// otherwise "unknown". A block is processed again when its state on entry changes. Values only ever lose
+// information, a few times for each register, so the time is proportional to the code.
+//
+// A second pass walks each block once with its final state and records its loads and stores. A loop that
+// consists of one block is walked once more with the state on entry to the loop, that is, without its back
+// edge: this gives the first address and the stride of each access, and from the counter (CBNZ, or SUBS and
+// B.NE) the number of iterations.
 
 #include "workbench/analysis/address_tracking.hpp"
 
@@ -30,14 +39,14 @@ using std::uint8_t;
 struct register_value {
     enum class kind : uint8_t {
         unknown,
-        somewhere, // perhaps an address of the kernel's own data or code, or near them
+        somewhere, // possibly an address in or near the kernel's own data or code
         address,   // `displacement` bytes from the target of a relocation
-        page,      // the same from the page of a relocation's target and addend
+        page,      // `displacement` bytes from the page of a relocation's target and addend
         number     // `displacement`
     } what = kind::unknown;
-    // In a loop: the register that held this, plus a number of bytes, when the loop was entered.
+    // In a loop: the register whose value on entry to the loop this is, plus a constant.
     std::optional<register_id> origin = std::nullopt;
-    uint32_t source = 0; // the relocation, from 1; 0 for an ADR of the own code
+    uint32_t source = 0; // index of the relocation plus 1; 0 for an ADR of the kernel's own code
     int64_t displacement = 0;
 };
 
@@ -50,7 +59,7 @@ struct known_register {
     register_value value;
 };
 
-// What is known at the beginning of a block.
+// The known registers at the beginning of a block.
 struct block_state {
     bool reached = false;
     std::vector<known_register> known;
@@ -59,9 +68,9 @@ struct block_state {
 struct block {
     size_t begin;
     block_state all;         // on all paths
-    block_state from_before; // on those without back edges
+    block_state from_before; // on paths without back edges
     size_t back_edges = 0;
-    size_t back_from = 0; // word of the last one
+    size_t back_from = 0; // word of the last back edge
     bool pending = false;
 };
 
@@ -76,7 +85,7 @@ public:
     tracker(const decoded_kernel& code, const code_map& map, const target_address& address_of)
         : kernel_(*code.kernel), relocs_(kernel_.relocs), code_(code), map_(map), address_of_(address_of)
     {
-        // Targets are told apart by number, and the own code is number 0 whoever names it.
+        // Equal targets get equal numbers; the kernel's own code is number 0.
         std::unordered_map<std::string_view, uint32_t> numbers{{kernel_.name, 0}};
         targets_.push_back(0);
         for (const tessjit::reloc_info& reloc : relocs_) {
@@ -128,7 +137,7 @@ private:
         return true;
     }
 
-    // Whether the block that the word is in ends with it.
+    // Whether the word is the last of its block.
     [[nodiscard]] bool ends(size_t index) const
     {
         return index + 1 == map_.uses.size() || block_of_[index + 1] != no_block ||
@@ -180,8 +189,8 @@ private:
         }
     }
 
-    // Leaves in the state what agrees with the registers, or with nothing, and what may be an address of the
-    // kernel's own. Whether it has changed.
+    // Merges the registers, or with `with_nothing` a state in which all are unknown, into a block's state.
+    // Returns whether it changed.
     bool meet(block_state& state, bool with_nothing)
     {
         if (!state.reached) {
@@ -288,7 +297,7 @@ private:
             return;
         }
         const register_set defs = defs_of(code_, at);
-        // What is computed from an address of the kernel's own may be one.
+        // A value computed from an address of the kernel's own may be one.
         register_value result;
         if (!at.may_load && !at.may_store && at.modelled && uses_own(at))
             result.what = kind::somewhere;
@@ -310,7 +319,7 @@ private:
         const bool own =
             within || (at.relocated == word_relocation::fits && relocs_[at.relocation].name == kernel_.name &&
                        relocs_[at.relocation].addend != 0);
-        if (own) { // a part of this kernel need not keep to the standard
+        if (own) { // a local subroutine need not follow the AAPCS64
             known_.reset();
             return;
         }
@@ -318,7 +327,7 @@ private:
         forget(link_register, link_register);
     }
 
-    // Whether a register that the instruction uses may hold an address of the kernel's own.
+    // Whether the instruction uses a register that may hold an address of the kernel's own.
     [[nodiscard]] bool uses_own(const instruction& at) const
     {
         const register_set uses = uses_of(code_, at);
@@ -329,7 +338,7 @@ private:
         return false;
     }
 
-    // The base register after an access that changes it.
+    // The base register after an access with writeback.
     [[nodiscard]] register_value moved_base(const memory_access& access) const
     {
         const register_value base = get(access.base);
@@ -362,7 +371,7 @@ private:
         if (targets_[page.source] == targets_[source] && high.addend == reloc.addend)
             return std::pair{to, register_value{kind::address, page.origin, page.source,
                                                 reloc.addend + page.displacement}};
-        // Another place in its page: known where both are placed.
+        // The ADD has another target in the page: known if both addresses are.
         const std::optional<uint64_t> target = address_of(page.source);
         const std::optional<uint64_t> low = address_of(source);
         if (!target || !low)
@@ -396,7 +405,7 @@ private:
         return std::nullopt;
     }
 
-    // The value plus a constant; only 32 bits are kept where the operation is not `wide`.
+    // The value plus a constant, truncated to 32 bits unless `wide`.
     static register_value sum(register_value value, int64_t constant, bool wide)
     {
         const auto whole = static_cast<uint64_t>(value.displacement) + static_cast<uint64_t>(constant);
@@ -419,7 +428,7 @@ private:
         return answer_;
     }
 
-    // The base register's value where an access begins.
+    // The displacement of an access's first byte.
     [[nodiscard]] static int64_t first_byte(const memory_access& access, const register_value& base)
     {
         const bool after = access.addressing == addressing_mode::post_index ||
@@ -434,7 +443,7 @@ private:
         const instruction& at = code_.instructions[index];
         const std::optional<memory_access> access = access_at(index);
         if (!access) {
-            // SVE, DC ZVA and copies of memory, whose size is not in the word.
+            // SVE, DC ZVA and memory copies: the instruction does not state the size.
             if (at.relocated == word_relocation::none && (at.may_store || !at.modelled) && uses_own(at))
                 somewhere_written_.push_back(4 * index);
             return;
@@ -448,7 +457,7 @@ private:
             add_access(index, *access, base, {});
     }
 
-    // Loads of literals are not among them.
+    // The memory access of an instruction, other than a literal load.
     [[nodiscard]] std::optional<memory_access> access_at(size_t index) const
     {
         const instruction& at = code_.instructions[index];
@@ -510,7 +519,7 @@ private:
             leaves_elsewhere = leaves_elsewhere || (i != last && at.is_terminator() && !at.is_call());
             step(i);
         }
-        // By how much a register has moved in one iteration, where it has kept what it held.
+        // A register's increment in one iteration, if it still depends on its value on entry only.
         const auto moved = [&](std::optional<register_id> r) -> std::optional<int64_t> {
             if (!r || !known_at_entry[*r])
                 return std::nullopt;
@@ -557,7 +566,7 @@ private:
 
     static std::optional<uint64_t> iterations_of(const register_value& counter, std::optional<int64_t> moved)
     {
-        constexpr int64_t limit = int64_t{1} << 31; // below, 32 bits and 64 bits count alike
+        constexpr int64_t limit = int64_t{1} << 31; // below it, W and X counters behave alike
         const int64_t count = counter.displacement;
         if (!moved || counter.what != kind::number || count <= 0 || count >= limit || *moved >= 0 ||
             *moved <= -limit || count % -*moved != 0)
@@ -566,7 +575,7 @@ private:
     }
 
 public:
-    // Offsets of stores to the own data whose address is not known.
+    // Offsets of stores to unknown addresses in the kernel's own data or code.
     [[nodiscard]] const std::vector<size_t>& somewhere_written() const { return somewhere_written_; }
 
 private:
@@ -581,13 +590,13 @@ private:
     std::vector<uint32_t> targets_; // by source
     std::vector<bool> own_;         // by relocation: whether its target is the kernel or its data
     std::vector<block> blocks_;
-    std::vector<uint32_t> block_of_; // of each word that begins one
+    std::vector<uint32_t> block_of_; // by the word that begins the block
     std::vector<size_t> pending_;
     register_file registers_;
-    std::bitset<registers> known_; // of which something is known
+    std::bitset<registers> known_; // those that are not unknown
     known_addresses found_;
     std::vector<size_t> somewhere_written_;
-    mutable std::optional<uint32_t> asked_; // for the address of which source, most accesses being of one
+    mutable std::optional<uint32_t> asked_; // the source whose address is cached: most accesses have the same
     mutable std::optional<uint64_t> answer_;
 };
 
@@ -608,7 +617,7 @@ known_addresses find_known_addresses(const decoded_kernel& code, const code_map&
     }
     tracker tracker(code, map, address_of);
     known_addresses found = tracker.run();
-    // It is known where a store writes that walks through the data a known number of times.
+    // A store that walks through the data a known number of times writes to known addresses.
     for (const size_t offset : tracker.somewhere_written()) {
         const auto access = std::lower_bound(found.accesses.begin(), found.accesses.end(), offset,
                                              [](const known_access& a, size_t o) { return a.offset < o; });

@@ -1,9 +1,11 @@
-// A longest common subsequence by Myers' greedy algorithm ("An O(ND) Difference Algorithm and Its
-// Variations", 1986): for each number of edits it keeps, on every diagonal, the furthest point that so many
-// edits reach, and follows these back from the end. Equal beginnings and ends are taken off first, as are
-// elements that the other side does not have. Sequences that differ too much are searched piece by piece:
-// after some number of edits the best point reached is settled and the search starts anew there, which bounds
-// the time.
+// Myers' greedy algorithm ("An O(ND) Difference Algorithm and Its Variations", 1986): for each number of
+// edits it stores the furthest point that can be reached on every diagonal, and then traces a path back from
+// the end. The common prefix and suffix are removed first, as are elements that the other sequence lacks.
+//
+// Sequences that differ too much are searched in pieces: when a piece reaches its limit of edits, the search
+// restarts from the furthest point that it has reached. This bounds time and memory, but the result may then
+// not be a longest subsequence.
+
 #include "workbench/analysis/alignment.hpp"
 
 #include <algorithm>
@@ -13,8 +15,8 @@ namespace vorna::workbench {
 
 namespace {
 
-// How many edits to search for in one piece. The number of pieces is at most the length by this number, and a
-// piece takes its square of steps, so that all take some hundred million.
+// The limit of edits for one piece. There are at most length / limit pieces, and each takes limit * limit
+// steps, so that all together take a few hundred million.
 std::size_t edits_of_a_piece(std::size_t length)
 {
     constexpr std::size_t steps = std::size_t{1} << 28;
@@ -23,13 +25,13 @@ std::size_t edits_of_a_piece(std::size_t length)
     return std::clamp(steps / length, fewest, most);
 }
 
-// Elements to be searched, with their places in the whole sequence.
+// The elements to be searched, with their indices in the whole sequence.
 struct candidates {
     std::vector<std::uint32_t> values;
     std::vector<std::size_t> indices;
 };
 
-// The elements of [begin, end) that are among `others`.
+// The elements of [begin, end) that occur in `others`.
 candidates select(const std::vector<std::uint32_t>& sequence, std::size_t begin, std::size_t end,
                   const std::unordered_set<std::uint32_t>& others)
 {
@@ -43,9 +45,9 @@ candidates select(const std::vector<std::uint32_t>& sequence, std::size_t begin,
     return selected;
 }
 
-// A search from a point of both sequences on. Points are relative to it: x elements of `before` and y of
-// `after` are passed. With d edits the diagonals x - y from -d to d can be reached, every other one; the
-// furthest x of each are the row d of the trace, at d * (d + 1) / 2.
+// A search that starts at a point (x elements of `before`, y of `after`); other points are relative to it.
+// d edits reach every other diagonal x - y from -d to d. The furthest x on each of them make up row d of the
+// trace, which begins at d * (d + 1) / 2.
 class piece {
 public:
     piece(const std::uint32_t* before, std::size_t before_size, const std::uint32_t* after,
@@ -55,8 +57,8 @@ public:
     {
     }
 
-    // Finds the pairs up to the point that the search comes to, which is the end unless that takes more than
-    // the allowed edits.
+    // Appends the pairs up to the point that the search reaches, and returns this point: the end of both
+    // sequences, unless that takes too many edits.
     index_pair search(std::vector<index_pair>& pairs)
     {
         for (std::size_t d = 0; d <= most_edits_; ++d) {
@@ -71,7 +73,7 @@ public:
         const auto progress = [&](std::size_t i) {
             const std::size_t x = at(most_edits_, i);
             const std::size_t y = y_of(x, most_edits_, i);
-            return x <= before_size_ && y <= after_size_ ? x + y : 0; // others are outside the sequences
+            return x <= before_size_ && y <= after_size_ ? x + y : 0; // others lie outside the sequences
         };
         for (std::size_t i = 1; i <= most_edits_; ++i) {
             if (progress(i) > progress(best))
@@ -84,13 +86,13 @@ private:
     [[nodiscard]] std::size_t at(std::size_t d, std::size_t i) const { return trace_[d * (d + 1) / 2 + i]; }
     static std::size_t y_of(std::size_t x, std::size_t d, std::size_t i) { return x + d - 2 * i; }
 
-    // Whether the edit before the point is an insertion, from the diagonal above, or a deletion.
+    // Whether the last edit before the point is an insertion (from the diagonal above) or a deletion.
     [[nodiscard]] bool inserts(std::size_t d, std::size_t i) const
     {
         return i == 0 || (i != d && at(d - 1, i - 1) < at(d - 1, i));
     }
 
-    // The x after the edit, before the equal elements that follow it.
+    // The x after that edit, before the equal elements that follow.
     [[nodiscard]] std::size_t start(std::size_t d, std::size_t i) const
     {
         return d == 0 ? 0 : inserts(d, i) ? at(d - 1, i) : at(d - 1, i - 1) + 1;

@@ -1,4 +1,4 @@
-// Common subsequences.
+// Longest common subsequences.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +18,7 @@ struct common_sequence {
     bool complete = true;          ///< false if a longer one may exist
 };
 
-/// A longest common subsequence; for sequences that differ in thousands of elements that both contain, just a
+/// A longest common subsequence. If the sequences differ in thousands of elements that both contain, merely a
 /// long one. Takes at most a few seconds and 32 MiB.
 common_sequence find_common_sequence(const std::vector<std::uint32_t>& before,
                                      const std::vector<std::uint32_t>& after);

@@ -1,6 +1,12 @@
-// A row's key holds what the instruction is wherever the kernel lies: its word and its relocations, or, where
-// the instruction names a place by a distance, LLVM's opcode and the other operands. The place itself is kept
-// apart, as a row.
+// Makes instructions comparable between kernels that lie at different addresses. Rows of different kernels
+// are compared, sorted and aligned by their members alone.
+//
+// The key of an instruction is its word, followed by its relocations: offset within the word, type, addend,
+// and the target's name after its length. Words are as generated, so relocated fields are normally zero.
+//
+// A PC-relative instruction without a relocation (a local branch, ADR, a literal load) has a word that
+// changes when instructions are inserted between it and its target. Its key is LLVM's opcode and all operands
+// but the distance. The target is kept apart, as the index of its row, or as the distance if it is not a row.
 
 #include "workbench/analysis/canonical_code.hpp"
 
@@ -34,7 +40,7 @@ bool equal_references(const std::vector<tessjit::reloc_info>& a, const std::vect
     });
 }
 
-// LLVM has the distance last.
+// In LLVM's order of operands the distance is last.
 static std::string key_without_distance(const decoded_kernel& code, const instruction& at)
 {
     std::string key;

@@ -19,9 +19,8 @@ namespace vorna::workbench {
 using wfta::checked_kernel;
 using wfta::relocation_target;
 
-// For each kernel, whether the process may have ended with it: the last of its mapping, before which none is
-// missing, so that it is not the dumps that are incomplete. A single dump does not show that: a pattern may
-// have selected it.
+// For each kernel, whether the process may have aborted at it: whether it is the last of its mapping and no
+// dump before it is missing. A single dump proves nothing: a pattern may have selected it.
 static std::vector<bool> find_last_kernels(const kernel_set& set)
 {
     std::vector<bool> last(set.kernels.size());
@@ -66,7 +65,7 @@ std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set)
         const auto named = by_name.find(name);
         if (named == by_name.end())
             return {last[kernel] ? where::nowhere : where::unknown, 0};
-        // Of several registries, the own. Kernels are in the order of their mappings.
+        // With several registries, the kernel of the same mapping. Kernels are ordered by mapping.
         const auto own =
             std::lower_bound(named->second.begin(), named->second.end(), set.kernels[kernel].mapping,
                              [&](std::size_t candidate, std::size_t mapping) {
@@ -97,7 +96,7 @@ std::optional<std::string> find_mixture(const kernel_set& set,
     std::unordered_map<std::string_view, std::size_t> names;
     for (const placed_kernel& kernel : set.kernels)
         ++names[kernel.name];
-    const wfta::kernel_finding* end = nullptr; // of the process, by what was seen so far
+    const wfta::kernel_finding* end = nullptr; // where the process aborted, as far as known
     const auto place = [](const wfta::kernel_finding& finding) {
         return finding.offset ? place_text(finding.kernel, *finding.offset) : place_text(finding.kernel);
     };
@@ -110,7 +109,7 @@ std::optional<std::string> find_mixture(const kernel_set& set,
         const placed_kernel& kernel = set.kernels[finding.index];
         const std::string& target = kernel.relocs[*finding.relocation].name;
         const auto targets = names.find(target);
-        // Which of several is meant is not known.
+        // Ambiguous: several kernels have the name.
         if (names[kernel.name] != 1 ||
             (finding.id == wfta::finding_id::range && targets != names.end() && targets->second != 1))
             continue;

@@ -1,9 +1,16 @@
-// Follows control from the entries, through branches within the kernel and past calls. What is reached is
-// code. Of the rest, words that a literal load of that code reads are data, and so is what follows a place
-// whose address an ADR takes, unless a branch to a register may lead there.
+// Separates code from data by recursive traversal: follows control from the entries, through direct branches
+// within the kernel and past calls. Every word that it reaches is code. Of the others, data are
 //
-// A word that LLVM cannot decode may be a branch of a later architecture, if it lies among the branches. When
-// control reaches one, any word may be entered from it.
+//   - words that a literal load in this code reads, and
+//   - words from an address that an ADR or ADRP forms up to the next code, unless an indirect branch may
+//     lead there.
+//
+// The target of an indirect branch (BR, BLR, a RET whose register may hold an address of the kernel's own) is
+// not followed. If the kernel has one and also takes an address of its own code (by ADR, ADRP or a local BL),
+// any word may be entered.
+//
+// A word that LLVM cannot decode but whose encoding is in the branch group may be a branch of a later
+// architecture. If control reaches one, any word may be entered as well.
 
 #include "workbench/analysis/code_map.hpp"
 
@@ -14,7 +21,7 @@ namespace vorna::workbench {
 
 namespace {
 
-// BR, BLR and their kind, and a RET that does not return to the caller.
+// BR, BLR and their variants, and a RET through another register than X30.
 bool is_indirect_branch(const decoded_kernel& code, const instruction& instruction)
 {
     if (instruction.flow == control_flow::exit)
@@ -71,7 +78,7 @@ private:
         bool indirect = false;
         bool anywhere = false;
         bool takes_own_address = false;
-        register_set holds_own_address; // somewhere in the kernel
+        register_set holds_own_address; // at any point of the kernel
         register_set moved_to_x30;
         while (!pending_.empty()) {
             const std::size_t index = pending_.back();
@@ -103,7 +110,7 @@ private:
             }
             takes_own_address = takes_own_address || (flow.target && at.is_call());
         }
-        // Where RET goes.
+        // A RET may then lead into the kernel.
         indirect = indirect || holds_own_address[link_register] || (holds_own_address & moved_to_x30).any();
         may_jump_ = indirect && takes_own_address;
         map_.any_entry = may_jump_ || anywhere;
@@ -139,7 +146,7 @@ private:
             }
         }
         if (may_jump_)
-            return; // it may be code that ADR gives the address of
+            return; // the address that an ADR forms may be one of code
         for (const std::int64_t offset : taken_) {
             if (offset < 0)
                 continue;
@@ -154,7 +161,7 @@ private:
     std::size_t words_;
     code_map map_;
     std::vector<std::size_t> pending_;
-    std::vector<std::int64_t> taken_; // places whose address an ADR gives
+    std::vector<std::int64_t> taken_; // offsets whose address an ADR forms
     bool may_jump_ = false;
 };
 
@@ -171,7 +178,7 @@ successors successors_of(const decoded_kernel& code, std::size_t index)
     successors found;
     found.next = !at.is_barrier();
     if (at.relocated != word_relocation::none || !at.pc_relative || at.flow == control_flow::next)
-        return found; // a relocation leads where it says
+        return found; // the target is the relocation's
     const std::int64_t target = static_cast<std::int64_t>(index) + *at.pc_relative / 4;
     if (target >= 0 && target < static_cast<std::int64_t>(code.instructions.size()))
         found.target = static_cast<std::size_t>(target);

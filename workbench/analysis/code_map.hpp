@@ -1,4 +1,4 @@
-// Which words of a kernel are executed, which are data, and where the code may be entered.
+// Which words of a kernel are code, which are data, and where the code may be entered.
 #pragma once
 
 #include "workbench/disasm/decoded_kernel.hpp"
@@ -11,30 +11,31 @@
 
 namespace vorna::workbench {
 
-/// A place at which another kernel may enter this one, by a relocation of its own.
+/// An offset at which another kernel may enter this one, through a relocation of its own.
 struct code_entry {
     std::int64_t offset;
-    bool called; ///< by a BL; otherwise only the address is taken
+    bool called; ///< by a BL; otherwise just the address is taken
 };
 
 enum class word_use : std::uint8_t {
-    unknown, ///< no branch that can be followed leads here: dead code, or what a branch to a register reaches
+    unknown, ///< not reached by direct branches: dead code, or the target of an indirect branch
     code,    ///< may be executed
-    data     ///< is not executed, but read by a PC-relative load or through an ADR of the own code
+    data     ///< not executed, but read by a literal load or through an ADR of the kernel's own code
 };
 
 /// The words of a kernel. All vectors have an element for each instruction of the decoded kernel.
 struct code_map {
     std::vector<word_use> uses;
-    std::vector<bool> leaders; ///< of basic blocks: reached otherwise than from the word before
-    std::vector<bool> entries; ///< of those the ones where nothing is known about the registers
-    bool any_entry = false;    ///< a branch to a register may lead to any word
+    std::vector<bool> leaders; ///< of basic blocks: reached other than from the preceding word
+    std::vector<bool> entries; ///< leaders where nothing is known about the registers
+    bool any_entry = false;    ///< an indirect branch may lead to any word
 };
 
-/// `entries` are those by other kernels; the kernel's beginning and its own relocations are always entries.
+/// `entries` are those from other kernels; the kernel's beginning and the targets of its own relocations are
+/// always entries.
 code_map map_code(const decoded_kernel& code, const std::vector<code_entry>& entries);
 
-/// Where control continues after an instruction, besides calls of other kernels.
+/// Where control continues after an instruction, apart from calls of other kernels.
 struct successors {
     bool next = false;                 ///< may continue at the next word
     std::optional<std::size_t> target; ///< word of this kernel that a branch or a BL leads to

@@ -1,5 +1,10 @@
-// What is wrong with a relocation is said in the words of the checks (check/finding_text), which find it
-// before the kernels are finalised. Here is only what a log adds: reports whose relocation is not known.
+// If the refused relocation is known, from the dumps, the diagnosis is the finding that `check` reports for
+// it: message and advice come from check/finding_text. This file picks the finding, and fills in what it
+// needs from the kernel.
+//
+// Without a dump only the log's message is known: type, place and value or word, perhaps kernel and offset.
+// Then the message has the subject as far as it is known, and the advice comes from the instruction word and
+// from what the registry dump says is already linked, or asks for dumps.
 
 #include "workbench/analysis/diagnose_abort.hpp"
 
@@ -40,7 +45,7 @@ std::optional<relocation_site> site_of(const abort_location& at, const kernel_se
     return relocation_site{kernel.name, kernel.text, kernel.relocs, *at.relocation};
 }
 
-/// The relocation as far as the log tells it, in a kernel whose code is not known.
+/// The relocation as far as it is known from the log, in a kernel whose code is unknown.
 struct relocation_of_log {
     std::string kernel;
     std::vector<std::uint8_t> code;

@@ -7,10 +7,10 @@
 
 namespace vorna::workbench {
 
-/// A line each.
+/// One line each.
 struct abort_diagnosis {
     std::string message; ///< what is wrong
-    std::string cause;   ///< the likely one; empty if nothing points to one
+    std::string cause;   ///< the likely one; empty if unknown
     std::string help;    ///< what to do
 };
 

@@ -1,3 +1,12 @@
+// Classifies a kernel's difference, and aligns the rows of two kernels for a diff.
+//
+// The classes "registers" and "layout" need a proof (equivalence.cpp), "order" compares basic blocks
+// (reordering.cpp); the others follow from comparing bytes and relocations.
+//
+// Rows are aligned by the longest common subsequence of their address-independent keys (canonical_code). Rows
+// paired in this way are equal only if their branch targets are paired too and their loads get the same
+// constants.
+
 #include "workbench/analysis/difference.hpp"
 
 #include "workbench/analysis/alignment.hpp"
@@ -16,7 +25,7 @@ namespace vorna::workbench {
 
 namespace {
 
-// Equal keys get equal numbers, in both lists.
+// Numbers the keys of rows, so that equal keys have equal numbers in both kernels.
 class numbering {
 public:
     std::vector<std::uint32_t> operator()(const std::vector<code_row>& rows)
@@ -68,7 +77,7 @@ namespace {
 
 using uses_by_name = std::unordered_map<std::string, outside_uses>;
 
-// What one relocation of `user` leads to.
+// Adds what one relocation of `user` leads to.
 void add_use(uses_by_name& uses, const kernel_set& set, const placed_kernel& user,
              const tessjit::reloc_info& reloc)
 {
@@ -87,7 +96,7 @@ void add_use(uses_by_name& uses, const kernel_set& set, const placed_kernel& use
     };
     if (reloc.name != user.name && uses.count(reloc.name) != 0)
         enter(reloc.name, reloc.addend);
-    // An addend may lead on into another kernel.
+    // The addend may lead into another kernel than the one that is named.
     const placed_kernel* const named = find_kernel(set, reloc.name);
     if (named == nullptr)
         return;
@@ -97,7 +106,7 @@ void add_use(uses_by_name& uses, const kernel_set& set, const placed_kernel& use
         enter(entered->name, static_cast<std::int64_t>(target - entered->text_address));
 }
 
-// What relocations of either set lead to in kernels that they do not belong to.
+// For each kernel, what relocations of other kernels, in either set, lead to.
 uses_by_name find_uses(const kernel_set& before, const kernel_set& after)
 {
     uses_by_name uses;
@@ -123,7 +132,7 @@ uses_by_name find_uses(const kernel_set& before, const kernel_set& after)
 
 std::vector<kernel_difference> compare_sets(const kernel_set& before, const kernel_set& after)
 {
-    // By name, and which of that name it is.
+    // By name, and by number among the kernels of that name.
     std::map<std::pair<std::string_view, std::size_t>, kernel_difference> kernels;
     const auto add = [&](const kernel_set& set, auto side) {
         std::unordered_map<std::string_view, std::size_t> seen;

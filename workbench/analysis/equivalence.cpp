@@ -1,3 +1,7 @@
+// The two classes of differences that lockstep.cpp can prove harmless. The proof sees one kernel at a time,
+// so what other kernels do with it is excluded here: nobody may read its code, and if others address its
+// constants, these must not have changed. Calls into the middle of its code are entries of the proof.
+
 #include "workbench/analysis/equivalence.hpp"
 
 #include "workbench/analysis/canonical_code.hpp"

@@ -1,5 +1,5 @@
-// Differences between two kernels that leave what they compute as it was, by the proof in lockstep.cpp. Each
-// function says no where it is not sure.
+// Proves that the differences between two kernels do not change what they compute (see lockstep.cpp). All
+// functions return false in doubt.
 #pragma once
 
 #include "workbench/disasm/decoded_kernel.hpp"
@@ -9,20 +9,19 @@
 
 namespace vorna::workbench {
 
-/// What relocations of other kernels, or against their names, lead to in a kernel.
+/// What relocations of other kernels, or against other kernels' names, lead to in a kernel.
 struct outside_uses {
-    std::vector<std::int64_t> entries; ///< offsets in its code, ascending, other than its beginning
-    bool of_code = false;              ///< at such an offset otherwise than by a call: it may be read there
+    std::vector<std::int64_t> entries; ///< offsets in its code, ascending, without its beginning
+    bool of_code = false;              ///< other than by a call: the code may be read
     bool of_data = false;              ///< its constants
 };
 
-/// Whether the kernels are proved to compute the same and differ only in where constants lie (in data, in
-/// addends of relocations against it, and in offsets of loads from it, each of which gets the same bytes
-/// before and after) and in the registers that instructions name.
+/// Whether the kernels provably compute the same and differ only in the layout of their constants and in
+/// register names. A different layout shows in the data, in the addends of relocations against it, and in the
+/// offsets of loads from it, each of which must get the same bytes as before.
 bool only_moved(const decoded_kernel& before, const decoded_kernel& after, const outside_uses& uses);
 
-/// Whether the kernels are proved to compute the same and differ only in the registers that instructions
-/// name.
+/// Whether the kernels provably compute the same and differ only in register names.
 bool only_renamed(const decoded_kernel& before, const decoded_kernel& after, const outside_uses& uses);
 
 } // namespace vorna::workbench

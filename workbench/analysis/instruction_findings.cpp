@@ -1,5 +1,5 @@
-// Kernels are decoded only where that may matter: those that take addresses of constants, and those whose
-// last instruction may be executed and lets control continue.
+// Decoding is slow, so a kernel is decoded only if it forms addresses of constants, or if its last
+// instruction may let control continue past the end of the code.
 
 #include "workbench/analysis/instruction_findings.hpp"
 
@@ -33,12 +33,12 @@ using wfta::finding_list;
 using wfta::relocation_target;
 using wfta::target_finder;
 
-// Where kernels enter each other other than at the beginning.
+// Where kernels enter each other, other than at the beginning.
 class entries_by_others {
 public:
     entries_by_others(const std::vector<placed_kernel>& kernels, const target_finder& find)
     {
-        std::vector<std::pair<uint64_t, size_t>> starts; // address and kernel, made when it is first needed
+        std::vector<std::pair<uint64_t, size_t>> starts; // address and kernel; filled on first use
         for (size_t i = 0; i < kernels.size(); ++i) {
             for (const tessjit::reloc_info& reloc : kernels[i].relocs) {
                 if (reloc.addend == 0 || names_data(reloc.name) || reloc.name == kernels[i].name)
@@ -68,11 +68,10 @@ private:
     void add(const std::vector<placed_kernel>& kernels,
              const std::vector<std::pair<uint64_t, size_t>>& starts, uint64_t address, bool called)
     {
-        const auto behind =
-            std::upper_bound(starts.begin(), starts.end(), std::pair{address, kernels.size()});
-        if (behind == starts.begin())
+        const auto next = std::upper_bound(starts.begin(), starts.end(), std::pair{address, kernels.size()});
+        if (next == starts.begin())
             return;
-        const auto& [begin, kernel] = *std::prev(behind);
+        const auto& [begin, kernel] = *std::prev(next);
         if (address - begin < kernels[kernel].text.size())
             entries_[kernel].push_back({static_cast<int64_t>(address - begin), called});
     }
@@ -107,7 +106,7 @@ private:
         code_map map;
     };
 
-    // Nothing for code that is too large. Made for those kernels only for which it matters.
+    // The kernel decoded, on first use; null if it is too large.
     const mapped_code* code()
     {
         if (!code_ && kernel().text.size() <= largest_decoded_code) {
@@ -117,7 +116,7 @@ private:
         return code_ ? &*code_ : nullptr;
     }
 
-    // The instruction at an offset; nothing after the last.
+    // The instruction at an offset; empty past the end.
     [[nodiscard]] decoded_kernel instruction_at(size_t offset) const
     {
         return offset + 4 <= kernel().text.size() ? decode_word(word_at(kernel().text, offset))
@@ -140,7 +139,7 @@ private:
                        "end the code with RET, a branch or a trap"});
     }
 
-    // Address of a target of this kernel's relocations that is placed.
+    // The address of a relocation's target, if it is placed.
     [[nodiscard]] std::optional<uint64_t> address_of(const std::string& name) const
     {
         const relocation_target target = wfta::resolve_target(
@@ -169,7 +168,7 @@ private:
         }
     }
 
-    // Whether an access that goes through an address of the kernel's constants is one of them.
+    // Whether an access through an address of the kernel's constants stays within them.
     bool check_constants(const known_access& access)
     {
         const placed_kernel& k = kernel();
@@ -233,7 +232,7 @@ private:
         const std::string what = std::to_string(wanted) +
                                  (memory.load ? "-byte load from" : "-byte store to") +
                                  " an address that is " + std::to_string(aligned) + "-aligned";
-        // With FEAT_LSE2 ordered accesses and atomics need not be aligned within 16 bytes.
+        // With FEAT_LSE2, ordered accesses and atomics may be unaligned within 16 bytes.
         const bool within_16 = *access.address % 16 + memory.bytes <= 16;
         const char* const faults = !memory.faults_unaligned() ? ""
                                    : within_16 ? ", which faults on processors without FEAT_LSE2"
@@ -261,7 +260,7 @@ private:
     }
 
     // The second instruction of the sequence: a load, store or prefetch of one register, a store of a pair,
-    // ST1. The processor knows the instructions of Armv8.0.
+    // or ST1. The processor implements Armv8.0 only.
     static bool is_erratum_access(const decoded_kernel& code)
     {
         const instruction& at = code.instructions.front();
@@ -283,8 +282,8 @@ private:
         return at.is_terminator() && at.flow != control_flow::trap && at.flow != control_flow::system;
     }
 
-    // Whether such an instruction loads the register, or adds to it as its base. What a store-exclusive says
-    // of its success does not count.
+    // Whether such an instruction loads the register or writes it back as the base. The status register of a
+    // store-exclusive does not count.
     static bool writes_register(const decoded_kernel& code, register_id number)
     {
         const instruction& at = code.instructions.front();
@@ -331,7 +330,7 @@ private:
     const std::vector<placed_kernel>& kernels_;
     const target_finder& find_;
     entries_by_others entries_;
-    std::optional<mapped_code> code_; // of the kernel at hand
+    std::optional<mapped_code> code_; // of the current kernel
     disassembler disassembler_;
     finding_list findings_;
     size_t index_ = 0;

@@ -1,5 +1,5 @@
-// Findings that need to know what instructions do, beyond the four that relocations fill: what is executed,
-// where loads and stores lead, and sequences that a processor executes wrongly.
+// Findings that need instructions decoded, beyond the four that relocations fill: where control goes, which
+// addresses loads and stores access, and sequences that a processor executes wrongly.
 #pragma once
 
 #include "check/engine.hpp"
@@ -10,8 +10,7 @@
 namespace vorna::workbench {
 
 /// Finds falls-through, outside-constants, writes-constants, data-alignment and erratum-843419, kernel by
-/// kernel. `find` is that of
-/// wfta::check_placed.
+/// kernel. `find` is as for wfta::check_placed.
 std::vector<wfta::kernel_finding> find_in_instructions(const kernel_set& set,
                                                        const wfta::target_finder& find);
 

@@ -1,5 +1,5 @@
-// What the bytes of a vector register are is not in a load. So the next instruction of straight-line code
-// that computes with the register tells it, and doubles are assumed if there is none.
+// A load of a vector register does not state the type of its elements. It is taken from the next instruction
+// in the same basic block that computes with the register; without one the elements are doubles.
 
 #include "workbench/analysis/load_comments.hpp"
 
@@ -74,11 +74,11 @@ std::string number_text(const std::uint8_t* bytes, const element& element)
     return fmt::format("{}", static_cast<std::int64_t>(value << unused_bits) >> unused_bits);
 }
 
-/// What the next instruction of straight-line code that computes with the vector register takes it for;
-/// doubles if there is none.
+/// The element type that the next instruction in the basic block uses the vector register with; double if
+/// there is none.
 element used_as(const decoded_kernel& code, const code_map& map, std::size_t load, register_id loaded)
 {
-    constexpr std::size_t farthest = 1000; // instructions: nobody would look farther either
+    constexpr std::size_t farthest = 1000; // instructions, to bound the time
     const std::size_t end = std::min(code.instructions.size(), load + 1 + farthest);
     for (std::size_t i = load + 1; i < end && !map.leaders[i]; ++i) {
         const instruction& at = code.instructions[i];
@@ -92,7 +92,7 @@ element used_as(const decoded_kernel& code, const code_map& map, std::size_t loa
     return {number_kind::floating_point, 8};
 }
 
-/// How the load reads its registers.
+/// The element type of the registers that are loaded.
 element element_of(const memory_access& access, const decoded_kernel& code, const code_map& map,
                    std::size_t load)
 {
@@ -110,7 +110,7 @@ element element_of(const memory_access& access, const decoded_kernel& code, cons
     return {register_size > 1 ? number_kind::floating_point : number_kind::unsigned_integer, register_size};
 }
 
-/// What one execution of the load reads: a vector in braces for each register of several elements.
+/// The values that one execution of the load reads; a register with several elements as a vector in braces.
 std::string values_text(const std::uint8_t* bytes, const memory_access& access, const element& element)
 {
     const std::size_t register_size = access.bytes / access.registers;
@@ -126,14 +126,14 @@ std::string values_text(const std::uint8_t* bytes, const memory_access& access, 
     return text;
 }
 
-/// A part of the kernel's constants or of its code, by offsets.
+/// A range of offsets in the kernel's constants or code.
 struct range {
     bool in_code;
     std::int64_t begin;
     std::int64_t end;
 };
 
-/// What a kernel loads from its own constants and code.
+/// Describes the loads of one kernel.
 class load_describer {
 public:
     load_describer(const kernel_set* set, const decoded_kernel& code, const code_map& map)
@@ -186,7 +186,7 @@ private:
         return is_in_code(access) || is_own_data(kernel_.name, kernel_.relocs[*access.relocation].name);
     }
 
-    // The bytes that all executions of a store may write.
+    // Adds the bytes that a store may write, in all its executions.
     void add_written(const known_access& store)
     {
         const std::int64_t first = *store.target_offset;
@@ -221,7 +221,7 @@ private:
         return false;
     }
 
-    /// Whether the bytes are constants, so that a load has these values.
+    /// Whether the bytes never change: no store writes them and no relocation fills them.
     [[nodiscard]] bool are_constants(bool in_code, std::int64_t offset, std::size_t bytes) const
     {
         const std::vector<std::uint8_t>& memory = in_code ? kernel_.text : kernel_.data;
@@ -271,7 +271,7 @@ private:
         return is_written(in_code, first, last + load.access.bytes);
     }
 
-    // Of a walk only what is certain is shown, and not much of it.
+    // The iterations of a walk whose values are shown: only certain ones, and only the first few.
     [[nodiscard]] std::size_t shown_iterations(const known_access& load) const
     {
         if (!load.walk || !load.walk->iterations)

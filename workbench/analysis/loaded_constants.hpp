@@ -1,4 +1,4 @@
-// The bytes that a kernel's loads get from its own constants.
+// The bytes that a kernel loads from its own constants.
 #pragma once
 
 #include "workbench/disasm/decoded_kernel.hpp"
@@ -10,7 +10,8 @@
 
 namespace vorna::workbench {
 
-/// What instructions, by index, load from the kernel's own data, where it is known which part of it that is.
+/// By the index of an instruction: the bytes that it loads from the kernel's own data, if the address is
+/// known.
 using loaded_constants = std::unordered_map<std::size_t, std::vector<std::uint8_t>>;
 loaded_constants find_loaded_constants(const decoded_kernel& code);
 

@@ -1,11 +1,17 @@
-// A report with a message has addresses. Kernels are registered one by one in the order of their addresses,
-// each before its relocations are applied, so the refused kernel is the last one in its mapping that the
-// registry dump has; of its relocations those match whose values are the message's. Relocations are applied
-// in order: the first match that the checks find refused is the one.
+// A message (field filled, out of range) has addresses. The finaliser registers the kernels of a set in the
+// order of their addresses, each before it applies its relocations. So the refused kernel is the last one of
+// its mapping in the registry dump. Of its relocations those match whose type, place and target give the
+// message's values. If several match, the first one is taken, or the one that the checks (check_placed) find
+// refused first, since relocations are applied in order.
 //
-// A report without a message has no address. A kernel is dumped before it is linked, so the refused one is
-// the last of its mapping among the dumps, and its relocations, when they are checked, end the way that the
-// report says. Where several kernels match, the times of the files decide.
+// A report without a message (an assertion, or a log that lacks the message) has no address. A kernel is
+// dumped before it is linked, so the refused one is the last dump of its mapping. Candidates are the last
+// kernels of all mappings and the newest dump; those match whose first refused relocation, according to the
+// checks, is the reported kind. If several match, the newest file wins.
+//
+// Dumps of another run have other addresses: their kernels are matched by name, and by size if the log has
+// lost a part of the name, and their relocations are compared as if the kernel were where the registry dump
+// has it.
 
 #include "workbench/analysis/locate_abort.hpp"
 
@@ -40,13 +46,13 @@ bool is_in(std::uint64_t address, std::uint64_t begin, std::uint64_t length)
     return address - begin < length;
 }
 
-// Whether some byte of the block, or its beginning, lies in the page.
+// Whether a byte of the block, or its beginning, lies in the page.
 bool meets_page(std::uint64_t page, std::uint64_t begin, std::uint64_t length)
 {
     return begin - page < page_size || is_in(page, begin, length);
 }
 
-/// The kernels of a registry dump after a report's message.
+/// The kernels of the registry dump that follows a report's message.
 class registry {
 public:
     registry(const abort_log& log, const abort_report& report)
@@ -97,14 +103,14 @@ private:
     bool complete_ = false;
 };
 
-// A line of the registry dump may have lost the beginning of a name, which holds newlines and blanks, or have
-// other text in front of it.
+// A line of the registry dump may lack the beginning of a name that contains newlines or blanks, or have
+// other text before it.
 bool may_be_name(std::string_view registered, std::string_view name)
 {
     return name.ends_with(registered) || registered.ends_with(name);
 }
 
-// The kernel's dump: that at its address, otherwise, of another run, that of its name.
+// The kernel's dump: the one at its address, otherwise (from another run) the one with its name.
 std::optional<std::size_t> find_dump(const kernel_set& set, const registered_kernel& kernel)
 {
     const kernel_extent& extent = kernel.extent;
@@ -175,9 +181,9 @@ public:
 private:
     [[nodiscard]] const kernel_set& set() const { return dumps_.set; }
 
-    // ---- Targets, and what the finaliser did with the relocations of a dumped kernel.
+    // ---- Targets and refused relocations of a dumped kernel
 
-    // A kernel's code: by the registry dump, otherwise by the dumps. Not every kernel need have been dumped.
+    // A kernel's code, from the registry dump, otherwise from the dumps, which may be incomplete.
     [[nodiscard]] relocation_target find_target(const placed_kernel& kernel, const std::string& name) const
     {
         if (const registered_kernel* const registered = registry_.find(name))
@@ -198,7 +204,7 @@ private:
                                     reloc.name, find);
     }
 
-    // The first relocation that the finaliser refuses, if what is not known is as `unknown` says.
+    // The first relocation that the finaliser refuses; `unknown` is assumed for unknown targets.
     [[nodiscard]] std::optional<refusal> find_refusal(const placed_kernel& kernel,
                                                       const kernel_extent& extent,
                                                       relocation_target unknown = {where::unknown, 0}) const
@@ -223,7 +229,7 @@ private:
         return std::nullopt;
     }
 
-    // The relocations of the kernel that the message can be about.
+    // The kernel's relocations that the message may be about.
     [[nodiscard]] std::vector<std::size_t> find_matches(const placed_kernel& kernel,
                                                         const kernel_extent& extent) const
     {
@@ -247,7 +253,7 @@ private:
         return matches;
     }
 
-    // ---- What was found.
+    // ---- Results
 
     void use_dump(std::size_t index)
     {
@@ -285,7 +291,7 @@ private:
 
     void note(std::string text) { at_.notes.push_back(std::move(text)); }
 
-    // ---- Reports with a message.
+    // ---- Messages
 
     [[nodiscard]] const relocation_kind& kind() const
     {
@@ -297,7 +303,7 @@ private:
         return report_.filled ? report_.filled->place : report_.range->place;
     }
 
-    // An ADRP's range message has the page only.
+    // The range message of an ADRP has the page only.
     [[nodiscard]] bool has_exact_place() const
     {
         return report_.filled || kind().page_mask == ~std::uint64_t{0};
@@ -319,7 +325,7 @@ private:
         if (dump_ != nullptr)
             matches = find_matches(*dump_, extent_);
         if (matches.empty() && (dump_ == nullptr || !other_run_)) {
-            // No registry dump, or an offset that leads out of the mapping.
+            // No registry dump, or the relocation's offset is outside the mapping.
             if (const auto dump = find_dump_by_relocation()) {
                 registered_ = nullptr;
                 use_dump(*dump);
@@ -334,7 +340,7 @@ private:
             locate_without_relocation();
     }
 
-    // A dump that holds a relocation which the message matches, and that is the last of its mapping.
+    // The last dump of a mapping with a relocation that matches the message.
     [[nodiscard]] std::optional<std::size_t> find_dump_by_relocation() const
     {
         for (const std::size_t i : last_of_each_mapping(set())) {
@@ -357,9 +363,10 @@ private:
     void choose_match(const std::vector<std::size_t>& matches)
     {
         const std::optional<refusal> refused = find_refusal(*dump_, extent_);
-        const bool told = refused && name_of(refused->id) == report_.id &&
-                          std::find(matches.begin(), matches.end(), refused->relocation) != matches.end();
-        use_relocation(told ? refused->relocation : matches.front());
+        const bool confirmed =
+            refused && name_of(refused->id) == report_.id &&
+            std::find(matches.begin(), matches.end(), refused->relocation) != matches.end();
+        use_relocation(confirmed ? refused->relocation : matches.front());
         if (matches.size() == 1)
             return;
         for (const std::size_t i : matches)
@@ -389,7 +396,7 @@ private:
 
     [[nodiscard]] std::string own_data() const { return std::string(data_prefix) + *at_.kernel; }
 
-    // The target that a range message's S lies in: constants of the kernel itself, or any kernel's code.
+    // The target that contains the S of a range message: the kernel's own constants, or any kernel's code.
     void find_target_by_address()
     {
         const std::uint64_t S = report_.range->target;
@@ -412,7 +419,7 @@ private:
             use(own_data(), extent_.data_size);
     }
 
-    // The same for ADRP, whose page is known.
+    // The same for ADRP: only the target's page is known.
     void find_target_by_page()
     {
         const std::uint64_t page = report_.range->target;
@@ -429,7 +436,7 @@ private:
             note(fmt::format("on the target's page {:#x} are {}", page, join_some(names)));
     }
 
-    // ---- Reports without one.
+    // ---- Assertions
 
     [[nodiscard]] bool is_newer(std::size_t a, std::size_t b) const
     {
@@ -446,7 +453,7 @@ private:
                (refused->id == finding_id::callee_order && report_.id == "unknown-target");
     }
 
-    // The refusal in a dump that the report can be about.
+    // The refusal in a dump that the report may be about.
     [[nodiscard]] std::optional<refusal> reported_refusal(std::size_t index) const
     {
         const placed_kernel& kernel = set().kernels[index];
@@ -458,8 +465,8 @@ private:
         return is_reported(refused) ? refused : std::nullopt;
     }
 
-    // Those of the last kernel in each mapping; and, since an earlier run into the same directory may have
-    // dumped more of the mapping, of the newest dump.
+    // The last kernel of each mapping, and the newest dump: an earlier run may have left more kernels of the
+    // mapping in the same directory.
     [[nodiscard]] std::vector<std::size_t> find_candidates(std::size_t newest) const
     {
         std::vector<std::size_t> candidates = last_of_each_mapping(set());
@@ -475,7 +482,7 @@ private:
         const auto older = [this](std::size_t a, std::size_t b) { return is_newer(b, a); };
         std::size_t newest = *std::max_element(last.begin(), last.end(), older);
         if (report_.id == "duplicate-name") {
-            // A kernel is dumped after its registration, so the refused one is not there.
+            // A kernel is dumped after its registration, so the refused one has no dump.
             note(fmt::format("the last kernel that was dumped is {}: the refused one comes after it, in its "
                              "set or as the first of the next",
                              printable(set().kernels[newest].name)));
@@ -514,8 +521,7 @@ private:
         }
     }
 
-    // All targets were dumped, some perhaps by an earlier run into the same directory: those in other
-    // mappings than the kernel itself.
+    // All targets have dumps. Those in other mappings may be from an earlier run, and not in the registry.
     void find_unregistered_target()
     {
         std::vector<std::size_t> suspects;
@@ -533,7 +539,7 @@ private:
         }
     }
 
-    // The message that is not in the log, as the dumps have it.
+    // Reconstructs from the dumps a message that the log lacks.
     void use_missing_message(const refusal& refused, const relocation_kind& kind)
     {
         const tessjit::reloc_info& reloc = dump_->relocs[refused.relocation];
@@ -549,7 +555,7 @@ private:
                             wfta::relocation_value(kind, S, P)};
     }
 
-    // ---- What the registry tells besides.
+    // ---- Further facts from the registry
 
     [[nodiscard]] bool in_same_mapping(const std::string& target) const
     {
@@ -564,7 +570,7 @@ private:
                registry_.last_of_mapping(callee->extent.text_address) == registered_;
     }
 
-    // A field that leads to a kernel's first byte, or to constants, has been linked.
+    // A field that leads to a kernel's first byte, or into its constants, is already linked.
     void find_already_linked()
     {
         const relocation_kind& kind = *at_.filled->kind;
@@ -582,9 +588,9 @@ private:
     const abort_report& report_;
     registry registry_;
     const dumps_of_process& dumps_;
-    const registered_kernel* registered_ = nullptr; // the kernel, by the registry dump
+    const registered_kernel* registered_ = nullptr; // the kernel in the registry dump
     const placed_kernel* dump_ = nullptr;           // its dump
-    kernel_extent extent_;                          // of the kernel in the process that ended
+    kernel_extent extent_;                          // of the kernel in the aborted process
     bool other_run_ = false;
     abort_location at_;
 };

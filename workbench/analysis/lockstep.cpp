@@ -1,28 +1,30 @@
-// Two kernels are followed in lockstep: word by word the same instruction, apart from registers and from
-// offsets into the constants. What is carried along is a relation between registers of the one and of the
-// other: which hold the same value ("equal"), which hold addresses of the kernel's own constants or code at
-// places known in both, and which a call has clobbered. It maps each register to at most one, and back.
+// Both kernels are executed symbolically, in lockstep: word by word they must have the same instruction,
+// apart from registers and from offsets into the constants. The state is a relation between the registers of
+// the two (register_relation): which hold equal values, which hold addresses of the kernel's own constants or
+// code at offsets known in both, and which a call has clobbered. It relates each register of one kernel to at
+// most one of the other, and vice versa.
 //
-//   - On entry each register equals the one of its name. Where paths meet, what they agree on is kept.
-//   - An instruction must use equal registers, position by position, and have the same immediates and
-//     relocations. What it defines is then equal; what the registers were before is forgotten on both sides.
-//   - An address of constants at place p in the one and q in the other may be moved, added to, and loaded
-//     through, if the bytes at p and at q are the same: what is loaded is then equal. Any other use of it is
-//     a doubt. If constants and relocations are the same in both, it is a value like any other. An address
-//     of the own code may always only be loaded through.
-//   - A call must get equal arguments in the registers of the AAPCS64; one that an earlier call clobbered is
-//     not an argument. After it the results are equal, preserved registers are related as before, and the
-//     others may not be used.
-//   - When the kernel returns, results and preserved registers must be equal, each to the one of its name. A
-//     RET counts as a tail call, which gets arguments and X30, unless its address is known to be the
-//     caller's: kept in registers, or in the frame while SP changes by numbers only.
-//   - An instruction of which it is not known what it uses and defines must find all registers as they were
-//     on entry: each equal to the one of its name.
+//   - On entry each register equals the register of the same name. Where paths join, only links that hold on
+//     all of them are kept.
+//   - An instruction must use equal registers, operand by operand, and have the same immediates and
+//     relocations. Its defs are then equal; earlier links of these registers are dropped on both sides.
+//   - An address of constants, at offset p in one kernel and q in the other, may be copied, added to, and
+//     loaded through if the bytes at p and q are the same: the loaded registers are then equal. Any other use
+//     fails the proof. If constants and relocations are the same in both kernels, the address is an ordinary
+//     value. An address of the kernel's own code may be loaded through only.
+//   - A call must get equal arguments in the registers of the AAPCS64; a register that an earlier call
+//     clobbered is not an argument. After the call the results are equal, callee-saved registers keep their
+//     links, and the others must not be used.
+//   - On return, results and callee-saved registers must equal the registers of the same name. A RET counts
+//     as a tail call, which also gets the arguments and X30, unless its address is known to be the caller's:
+//     kept in registers, or in the frame while SP changes by constants only.
+//   - An instruction whose uses and defs are not known (not `modelled`) needs all registers to equal those of
+//     the same name, as on entry.
 //
-// Since memory starts the same and each store stores equal values at equal addresses, equal registers are
-// all that there is to prove; "equal" is meant for kernels placed at the same address. The relation is
-// followed from the entry with what is known so far, until nothing changes. It only ever shrinks, so what
-// fails on the way would fail in the end: the first doubt ends it.
+// Memory is equal at the start, and each store stores equal values at equal addresses. So memory stays equal,
+// and only registers need to be proved equal; "equal" assumes that both kernels are placed at the same
+// address. Blocks are walked until no state changes. States only ever lose links, so a step that fails with
+// an intermediate state would also fail with the final one: the first failure ends the proof.
 
 #include "workbench/analysis/lockstep.hpp"
 
@@ -57,7 +59,7 @@ public:
         meet_at(0, register_relation::same_names());
         for (const std::int64_t entry : entries) {
             if (entry < 0 || entry >= static_cast<std::int64_t>(4 * words))
-                continue; // not in this kernel
+                continue; // outside this kernel
             if (entry % 4 != 0)
                 return false;
             meet_at(static_cast<std::size_t>(entry) / 4, register_relation::same_names());
@@ -69,7 +71,7 @@ public:
                 leaders_[i];
         }
         visited_.resize(words);
-        constexpr std::size_t most_visits = 64; // of each instruction on average
+        constexpr std::size_t most_visits = 64; // per instruction, on average
         std::size_t left = most_visits * words;
         while (!waiting_.empty()) {
             const std::size_t begin = waiting_.back();
@@ -83,7 +85,7 @@ public:
 private:
     using leaders = std::unordered_map<std::size_t, std::optional<register_relation>>;
 
-    // One on a word at most, and each on an instruction that it belongs to, with nothing in its field.
+    // At most one on each word, on an instruction of its kind whose field is zero.
     [[nodiscard]] bool relocations_are_plain() const
     {
         const auto plain = [](const decoded_kernel& code) {
@@ -99,7 +101,7 @@ private:
         return plain(a_) && plain(b_);
     }
 
-    // Words that control does not reach are data.
+    // Words that are not executed may be data, so they must not differ.
     [[nodiscard]] bool unvisited_are_equal() const
     {
         for (std::size_t i = 0; i < visited_.size(); ++i) {
@@ -127,7 +129,7 @@ private:
         waiting_.push_back(index);
     }
 
-    // From a block leader on to where control leaves or comes to other leaders.
+    // Walks from a block leader to the end of the block.
     bool follow(std::size_t index, std::size_t& left)
     {
         registers_ = *leaders_[index];
@@ -144,7 +146,7 @@ private:
             if (flow == control_flow::branch || flow == control_flow::conditional) {
                 const std::optional<std::size_t> target = successors_of(a_, index).target;
                 if (!target)
-                    return false; // who runs next depends on where the kernel is placed
+                    return false; // what is there depends on where the kernel is placed
                 meet_at(*target, registers_);
             }
             if (flow == control_flow::unknown)
@@ -154,7 +156,7 @@ private:
         }
     }
 
-    // Carries the registers past one instruction of both kernels; false in doubt.
+    // Executes one instruction of both kernels; false in doubt.
     bool step(std::size_t index)
     {
         const instruction& a = a_.instructions[index];
@@ -199,7 +201,7 @@ private:
                                 static_cast<std::int64_t>(4 * index) + *a.pc_relative,
                                 static_cast<std::int64_t>(4 * index) + *b.pc_relative);
         if (a.kind == instruction_kind::adrp)
-            return false; // of whatever is placed there
+            return false; // an ADRP without a relocation: what is there is unknown
         if (const auto access = memory_access_of(a_, a);
             access && access->addressing == addressing_mode::literal) {
             const std::int64_t place = static_cast<std::int64_t>(4 * index) + access->offset;
@@ -209,11 +211,11 @@ private:
         if (reads_address(from))
             return step_with_address(a, b, from, to);
         if (a.flow == control_flow::call)
-            return false; // within the kernel, or to where nothing is known to be
+            return false; // a local subroutine, or an unknown target
         return step_with_equals(a, from, to) && leave(a, from, to);
     }
 
-    // Number and kinds of the operands, and what the numbers of registers mean beside their values.
+    // Whether the operands agree in number and kind, and in the constraints on register numbers.
     [[nodiscard]] bool have_the_same_form(const instruction& a, const operand_range& from,
                                           const operand_range& to) const
     {
@@ -236,13 +238,13 @@ private:
                     return false;
             }
         }
-        // What becomes of a register that a load or a store names twice is not always defined.
+        // A load or store that names a register twice may be unpredictable.
         const bool touches_memory = a.may_load || a.may_store;
         const bool may_clash = defined > 1 || (a.may_store && defined != 0);
         return !touches_memory || !may_clash || name_registers_alike(from, to);
     }
 
-    // Whether operands of the one are the same register where those of the other are.
+    // Whether two operands of one are the same register exactly if those of the other are.
     static bool name_registers_alike(const operand_range& from, const operand_range& to)
     {
         std::vector<std::pair<register_id, register_id>> names;
@@ -264,7 +266,7 @@ private:
         });
     }
 
-    // The usual case: reads equal registers and makes equal ones.
+    // The usual case: equal uses give equal defs.
     bool step_with_equals(const instruction& a, const operand_range& from, const operand_range& to)
     {
         for (std::size_t i = 0; i < from.size(); ++i) {
@@ -293,8 +295,8 @@ private:
         return true;
     }
 
-    // The registers of the first kernel that get the address to return to: copied, signed or authenticated,
-    // or loaded from where it was stored.
+    // The registers of the first kernel that receive the return address: copied, signed or authenticated, or
+    // reloaded from the stack.
     [[nodiscard]] register_set made_return_addresses(const instruction& a, const operand_range& from) const
     {
         register_set made;
@@ -320,8 +322,8 @@ private:
         return made;
     }
 
-    // Before the registers change: where SP is after the instruction, and what it stores there. That stores
-    // through other registers leave the address to return to alone is assumed.
+    // Updates SP and the stack slots, before the registers change. Assumes that stores through other
+    // registers do not overwrite a saved return address.
     void follow_stack(const instruction& a, const operand_range& from)
     {
         stack_frame& stack = registers_.stack;
@@ -356,7 +358,7 @@ private:
         }
     }
 
-    // Of an access by SP and a number.
+    // The offset of an access relative to SP on entry, if its address is SP plus a constant.
     [[nodiscard]] std::optional<std::int64_t> place_on_stack(const std::optional<memory_access>& access) const
     {
         if (!access || access->base != stack_pointer || !registers_.stack.sp ||
@@ -374,7 +376,7 @@ private:
                !access.faults_unaligned() && !access.authenticates;
     }
 
-    // Of a plain access by SP: those that it loads or stores, in order.
+    // The registers that a plain access through SP loads or stores, in order.
     static std::vector<register_id> moved_registers(const operand_range& from)
     {
         std::vector<register_id> moved;
@@ -385,7 +387,7 @@ private:
         return moved;
     }
 
-    // ADD or SUB of a number, MOV, as they are done with addresses.
+    // A 64-bit ADD or SUB of a constant, or a MOV, that does not set flags.
     static std::optional<register_sum> address_sum(const decoded_kernel& code, const instruction& at)
     {
         const std::optional<register_sum> sum = register_sum_of(code, at);
@@ -413,7 +415,7 @@ private:
         each_defined([&](register_id x, register_id y) { registers_.relate(x, {relation::equal, y}); });
     }
 
-    // Calls and ways out, when the instruction itself was fine.
+    // Checks and applies a call or an exit, after the instruction itself.
     bool leave(const instruction& a, const operand_range& from, const operand_range& to)
     {
         switch (a.flow) {
@@ -423,7 +425,7 @@ private:
                 return false;
             registers_ = after_call(registers_);
             return true;
-        case control_flow::jump: // a tail call; X16 and X17 are registers of their own to a BTI
+        case control_flow::jump: // a tail call; a BTI distinguishes X16 and X17 from other registers
             return arguments_are_equal(registers_) && preserved_are_equal(registers_) &&
                    registers_.is_same_name(link_register) &&
                    std::equal(from.begin(), from.end(), to.begin(), to.end());
@@ -434,7 +436,7 @@ private:
                     return false;
                 returns = registers_.of(x.registers[0]).returns;
             }
-            // To an address from elsewhere it is a tail call.
+            // With any other address it is a tail call.
             return results_are_equal(registers_) && preserved_are_equal(registers_) &&
                    (returns || (arguments_are_equal(registers_) && registers_.is_same_name(link_register)));
         }
@@ -459,8 +461,8 @@ private:
         if (names_data(x.name) && !own_data)
             return false;
         if (x.type == R_AARCH64_CALL26) {
-            // Another place than a kernel's first instruction has no procedure call standard, and the kernel
-            // itself is entered with what its first instructions may read.
+            // The AAPCS64 holds at a kernel's first instruction only, and not for a call of the kernel
+            // itself, whose first instructions may read any register.
             if (own_data || ((own_code || x.addend != 0) && !registers_.all_same_names()) ||
                 (own_code && x.addend != 0))
                 return false;
@@ -485,7 +487,7 @@ private:
         return step_with_equals(a, from, to) && leave(a, from, to);
     }
 
-    // None if they are not each other's.
+    // The link between two registers; none if they are not related to each other.
     [[nodiscard]] link link_between(register_id x, register_id y) const
     {
         if (x >= register_count)
@@ -494,7 +496,7 @@ private:
         return known.partner == y ? known : link{};
     }
 
-    // Makes the first operand an address.
+    // Relates the first operands as addresses.
     bool form_address(const operand_range& from, const operand_range& to, relation kind, bool in_code,
                       std::int64_t before, std::int64_t after)
     {
@@ -505,7 +507,7 @@ private:
         return true;
     }
 
-    // An instruction that reads an address: MOV, ADD and SUB of a number, loads.
+    // An instruction that uses an address: a MOV, an ADD or SUB of a constant, or a load.
     bool step_with_address(const instruction& a, const instruction& b, const operand_range& from,
                            const operand_range& to)
     {
@@ -550,7 +552,8 @@ private:
         place.after += post ? 0 : y->offset;
         if (base.kind != relation::address || !same_bytes(place, x->bytes) ||
             (x->faults_unaligned() && place.before != place.after) ||
-            (x->base == stack_pointer && (base.before - base.after) % 16 != 0)) // may have to be aligned
+            (x->base == stack_pointer &&
+             (base.before - base.after) % 16 != 0)) // SP may have to be 16-byte aligned
             return false;
         loaded_constants_ = loaded_constants_ || !base.in_code;
         write(a, from, to);
@@ -571,7 +574,7 @@ private:
         return true;
     }
 
-    // Whether both kernels have the same bytes there, which the finaliser does not change.
+    // Whether both kernels have the same bytes there, and no relocation changes them.
     [[nodiscard]] bool same_bytes(const link& place, std::size_t count) const
     {
         const auto& x = place.in_code ? before_.text : before_.data;
@@ -581,7 +584,8 @@ private:
                    count <= bytes.size() - static_cast<std::uint64_t>(begin);
         };
         if (!inside(x, place.before) || !inside(y, place.after) ||
-            (place.in_code && place.before != place.after)) // relocations are looked for at one place
+            (place.in_code &&
+             place.before != place.after)) // the check for relocations below needs one offset for both
             return false;
         for (std::size_t i = 0; i < count; ++i) {
             const std::size_t at = static_cast<std::size_t>(place.before) + i;
@@ -600,7 +604,7 @@ private:
     leaders leaders_;
     std::vector<std::size_t> waiting_;
     std::vector<bool> visited_;
-    register_relation registers_; // where follow() is
+    register_relation registers_; // at the current instruction
     bool loaded_constants_ = false;
 };
 

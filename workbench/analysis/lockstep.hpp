@@ -1,4 +1,4 @@
-// The proof that two kernels of the same shape compute the same.
+// Proves that two kernels with the same control-flow graph compute the same.
 #pragma once
 
 #include "workbench/disasm/decoded_kernel.hpp"
@@ -8,14 +8,14 @@
 
 namespace vorna::workbench {
 
-/// In what the kernels may differ.
+/// How the kernels may differ.
 enum class difference_of : std::uint8_t {
-    layout,   ///< where constants lie, and registers; some load must get constants through an address
-    registers ///< the registers that instructions name
+    layout,   ///< in the offsets of constants, and in registers; some load must get constants
+    registers ///< in registers only
 };
 
-/// Whether the kernels are proved to compute the same from their beginnings and from `entries` (byte offsets)
-/// on. False in doubt.
+/// Whether the kernels provably compute the same when they are entered at their beginning or at one of
+/// `entries` (byte offsets). False in doubt.
 bool compute_the_same(const decoded_kernel& before, const decoded_kernel& after,
                       const std::vector<std::int64_t>& entries, difference_of kind);
 

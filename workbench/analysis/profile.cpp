@@ -1,6 +1,7 @@
-// Joins samples and kernels: the parser's records go to the address spaces, which collect the samples in
-// kernels by address; these become rows by kernel and offset. Samples outside the kernels' mappings count as
-// elsewhere.
+// The parser (input/perf_script) yields records: samples, mappings, forks and execs. All of them go to the
+// address spaces (address_space), which know which process has the kernels mapped and sum up the samples for
+// each event and address. finish() turns these sums into rows, by kernel and offset. Samples outside the
+// kernels' mappings count as elsewhere.
 
 #include "workbench/analysis/profile.hpp"
 

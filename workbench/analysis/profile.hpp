@@ -1,4 +1,4 @@
-// Where the time goes: joins the samples of perf with the kernels of a set.
+// Joins perf's samples with the kernels of a set, to show where time is spent.
 #pragma once
 
 #include "workbench/analysis/address_space.hpp"
@@ -18,55 +18,54 @@ namespace vorna::workbench {
 
 /// The samples at one address of a kernel.
 struct profile_row {
-    std::uint64_t offset = 0; ///< in the kernel's code, as perf reports it, so not always a multiple of 4
+    std::uint64_t offset = 0; ///< in the kernel's code, as perf reports it: not always a multiple of 4
     sample_count count;
 };
 
 struct kernel_profile {
     std::size_t kernel = 0; ///< index in the set
     sample_count count;
-    std::vector<profile_row> rows; ///< the offsets that have samples, ascending
+    std::vector<profile_row> rows; ///< with samples only, by ascending offset
 };
 
-/// The samples of one event. `total` is the sum of the three after it, `in_kernels` the sum of the kernels.
+/// The samples of one event. `total` is the sum of the next three, `in_kernels` the sum over the kernels.
 struct event_profile {
     std::string event;       ///< as perf names it: "cycles:u"
     sample_count total;      ///< of all processes
     sample_count in_kernels; ///< in the code of the set's kernels
-    sample_count unknown;    ///< in mappings that hold kernels of the set, but in none of these
+    sample_count unknown;    ///< in mappings with kernels of the set, but outside the kernels
     sample_count elsewhere;
-    std::vector<kernel_profile> kernels; ///< those that have samples, by descending period
+    std::vector<kernel_profile> kernels; ///< with samples only, by descending period
 };
 
 struct profile {
-    std::vector<event_profile> events; ///< the one with the most samples first
+    std::vector<event_profile> events; ///< by descending number of samples
     perf_script_summary text;
 };
 
-/// The event of that name, or the first if the name is empty; null if there is none.
+/// The event with this name, or the first event if the name is empty; null if not found.
 const event_profile* find_event(const profile& profile, std::string_view name);
 
-/// The event name under which an emulator writes how often each instruction ran, instead of samples.
+/// Whether the event has exact counts instead of samples: how often an emulator executed each instruction.
 bool is_exact(const event_profile& event);
 
-/// The period of the samples in each row of a kernel's listing: its words, then the bytes after the last one.
+/// The period of the samples in each row of a kernel's listing: its words, then any trailing bytes.
 std::vector<std::uint64_t> periods_by_row(const kernel_profile& profile, std::size_t text_size);
 
-/// Parses the text of perf script in pieces, and joins its samples with the kernels of a set. The processes
-/// are those whose executable anonymous mappings, according to the text, hold all kernels of the set, and
-/// those forked from them. Memory depends on the processes, mappings, events and sampled addresses, not on
-/// the number of samples.
+/// Parses the output of perf script piecewise and joins its samples with the kernels of a set. Counts samples
+/// of processes whose executable anonymous mappings contain all kernels of the set, and of their forks.
+/// Memory grows with the number of processes, mappings, events and sampled addresses, but not of samples.
 class profile_reader {
 public:
     /// Keeps a reference to the set.
     explicit profile_reader(const kernel_set& set);
 
-    /// The next piece of the text, which may be split anywhere. Throws std::runtime_error if the
-    /// text is of another kind.
+    /// Parses the next piece of the text, which may be split anywhere. Throws std::runtime_error if it is not
+    /// perf script's.
     void read(std::string_view piece);
 
-    /// Call once, after the last piece. Throws std::runtime_error with the reason, in one line, if
-    /// the text and the set do not belong together, or if it is not perf script's text.
+    /// Call once, after the last piece. Throws std::runtime_error with the reason, in one line, if the text
+    /// is not perf script's, or if text and set are from different runs.
     profile finish();
 
 private:

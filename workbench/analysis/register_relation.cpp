@@ -48,7 +48,7 @@ bool register_relation::all_same_names() const
     return true;
 }
 
-// Of links that differ.
+// The strongest relation that two different links both imply.
 static relation common(const link& a, const link& b)
 {
     const auto either = [&](relation kind) { return a.kind == kind || b.kind == kind; };

@@ -1,4 +1,4 @@
-// How the registers of two kernels are related at one place in both.
+// How the registers of two kernels are related at the same point of both.
 #pragma once
 
 #include "workbench/disasm/decoded_kernel.hpp"
@@ -15,28 +15,28 @@ enum class relation : std::uint8_t {
     none,
     equal,
     low_half,  // the low 64 bits of two vector registers are equal
-    address,   // of the own constants or code, at known places
-    page,      // what ADRP gives of such an address
+    address,   // of the kernel's own constants or code, at known offsets
+    page,      // the page of such an address, from ADRP
     clobbered, // by a call
 };
 
-/// What a register of the one kernel has to do with a register of the other.
+/// How a register of one kernel is related to a register of the other.
 struct link {
     relation kind = relation::none;
     register_id partner = 0;
-    bool in_code = false;    // of addresses: of the kernel's code, otherwise of its constants
-    std::int64_t before = 0; // the places
+    bool in_code = false;    // of addresses: in the kernel's code, otherwise in its constants
+    std::int64_t before = 0; // the offsets
     std::int64_t after = 0;
-    bool returns = false; // of equal values: the address to return to
+    bool returns = false; // of equal values: the return address
 
     [[nodiscard]] bool is_address() const { return kind == relation::address || kind == relation::page; }
     friend bool operator==(const link& a, const link& b) = default;
 };
 
-/// The stack, of both kernels, as far as return addresses are kept there.
+/// The return addresses on the stack, which is the same in both kernels.
 struct stack_frame {
-    std::optional<std::int64_t> sp = 0; // its distance from where it was on entry
-    std::set<std::int64_t> returns;     // such distances of 8 bytes that hold the address to return to
+    std::optional<std::int64_t> sp = 0; // relative to its value on entry
+    std::set<std::int64_t> returns;     // offsets of 8-byte slots that hold the return address
 
     void move_sp(std::optional<std::int64_t> to)
     {
@@ -53,14 +53,14 @@ struct stack_frame {
     friend bool operator==(const stack_frame& a, const stack_frame& b) = default;
 };
 
-/// Each register of the one kernel has to do with at most one of the other, and back.
+/// Relates each register of one kernel to at most one of the other, and vice versa.
 class register_relation {
 public:
     stack_frame stack;
 
     register_relation() { partners_.fill(nobody); }
 
-    /// Each register equals the one of its name, and X30 is the address to return to.
+    /// Each register equals the register of the same name, and X30 is the return address.
     static register_relation same_names();
 
     [[nodiscard]] const link& of(register_id before) const { return links_[before]; }
@@ -76,7 +76,7 @@ public:
     }
     [[nodiscard]] bool all_same_names() const;
 
-    /// Keeps what both say. Whether that is less than before.
+    /// Keeps the links that hold in both. Returns whether any was lost.
     bool meet(const register_relation& other);
 
 private:
@@ -86,8 +86,8 @@ private:
     std::array<register_id, register_count> partners_{}; // of the other kernel's registers
 };
 
-// By the roles of registers in the "Procedure Call Standard for the Arm 64-bit Architecture". A call that
-// passes a register that an earlier call clobbered passes no argument in it.
+// By the roles of registers in the AAPCS64 ("Procedure Call Standard for the Arm 64-bit Architecture"). A
+// register that an earlier call clobbered does not pass an argument.
 
 bool arguments_are_equal(const register_relation& registers);
 bool preserved_are_equal(const register_relation& registers);

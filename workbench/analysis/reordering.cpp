@@ -1,3 +1,6 @@
+// Splits both kernels into basic blocks, which must begin at the same rows, and compares the rows of each
+// block as multisets (canonical_code). Rows that are not executed in both kernels must be equal in place.
+
 #include "workbench/analysis/reordering.hpp"
 
 #include "workbench/analysis/canonical_code.hpp"
@@ -41,14 +44,14 @@ bool only_reordered(const decoded_kernel& before_code, const decoded_kernel& aft
             if (rows[i].target != no_row)
                 leaders[rows[i].target] = true;
             if (i >= words)
-                leaders[i] = true; // a byte
+                leaders[i] = true; // a trailing byte
             else if (code.instructions[i].is_terminator())
                 leaders[i + 1] = true;
         }
         leaders[rows.size()] = true;
         return leaders;
     };
-    // Data among the code has its place.
+    // Data in the code must not move.
     const std::vector<word_use> old_uses = map_code(before_code, called(entries)).uses;
     const std::vector<word_use> new_uses = map_code(after_code, called(entries)).uses;
     for (std::size_t i = 0; i < words; ++i) {

@@ -1,4 +1,4 @@
-// Whether only the order of instructions differs.
+// Compares kernels regardless of the order of instructions within basic blocks.
 #pragma once
 
 #include "workbench/disasm/decoded_kernel.hpp"
@@ -8,9 +8,9 @@
 
 namespace vorna::workbench {
 
-/// Whether the codes, with their relocations, have the same instructions in each basic block, in whatever
-/// order, and the same data among them. Says nothing about whether the order matters. Constants are not
-/// compared. `entries` are offsets at which other kernels enter.
+/// Whether both kernels have the same instructions, with their relocations, in each basic block, in any
+/// order, and the same data in the code. The order may still matter. Does not compare constants. `entries`
+/// are the offsets at which other kernels enter.
 bool only_reordered(const decoded_kernel& before, const decoded_kernel& after,
                     const std::vector<std::int64_t>& entries);
 

@@ -1,4 +1,4 @@
-// Counts samples.
+// Sums of samples.
 #pragma once
 
 #include <algorithm>
