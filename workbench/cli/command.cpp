@@ -1,16 +1,17 @@
 #include "workbench/cli/command.hpp"
 
 #include "workbench/input/dumps.hpp"
+#include "workbench/os/file.hpp"
 #include "workbench/text/printable.hpp"
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fmt/format.h>
 #include <stdexcept>
 #include <string_view>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <system_error>
 
 namespace vorna::workbench {
 
@@ -32,7 +33,7 @@ bool use_color(const common_options& options)
     const char* const no_color = std::getenv("NO_COLOR");
     const char* const terminal = std::getenv("TERM");
     const bool plain = terminal == nullptr || *terminal == '\0' || std::string_view(terminal) == "dumb";
-    return (no_color == nullptr || *no_color == '\0') && !plain && isatty(STDOUT_FILENO) != 0;
+    return (no_color == nullptr || *no_color == '\0') && !plain && is_terminal(stdout);
 }
 
 void print_error(const std::string& text)
@@ -44,7 +45,7 @@ void print_error(const std::string& text)
 read_result read_set(const std::vector<std::string>& paths, const common_options& options)
 {
     using clock = std::chrono::steady_clock;
-    const bool terminal = isatty(STDERR_FILENO) != 0;
+    const bool terminal = is_terminal(stderr);
     const clock::time_point start = clock::now();
     clock::time_point last = start;
     bool shown = false;
@@ -77,13 +78,11 @@ bool require_kernels(const read_result& read, const std::string& path)
 
 void refuse_dump(const kernel_set& set, const std::string& file)
 {
-    struct stat of_file;
-    if (stat(file.c_str(), &of_file) != 0)
+    std::error_code error;
+    if (!std::filesystem::exists(file, error))
         return;
     for (const placed_kernel& kernel : set.kernels) {
-        struct stat of_dump;
-        if (stat(kernel.file.c_str(), &of_dump) == 0 && of_dump.st_dev == of_file.st_dev &&
-            of_dump.st_ino == of_file.st_ino)
+        if (std::filesystem::equivalent(file, kernel.file, error))
             throw std::runtime_error(file + ": is one of the dumps; not overwritten");
     }
 }

@@ -51,6 +51,11 @@ std::string input_name(const std::string& path)
     return path == "-" ? "standard input" : path;
 }
 
+bool is_terminal(std::FILE* stream)
+{
+    return isatty(fileno(stream)) != 0;
+}
+
 std::optional<regular_file> open_regular_file(const std::string& path)
 {
     struct stat status;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <functional>
 #include <optional>
 #include <string>
@@ -32,6 +33,9 @@ file_descriptor open_input(const std::string& path);
 
 /// What messages call such a file: the path, or "standard input".
 std::string input_name(const std::string& path);
+
+/// Whether what is written to the stream is shown on a terminal.
+bool is_terminal(std::FILE* stream);
 
 /// A regular file, open for reading.
 struct regular_file {

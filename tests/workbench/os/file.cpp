@@ -2,9 +2,11 @@
 #include "tests/support/files.hpp"
 #include "tests/support/temp_directory.hpp"
 
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <memory>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <thread>
@@ -65,6 +67,28 @@ TEST(OpenInput, LeavesStandardInputOpen)
 TEST(OpenInput, SaysWhyItCannot)
 {
     EXPECT_EQ(error_of([] { open_input("/nowhere/file"); }), "No such file or directory");
+}
+
+struct close_stream {
+    void operator()(std::FILE* stream) const { std::fclose(stream); }
+};
+using stream = std::unique_ptr<std::FILE, close_stream>;
+
+TEST(IsTerminal, IsTrueOfATerminalOnly)
+{
+    const file_descriptor pseudo_terminal(posix_openpt(O_RDWR | O_NOCTTY));
+    ASSERT_GE(pseudo_terminal.number(), 0);
+    ASSERT_EQ(grantpt(pseudo_terminal.number()), 0);
+    ASSERT_EQ(unlockpt(pseudo_terminal.number()), 0);
+    const int terminal = open(ptsname(pseudo_terminal.number()), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(terminal, 0);
+    EXPECT_TRUE(is_terminal(stream(fdopen(terminal, "w")).get()));
+
+    EXPECT_FALSE(is_terminal(stream(std::fopen("/dev/null", "w")).get()));
+    int pipe_ends[2];
+    ASSERT_EQ(pipe(pipe_ends), 0);
+    const file_descriptor reader(pipe_ends[0]);
+    EXPECT_FALSE(is_terminal(stream(fdopen(pipe_ends[1], "w")).get()));
 }
 
 TEST(OpenRegularFile, TellsFilesApartAndNoOthers)
