@@ -145,12 +145,15 @@ static std::size_t edit_distance(std::string_view a, std::string_view b)
 
 std::string nearest_name(const kernel_set& set, std::string_view name)
 {
+    constexpr std::size_t compared = 256; // characters of long names
+    name = name.substr(0, compared);
     const placed_kernel* nearest = nullptr;
     std::size_t least = 0;
     for (const placed_kernel& kernel : set.kernels) {
-        const std::size_t distance =
-            edit_distance(name.substr(0, 256), std::string_view(kernel.name).substr(0, 256));
-        if (nearest == nullptr || distance < least) {
+        const std::string_view other = std::string_view(kernel.name).substr(0, compared);
+        const std::size_t distance = edit_distance(name, other);
+        const std::size_t longer = std::max(name.size(), other.size());
+        if (distance <= (longer + 2) / 3 && distance < longer && (nearest == nullptr || distance < least)) {
             nearest = &kernel;
             least = distance;
         }

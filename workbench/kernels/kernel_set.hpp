@@ -93,7 +93,8 @@ const placed_kernel* find_kernel(const kernel_set& set, const std::string& name)
 const placed_kernel* find_kernel_by_text(const kernel_set& set, std::uint64_t address);
 const placed_kernel* find_kernel_by_data(const kernel_set& set, std::uint64_t address);
 
-/// The name in the set with the least edit distance to `name`; empty if the set is empty.
+/// The name in the set with the least edit distance to `name`; empty if more than a third of the longer name
+/// (rounded up) differs in all of them.
 std::string nearest_name(const kernel_set& set, std::string_view name);
 
 } // namespace vorna::workbench

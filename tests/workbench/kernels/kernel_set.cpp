@@ -125,6 +125,24 @@ TEST(NearestName, IsTheOneOfTheFewestChanges)
     EXPECT_EQ(nearest_name(kernel_set{}, "k"), "");
 }
 
+TEST(NearestName, HasAThirdOfOtherCharactersAtMost)
+{
+    const auto nearest = [](const std::string& kernel, std::string_view name) {
+        return nearest_name(make_kernel_set({placed_bytes(kernel, 0x1000, 4)}), name);
+    };
+    EXPECT_EQ(nearest("a", "wfta"), "");
+    EXPECT_EQ(nearest("abcdef", "abcdxy"), "abcdef");
+    EXPECT_EQ(nearest("abcdef", "abcxyz"), "");
+    EXPECT_EQ(nearest("abcdefg", "abcdxyz"), "abcdefg") << "rounded up";
+    EXPECT_EQ(nearest("abcdefg", "abcd"), "abcdefg");
+    EXPECT_EQ(nearest("abcd", "abcdefg"), "abcd");
+    EXPECT_EQ(nearest("abcd", "abcdefgh"), "");
+    EXPECT_EQ(nearest("ab", "ac"), "ab");
+    EXPECT_EQ(nearest("a", "b"), "") << "nothing in common";
+    EXPECT_EQ(nearest("a", ""), "");
+    EXPECT_EQ(nearest(std::string(300, 'x'), std::string(256, 'x')), std::string(300, 'x'));
+}
+
 TEST(KernelByAddress, IsTheOneWhoseBytesLieThere)
 {
     const kernel_set set =

@@ -194,7 +194,7 @@ What would lose something is refused, and changes nothing:
   vorna-kernels: give either names of kernels or --all
   [2]
   $ vorna-kernels baseline bless base dumps wfta
-  vorna-kernels: no kernel wfta in the baseline or the dumps; did you mean a?
+  vorna-kernels: no kernel wfta in the baseline or the dumps
   [2]
   $ CI=true vorna-kernels baseline bless base changed --all
   vorna-kernels: CI is set in the environment, and a baseline should be blessed by a person; override with --force
