@@ -1,11 +1,10 @@
 #include "workbench/render/unified_diff.hpp"
 
 #include "workbench/analysis/alignment.hpp"
+#include "workbench/text/constants.hpp"
 #include "workbench/text/printable.hpp"
 
 #include <algorithm>
-#include <cmath>
-#include <cstring>
 #include <fmt/format.h>
 #include <map>
 
@@ -43,27 +42,13 @@ side code_side(const placed_kernel& kernel, disassembler& disassembler)
 }
 
 // A constant as the double that it probably is, or as two integers.
-std::string constant_text(std::uint64_t bits)
+std::string constant_text(const constant& number)
 {
-    double value = 0;
-    std::memcpy(&value, &bits, sizeof value);
-    const double magnitude = std::fabs(value);
-    if (value == 0 || (magnitude > 1e-30 && magnitude < 1e30))
-        return fmt::format("{}", value);
-    return fmt::format("{{{}, {}}}", bits & 0xffffffff, bits >> 32);
+    const std::string value = probable_double(number);
+    return value.empty() ? fmt::format("{{{}, {}}}", number.bits & 0xffffffff, number.bits >> 32) : value;
 }
 
-std::vector<std::vector<std::uint8_t>> constants_of(const placed_kernel& kernel)
-{
-    std::vector<std::vector<std::uint8_t>> constants;
-    for (std::size_t offset = 0; offset < kernel.data.size(); offset += 8) {
-        const auto begin = kernel.data.begin() + static_cast<std::ptrdiff_t>(offset);
-        constants.emplace_back(begin, begin + std::min<std::ptrdiff_t>(8, kernel.data.end() - begin));
-    }
-    return constants;
-}
-
-side data_side(const placed_kernel& kernel, const std::vector<std::vector<std::uint8_t>>& constants)
+side data_side(const placed_kernel& kernel, const std::vector<constant>& constants)
 {
     const std::size_t last = kernel.data.empty() ? 0 : kernel.data.size() - 1;
     side result{{},
@@ -72,23 +57,20 @@ side data_side(const placed_kernel& kernel, const std::vector<std::vector<std::u
                 kernel.data.size(),
                 std::max(2, static_cast<int>(fmt::formatted_size("{:x}", last))),
                 ".rodata"};
-    for (const std::vector<std::uint8_t>& bytes : constants) {
+    for (const constant& number : constants) {
         const std::size_t offset = 8 * result.lines.size();
-        std::uint64_t bits = 0;
-        std::memcpy(&bits, bytes.data(), bytes.size());
         result.offsets.push_back(offset);
         result.lines.push_back(
-            fmt::format(".rodata+{:0{}x}  {:0{}x}", offset, result.digits, bits, 2 * bytes.size()));
-        if (bytes.size() == 8)
-            result.lines.back() += "  " + constant_text(bits);
+            fmt::format(".rodata+{:0{}x}  {}", offset, result.digits, hexadecimal(number)));
+        if (number.size == 8)
+            result.lines.back() += "  " + constant_text(number);
     }
     return result;
 }
 
 // Constants of equal size are compared place by place; if the size changed, the added and removed ones are
 // shown.
-row_alignment align_constants(const std::vector<std::vector<std::uint8_t>>& before,
-                              const std::vector<std::vector<std::uint8_t>>& after)
+row_alignment align_constants(const std::vector<constant>& before, const std::vector<constant>& after)
 {
     row_alignment alignment;
     if (before.size() == after.size()) {
@@ -96,17 +78,17 @@ row_alignment align_constants(const std::vector<std::vector<std::uint8_t>>& befo
             alignment.rows.push_back({i, i, before[i] == after[i]});
         return alignment;
     }
-    std::map<std::vector<std::uint8_t>, std::uint32_t> numbers;
-    const auto number = [&](const std::vector<std::vector<std::uint8_t>>& constants) {
+    std::map<constant, std::uint32_t> numbers;
+    const auto number_all = [&](const std::vector<constant>& constants) {
         std::vector<std::uint32_t> sequence;
         sequence.reserve(constants.size());
-        for (const std::vector<std::uint8_t>& bytes : constants)
+        for (const constant& number : constants)
             sequence.push_back(
-                numbers.emplace(bytes, static_cast<std::uint32_t>(numbers.size())).first->second);
+                numbers.emplace(number, static_cast<std::uint32_t>(numbers.size())).first->second);
         return sequence;
     };
-    const std::vector<std::uint32_t> old_numbers = number(before);
-    return pair_rows(find_common_sequence(old_numbers, number(after)), before.size(), after.size());
+    const std::vector<std::uint32_t> old_numbers = number_all(before);
+    return pair_rows(find_common_sequence(old_numbers, number_all(after)), before.size(), after.size());
 }
 
 // Appends the hunks: runs of rows that differ, with up to three equal rows around them.
@@ -191,8 +173,8 @@ std::vector<std::string> unified_diff(const placed_kernel& before, const placed_
         row.same = row.same && old_code.comments[*row.before] == new_code.comments[*row.after];
     append_hunks(lines, alignment, old_code, new_code, ~std::size_t{0});
     if (before.data != after.data) {
-        const auto old_constants = constants_of(before);
-        const auto new_constants = constants_of(after);
+        const std::vector<constant> old_constants = split_constants(before.data);
+        const std::vector<constant> new_constants = split_constants(after.data);
         append_hunks(lines, align_constants(old_constants, new_constants), data_side(before, old_constants),
                      data_side(after, new_constants), most_constants);
     }

@@ -3,12 +3,13 @@
 #include "workbench/analysis/difference.hpp"
 #include "workbench/render/json.hpp"
 #include "workbench/render/listing.hpp"
+#include "workbench/text/constants.hpp"
 #include "workbench/text/percent.hpp"
 #include "workbench/text/printable.hpp"
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <iterator>
+#include <span>
 #include <utility>
 
 namespace vorna::workbench {
@@ -85,12 +86,10 @@ json runs_json(const row_alignment& alignment)
     return runs;
 }
 
-std::string hexadecimal(const std::vector<std::uint8_t>& bytes)
+/// At most so many, in hexadecimal.
+std::string constants_text(std::span<const std::uint8_t> bytes)
 {
-    std::string text;
-    for (std::size_t i = 0; i < bytes.size() && i < most_constant_bytes; ++i)
-        fmt::format_to(std::back_inserter(text), "{:02x}", bytes[i]);
-    return text;
+    return hexadecimal(bytes.first(std::min(bytes.size(), most_constant_bytes)));
 }
 
 } // namespace
@@ -105,7 +104,7 @@ std::string make_page_listing(const page_listing_input& input, disassembler& dis
         made["rows"] = rows_json(list_kernel(*input.set, kernel, disassembler), *input.index);
     if (!too_long && input.profile != nullptr)
         made["heat"] = heat_json(*input.profile, kernel.text.size());
-    made["constants"] = hexadecimal(kernel.data);
+    made["constants"] = constants_text(kernel.data);
     if (input.before != nullptr) {
         if (!too_long) {
             made["before"] =
@@ -114,7 +113,7 @@ std::string make_page_listing(const page_listing_input& input, disassembler& dis
             made["runs"] = runs_json(alignment);
             made["complete"] = alignment.complete;
         }
-        made["constants_before"] = hexadecimal(input.before->data);
+        made["constants_before"] = constants_text(input.before->data);
         made["constants_differ"] = kernel.data != input.before->data;
     }
     return made.dump();
