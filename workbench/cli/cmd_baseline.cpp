@@ -3,6 +3,7 @@
 #include "workbench/cli/json.hpp"
 #include "workbench/os/file.hpp"
 #include "workbench/os/replace_file.hpp"
+#include "workbench/render/baseline_listing.hpp"
 #include "workbench/render/markdown.hpp"
 #include "workbench/render/table.hpp"
 #include "workbench/text/counts.hpp"

@@ -91,4 +91,13 @@ private:
     bool truncated_ = false;
 };
 
+/// Calls `take` with each line of a text that is in memory; they may be of any length.
+template <typename Take>
+void for_each_line(std::string_view text, const Take& take)
+{
+    line_reader lines(text.size());
+    lines.read(text, take);
+    lines.finish(take);
+}
+
 } // namespace vorna::workbench

@@ -9,6 +9,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using vorna::workbench::for_each_line;
 using vorna::workbench::line_reader;
 using vorna::workbench::text_line;
 
@@ -62,6 +63,19 @@ TEST(LineReader, DoesNotCopyALineThatIsWholeInItsPiece)
     std::vector<const char*> begins;
     line_reader(100).read(text, [&begins](const text_line& line) { begins.push_back(line.text.data()); });
     EXPECT_THAT(begins, ElementsAre(text.data(), text.data() + 4));
+}
+
+TEST(ForEachLine, PassesLinesOfAnyLength)
+{
+    std::vector<std::size_t> lengths;
+    const auto take = [&lengths](const text_line& line) {
+        EXPECT_FALSE(line.truncated);
+        EXPECT_EQ(line.ended, line.number == 1);
+        lengths.push_back(line.text.size());
+    };
+    for_each_line(std::string(100000, 'x') + "\r\nlast", take);
+    EXPECT_THAT(lengths, ElementsAre(100000U, 4U));
+    for_each_line("", [](const text_line& line) { ADD_FAILURE() << line.text; });
 }
 
 } // namespace

@@ -1,7 +1,8 @@
 // Any text is read as a baseline or refused with its line number; what was read is written back unchanged,
-// except order and line ends.
+// except order and line ends. Any text is compared as a listing that lies beside a baseline.
 
-#include "workbench/analysis/baseline.hpp"
+#include "workbench/input/baseline_file.hpp"
+#include "workbench/render/baseline_listing.hpp"
 
 #include <cstdlib>
 #include <cstring>
