@@ -39,7 +39,7 @@ bool use_color(const common_options& options)
 void print_error(const std::string& text)
 {
     const std::string line = fmt::format("vorna-kernels: {}\n", printable(text));
-    std::fwrite(line.data(), 1, line.size(), stderr); // where it fails there is nobody to tell
+    std::fwrite(line.data(), 1, line.size(), stderr); // an error here cannot be reported
 }
 
 read_result read_set(const std::vector<std::string>& paths, const common_options& options)

@@ -27,36 +27,36 @@ struct common_options {
 void add_common_options(command_line& command, common_options& options,
                         const std::vector<std::string>& formats);
 
-/// Whether text on stdout is to be colored: as --color says; "auto" is a terminal without NO_COLOR whose
-/// TERM is set and not "dumb".
+/// Whether to colour text on stdout, according to --color. "auto": if stdout is a terminal, NO_COLOR is not
+/// set, and TERM is set and not "dumb".
 bool use_color(const common_options& options);
 
 /// Prints "vorna-kernels: " and the text as a line on stderr.
 void print_error(const std::string& text);
 
-/// Dumps as a command line names them, read.
+/// The kernels read from the dumps that a command line names.
 struct read_result {
     kernel_set set;
-    bool had_errors = false; ///< something was reported on stderr
+    bool had_errors = false; ///< errors were reported on stderr
 };
 
-/// Reads dumps and reports on stderr what could not be read, with --verbose what was skipped, and on a
-/// terminal, after a second, how far it is.
+/// Reads dumps. Reports on stderr which files it could not read, with --verbose which it skipped, and on a
+/// terminal its progress after a second.
 read_result read_set(const std::vector<std::string>& paths, const common_options& options);
 
-/// Whether there is a kernel. Reports on stderr that there is none at `path`, unless an error with it was
-/// reported already.
+/// Returns whether any kernel was read. If not, reports so for `path` on stderr, unless an error was reported
+/// already.
 bool require_kernels(const read_result& read, const std::string& path);
 
-/// Throws std::runtime_error if `file`, which is to be written, is one of the dumps.
+/// Throws std::runtime_error if the output file `file` is one of the dumps.
 void refuse_dump(const kernel_set& set, const std::string& file);
 
-/// The kernels of these names, of all if there are none. A name that is not in the set is reported, with the
-/// nearest one, and sets `had_errors`.
+/// The kernels with these names, or all if no names are given. Reports an unknown name, with the nearest
+/// known one, and sets `had_errors`.
 std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const std::vector<std::string>& names,
                                                  bool& had_errors);
 
-/// The commands: each adds itself to the program and sets the exit status when it is run.
+/// Each command adds itself to the program, and sets the exit status when it is run.
 void add_check(command_line& program, int& status);
 void add_baseline(command_line& program, int& status);
 void add_explain(command_line& program, int& status);
@@ -65,6 +65,7 @@ void add_profile(command_line& program, int& status);
 void add_report(command_line& program, int& status);
 void add_show(command_line& program, int& status);
 void add_link(command_line& program, int& status);
-void add_objdump(command_line& program); ///< becomes another program, which has its own status
+void add_objdump(
+    command_line& program); ///< replaces the process by another program, with its own exit status
 
 } // namespace vorna::workbench

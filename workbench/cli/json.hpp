@@ -7,13 +7,13 @@
 
 namespace vorna::workbench {
 
-/// Version of the members that documents have. What it promises is in the guide to the commands.
+/// Version of the JSON documents; the guide to the commands says what it promises.
 constexpr int json_version = 2;
 
 /// Prints {"version": 2} and the object's members on stdout, indented by two spaces.
 void print_json(const json& members);
 
-/// Prints {"version": 2, "MEMBER": [...]} in the same form one element at a time, so that the document need
+/// Prints {"version": 2, "MEMBER": [...]} in the same form, one element at a time, so that the document need
 /// not fit in memory.
 class json_array_document {
 public:

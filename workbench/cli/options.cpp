@@ -26,7 +26,7 @@ command_option& command_option::type_name(const std::string& name)
 
 command_option& command_option::delimiter(char between)
 {
-    option_->delimiter(between)->allow_extra_args(false); // else it takes the positionals after it
+    option_->delimiter(between)->allow_extra_args(false); // otherwise it consumes the positionals after it
     return *this;
 }
 
@@ -139,15 +139,14 @@ static std::vector<const CLI::Option*> required_options(const CLI::App& app)
 
 namespace {
 
-/// Shows options as "--format {text,json}" and arguments by their names alone; those that are required are in
-/// the usage.
+/// Prints options as "--format {text,json}" and arguments by name only; required ones are part of the usage.
 class help_formatter : public CLI::Formatter {
 public:
     std::string make_option_opts(const CLI::Option* option) const override
     {
         if (option->get_positional() || option->get_type_size() == 0)
             return "";
-        const std::string type = option->get_type_name(); // "TEXT", or "TEXT:" and the possible values
+        const std::string type = option->get_type_name(); // "TEXT", or "TEXT:" and the allowed values
         return " " + type.substr(type.find(':') + 1);
     }
 
@@ -164,7 +163,7 @@ public:
 
 // ---- The manual page
 
-// Text as roff takes it: hyphens that can be copied, no escapes, no line that begins like a macro.
+// Escapes text for roff: hyphens can be copied, and no backslash or leading dot is interpreted.
 static std::string roff(std::string_view text)
 {
     std::string result;
@@ -219,7 +218,7 @@ static std::string synopsis(const CLI::App& command, const std::string& words)
     return text + "\n.br\n";
 }
 
-// Of a command, or of each of its parts.
+// The synopsis of a command, or of each of its subcommands.
 static std::string synopses(const CLI::App& program, const CLI::App& command)
 {
     const std::string words = program.get_name() + " " + command.get_name();
@@ -230,8 +229,8 @@ static std::string synopses(const CLI::App& program, const CLI::App& command)
     return text;
 }
 
-// In the macros of man, made of what the help says: the program, then each command with its arguments and
-// options.
+// The manual page in man's macros, from the texts of the help: the program, then each command with its
+// arguments and options.
 static std::string man_page(const CLI::App& program, const program_texts& texts)
 {
     std::string text =
@@ -259,7 +258,7 @@ static std::string man_page(const CLI::App& program, const program_texts& texts)
 
 // ---- The program
 
-// What is wrong with the arguments.
+// Describes an error in the arguments.
 static std::string wrong_arguments(const CLI::App& program, const CLI::ParseError& error)
 {
     const CLI::App* command = &program;
@@ -289,7 +288,7 @@ std::string run_program(const program_texts& texts,
     app.name(texts.name);
     app.set_help_flag("-h,--help", help_text);
     app.set_version_flag("--version", texts.version, "Print the version and exit");
-    app.footer(texts.exit_statuses); // which the commands inherit
+    app.footer(texts.exit_statuses); // inherited by the commands
     command_line program(app);
     program.require_command();
     add_commands(program);

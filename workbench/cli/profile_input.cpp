@@ -16,7 +16,7 @@ namespace vorna::workbench {
 
 namespace {
 
-/// Whether a file begins as no file of perf record does: without a byte that is not text.
+/// Whether a file is text, and so not from perf record: whether its beginning has text bytes only.
 bool is_text(const file_descriptor& file)
 {
     char bytes[4096];
@@ -26,7 +26,7 @@ bool is_text(const file_descriptor& file)
     });
 }
 
-/// Throws what the reading of a file throws, with the file's name in front of it.
+/// Prefixes the message of an exception with the file's name.
 template <typename Reading>
 auto with_name(const std::string& name, const Reading& read)
 {

@@ -1,4 +1,4 @@
-// Profiles, as the commands profile and report take them.
+// The profile options of the commands profile and report, and reading the profile.
 #pragma once
 
 #include "workbench/analysis/profile.hpp"
@@ -21,13 +21,13 @@ struct profile_options {
 /// Adds --perf-data, --perf-script and --event.
 void add_profile_options(command_line& command, profile_options& options);
 
-/// Reads the text of perf script ("-" is standard input), or runs perf script on what perf record wrote.
-/// Throws std::runtime_error with what is wrong, in one line that names the file. Lines that are not perf
-/// script's are reported on stderr and set `had_errors`.
+/// Reads perf script's output ("-" is standard input), or runs perf script on the output of perf record.
+/// Throws std::runtime_error with the reason, in one line that names the file. Reports lines that are not
+/// perf script's on stderr and sets `had_errors`.
 profile read_profile(const profile_options& options, const kernel_set& set, bool& had_errors);
 
-/// The event that --event names, or the one of most samples without; null if there is none at all. Throws
-/// std::runtime_error, with the names that there are, if it is another.
+/// The event that --event names, or by default the one with the most samples; null if the profile has no
+/// events. Throws std::runtime_error, with the known names, if there is no such event.
 const event_profile* choose_event(const profile& profile, const std::string& event);
 
 } // namespace vorna::workbench

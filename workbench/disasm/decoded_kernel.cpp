@@ -1,10 +1,10 @@
-// An instruction's operands, implicit registers and flags come from the tables that LLVM generates from its
-// description of AArch64. The enumerations of registers and opcodes are private to LLVM's target, so both are
-// known here by their names, which are looked up once for each register and each opcode.
+// An instruction's operands, implicit registers and flags come from LLVM's generated tables. The enumerations
+// of registers and opcodes are private to LLVM's target, so both are identified by name; each name is looked
+// up once.
 //
-// Where the tables say "unmodelled side effects", registers may be used or defined that are not operands
-// (SVC, MSR, SMSTART). Such an instruction counts as modelled only if its name is in the list below. The
-// tests compare each that a simulator can run with what it does.
+// An instruction with "unmodelled side effects" may use or define registers that are not operands (SVC, MSR,
+// SMSTART). It counts as modelled only if its name is in the list below. The tests compare every instruction
+// that a simulator can execute with its effects there.
 
 #include "workbench/disasm/decoded_kernel.hpp"
 
@@ -21,29 +21,29 @@ namespace vorna::workbench {
 
 namespace {
 
-constexpr register_id ignored_register = 252; // control, status and mode, which change alike in equal kernels
-constexpr register_id unknown_register = 253; // ZA, ZT0, and what a later LLVM has
+constexpr register_id ignored_register = 252; // control, status and mode: change alike in equal kernels
+constexpr register_id unknown_register = 253; // ZA, ZT0, and registers of later versions of LLVM
 
-// A register of LLVM's, which may be a list of ours.
+// One of LLVM's registers, which may be a list of several of ours.
 struct known_register {
     std::uint8_t count = 0;
     bool low_half = false;
     std::array<register_id, 8> members{};
 };
 
-// What an opcode's name and flags say.
+// The properties of an opcode, from its name and flags.
 struct known_opcode {
     control_flow flow = control_flow::next;
     instruction_kind kind = instruction_kind::other;
     bool modelled = true;
     bool tells_general_defs = true;
-    bool keeps_a_part = false; // uses what it defines, without an operand for it
+    bool keeps_a_part = false; // partial def: also uses the register, without an operand for it
     bool is_prefetch = false;
     bool is_hint = false;
     bool is_literal = false; // LDR, LDRSW and PRFM (literal)
-    bool wide = false;       // of what has a kind: 64 bits
-    bool sets_flags = false; // the same
-    bool subtracts = false;  // the same: SUB, SUBS, MOVN
+    bool wide = false;       // for a kind: 64 bits
+    bool sets_flags = false; // for a kind
+    bool subtracts = false;  // for a kind: SUB, SUBS, MOVN
     std::optional<vector_element> element;
     std::optional<memory_form> memory;
     register_set implicit_uses;
@@ -80,7 +80,7 @@ register_id register_named(std::string_view name)
     return unknown_register;
 }
 
-// "X3", "D31_D0_D1", "LR_XZR"; "Z3_HI" is a part of Z3.
+// "X3", "D31_D0_D1", "LR_XZR"; "Z3_HI" is part of Z3.
 known_register register_of(std::string_view name)
 {
     known_register found;
@@ -103,8 +103,8 @@ bool begins_with_one_of(std::string_view name, std::initializer_list<std::string
                        [&](std::string_view beginning) { return name.starts_with(beginning); });
 }
 
-// Instructions with "unmodelled side effects" whose operands tell everything: exclusives, atomics,
-// load-acquire and store-release, prefetches, barriers, pointer authentication, and those of the flags.
+// Instructions with "unmodelled side effects" whose operands are complete: exclusives, atomics, load-acquire
+// and store-release, prefetches, barriers, pointer authentication, flag manipulation.
 bool is_modelled(std::string_view name)
 {
     return begins_with_one_of(name, {"CASA",   "CASB",   "CASH",  "CASL",  "CASP",  "CASW",   "CASX",
@@ -194,7 +194,7 @@ std::optional<vector_element> element_in(std::string_view name)
         const std::string_view rest = name.substr(letter + 1);
         for (const unsigned bits : {64U, 32U, 16U, 8U}) {
             if (rest.starts_with(std::to_string(bits))) {
-                // FCVTN and its kind are named for what they make of elements of twice the size.
+                // FCVTN and its variants are named after their narrow result.
                 const unsigned narrows = begins_with_one_of(name, {"FCVTN", "FCVTXN"}) &&
                                                  !begins_with_one_of(name, {"FCVTNSv", "FCVTNUv"})
                                              ? 2
@@ -214,8 +214,8 @@ known_opcode opcode_of(std::string_view name, const llvm::MCInstrDesc& descripti
     found.modelled = !description.hasUnmodeledSideEffects() || is_modelled(name);
     if (begins_with_one_of(name, {"SETFFR", "ERET", "DRPS"}))
         found.modelled = false;
-    // Where the tables are wrong: X15 to X17 of PACIA171615 and its kind are missing, FMOV Vd.D[1], Xn keeps
-    // the other half, and CTERMEQ and CTERMNE make V of C.
+    // Errors in LLVM's tables: X15 to X17 of PACIA171615 and its variants are missing, FMOV Vd.D[1], Xn keeps
+    // the other half of Vd, and CTERMEQ and CTERMNE compute V from C.
     if (name.find("171615") != std::string_view::npos)
         found.modelled = false;
     found.keeps_a_part = name == "FMOVXDHighr";
@@ -249,7 +249,7 @@ known_opcode opcode_of(std::string_view name, const llvm::MCInstrDesc& descripti
     return found;
 }
 
-// The opcodes and the registers, by LLVM's numbers.
+// Opcodes and registers, by LLVM's number.
 struct known_names {
     std::vector<known_register> registers;
     std::vector<known_opcode> opcodes;
@@ -285,7 +285,7 @@ const known_opcode& opcode_of(const instruction& instruction)
     return the_names().opcodes[instruction.opcode];
 }
 
-// Of HINT: NOP, YIELD, WFE, WFI, SEV, SEVL, DGH, CSDB, BTI.
+// HINT numbers of NOP, YIELD, WFE, WFI, SEV, SEVL, DGH, CSDB, BTI.
 bool is_plain_hint(std::int64_t number)
 {
     return number <= 6 || number == 20 || number == 32 || number == 34 || number == 36 || number == 38;
@@ -317,7 +317,7 @@ void decode(std::uint32_t word, instruction& result, std::vector<operand>& opera
     result.first_operand = static_cast<std::uint32_t>(operands.size());
     llvm::MCInst decoded;
     if (!the_llvm().decode(word, decoded)) {
-        // All branches of A64, later ones too, are among the words with 0b101x in bits 28 to 25.
+        // All branches of A64, including future ones, have 0b101x in bits 28 to 25.
         if ((word >> 26 & 7) == 5)
             result.flow = control_flow::anywhere;
         return;
@@ -329,7 +329,7 @@ void decode(std::uint32_t word, instruction& result, std::vector<operand>& opera
     result.flow = known.flow;
     result.kind = known.kind;
     result.modelled = known.modelled;
-    // LLVM has exclusives load and store, whichever they are, and LDAPUR do neither.
+    // LLVM marks all exclusives as both loads and stores, and LDAPUR as neither.
     result.may_load = known.memory ? known.memory->load : description.mayLoad();
     result.may_store = known.memory ? known.memory->store : description.mayStore();
     for (unsigned i = 0; i < decoded.getNumOperands(); ++i)

@@ -1,5 +1,5 @@
-// A kernel's instructions as LLVM's tables describe them: operands, registers used and defined, control flow,
-// memory accesses. A kernel is decoded once; the analyses read this and look at no bit of a word themselves.
+// A kernel's instructions as LLVM's tables describe them: operands, defs and uses, control flow, memory
+// accesses. A kernel is decoded once; the analyses read this and never look at the bits of a word.
 #pragma once
 
 #include "workbench/disasm/memory_access.hpp"
@@ -16,7 +16,7 @@
 
 namespace vorna::workbench {
 
-/// A register that holds a value of its own: W3 is X3; B3, H3, S3, D3, Q3 and Z3 are V3; PN8 is P8.
+/// A register, independent of the view: W3 is X3; B3, H3, S3, D3, Q3 and Z3 are V3; PN8 is P8.
 using register_id = std::uint8_t;
 
 constexpr register_id general_register(unsigned number)
@@ -36,7 +36,7 @@ constexpr register_id stack_pointer = 31;
 constexpr register_id first_fault_register = 80;
 constexpr register_id condition_flags = 81;
 constexpr std::size_t register_count = 82;
-constexpr register_id zero_register = 254; ///< only as an operand: it has no value that could change
+constexpr register_id zero_register = 254; ///< as an operand only; not in a register_set
 
 /// X0 to X30 and SP.
 constexpr bool is_general(register_id r)
@@ -46,13 +46,13 @@ constexpr bool is_general(register_id r)
 
 using register_set = std::bitset<register_count>;
 
-/// An explicit operand, in LLVM's order: the defs first. An operand that is both used and defined (MOVK, a
-/// lane of a vector, a base register with writeback) is there twice.
+/// An explicit operand. LLVM's order: defs first. An operand that is both used and defined (MOVK, a vector
+/// lane, a base register with writeback) appears twice.
 struct operand {
     bool is_register = false;
-    bool defined = false;   ///< defined by the instruction, otherwise used
-    bool low_half = false;  ///< of vector registers, 64 bits or fewer
-    std::uint8_t count = 0; ///< registers: several in a list or a pair
+    bool defined = false;   ///< a def, otherwise a use
+    bool low_half = false;  ///< of a vector register, at most 64 bits
+    std::uint8_t count = 0; ///< of registers: several in a list or a pair
     std::array<register_id, 8> registers{};
     std::int64_t immediate = 0;
 
@@ -66,20 +66,20 @@ enum class control_flow : std::uint8_t {
     branch,        ///< to `target`
     conditional,   ///< to `target` or to the next one
     call,          ///< BL
-    indirect_call, ///< BLR and its kind
-    jump,          ///< BR and its kind: to an address in a register
-    exit,          ///< RET and its kind
+    indirect_call, ///< BLR and its variants
+    jump,          ///< BR and its variants: to an address in a register
+    exit,          ///< RET and its variants
     trap,          ///< nowhere: BRK, HLT, UDF
-    system,        ///< SVC and its kind: to an exception handler, and on to the next one
-    anywhere, ///< to the next one, or elsewhere: a word that is none of LLVM's branches, but may be a later
-              ///< one
-    unknown,  ///< exception returns, and what LLVM calls a branch that is none of these
+    system,        ///< SVC and its variants: to an exception handler, then to the next one
+    anywhere,      ///< unknown, possibly to the next one: a word that LLVM cannot decode, encoded among the
+                   ///< branches
+    unknown,       ///< exception returns, and other branches in LLVM's tables
 };
 
-/// What the analyses know by name.
+/// The instructions that the analyses interpret.
 enum class instruction_kind : std::uint8_t {
     other,
-    adr,          ///< ADR: forms the address `pc_relative` from itself
+    adr,          ///< ADR: forms the address at distance `pc_relative`
     adrp,         ///< ADRP
     add_constant, ///< ADD, ADDS, SUB or SUBS (immediate)
     copy,         ///< MOV (register)
@@ -87,54 +87,54 @@ enum class instruction_kind : std::uint8_t {
     keep_others,  ///< MOVK
 };
 
-/// What the mix of a kernel's instructions counts.
+/// The classes of the instruction mix.
 enum class instruction_class : std::uint8_t {
-    load,    ///< reads memory; an atomic that also writes it counts here
+    load,    ///< reads memory; includes atomics, which also write it
     store,   ///< writes memory only
-    fp_simd, ///< computes in floating-point, SIMD or SVE registers, or moves between them and others
+    fp_simd, ///< computes in floating-point, SIMD or SVE registers, or moves to or from them
     integer, ///< computes in general registers
-    branch,  ///< may continue elsewhere than at the next word: branches, calls, returns, exceptions
+    branch,  ///< branches, calls, returns, exceptions
     other    ///< system instructions, hints, prefetches, and words that are not instructions
 };
 
-/// What an arithmetic instruction takes the elements of its vector registers for.
+/// The type of the vector elements that an arithmetic instruction computes with.
 struct vector_element {
     bool floating_point = false;
     std::uint8_t bytes = 0;
 };
 
-/// What the relocations do to a word.
+/// Whether relocations apply to a word.
 enum class word_relocation : std::uint8_t {
     none,
-    fits,   ///< one relocation, of the instruction that the word is
-    unclear ///< several, or one of another instruction, or one of parts of two words
+    fits,   ///< one relocation, whose type is for this instruction
+    unclear ///< several, one for another instruction, or one that overlaps two words
 };
 
 /// One word of a kernel's code.
 struct instruction {
     std::uint32_t word = 0;
-    std::uint16_t opcode = 0; ///< LLVM's number; equal ones are the same form of an instruction
-    bool decoded = false;     ///< false for a word that is not an instruction, or an unpredictable one
+    std::uint16_t opcode = 0; ///< LLVM's number: mnemonic and form
+    bool decoded = false;     ///< false if the word is not an instruction, or an unpredictable one
     control_flow flow = control_flow::next;
     instruction_kind kind = instruction_kind::other;
     bool may_load = false;
     bool may_store = false;
-    bool modelled = false; ///< operands and implicit registers are all that it depends on and changes
-                           ///< beside memory and the floating-point control and status
+    bool modelled = false; ///< it depends on and changes only its operands, implicit registers, memory, and
+                           ///< the floating-point control and status
     word_relocation relocated = word_relocation::none;
     std::uint8_t operand_count = 0;
     std::uint32_t first_operand = 0;         ///< in decoded_kernel::operands
-    std::uint32_t relocation = 0;            ///< index in the kernel of the relocation that fits
-    std::optional<std::int32_t> pc_relative; ///< distance in bytes of the place that it names by one
+    std::uint32_t relocation = 0;            ///< index of the relocation that fits
+    std::optional<std::int32_t> pc_relative; ///< byte distance of a PC-relative target
 
-    /// BL, BLR and their kind: control comes back to the next instruction.
+    /// BL, BLR and their variants: control returns to the next instruction.
     [[nodiscard]] bool is_call() const
     {
         return flow == control_flow::call || flow == control_flow::indirect_call;
     }
-    /// Ends a basic block: the next word is reached otherwise, or is but one of two ways to continue.
+    /// Ends a basic block.
     [[nodiscard]] bool is_terminator() const { return flow != control_flow::next; }
-    /// Control never continues at the next word.
+    /// Control never falls through to the next word.
     [[nodiscard]] bool is_barrier() const
     {
         return flow == control_flow::branch || flow == control_flow::jump || flow == control_flow::exit ||
@@ -142,36 +142,36 @@ struct instruction {
     }
 };
 
-/// Refers to the kernel that it was decoded from, which must outlive it.
+/// Keeps a pointer to the kernel that it was decoded from.
 struct decoded_kernel {
     const placed_kernel* kernel = nullptr;
-    std::vector<instruction> instructions; ///< one for each whole word of the text
+    std::vector<instruction> instructions; ///< one for each whole word of the code
     std::vector<operand> operands;
 };
 
-/// Code beyond which kernels are neither decoded for an analysis nor listed: the instructions and their rows
-/// take some fifty times its size.
+/// Kernels with more code are neither analysed nor listed: instructions and rows take some fifty times the
+/// code's size.
 inline constexpr std::size_t largest_decoded_code = std::size_t{4} << 20;
 
 decoded_kernel decode_kernel(const placed_kernel& kernel);
 
-/// One word by itself, of no kernel.
+/// Decodes a single word, without a kernel.
 decoded_kernel decode_word(std::uint32_t word);
 
 /// The operands of one instruction.
 using operand_range = std::span<const operand>;
 operand_range operands_of(const decoded_kernel& kernel, const instruction& instruction);
 
-/// The registers that an instruction uses or defines without an operand.
+/// The registers that an instruction uses or defines implicitly, without an operand.
 const register_set& implicit_uses_of(const instruction& instruction);
 const register_set& implicit_defs_of(const instruction& instruction);
 
-/// The registers that an instruction uses or defines, wholly or in part. What it defines in part is in both.
+/// The registers that an instruction uses or defines. A partial def is also a use.
 register_set uses_of(const decoded_kernel& kernel, const instruction& instruction);
 register_set defs_of(const decoded_kernel& kernel, const instruction& instruction);
 
-/// Whether an instruction that is not modelled may yet define no general registers but those of its operands:
-/// MRS, MSR, SYS.
+/// Whether the instruction defines no general registers other than its operands. True for some instructions
+/// that are not modelled: MRS, MSR, SYS.
 bool tells_general_defs(const instruction& instruction);
 
 /// LLVM's name of an opcode: "LDRDui".
@@ -179,16 +179,15 @@ std::string_view opcode_name(std::uint32_t opcode);
 
 instruction_class class_of(const decoded_kernel& kernel, const instruction& instruction);
 
-/// The type of the vectors that arithmetic is done with; nothing for instructions that only move bytes, as
-/// EOR does with a mask of signs.
+/// The element type of vector arithmetic; nothing for instructions that treat registers as bits, like EOR.
 std::optional<vector_element> vector_element_of(const instruction& instruction);
 
 /// What a load, a store or an atomic does with memory.
 struct memory_access : memory_form {
-    register_id first_register = zero_register; ///< the first of those that are loaded or stored
+    register_id first_register = zero_register; ///< the first register that is loaded or stored
     register_id base = zero_register;           ///< zero_register for a literal load
-    register_id index = zero_register;          ///< that is added, before the access or after it
-    std::int64_t offset = 0;                    ///< in bytes; 0 where a register is added
+    register_id index = zero_register;          ///< the register that is added, before or after the access
+    std::int64_t offset = 0;                    ///< in bytes; 0 if a register is added
 };
 std::optional<memory_access> memory_access_of(const decoded_kernel& kernel, const instruction& instruction);
 

@@ -21,7 +21,7 @@ struct disassembler::implementation {
         llvm::raw_string_ostream out(text);
         printer->printInst(&instruction, pc, "", *the_llvm().subtarget, out);
         out.flush();
-        text.erase(0, 1); // a tab before the mnemonic, and one after it
+        text.erase(0, 1); // LLVM prints a tab before the mnemonic and one after it
         if (const std::size_t tab = text.find('\t'); tab != std::string::npos)
             text[tab] = ' ';
         return text;
@@ -53,7 +53,7 @@ std::string disassembler::text_with_symbol(std::uint32_t word, std::string_view 
         return text(word, 0);
     llvm::MCContext& symbols = *implementation_->symbols;
     const llvm::StringRef opcode = the_llvm().opcodes->getName(instruction.getOpcode());
-    const bool adds = opcode == "ADDXri" || opcode == "ADDWri"; // register, register, number, shift
+    const bool adds = opcode == "ADDXri" || opcode == "ADDWri"; // register, register, immediate, shift
     const unsigned last = instruction.getNumOperands() - 1;
     instruction.getOperand(adds ? 2 : last) = llvm::MCOperand::createExpr(llvm::MCSymbolRefExpr::create(
         symbols.getOrCreateSymbol(llvm::StringRef(symbol.data(), symbol.size())), symbols));

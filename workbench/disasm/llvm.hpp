@@ -1,5 +1,4 @@
-// LLVM's machine-code layer for AArch64, which the sources of this directory share. Nothing outside includes
-// it.
+// LLVM's machine-code layer for AArch64. Only the sources of this directory include it.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +14,7 @@
 
 namespace vorna::workbench {
 
-/// Allows any characters in a symbol's name: the names of kernels are printed as they are.
+/// Allows any characters in symbol names: kernel names are printed unquoted.
 class any_name_assembly : public llvm::MCAsmInfo {
 public:
     any_name_assembly()
@@ -35,14 +34,14 @@ struct llvm_aarch64 {
     std::unique_ptr<llvm::MCContext> context;
     std::unique_ptr<const llvm::MCDisassembler> disassembler;
 
-    /// Whether the word is an instruction, and not an unpredictable one.
+    /// Returns false if the word is not an instruction, or an unpredictable one.
     bool decode(std::uint32_t word, llvm::MCInst& instruction) const;
 
     [[nodiscard]] std::unique_ptr<llvm::MCContext> make_context() const;
     [[nodiscard]] std::unique_ptr<llvm::MCInstPrinter> make_printer() const;
 };
 
-/// Made on first use; safe to share between threads.
+/// Created on first use. Thread-safe.
 const llvm_aarch64& the_llvm();
 
 } // namespace vorna::workbench

@@ -1,6 +1,13 @@
-// LLVM names an opcode of a load or a store by mnemonic, register and addressing: LDR + D + ui, ST + L + XP +
-// W, LD3 + Three + v8h + _POST. The name is taken apart from the left. Names that do not fit to the last
-// character are of other instructions.
+// LLVM's opcode names are composed of mnemonic, register and addressing mode: LDR + D + ui, ST + L + XP + W,
+// LD3 + Three + v8h + _POST. A small parser for each group of mnemonics consumes the name from the left. A
+// name that is not consumed completely belongs to another instruction.
+//
+//   LDR, LDUR, LDTR, LDAPUR, STR, ...   single registers, with all addressing modes
+//   LDP, STP, LDNP, STGP, ...           pairs
+//   LDXR, STLR, CAS, SWP, LDADD, ...    exclusives, ordered accesses, atomics: base register only
+//   LD1 to LD4, ST1 to ST4              structures: whole vectors, one lane, all lanes
+//
+// The tests compare the result with the printed form of every load and store.
 
 #include "workbench/disasm/memory_access.hpp"
 
@@ -22,7 +29,7 @@ public:
         return true;
     }
 
-    // The first of the values whose name comes next.
+    // Consumes the first name of the table that matches, and returns its value; null if none does.
     template <typename value, std::size_t count>
     const value* take_one(const std::pair<std::string_view, value> (&table)[count])
     {
@@ -47,7 +54,7 @@ struct register_form {
 
 using named_register = std::pair<std::string_view, register_form>;
 
-// In each table a name comes before its beginnings.
+// In each table a name precedes its prefixes.
 constexpr named_register general_registers[] = {{"SBW", {1, false, true}},
                                                 {"SBX", {1, false, true}},
                                                 {"SHW", {2, false, true}},
@@ -87,7 +94,7 @@ memory_form form_with(const register_form& one, std::uint8_t registers)
     return form;
 }
 
-// "ui", "i", "pre", "post", "roW", "roX", "l"; `scale` is that of a number that counts registers.
+// "ui", "i", "pre", "post", "roW", "roX", "l"; `scale` is that of an immediate in units of the register size.
 bool take_addressing(std::string_view suffix, std::uint8_t scale, bool pair, memory_form& form)
 {
     form.scale = 1;
@@ -111,7 +118,7 @@ bool take_addressing(std::string_view suffix, std::uint8_t scale, bool pair, mem
     return true;
 }
 
-// LDR, STR and their kind with an offset or an index.
+// LDR, STR and their variants, with an offset or an index register.
 std::optional<memory_form> single_register(scanner name)
 {
     struct mnemonic {
@@ -165,7 +172,7 @@ std::optional<memory_form> authenticated(scanner name)
 
 std::optional<memory_form> pair(scanner name)
 {
-    if (name.take("STGP")) { // and the tag of their 16 bytes
+    if (name.take("STGP")) { // stores a pair, and the tag of its 16 bytes
         memory_form form = form_with({8}, 2);
         form.store = true;
         if (!take_addressing(name.rest(), 16, true, form))
@@ -188,7 +195,7 @@ std::optional<memory_form> pair(scanner name)
     return form;
 }
 
-// LDXR, STLR and their kind: at the base register's address.
+// LDXR, STLR and their variants: base register only.
 std::optional<memory_form> exclusive_or_ordered(scanner name)
 {
     struct mnemonic {
@@ -219,11 +226,11 @@ std::optional<memory_form> exclusive_or_ordered(scanner name)
     return form;
 }
 
-// CAS, SWP, LDADD and their kind.
+// CAS, SWP, LDADD and their variants.
 std::optional<memory_form> atomic(scanner name)
 {
     static constexpr std::pair<std::string_view, std::uint8_t> mnemonics[] = {
-        // and how many registers
+        // with the number of registers
         {"CASP", 2},  {"CAS", 1},    {"SWP", 1},    {"LDADD", 1},  {"LDCLR", 1}, {"LDEOR", 1},
         {"LDSET", 1}, {"LDSMAX", 1}, {"LDSMIN", 1}, {"LDUMAX", 1}, {"LDUMIN", 1}};
     static constexpr named_register sizes[] = {{"B", {1}}, {"H", {2}}, {"W", {4}}, {"X", {8}}};
@@ -239,11 +246,11 @@ std::optional<memory_form> atomic(scanner name)
     memory_form form = form_with(*one, *registers);
     form.load = form.store = form.atomic = true;
     form.ordered = acquires || releases;
-    form.status_operands = compares ? 2 : 0; // what is compared, as found and as expected
+    form.status_operands = compares ? 2 : 0; // the compared register, as def and as use
     return form;
 }
 
-// LD1 to LD4 and ST1 to ST4 of whole vectors, of a lane, and to all lanes.
+// LD1 to LD4 and ST1 to ST4: whole vectors, one lane, all lanes.
 std::optional<memory_form> structure(scanner name)
 {
     memory_form form;

@@ -1,4 +1,4 @@
-// What loads, stores and atomics do with memory, which LLVM's tables do not say.
+// Addressing mode and size of loads, stores and atomics, which LLVM's tables lack.
 #pragma once
 
 #include <cstddef>
@@ -10,45 +10,45 @@ namespace vorna::workbench {
 
 enum class addressing_mode : std::uint8_t {
     offset,         ///< base + offset
-    pre_index,      ///< base + offset, which the base register then holds
-    post_index,     ///< base; the base register then holds base + offset
-    post_register,  ///< base, to which a register is then added
+    pre_index,      ///< base + offset, which is written back to the base register
+    post_index,     ///< base; base + offset is written back
+    post_register,  ///< base; base + a register is written back
     register_index, ///< base + a register
     literal         ///< the instruction's address + offset
 };
 
-/// What the opcode of a load, a store or an atomic says.
+/// A load, a store or an atomic, as far as its opcode determines it.
 struct memory_form {
-    bool load = false;  ///< reads memory,
-    bool store = false; ///< writes it; an atomic does both
+    bool load = false;  ///< reads memory
+    bool store = false; ///< writes memory; an atomic does both
     bool exclusive = false;
-    bool ordered = false; ///< acquires or releases
+    bool ordered = false; ///< has acquire or release semantics
     bool atomic = false;
-    bool structure = false;     ///< LD1 to LD4, ST1 to ST4
-    bool fp_simd = false;       ///< of FP or SIMD registers
-    bool sign_extended = false; ///< what is loaded is smaller than the general register, and keeps its sign
-    bool authenticates = false; ///< checks the address: LDRAA, LDRAB
-    std::uint8_t element_bytes = 0; ///< of one register, or of one element of a structure load
-    std::uint8_t registers = 0;     ///< that are loaded or stored
-    std::uint8_t bytes = 0;         ///< in all
-    std::uint8_t scale = 0;         ///< bytes that the number among the operands counts; 0 without one
-    std::uint8_t status_operands =
-        0; ///< before the operands of the registers: status, writeback, a comparison
+    bool structure = false;         ///< LD1 to LD4, ST1 to ST4
+    bool fp_simd = false;           ///< transfers FP or SIMD registers
+    bool sign_extended = false;     ///< a load that sign-extends to the general register
+    bool authenticates = false;     ///< authenticates the address: LDRAA, LDRAB
+    std::uint8_t element_bytes = 0; ///< size of one register, or of one element of a structure load or store
+    std::uint8_t registers = 0;     ///< number of registers that are loaded or stored
+    std::uint8_t bytes = 0;         ///< total size of the access
+    std::uint8_t scale = 0;         ///< bytes per unit of the immediate operand; 0 if there is none
+    std::uint8_t status_operands = 0; ///< operands before the registers: status, writeback, comparison
     addressing_mode addressing = addressing_mode::offset;
 
-    /// The base register holds another address afterwards.
+    /// The base register is written back.
     [[nodiscard]] bool moves_base() const
     {
         return addressing == addressing_mode::pre_index || addressing == addressing_mode::post_index ||
                addressing == addressing_mode::post_register;
     }
 
-    /// The address must be a multiple of `bytes`, unless the processor has FEAT_LSE2.
+    /// Faults if the address is not a multiple of `bytes`, unless the processor has FEAT_LSE2.
     [[nodiscard]] bool faults_unaligned() const { return exclusive || ordered || atomic; }
 };
 
-/// By LLVM's name of the opcode ("LDRDui"). Nothing for other instructions, and for those whose size is not
-/// in the word (SVE), prefetches, memory tags by themselves, copies of memory, and accesses of 64 bytes.
+/// The memory access of an opcode, by LLVM's name ("LDRDui"). Nothing for instructions without one, and for
+/// SVE (the word does not determine the size), prefetches, memory tagging alone, memory copies, and 64-byte
+/// accesses.
 std::optional<memory_form> memory_form_of(std::string_view opcode);
 
 } // namespace vorna::workbench

@@ -1,4 +1,5 @@
-// The linked image, by libelf.
+// Writes the linked image with libelf: ELF header and program headers, the load segments, then symbol table,
+// strings and section headers. The build ID is a hash of the finished image with a zero ID.
 
 #include "workbench/image/elf_image.hpp"
 
@@ -25,7 +26,7 @@ namespace {
 constexpr std::uint64_t page_size = 4096;
 constexpr std::uint64_t largest_image = std::uint64_t{1} << 30;
 
-/// Memory from a page's begin on, and where it lies in the file.
+/// A load segment: begins on a page boundary.
 struct segment {
     std::uint64_t begin;
     std::uint64_t end;
@@ -39,22 +40,22 @@ std::uint64_t round_up(std::uint64_t value, std::uint64_t multiple)
     return (value + multiple - 1) / multiple * multiple;
 }
 
-/// What is loaded, and where in the file that begins.
+/// The load segments and their place in the file.
 struct image_layout {
     std::vector<segment> segments;
     std::uint64_t headers_end;
     std::uint64_t end;
 };
 
-/// The mappings, one after the other in the file, after its headers. Those that share a page, as two calls
-/// of the finaliser never do, become one.
+/// Places the mappings in the file, after the headers. Merges mappings that share a page; those of the
+/// finaliser never do.
 image_layout make_layout(const kernel_set& set)
 {
     image_layout layout = {};
     std::vector<segment>& segments = layout.segments;
     for (const kernel_mapping& mapping : set.mappings) {
         if (mapping.end == mapping.begin)
-            continue; // nothing but empty kernels
+            continue; // has empty kernels only
         if (!segments.empty() && mapping.begin / page_size <= (segments.back().end - 1) / page_size)
             segments.back().end = std::max(segments.back().end, mapping.end);
         else
@@ -72,7 +73,7 @@ image_layout make_layout(const kernel_set& set)
     return layout;
 }
 
-/// Where in the file an address lies; after the headers for one of an empty kernel in no segment.
+/// The file offset of an address. For an empty kernel outside all segments, the end of the headers.
 std::uint64_t file_offset(const image_layout& layout, std::uint64_t address)
 {
     const auto after = std::upper_bound(layout.segments.begin(), layout.segments.end(), address,
@@ -88,8 +89,8 @@ struct section_bytes {
     Elf_Type type;
 };
 
-/// The tables of the image as they are built. Names of kernels' sections end with those of their symbols, so
-/// all share one string table.
+/// The tables of the image under construction. Section names end with symbol names, so both share one string
+/// table.
 struct image_tables {
     std::string strings = std::string(1, '\0');
     std::vector<Elf64_Sym> locals = std::vector<Elf64_Sym>(1);
@@ -172,7 +173,7 @@ struct block {
     bool data;
 };
 
-/// In the order of their addresses, as linkers lay out an image.
+/// Sections by ascending address, as linkers write them.
 std::vector<block> make_blocks(const kernel_set& set)
 {
     std::vector<block> blocks;
@@ -213,7 +214,7 @@ void add_kernels(Elf* elf, const kernel_set& set, const linked_set& linked, cons
     }
 }
 
-/// A section that is not loaded, at the end of the file.
+/// Adds a section that is not loaded, at the end of the file.
 std::size_t add_table(Elf* elf, std::uint64_t& file_end, Elf64_Shdr header, const section_bytes& bytes)
 {
     header.sh_offset = round_up(file_end, header.sh_addralign);
@@ -231,14 +232,14 @@ Elf64_Shdr table_header(Elf64_Word name, Elf64_Word type, std::uint64_t alignmen
     return header;
 }
 
-/// The note by which perf finds the image in its cache.
+/// The build-ID note, by which perf finds the image in its cache.
 struct build_id_note {
     Elf64_Nhdr header = {sizeof owner, sizeof hash, NT_GNU_BUILD_ID};
     char owner[sizeof ELF_NOTE_GNU] = ELF_NOTE_GNU;
-    XXH64_canonical_t hash = {}; // 8 bytes: perf inject of Linux 7.2 cuts off what is more than 10
+    XXH64_canonical_t hash = {}; // 8 bytes: perf inject of Linux 7.2 truncates IDs of more than 10
 };
 
-/// Sets the build ID to the hash of the image as it is before, and returns its digits.
+/// Sets the build ID to the hash of the image, whose ID is still zero, and returns its digits.
 std::string set_build_id(std::string& image, std::size_t note)
 {
     const XXH64_hash_t hash = XXH3_64bits(image.data(), image.size());
@@ -264,12 +265,12 @@ void write_program_headers(Elf* elf, const std::vector<segment>& segments)
         header->p_align = page_size;
         ++header;
     }
-    header->p_type = PT_GNU_STACK; // without it, it would want an executable stack
+    header->p_type = PT_GNU_STACK; // without it the image would get an executable stack
     header->p_flags = PF_R | PF_W;
     header->p_align = 16;
 }
 
-/// Returns where in the file the note of the build ID lies, which is zero yet.
+/// Returns the file offset of the build-ID note, whose ID is still zero.
 std::size_t write_elf(int descriptor, const kernel_set& set, const linked_set& linked)
 {
     elf_version(EV_CURRENT);
@@ -336,7 +337,7 @@ std::size_t write_elf(int descriptor, const kernel_set& set, const linked_set& l
 
 linked_image make_image(const kernel_set& set, const linked_set& linked)
 {
-    // libelf writes to files only.
+    // libelf can write to files only.
     const file_descriptor file(memfd_create("image", MFD_CLOEXEC));
     if (file.number() < 0)
         throw std::runtime_error(std::strerror(errno));

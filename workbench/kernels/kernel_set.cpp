@@ -6,7 +6,7 @@
 
 namespace vorna::workbench {
 
-static constexpr std::uint64_t page_size = 4096; // the smallest on AArch64
+static constexpr std::uint64_t page_size = 4096; // the smallest page size of AArch64
 
 // All code of a mapping precedes all of its data. So a kernel whose code starts after another kernel's data
 // starts a new mapping.
@@ -18,7 +18,7 @@ static bool continues_mapping(const kernel_mapping& mapping, const kernel_extent
 
 bool lies_before(const kernel_extent& a, const kernel_extent& b)
 {
-    // A kernel without code is where the one placed after it begins.
+    // A kernel without code has the address of the next one.
     return std::tie(a.text_address, a.data_address, a.text_size) <
            std::tie(b.text_address, b.data_address, b.text_size);
 }

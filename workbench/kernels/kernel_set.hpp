@@ -1,5 +1,5 @@
-// The central structure of the workbench: a set of placed kernels. The dump reader makes it, every command
-// uses it.
+// The central structure of the workbench: the placed kernels of one process. The dump reader creates it, and
+// every command uses it.
 #pragma once
 
 #include "check/relocation.hpp"
@@ -26,26 +26,26 @@ struct placed_kernel {
     std::string name;
     std::uint64_t text_address = 0;
     std::vector<std::uint8_t> text; ///< as generated, before relocation
-    std::uint64_t data_address = 0; ///< with no data, where it would be
+    std::uint64_t data_address = 0; ///< if there is no data, where it would be
     std::vector<std::uint8_t> data;
     std::vector<tessjit::reloc_info> relocs; ///< in the order in which they are applied
     std::size_t mapping = 0;                 ///< index of its mapping in the set
-    std::string file;                        ///< the dump that it was read from
+    std::string file;                        ///< the dump file
 
     [[nodiscard]] wfta::kernel_place place() const { return {name, text_address, data_address}; }
     [[nodiscard]] std::uint64_t text_end() const { return text_address + text.size(); }
     [[nodiscard]] std::uint64_t data_end() const { return data_address + data.size(); }
 };
 
-/// The memory that one call of finalise_kernels placed its kernels in, as far as the kernels show: code
-/// first, then constants.
+/// The memory in which one call of finalise_kernels placed its kernels, as inferred from their addresses:
+/// code first, then constants.
 struct kernel_mapping {
-    std::uint64_t begin = 0;      ///< of the page that holds the first kernel's code
+    std::uint64_t begin = 0;      ///< the page of the first kernel's code
     std::uint64_t data_begin = 0; ///< where the constants begin
-    std::uint64_t end = 0;        ///< past the last byte of code or constants; `begin` if there is none
+    std::uint64_t end = 0;        ///< past the last byte of code or constants; `begin` if empty
 };
 
-/// Where a kernel lies.
+/// The addresses and sizes of a kernel.
 struct kernel_extent {
     std::uint64_t text_address = 0;
     std::uint64_t text_size = 0;
@@ -53,33 +53,33 @@ struct kernel_extent {
     std::uint64_t data_size = 0;
 };
 
-/// Whether a kernel lies before another. Within a mapping this is the order in which kernels are placed.
+/// Orders kernels by address. Within a mapping this is the order in which the finaliser placed them.
 bool lies_before(const kernel_extent& a, const kernel_extent& b);
 
 kernel_extent extent_of(const placed_kernel& kernel);
 
-/// Which kernels share a mapping.
+/// The mappings of a set.
 struct mapping_partition {
     std::vector<kernel_mapping> mappings; ///< ascending
-    std::vector<std::size_t> mapping_of;  ///< of each kernel the index of its mapping
+    std::vector<std::size_t> mapping_of;  ///< for each kernel, the index of its mapping
 };
 
-/// Finds out which kernels share a mapping. They must be in the order of lies_before.
+/// Determines which kernels share a mapping. They must be sorted by lies_before.
 mapping_partition find_mappings(const std::vector<kernel_extent>& kernels);
 
-/// Placed kernels of one process, sorted by code address, then data address. Within a mapping that is the
-/// order in which they were placed.
+/// The placed kernels of one process, sorted by lies_before.
 struct kernel_set {
     std::vector<placed_kernel> kernels;
     std::vector<kernel_mapping> mappings;                 ///< ascending
     std::unordered_map<std::string, std::size_t> by_name; ///< index of the first kernel of each name
-    std::vector<std::vector<std::size_t>> callers; ///< for each kernel, those with a relocation against it
+    std::vector<std::vector<std::size_t>>
+        callers; ///< for each kernel, the kernels with a relocation against it
 };
 
-/// Sorts the kernels and determines which of them share a mapping. Ignores their members `mapping`.
+/// Sorts the kernels and determines which of them share a mapping. Overwrites their `mapping`.
 kernel_set make_kernel_set(std::vector<placed_kernel> kernels);
 
-/// Indices of two kernels that overlap, so they cannot be of one process; nothing if none do.
+/// Indices of two kernels that overlap, and so cannot be from one process; nothing if none do.
 struct kernel_pair {
     std::size_t first;
     std::size_t second;
@@ -89,7 +89,7 @@ std::optional<kernel_pair> find_overlap(const kernel_set& set);
 /// The kernel of that name, or null.
 const placed_kernel* find_kernel(const kernel_set& set, const std::string& name);
 
-/// The kernel in whose code or in whose data the address lies, or null.
+/// The kernel whose code or data contains the address, or null.
 const placed_kernel* find_kernel_by_text(const kernel_set& set, std::uint64_t address);
 const placed_kernel* find_kernel_by_data(const kernel_set& set, std::uint64_t address);
 

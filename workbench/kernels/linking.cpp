@@ -18,7 +18,7 @@ namespace {
 
 struct link_result {
     std::optional<finding_id> finding;
-    std::uint64_t value = 0; ///< X of the ABI, where a target and a kind are known
+    std::uint64_t value = 0; ///< X of the ABI, if target and kind are known
 };
 
 // Applies one relocation to the code.
@@ -88,7 +88,7 @@ bool leads_elsewhere(const kernel_set& set, const placed_kernel& kernel,
 
 namespace {
 
-// The message of a relocation's finding. `text` is the kernel's code, linked.
+// The message of a finding about a relocation. `text` is the kernel's linked code.
 std::string message_of(const kernel_set& set, const placed_kernel& kernel,
                        const tessjit::reloc_info& relocation, const link_result& result,
                        const std::vector<std::uint8_t>& text)

@@ -1,4 +1,4 @@
-// Linking: what the finaliser does with a kernel's relocations.
+// Linking: applies relocations as the finaliser does.
 #pragma once
 
 #include "check/finding.hpp"
@@ -12,37 +12,38 @@
 
 namespace vorna::workbench {
 
-/// A kernel's code with its relocations applied, in their order.
+/// A kernel's code with its relocations applied in order.
 struct linked_kernel {
     std::vector<std::uint8_t> text;
 
-    /// For each relocation why it is not applied, which leaves the code as it was; or call_bit_25: it is
-    /// applied, but the call leads elsewhere, since the top bit of the field, which is not tested, was set.
+    /// For each relocation why it was not applied, which leaves the code unchanged. Or call_bit_25: it was
+    /// applied, but the call leads elsewhere, since the untested top bit of the field was set.
     std::vector<std::optional<wfta::finding_id>> findings;
 };
 linked_kernel link_kernel(const kernel_set& set, const placed_kernel& kernel);
 
-/// Whether the relocation alone, applied to the code as generated, makes a call that leads elsewhere.
+/// Whether the relocation, applied alone to the code as generated, gives a call that leads elsewhere.
 bool leads_elsewhere(const kernel_set& set, const placed_kernel& kernel,
                      const tessjit::reloc_info& relocation);
 
-/// An address in the code of a kernel of the set as that kernel and the offset, any other as a number.
+/// An address as a kernel and an offset in its code, or as a number if it is in no kernel's code.
 std::string address_text(const kernel_set& set, std::uint64_t address);
 
-/// Something that keeps a set from being linked as the process had it.
+/// A reason why a set cannot be linked as it was in the process.
 struct link_finding {
     wfta::finding_id id{};
-    std::size_t kernel = 0;     ///< index in the set
-    std::size_t relocation = 0; ///< index in the kernel's relocations; their number if it is of none
+    std::size_t kernel = 0; ///< index in the set
+    std::size_t relocation =
+        0; ///< index in the kernel's relocations; past the end for a finding about the kernel
     std::string message;
-    std::string evidence; ///< where the same was found again; may be empty
+    std::string evidence; ///< where else the same was found; may be empty
 };
 
 /// All kernels of a set, linked.
 struct linked_set {
-    std::vector<std::vector<std::uint8_t>> texts; ///< of each kernel
-    std::vector<std::string> missing;             ///< names of targets that are not in the set, each once
-    std::vector<link_finding> findings;           ///< by kernel and relocation; of a missing target one
+    std::vector<std::vector<std::uint8_t>> texts; ///< the linked code of each kernel
+    std::vector<std::string> missing;             ///< distinct names of targets that are not in the set
+    std::vector<link_finding> findings;           ///< by kernel and relocation; one for each missing target
 };
 linked_set link_set(const kernel_set& set);
 

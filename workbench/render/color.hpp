@@ -1,4 +1,4 @@
-// Colours of text on a terminal.
+// Coloured text on a terminal.
 #pragma once
 
 #include <string>

@@ -13,8 +13,8 @@
 
 namespace vorna::workbench {
 
-/// A value. An object keeps its members in insertion order. Only json.cpp includes the JSON library, which is
-/// slow to compile.
+/// A JSON value. Objects keep their members in insertion order. Only json.cpp includes the JSON library,
+/// which is slow to compile.
 class json {
 public:
     using array_type = std::vector<json>;
@@ -27,7 +27,7 @@ public:
     json(const char* value);
     json(std::string value);
     json(std::string_view value);
-    /// An object if each of the elements is {"name", value}, otherwise an array.
+    /// An object if all elements are {"name", value} pairs, otherwise an array.
     json(std::initializer_list<json> elements);
 
     template <class Integer, std::enable_if_t<std::is_integral_v<Integer>, int> = 0>
@@ -54,24 +54,25 @@ public:
     /// Adds an element to an array.
     void push_back(json element);
 
-    /// The member of an object; null becomes an object, and a new member is null.
+    /// The member of an object, null if it is new. Turns null into an object.
     json& operator[](std::string_view name);
 
     /// The member of an object; it must exist.
     [[nodiscard]] const json& at(std::string_view name) const;
 
-    /// Sets the members that the other object has.
+    /// Sets or replaces the other object's members.
     void update(const json& other);
 
-    /// Removes the member, if there is one.
+    /// Removes the member if it exists.
     void erase(std::string_view name);
 
     [[nodiscard]] bool is_null() const;
 
-    /// The value of a number, otherwise 0.
+    /// The value of a number; 0 for other types.
     [[nodiscard]] double number() const;
 
-    /// The document as text, indented by that many blanks, or on one line. Invalid UTF-8 becomes U+FFFD.
+    /// The document as text, indented by that many spaces, or on one line if negative. Invalid UTF-8 becomes
+    /// U+FFFD.
     [[nodiscard]] std::string dump(int indent = -1) const;
 
     using value_type = std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string,

@@ -23,7 +23,7 @@ namespace {
 
 constexpr std::size_t word_size = 4;
 
-/// A relocation's target as the listing of a kernel has it: its own constants without its name.
+/// A relocation's target as listed: the kernel's own constants without its name.
 std::string target_text(const placed_kernel& kernel, const tessjit::reloc_info& relocation)
 {
     const bool own_data = is_own_data(kernel.name, relocation.name);
@@ -36,7 +36,7 @@ std::string type_text(std::int32_t type)
     return kind == nullptr ? fmt::format("relocation type {}", type) : kind->name;
 }
 
-/// The relocations of which some bytes lie in each row, in their order.
+/// For each row the relocations that overlap it, in their order.
 std::vector<std::vector<std::size_t>> relocations_by_row(const placed_kernel& kernel)
 {
     std::vector<std::vector<std::size_t>> rows((kernel.text.size() + word_size - 1) / word_size);
@@ -52,7 +52,7 @@ std::vector<std::vector<std::size_t>> relocations_by_row(const placed_kernel& ke
     return rows;
 }
 
-/// The instruction with the relocation's target as its place or its number.
+/// The instruction with the relocation's target as its target or immediate.
 std::string relocated_text(const placed_kernel& kernel, const tessjit::reloc_info& relocation,
                            std::uint32_t generated, disassembler& disassembler)
 {
@@ -66,11 +66,11 @@ std::string label_of(std::size_t offset)
     return fmt::format(".L{:x}", offset);
 }
 
-/// Names a place outside the kernel's rows by its distance from the kernel's first byte.
+/// Names an address outside the kernel by its offset from the kernel's first byte.
 using symboliser = std::function<std::string(std::int64_t place)>;
 
-/// Names what an instruction leads to by a distance that it holds itself. Places in the code that it reads
-/// are added to `read`.
+/// Names the PC-relative target of an instruction without a relocation. Adds offsets in the code that it
+/// reads to `read`.
 void name_target(const placed_kernel& kernel, const instruction& at, listing_row& row,
                  disassembler& disassembler, const symboliser& name_of, std::vector<std::size_t>& read)
 {
@@ -79,7 +79,7 @@ void name_target(const placed_kernel& kernel, const instruction& at, listing_row
     const std::int64_t place = static_cast<std::int64_t>(row.offset) + *at.pc_relative;
     const auto offset = static_cast<std::size_t>(place);
     const bool inside = lies_within(kernel.text, place);
-    if (at.flow == control_flow::next) { // ADR, loads of literals
+    if (at.flow == control_flow::next) { // ADR, literal loads
         if (inside && offset % word_size == 0) {
             read.push_back(offset);
             row.text = disassembler.text_with_symbol(row.word, label_of(offset));
@@ -92,7 +92,7 @@ void name_target(const placed_kernel& kernel, const instruction& at, listing_row
     }
 }
 
-/// Where the relocations of other kernels lead into this one.
+/// The offsets at which other kernels' relocations enter this one.
 std::vector<code_entry> entries_by_others(const kernel_set& set, const placed_kernel& kernel)
 {
     std::vector<code_entry> entries;
@@ -105,7 +105,7 @@ std::vector<code_entry> entries_by_others(const kernel_set& set, const placed_ke
     return entries;
 }
 
-/// The name of the kernel in whose code a BL leads by its own distance; empty if that is elsewhere.
+/// The kernel that a BL without a relocation calls; empty if its target is in no kernel's code.
 std::string callee_at(const kernel_set& set, const placed_kernel& kernel, const listing_row& row,
                       const instruction& call)
 {
@@ -115,7 +115,7 @@ std::string callee_at(const kernel_set& set, const placed_kernel& kernel, const 
     return callee == nullptr ? "" : callee->name;
 }
 
-/// Whether a relocation of the kernel leads to that of the name.
+/// Whether the kernel has a relocation against the kernel with this name.
 bool refers_to(const kernel_set& set, const placed_kernel& kernel, const std::string& name)
 {
     return std::any_of(kernel.relocs.begin(), kernel.relocs.end(), [&](const auto& relocation) {
@@ -130,7 +130,7 @@ void append(std::string& comment, const std::string& text)
     comment += text;
 }
 
-/// Why a relocation cannot be applied wherever the kernel and its targets lie; of one within the code.
+/// Why a relocation cannot be applied, whatever the addresses. Its offset must lie within the code.
 std::optional<wfta::finding_id> finding_without_addresses(const placed_kernel& kernel,
                                                           const tessjit::reloc_info& relocation)
 {
@@ -144,17 +144,17 @@ std::optional<wfta::finding_id> finding_without_addresses(const placed_kernel& k
     return std::nullopt;
 }
 
-/// What the rows have.
+/// What the rows show.
 struct row_contents {
-    bool targets;          ///< the targets of relocations are in the text, otherwise in comments only
-    std::uint64_t address; ///< of the first row, for numbers in the text
+    bool targets;          ///< targets of relocations in the text, otherwise in comments only
+    std::uint64_t address; ///< of the first row, for numeric targets
     symboliser name_of;
-    const std::vector<std::uint8_t>* linked = nullptr; ///< the code, if its words are shown
+    const std::vector<std::uint8_t>* linked = nullptr; ///< the linked code, if its words are shown
     const std::vector<std::optional<wfta::finding_id>>* findings =
-        nullptr; ///< of each relocation, if there are addresses
+        nullptr; ///< for each relocation, if addresses are known
 };
 
-/// Puts the kernels that the rows call into the listing, and labels onto what is branched to or read.
+/// Fills in the calls, and the labels of rows that are branch targets or read.
 void add_calls_and_labels(kernel_listing& listing, const std::vector<std::size_t>& read)
 {
     std::set<std::string> called;
@@ -183,7 +183,7 @@ void add_loads(kernel_listing& listing, const described_loads& loads)
     }
 }
 
-/// Everything but the callers. Without a set nothing depends on addresses.
+/// Makes the listing without callers. Without a set the result does not depend on addresses.
 kernel_listing list_rows(const kernel_set* set, const placed_kernel& kernel, disassembler& disassembler,
                          const row_contents& contents)
 {
@@ -198,7 +198,7 @@ kernel_listing list_rows(const kernel_set* set, const placed_kernel& kernel, dis
         map.uses.size() -
         static_cast<std::size_t>(std::count(map.uses.begin(), map.uses.end(), word_use::data));
     const std::vector<std::vector<std::size_t>> relocations = relocations_by_row(kernel);
-    std::vector<std::size_t> read; // places in the code
+    std::vector<std::size_t> read; // offsets in the code
     for (std::size_t i = 0; i < code.instructions.size(); ++i) {
         const instruction& at = code.instructions[i];
         const std::vector<std::size_t>& of_row = relocations[i];

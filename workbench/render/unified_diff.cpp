@@ -13,16 +13,16 @@ namespace vorna::workbench {
 namespace {
 
 constexpr std::size_t context = 3;
-constexpr std::size_t most_constants = 24; // lines that differ
+constexpr std::size_t most_constants = 24; // lines of constants that differ
 
-// The lines of one side, and at which offset each begins.
+// The lines of one side, with their offsets.
 struct side {
     std::vector<std::string> lines;
     std::vector<std::size_t> offsets;
-    std::vector<std::string> comments; // of code
+    std::vector<std::string> comments; // of code lines
     std::size_t size;
     int digits;
-    std::string section; // of the offsets; empty for code
+    std::string section; // prefix of the offsets; empty for code
 
     [[nodiscard]] std::string offset(const std::optional<std::size_t>& line) const
     {
@@ -41,7 +41,7 @@ side code_side(const placed_kernel& kernel, disassembler& disassembler)
     return result;
 }
 
-// A constant as the double that it probably is, or as two integers.
+// A constant as a double if it is a plausible one, otherwise as two integers.
 std::string constant_text(const constant& number)
 {
     const std::string value = probable_double(number);
@@ -68,8 +68,8 @@ side data_side(const placed_kernel& kernel, const std::vector<constant>& constan
     return result;
 }
 
-// Constants of equal size are compared place by place; if the size changed, the added and removed ones are
-// shown.
+// Constants of equal size are compared by offset; otherwise they are aligned to show the added and removed
+// ones.
 row_alignment align_constants(const std::vector<constant>& before, const std::vector<constant>& after)
 {
     row_alignment alignment;
@@ -132,7 +132,7 @@ void append_hunks(std::vector<std::string>& lines, const row_alignment& alignmen
                 lines.push_back("  " + after.lines[*rows[k++].after]);
                 continue;
             }
-            // All removed rows, then all added ones.
+            // Removed rows first, then added ones.
             std::size_t run = k;
             while (run < end && !rows[run].same)
                 ++run;
@@ -169,7 +169,7 @@ std::vector<std::string> unified_diff(const placed_kernel& before, const placed_
     const side old_code = code_side(before, disassembler);
     const side new_code = code_side(after, disassembler);
     row_alignment alignment = align_rows(before, after);
-    for (row_pair& row : alignment.rows) // a load of another value, or from elsewhere
+    for (row_pair& row : alignment.rows) // loads of other values, or from other addresses
         row.same = row.same && old_code.comments[*row.before] == new_code.comments[*row.after];
     append_hunks(lines, alignment, old_code, new_code, ~std::size_t{0});
     if (before.data != after.data) {

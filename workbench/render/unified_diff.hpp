@@ -10,8 +10,8 @@
 
 namespace vorna::workbench {
 
-/// The lines of a unified diff, without newlines: the rows of code, then the constants, eight bytes a line
-/// (at most a few lines).
+/// The lines of a unified diff, without newlines: the code, then the constants, eight bytes per line and a
+/// limited number of lines.
 std::vector<std::string> unified_diff(const placed_kernel& before, const placed_kernel& after,
                                       disassembler& disassembler);
 
