@@ -7,8 +7,7 @@
 
 namespace vorna::wfta {
 
-// Where the mapping is taken to begin. Only that it is a page counts; it is far from null, so that no offset
-// leads below it.
+// Assumed address of the mapping: page-aligned, and so far from null that no offset leads below it.
 static constexpr std::uint64_t assumed_mapping = std::uint64_t{1} << 44;
 
 std::vector<kernel_finding> check_kernels(const kernel_registry_map& registry,
@@ -21,7 +20,7 @@ std::vector<kernel_finding> check_kernels(const kernel_registry_map& registry,
         text_size = round_up_to_32(text_size + kernel.text.size());
         data_size += kernel.data.size();
     }
-    // A set without a byte gets no mapping, and its kernels lie at null.
+    // An empty set gets no mapping, and its kernels are at null.
     const std::uint64_t mapping = text_size + data_size == 0 ? 0 : assumed_mapping;
 
     std::vector<checked_kernel> checked;

@@ -8,17 +8,15 @@
 
 namespace vorna::wfta {
 
-/// Finds what is wrong with a set of kernels before finalise_kernels(registry, kernels) places it. The
-/// findings are in the order in which finalise_kernels would meet them: the first that `aborts` is the one
-/// that would end the process. kernel_finding::index is the kernel's in `kernels`.
+/// Checks a set of kernels as finalise_kernels(registry, kernels) would place it. The findings are in the
+/// order in which finalise_kernels would reach them: the first one with `aborts` would abort the process.
+/// kernel_finding::index is an index in `kernels`.
 ///
-/// What needs a decoder of instructions is not found here, but in dumps of the kernels, by `vorna-kernels
-/// check`. Where the system will place the set is not known beforehand, so whether a kernel of an earlier
-/// call is in range is at most a note. Neither the registry nor the kernels are changed, and nothing is
-/// mapped or executed.
+/// Checks that need instructions decoded are not made here: `vorna-kernels check` makes them on dumps. The
+/// address of the set is not known in advance, so whether a kernel of an earlier call is in range is at most
+/// a note. Does not modify the registry or the kernels, and maps and executes nothing.
 ///
-/// Throws std::bad_alloc. Several threads may call it at once, as long as none of them changes the registry
-/// or the kernels meanwhile.
+/// Throws std::bad_alloc. Thread-safe as long as no thread modifies the registry or the kernels.
 std::vector<kernel_finding> check_kernels(const kernel_registry_map& registry,
                                           const std::vector<kernel_data>& kernels);
 

@@ -1,3 +1,10 @@
+// Goes through the kernels and their relocations in the order in which the finaliser applies them, and keeps a
+// copy of the current kernel's code with the relocations applied so far: a later relocation of the same
+// instruction finds its field filled, as it would in the mapping.
+//
+// The distance to a kernel of another mapping is unknown in a host's set. Such a relocation fills its field
+// with unknown bits, which are tracked apart from the copy (in_doubt_); what follows from them is a note.
+
 #include "check/engine.hpp"
 
 #include "check/finding_list.hpp"
@@ -24,7 +31,7 @@ using severity = finding_severity;
 using where = relocation_target::where;
 using tessjit::reloc_info;
 
-// Where kernels' code begins, for calls with an addend. Made when it is first asked for.
+// The addresses at which kernels begin, to check calls with an addend. Collected on first use.
 class text_starts {
 public:
     text_starts(const std::vector<checked_kernel>& kernels, const kernel_registry_map& others)
@@ -51,7 +58,7 @@ private:
     bool made_ = false;
 };
 
-// Names of kernels that an unknown one may be a misspelling of.
+// Finds the kernel name that an unknown name may be a misspelling of.
 class similar_names {
 public:
     similar_names(const std::vector<checked_kernel>& kernels, const kernel_registry_map& others)
@@ -61,7 +68,7 @@ public:
 
     const std::string& of(const std::string& name)
     {
-        // Each takes time in proportion to the kernels, and so many are not misspelt by hand.
+        // Each search is linear in the number of kernels, and nobody misspells more names by hand.
         constexpr size_t most_names = 32;
         static const std::string none;
         if (const auto known = known_.find(name); known != known_.end())
@@ -153,7 +160,7 @@ private:
                            "end the code with a whole instruction"});
     }
 
-    // A finding about the relocation at hand.
+    // Adds a finding about the current relocation.
     void add(finding_id id, severity level, bool aborts, const std::string& cause, const std::string& message,
              advice found = {})
     {
@@ -166,7 +173,7 @@ private:
         add(id, severity::error, true, cause, message, std::move(found));
     }
 
-    // What `find` says, where the generator's help is worth its time: that grows with the relocations.
+    // The advice of `find`, for the first few findings of a kernel: its time grows with the relocations.
     template <typename Find>
     advice advised(const Find& find)
     {
@@ -204,7 +211,7 @@ private:
             apply_to_copy(*kind, *target);
     }
 
-    // The relocation's target, if it has one.
+    // The current relocation's target. Reports a target that cannot be resolved.
     std::optional<relocation_target> find_target()
     {
         const checked_kernel& k = kernel();
@@ -240,7 +247,7 @@ private:
         return target;
     }
 
-    // Whether the word lies within the code.
+    // Whether the relocated word lies within the code.
     bool check_offset()
     {
         const bool inside = lies_within(*kernel().text, reloc().offset);
@@ -255,12 +262,12 @@ private:
         return inside;
     }
 
-    // Whether the field is filled already.
+    // Whether the field is already filled.
     bool check_field(const relocation_kind& kind)
     {
         const auto offset = static_cast<size_t>(reloc().offset);
         const uint32_t word = word_at(linked_, offset);
-        // Distances to another mapping are never zero.
+        // An earlier relocation against another mapping: its distance is unknown but not zero.
         const bool surely_filled = surely_filled_.count({reloc().offset, kind.tested_mask}) != 0;
         if ((word & kind.tested_mask) != 0 || surely_filled) {
             const std::string subject = relocation_subject(reloc());
@@ -280,8 +287,8 @@ private:
         return false;
     }
 
-    // The top bit of a BL's field, which is not tested: ORed to a distance ahead, it makes one back. `target`
-    // is the relocation's, if it is in range.
+    // Checks the top bit of a BL's field, which the finaliser does not test: ORed to a positive distance, it
+    // gives a negative one. `target` is given if it is in range.
     void check_untested_bit(const relocation_kind& kind, const std::optional<relocation_target>& target)
     {
         const uint32_t word = word_at(linked_, static_cast<size_t>(reloc().offset));
@@ -307,7 +314,7 @@ private:
             call_bit_25_message(subject, word, place_reached(encoded_value(kind, applied.word))), found);
     }
 
-    // The kernel and the offset where an instruction leads, otherwise the address.
+    // The target of an instruction, as kernel and offset if it is in one, otherwise as an address.
     [[nodiscard]] std::string place_reached(int64_t distance) const
     {
         const uint64_t address = place() + static_cast<uint64_t>(distance);
@@ -318,7 +325,7 @@ private:
         return addresses_ == address_kind::real ? hex(address) : "no kernel";
     }
 
-    // Whether the value fits, as far as it is known.
+    // Whether X is in range, as far as it is known.
     bool check_range(const relocation_kind& kind, const relocation_target& target)
     {
         const uint64_t S = value_of(target);
@@ -368,8 +375,8 @@ private:
             report(severity::warning, "a call to where no kernel begins", "call it with addend 0");
     }
 
-    // Leaves in the copy what the finaliser leaves in the mapping. A distance that is not known surely fills
-    // the field, but which of its bits is in doubt, and so whether they are under the mask of another kind.
+    // Applies the relocation to the copy of the code. An unknown distance certainly fills the field, but with
+    // unknown bits, so whether the mask of another kind would test them is in doubt.
     void apply_to_copy(const relocation_kind& kind, const relocation_target& target)
     {
         const auto offset = static_cast<size_t>(reloc().offset);
@@ -416,13 +423,13 @@ private:
     text_starts starts_;
     similar_names similar_;
     finding_list findings_;
-    size_t index_ = 0;                   // of the kernel at hand
-    size_t relocation_ = 0;              // and of its relocation
-    size_t advised_ = 0;                 // how many relocations of the kernel got advice
-    bool pages_in_doubt_ = false;        // another finding may be why an ADRP lacks its ADD, or the reverse
-    std::vector<std::uint8_t> linked_;   // the kernel's code with the relocations applied so far
-    std::vector<std::uint8_t> in_doubt_; // bits that may be set in it besides; empty if there are none
-    // Offsets and masks under which not all bits in doubt are zero.
+    size_t index_ = 0;                   // of the current kernel
+    size_t relocation_ = 0;              // of its current relocation
+    size_t advised_ = 0;                 // number of the kernel's findings with advice
+    bool pages_in_doubt_ = false;        // another finding may explain an ADRP without ADD, or vice versa
+    std::vector<std::uint8_t> linked_;   // the kernel's code with relocations applied so far
+    std::vector<std::uint8_t> in_doubt_; // further bits that may be set in it; empty if none
+    // Offsets and masks of fields that unknown distances fill.
     std::set<std::pair<std::int32_t, uint32_t>> surely_filled_;
 };
 

@@ -12,7 +12,7 @@ namespace vorna::wfta {
 enum class finding_severity {
     note,    ///< worth knowing
     warning, ///< probably not what was meant
-    error    ///< the finaliser ends the process, or the kernel cannot do what it should
+    error    ///< the finaliser aborts, or the kernel does not work
 };
 
 /// The kinds of findings; docs/workbench/findings.md describes them.
@@ -37,7 +37,7 @@ enum class finding_id {
     opcode,
     call_target,
     pair,
-    // Found in dumps only, by `vorna-kernels check`, since they need a decoder of instructions.
+    // Found by `vorna-kernels check` in dumps only: they need instructions decoded.
     falls_through,
     outside_constants,
     writes_constants,
@@ -49,17 +49,17 @@ enum class finding_id {
 /// Thread-safe.
 const char* name_of(finding_id id);
 
-/// Something that is wrong with a kernel, or that its generator should know. Owns all that it holds.
+/// Something wrong with a kernel, or worth knowing for its generator.
 struct kernel_finding {
     finding_id id;                         ///< what kind of finding
     finding_severity severity;             ///< how serious it is
-    bool aborts;                           ///< finalise_kernels would end the process here
-    std::size_t index;                     ///< of the kernel in the vector that was checked
+    bool aborts;                           ///< finalise_kernels would abort here
+    std::size_t index;                     ///< of the kernel in the vector that is checked
     std::string kernel;                    ///< its name
     std::optional<std::size_t> relocation; ///< index in kernel_data::relocs
     std::optional<std::int64_t> offset;    ///< in the kernel's code, in bytes
     std::string message;                   ///< what is wrong, with the values: one line
-    std::string note;                      ///< the likely cause: one line, empty if nothing points to one
+    std::string note;                      ///< the likely cause: one line, empty if unknown
     std::string help;                      ///< what to do: one line, empty if the message says it
 };
 

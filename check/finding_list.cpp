@@ -6,8 +6,8 @@
 
 namespace vorna::wfta {
 
-static constexpr std::size_t most_causes = 1000; // of one kernel; more are not told apart
-static constexpr std::size_t most_places = 8;    // that a message lists
+static constexpr std::size_t most_causes = 1000; // per kernel; beyond, causes are not distinguished
+static constexpr std::size_t most_places = 8;    // listed in a message
 
 void finding_list::begin_kernel(std::size_t index, const std::string& name)
 {

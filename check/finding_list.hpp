@@ -1,4 +1,4 @@
-// Collects the findings of a set of kernels; those with the same cause in a kernel become one.
+// Collects findings. Findings of one kernel with the same cause become one that lists all places.
 #pragma once
 
 #include "check/finding_text.hpp"
@@ -12,15 +12,15 @@ namespace vorna::wfta {
 
 class finding_list {
 public:
-    /// Findings added from now on are about this kernel. The name must outlive the list.
+    /// Starts the findings of another kernel. The name must outlive the list.
     void begin_kernel(std::size_t index, const std::string& name);
 
-    /// Adds a finding. If the kernel has one with this id and cause already, only adds the place to it.
-    /// Distinguishes at most some 1,000 causes for each kernel.
+    /// Adds a finding. If the kernel already has one with this id and cause, adds only the offset to it.
+    /// Distinguishes at most about 1,000 causes per kernel.
     void add(finding_id id, finding_severity severity, bool aborts, std::optional<std::size_t> relocation,
              std::optional<std::int64_t> offset, std::string_view cause, finding_text text);
 
-    /// All findings in the order in which they were added; the list is empty afterwards.
+    /// Returns all findings in the order in which they were added, and empties the list.
     std::vector<kernel_finding> take();
 
 private:
@@ -30,8 +30,8 @@ private:
     };
 
     std::vector<kernel_finding> all_;
-    std::vector<more_places> more_;                               // of each finding
-    std::unordered_map<std::string, std::size_t> of_this_kernel_; // by id and cause: index of the finding
+    std::vector<more_places> more_;                               // for each finding
+    std::unordered_map<std::string, std::size_t> of_this_kernel_; // by id and cause: index in all_
     std::size_t index_ = 0;
     std::string_view kernel_;
 };

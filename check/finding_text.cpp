@@ -16,8 +16,8 @@ using tessjit::reloc_info;
 struct unsupported_type {
     std::int32_t type;
     const char* name;
-    std::uint32_t opcode_mask; // of the word that the ABI has it for,
-    std::uint32_t opcode;      // which for data is a placeholder of zeros
+    std::uint32_t opcode_mask; // of the instruction that the ABI defines it for;
+    std::uint32_t opcode;      // for data relocations a zero word
     const char* instead;
 };
 
@@ -71,7 +71,7 @@ std::string offset_of_instruction(const relocation_kind& kind)
     return std::string("give the relocation the offset of the ") + kind.instruction + " that it is for";
 }
 
-// An earlier relocation of the kernel that fills some of the same bytes.
+// An earlier relocation of the kernel that overlaps the same bytes.
 std::optional<std::size_t> find_earlier_of_same_word(const relocation_site& site)
 {
     for (std::size_t i = 0; i < site.index; ++i) {
@@ -82,7 +82,7 @@ std::optional<std::size_t> find_earlier_of_same_word(const relocation_site& site
     return std::nullopt;
 }
 
-// Whether the instruction there, if it is what was meant, brings the target into range.
+// Whether the target would be in range of the instruction that is at the offset.
 bool other_kind_reaches(const relocation_site& site, const distant_target& target)
 {
     const std::optional<std::uint32_t> word = generated_word(site);

@@ -1,8 +1,8 @@
 // The wording of each finding about a relocation, in one place: check, explain, link and show print these
 // texts.
 //
-// A message needs values only. The note and the help also need the kernel as it was generated, since its
-// instructions show what relocation was meant (meant_relocation.hpp).
+// A message needs values only. Note and help also need the kernel as generated, since its instructions show
+// which relocation was meant (meant_relocation.hpp).
 #pragma once
 
 #include "check/finding.hpp"
@@ -17,7 +17,7 @@
 
 namespace vorna::wfta {
 
-/// What is wrong, the likely cause and what to do, a line each.
+/// What is wrong, the likely cause and what to do, one line each.
 struct finding_text {
     std::string message;
     std::string note = {};
@@ -38,25 +38,25 @@ std::string relocation_subject(const tessjit::reloc_info& reloc);
 /// unaligned-offset: the subject and the summary.
 std::string message_of(finding_id id, const std::string& subject);
 
-/// unknown-target, if the kernel may just not have been dumped
+/// unknown-target, for a kernel that may just not have been dumped.
 std::string not_dumped_message(const std::string& subject);
 
-/// offset
+/// offset.
 std::string offset_message(const std::string& subject, std::size_t code_bytes);
 
-/// field-filled
+/// field-filled.
 std::string field_filled_message(const std::string& subject, std::uint32_t word);
 
 /// range: X is outside the range, or not a multiple of the alignment.
 std::string range_message(const std::string& subject, const relocation_kind& kind, std::uint64_t X);
 
-/// opcode
+/// opcode.
 std::string opcode_message(const std::string& subject, const relocation_kind& kind, std::uint32_t word);
 
-/// call-bit-25, if the call goes to the wrong place, `place`.
+/// call-bit-25, for a call that goes to the wrong `place`.
 std::string call_bit_25_message(const std::string& subject, std::uint32_t word, const std::string& place);
 
-/// duplicate-name; `first` says which kernel has the name already.
+/// duplicate-name; `first` describes the kernel that already has the name.
 std::string duplicate_name_message(const std::string& first);
 
 // Notes and help.
@@ -70,19 +70,19 @@ advice advise_unhandled_type(const relocation_site& site);
 advice advise_field_filled(const relocation_site& site);
 advice advise_opcode(const relocation_site& site);
 
-/// Help for an offset that is outside the code, or not an instruction's.
+/// Help for an offset that is outside the code or unaligned.
 advice advise_offset(const relocation_site& site);
 
-/// What is known about a target that is out of range.
+/// A target that is out of range.
 struct distant_target {
-    std::uint64_t S;       ///< of the ABI, with the addend
-    std::uint64_t P;       ///< of the ABI
+    std::uint64_t S;       ///< S of the ABI, with the addend
+    std::uint64_t P;       ///< P of the ABI
     bool in_other_mapping; ///< it was placed by another call of finalise_kernels
 };
 advice advise_range(const relocation_site& site, const distant_target& target);
 
-/// Whether one name is probably a misspelling of the other: they differ in one or two letters, and not just
-/// in a number.
+/// Whether one name is probably a misspelling of the other: they differ in one or two letters, not only in a
+/// number.
 bool is_misspelling(std::string_view a, std::string_view b);
 
 } // namespace vorna::wfta

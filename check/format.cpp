@@ -31,7 +31,7 @@ std::string printable(std::string_view name)
     return text;
 }
 
-// No file has a longer name.
+// Truncates to 255 bytes: no file name is longer.
 static std::string shortened(std::string_view name)
 {
     constexpr std::size_t longest = 255;

@@ -1,4 +1,4 @@
-// How messages show numbers and names.
+// Formats numbers and names for messages.
 #pragma once
 
 #include <cstdint>
@@ -7,11 +7,10 @@
 
 namespace vorna::wfta {
 
-/// The name for a line of text: control characters as "\n", "\x1b" and the like, everything else unchanged.
+/// The name on one line: control characters escaped ("\n", "\x1b"), everything else unchanged.
 std::string printable(std::string_view name);
 
-/// The name, printable and in quotes; only the beginning of a very long one, since names in dumps may have
-/// any length.
+/// The printable name in quotes; truncated if very long, since names in dumps may have any length.
 std::string quoted(std::string_view name);
 
 /// "0x10".
@@ -20,7 +19,7 @@ std::string hex(std::uint64_t value);
 /// "+0x10", "-0x8".
 std::string signed_hex(std::int64_t value);
 
-/// "NAME", "NAME+0x10", "NAME-0x8": a symbol and an addend.
+/// A symbol and an addend: "NAME", "NAME+0x10", "NAME-0x8".
 std::string with_addend(std::string_view name, std::int64_t addend);
 
 /// An instruction word: "0x94000000".

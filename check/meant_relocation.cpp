@@ -17,33 +17,33 @@ struct fillable_instruction {
     const relocation_kind* kind;
 };
 
-/// The kind of relocation that the word needs, its field being zero; null if it needs none.
+/// The kind of relocation that a word with a zero field needs; null if it needs none.
 const relocation_kind* kind_of_unfilled(std::uint32_t word)
 {
     const relocation_kind* const kind = find_kind_of_instruction(word);
     if (kind == nullptr || (word & kind->field_mask) != 0)
         return nullptr;
-    // ADD of 0 to or from SP is how the assembler writes MOV, and no address is formed so.
+    // ADD of 0 to or from SP is a MOV, and never forms an address.
     const bool stack_pointer = (word & 0x1f) == 31 || (word >> 5 & 0x1f) == 31;
     return kind->type == R_AARCH64_ADD_ABS_LO12_NC && stack_pointer ? nullptr : kind;
 }
 
-/// The kind of relocation that can be meant for the word at the relocation's own offset: the field may hold a
-/// provisional value, but an ADD of a number is an ADD of a number.
+/// The kind of relocation that may be meant for the word at the relocation's own offset. Its field may hold a
+/// provisional value, except in an ADD, whose immediate is likely to be intended.
 const relocation_kind* kind_of_meant(std::uint32_t word)
 {
     const relocation_kind* const kind = find_kind_of_instruction(word);
     return kind != nullptr && kind->type == R_AARCH64_ADD_ABS_LO12_NC ? kind_of_unfilled(word) : kind;
 }
 
-/// Whether such an instruction can lead to the target: BL does not call constants.
+/// Whether such an instruction can have the target: a BL cannot call constants.
 bool can_lead_to(const relocation_kind& kind, const std::string& target)
 {
     return kind.type != R_AARCH64_CALL26 || !names_data(target);
 }
 
-/// The nearest instruction that needs a relocation and has none; preferably one of the relocation's kind,
-/// otherwise one that can lead to the target.
+/// The nearest instruction that needs a relocation and has none: preferably of the relocation's kind,
+/// otherwise one that can have the target.
 std::optional<fillable_instruction> find_waiting_instruction(const relocation_site& site,
                                                              const std::string& target)
 {
@@ -70,8 +70,8 @@ std::optional<fillable_instruction> find_waiting_instruction(const relocation_si
     return of_other_kind;
 }
 
-/// The instruction at the relocation's own offset, if its kind, told by `kind_of`, can be meant; not if it
-/// has a relocation of its kind already.
+/// The instruction at the relocation's own offset, if its kind (by `kind_of`) can be meant and it does not
+/// already have a relocation of this kind.
 std::optional<fillable_instruction> find_own_instruction(const relocation_site& site,
                                                          const std::string& target,
                                                          const relocation_kind* (*kind_of)(std::uint32_t))
@@ -89,7 +89,7 @@ std::optional<fillable_instruction> find_own_instruction(const relocation_site& 
     return fillable_instruction{reloc.offset, kind};
 }
 
-/// The relocation whose offset is swapped with this one's; both are right otherwise.
+/// The relocation whose offset is swapped with this one's, if both are otherwise right.
 std::optional<std::size_t> find_exchanged(const relocation_site& site)
 {
     const auto type_at = [&site](std::size_t index) {
@@ -108,9 +108,8 @@ std::optional<std::size_t> find_exchanged(const relocation_site& site)
     return std::nullopt;
 }
 
-/// The instruction that the relocation is for, where it is not of the relocation's kind: the one at its
-/// offset if that waits, otherwise one nearby that does, otherwise the one at its offset with what the
-/// generator has encoded in its field.
+/// The instruction that the relocation is meant for: the one at its offset if it needs a relocation,
+/// otherwise one nearby that does, otherwise the one at its offset with a provisional value in its field.
 std::optional<fillable_instruction> find_meant_instruction(const relocation_site& site,
                                                            const std::string& target)
 {
@@ -121,7 +120,7 @@ std::optional<fillable_instruction> find_meant_instruction(const relocation_site
     return find_own_instruction(site, target, kind_of_meant);
 }
 
-/// The relocation in braces for this instruction, and what else the generator must do to it.
+/// The relocation in C++ syntax for this instruction, and how else the generator must change it.
 std::string relocation_for(const relocation_site& site, const std::string& target,
                            const fillable_instruction& instruction)
 {

@@ -7,7 +7,7 @@
 
 namespace vorna::wfta {
 
-static constexpr std::size_t longest_file_name = 255; // NAME_MAX of Linux
+static constexpr std::size_t longest_file_name = 255; // Linux's NAME_MAX
 static constexpr std::string_view hash_suffix = ".hash";
 
 static std::string lower_case(std::string name)

@@ -1,4 +1,4 @@
-// Names of kernels as the names of their dump and hash files, and as symbols of the perf map.
+// Checks kernel names: as names of dump and hash files, and as symbols in the perf map.
 #pragma once
 
 #include "check/finding_list.hpp"
@@ -9,15 +9,15 @@
 
 namespace vorna::wfta {
 
-/// Reports a name that a file or the perf map cannot have.
+/// Reports a name that cannot be a file name or a symbol in the perf map.
 void check_name(const std::string& name, finding_list& findings);
 
-/// The names that were added so far, to find those whose files would be one and the same.
+/// The names added so far, to find kernels whose files would have the same name.
 class file_names {
 public:
     void add(const std::string& name);
 
-    /// Reports a name whose dump or hash file is a file of one of the names added before.
+    /// Reports a name whose dump or hash file collides with a file of a name added before.
     void check(const std::string& name, finding_list& findings) const;
 
 private:

@@ -7,7 +7,7 @@
 namespace vorna::wfta {
 
 static constexpr std::uint64_t whole = ~std::uint64_t{0};
-static constexpr std::uint64_t page = ~std::uint64_t{0xfff}; // 4 KiB, whatever the machine's pages
+static constexpr std::uint64_t page = ~std::uint64_t{0xfff}; // 4 KiB, whatever the system's page size
 
 static constexpr value_range all_values = {std::numeric_limits<std::int64_t>::min(),
                                            std::numeric_limits<std::int64_t>::max()};

@@ -1,9 +1,9 @@
-// The relocation types of "ELF for the Arm 64-bit Architecture (AArch64)" that kernels use: which bits of
-// which instruction they fill, with what value, and how that value is computed.
+// The relocation types of "ELF for the Arm 64-bit Architecture (AArch64)" that kernels use: which instruction
+// field they fill, and with what value.
 //
-// A relocation names a target (a kernel's code, or the kernel's own constants) and an addend; S is their sum,
-// the ABI's S + A. P is the place, the address of the instruction. X, the value that is checked and
-// encoded, follows from these. This implementation is independent of the finaliser's, so that each can be
+// A relocation has a target (a kernel's code, or the kernel's own constants) and an addend; S is their sum,
+// the ABI's S + A. P is the place: the address of the instruction. X, computed from S and P, is the value
+// that is checked and encoded. This implementation is independent of the finaliser's, so that each can be
 // tested against the other.
 #pragma once
 
@@ -15,7 +15,7 @@
 
 namespace vorna::wfta {
 
-/// Bounds of X, both included.
+/// Inclusive bounds of X.
 struct value_range {
     std::int64_t least;
     std::int64_t greatest;
@@ -26,21 +26,21 @@ struct relocation_kind {
     std::int32_t type;         ///< number in the ABI
     const char* name;          ///< name in the ABI
     const char* instruction;   ///< mnemonic of the instruction whose field it fills
-    std::uint32_t opcode_mask; ///< the bits of the word that make it that instruction,
-    std::uint32_t opcode;      ///< and their values
-    std::uint32_t field_mask;  ///< the bits of the instruction's field
+    std::uint32_t opcode_mask; ///< the bits of the word that identify the instruction
+    std::uint32_t opcode;      ///< the values of these bits
+    std::uint32_t field_mask;  ///< the bits of the field
     std::uint32_t
-        tested_mask;         ///< those that the finaliser requires to be zero: for BL all except the highest
-    std::uint64_t page_mask; ///< applied to S and P before X is formed
+        tested_mask; ///< field bits that the finaliser requires to be zero; for BL all but the highest
+    std::uint64_t page_mask; ///< applied to S and P before X is computed
     bool relative;           ///< X is S - P, otherwise S
-    value_range range;       ///< of X; all values if it is not checked
+    value_range range;       ///< of X; all values if X is not checked
     unsigned alignment;      ///< X must be a multiple of it
 };
 
 /// The kind of an ELF relocation type number, or null for one that the finaliser does not support.
 const relocation_kind* find_relocation_kind(std::int32_t type);
 
-/// The kind of relocation that fills an instruction like this one, or null.
+/// The kind of relocation that fills this instruction, or null.
 const relocation_kind* find_kind_of_instruction(std::uint32_t word);
 
 bool is_instruction_of(const relocation_kind& kind, std::uint32_t word);
@@ -48,24 +48,23 @@ bool is_instruction_of(const relocation_kind& kind, std::uint32_t word);
 /// X of the ABI for a target S at a place P.
 std::uint64_t relocation_value(const relocation_kind& kind, std::uint64_t S, std::uint64_t P);
 
-/// Whether X is a multiple of the kind's alignment, and whether it is one within the kind's range.
+/// Whether X is a multiple of the kind's alignment; and whether it is also within the kind's range.
 bool is_aligned(const relocation_kind& kind, std::uint64_t X);
 bool in_range(const relocation_kind& kind, std::uint64_t X);
 
 /// The bits that are ORed into the instruction word for X.
 std::uint32_t relocation_field(const relocation_kind& kind, std::uint64_t X);
 
-/// The X that the field of an instruction word holds, the inverse of relocation_field.
+/// The X encoded in the field of an instruction word: the inverse of relocation_field.
 std::int64_t encoded_value(const relocation_kind& kind, std::uint32_t word);
 
-/// The outcome of a relocation, which is applied only if its field is zero and X is in range.
+/// The outcome of a relocation. It is applied only if its field is zero and X is in range.
 struct applied_relocation {
-    bool filled;          ///< the field was not zero, in the bits that are tested
-    bool in_range;        ///< and a multiple of the alignment
+    bool filled;          ///< the tested bits of the field were not zero
+    bool in_range;        ///< X is in range and a multiple of the alignment
     std::uint64_t value;  ///< X
     std::uint32_t word;   ///< the instruction word afterwards
-    bool leads_elsewhere; ///< applied, but a bit of the field that is not tested was set, and X does not have
-                          ///< it
+    bool leads_elsewhere; ///< applied, but an untested bit of the field was set that is not set in X
     [[nodiscard]] bool applied() const { return !filled && in_range; }
 };
 
@@ -79,28 +78,28 @@ void set_word(std::vector<std::uint8_t>& code, std::size_t offset, std::uint32_t
 /// Whether a whole word at `offset` lies within the code.
 bool lies_within(const std::vector<std::uint8_t>& code, std::int64_t offset);
 
-/// A target with this prefix and a kernel's name is that kernel's constants, any other is a kernel's code.
+/// This prefix and a kernel's name denote that kernel's constants; any other target is a kernel's code.
 inline constexpr std::string_view data_prefix = ".rodata.";
 
-/// Whether the target names constants, of whatever kernel.
+/// Whether the target names constants of any kernel.
 bool names_data(std::string_view target);
 
 /// Whether the target names the kernel's own constants.
 bool is_own_data(std::string_view kernel, std::string_view target);
 
-/// Where the target of a relocation is.
+/// A relocation's resolved target.
 struct relocation_target {
     enum class where {
         nowhere,
         foreign_data, ///< constants of another kernel
-        later,        ///< it comes after the kernel that names it
+        later,        ///< it comes after the kernel with the relocation
         placed,       ///< at `address`
         elsewhere,    ///< at `address`, in another mapping, at an unknown distance
-        unknown       ///< placed, since the kernel that names it is linked, but not among those given
+        unknown       ///< placed, since the kernel with the relocation is linked, but not among those given
     } state;
     std::uint64_t address; ///< of its first byte, without the addend
     bool in_other_mapping =
-        false; ///< placed by another call of finalise_kernels than the kernel that names it
+        false; ///< placed by another call of finalise_kernels than the kernel with the relocation
 };
 
 /// A kernel's name and the addresses of its code and constants.
