@@ -1,4 +1,4 @@
-// What check_kernels finds before a set is finalised: each kind of finding, and where it is silent.
+// The findings of check_kernels: each kind, and cases without a finding.
 
 #include "check/check_kernels.hpp"
 #include "tests/support/a64.hpp"
@@ -22,7 +22,7 @@ constexpr std::int32_t BL = 283;
 
 using kernels_t = std::vector<kernel_data>;
 
-/// The findings, a line each: severity ("E" for an error that aborts), kernel, offset, relocation, id.
+/// The findings, one per line: severity ("E" for an error that aborts), kernel, offset, relocation, id.
 std::string found(const kernels_t& kernels, const kernel_registry_map& registry = {})
 {
     std::string lines;
@@ -42,7 +42,7 @@ std::string found(const kernels_t& kernels, const kernel_registry_map& registry 
     return lines;
 }
 
-/// The messages, a line each.
+/// The messages, one per line.
 std::string messages(const kernels_t& kernels, const kernel_registry_map& registry = {})
 {
     std::string lines;
@@ -150,7 +150,7 @@ TEST(KernelCheck, FindsFieldsThatAnEarlierRelocationHasFilled)
               "relocation R_AARCH64_CALL26 against 'twice': field not zero in 0x97ffffff\n");
     EXPECT_EQ(found({kernel("twice", {bl(), ret()}, {{"twice", 0, BL, 0}, {"twice", 0, BL, 0}})}), "")
         << "a field of zero is not seen";
-    // At -2^27 only the top bit of the field is set, which is not tested.
+    // At -2^27 only the top bit of the field is set, which the finaliser does not test.
     EXPECT_EQ(
         found({kernel("twice", {bl(), ret()}, {{"twice", 0, BL, -134217728}, {"twice", 0, BL, -134217728}})}),
         "warning twice+0 #0 call-target\nwarning twice+0 #1 call-bit-25\n");
@@ -162,10 +162,10 @@ TEST(KernelCheck, FindsFieldsThatAnEarlierRelocationHasFilled)
               "note twice+0 #0 placement\nABORT twice+0 #1 field-filled\n");
 }
 
-TEST(KernelCheck, LeavesOpenWhetherAnUnknownDistanceFillsTheFieldOfAnotherKind)
+TEST(KernelCheck, NotesAFieldThatAnUnknownDistanceMayFill)
 {
-    // One page on, an ADRP's distance has its only bit where a BL's field has none; one page back, all are
-    // set.
+    // An ADRP's distance of one page sets only a bit that is not in a BL's field; a distance of minus one
+    // page sets all bits.
     EXPECT_EQ(found({kernel("twice", {bl(), ret()}, {{"far", 0, ADRP, 0}, {"far", 0, BL, 0}})},
                     registry_of("far", 0x100000001000)),
               "note twice+0 #0 placement\nerror twice+0 #0 opcode\nnote twice+0 #1 placement\n"
@@ -196,8 +196,7 @@ TEST(KernelCheck, FindsDistancesOutOfRangeExactly)
 
 TEST(KernelCheck, PlacesKernelsAsTheFinaliserDoes)
 {
-    // Code on 32-byte boundaries, data behind all code and packed: 1 MiB of code between a kernel and its
-    // data.
+    // Code on 32-byte boundaries, then all data, packed: 1 MiB of code between a kernel and its data.
     const auto with_filler = [](std::size_t words) {
         kernel_data filler = kernel("filler", std::vector<std::uint32_t>(words, ret()), {}, {1, 2, 3});
         return found(
@@ -206,13 +205,13 @@ TEST(KernelCheck, PlacesKernelsAsTheFinaliserDoes)
     };
     EXPECT_EQ(with_filler((0x100000 - 64) / 4), "");
     EXPECT_EQ(with_filler((0x100000 - 64) / 4 + 1), "ABORT one+0 #0 range\n") << "the text grows by 32 bytes";
-    // The data of one lies behind that of the kernel before it.
-    const auto behind = [](std::size_t bytes) {
+    // A kernel's data follows that of the preceding kernel.
+    const auto with_data_before = [](std::size_t bytes) {
         return found({kernel("before", {ret()}, {}, std::vector<std::uint8_t>(bytes)),
                       kernel("one", {adr(0), ret()}, {{".rodata.one", 0, ADR, 0}}, {1})});
     };
-    EXPECT_EQ(behind(0xfffff - 32), "");
-    EXPECT_EQ(behind(0x100000 - 32), "ABORT one+0 #0 range\n");
+    EXPECT_EQ(with_data_before(0xfffff - 32), "");
+    EXPECT_EQ(with_data_before(0x100000 - 32), "ABORT one+0 #0 range\n");
 }
 
 TEST(KernelCheck, NotesWhatDependsOnPlacement)
@@ -309,7 +308,7 @@ TEST(KernelCheck, FindsHalvesOfPairs)
                     {{data, 0, ADRP, 0}, {data, 4, ADD, 0}, {data, 8, ADD, 0}}),
               "")
         << "one page for two";
-    // No relocation completes a load, wherever it is.
+    // No relocation completes a load, whatever its address.
     EXPECT_EQ(pairs({"adrp x1, #0", "ldr d0, [x1, #24]", "ret"}, {{data, 0, ADRP, 0}}),
               "error one+0 #0 pair\n");
     EXPECT_EQ(pairs({"adrp x1, #0", "ldr d0, [x1, #24]", "cbnz x0, #-4", "ret"}, {{data, 0, ADRP, 0}}),
@@ -320,7 +319,7 @@ TEST(KernelCheck, FindsHalvesOfPairs)
                     {{data, 0, ADRP, 0}, {data, 4, ADD, 0}}),
               "")
         << "an ADD that another load uses";
-    // What is wrong with one half is not said twice.
+    // An error in one half is not reported twice.
     EXPECT_EQ(pairs({"adrp x1, #0", "add x1, x1, #0", "ret"}, {{data, 0, ADRP, 0}, {"nobody", 4, ADD, 0}}),
               "ABORT one+4 #1 unknown-target\n");
     EXPECT_EQ(pairs({"adrp x1, #0", "add x1, x1, #0", "ret"}, {{data, 0, ADRP, 0}, {data, 4, 278, 0}}),
@@ -344,7 +343,7 @@ TEST(KernelCheck, FindsCallsOfWhatIsNoKernel)
 
 TEST(KernelCheck, FindsTheBitThatTheFinaliserDoesNotTest)
 {
-    // ORed to a distance ahead, the bit takes 128 MiB from it; to one back, it is set already.
+    // ORed to a positive distance, the bit subtracts 128 MiB; in a negative one it is already set.
     const auto call = [](const std::string& target, const kernel_registry_map& registry = {}) {
         const kernels_t kernels = {kernel("before", {ret()}),
                                    kernel("one", {nop(), 0x96000000, ret()}, {{target, 4, BL, 0}})};
@@ -412,7 +411,7 @@ TEST(KernelCheck, SaysOnceWhatHasOneCause)
 
 TEST(KernelCheck, DoesNotGrowWithWhatIsMadeUp)
 {
-    // A relocation of some bytes in a file may name a target of 64 KiB, and its kernel have a name as long.
+    // A small relocation in a file may name a target of 64 KiB, and its kernel's name may be as long.
     const std::string name(65536, 'n');
     std::vector<tessjit::reloc_info> relocs;
     for (int i = 0; i < 5000; ++i)

@@ -31,7 +31,7 @@ const std::size_t sets = 4000;
 const std::size_t sets = test_size(10'000, 100'000);
 #endif
 
-/// What a child tells, in memory that the parent sees.
+/// A child's progress, in memory shared with the parent.
 struct progress {
     std::size_t set; ///< number of the set at hand
     bool finalising; ///< and whether it is being finalised as it is
@@ -66,7 +66,7 @@ numbered_set make_set(unsigned seed, std::size_t number)
     return made;
 }
 
-// A host that finalises sets; abort() leads out of the finaliser here while `jump` is set.
+// A host that finalises sets; while `jump` is set, abort() jumps out of the finaliser.
 sigjmp_buf out_of_abort;
 volatile std::sig_atomic_t jump = 0;
 
@@ -76,11 +76,11 @@ void on_abort(int)
         siglongjmp(out_of_abort, 1);
 }
 
-/// Whether the finaliser ends the process.
+/// Whether the finaliser aborts.
 bool aborts(kernel_registry_map registry, const std::vector<kernel_data>& kernels)
 {
     jump = 1;
-    // What the jump leaves allocated ends with the child.
+    // The memory that the jump leaks is freed when the child exits.
     if (sigsetjmp(out_of_abort, 1) != 0) {
         jump = 0;
         return true;
@@ -96,14 +96,14 @@ void fail(progress& shared, const std::string& failure)
         std::snprintf(shared.failure, sizeof shared.failure, "%s", failure.c_str());
 }
 
-/// The set up to one relocation (or up to the registration) of one kernel.
-std::vector<kernel_data> cut(const std::vector<kernel_data>& kernels, std::size_t kernel,
-                             std::size_t relocations)
+/// The set without the relocations from one on, in one kernel and in all later ones.
+std::vector<kernel_data> truncated(const std::vector<kernel_data>& kernels, std::size_t kernel,
+                                   std::size_t relocations)
 {
     std::vector<kernel_data> part = kernels;
     std::vector<tessjit::reloc_info>& relocs = part[kernel].relocs;
     relocs.resize(std::min(relocs.size(), relocations));
-    // Later kernels keep their places, so that nothing moves, but have no relocations.
+    // Later kernels remain, so that no address changes, but without relocations.
     for (std::size_t i = kernel + 1; i < part.size(); ++i) {
         part[i].relocs.clear();
         part[i].name = "later " + std::to_string(i);
@@ -117,12 +117,12 @@ void check_place(progress& shared, const kernel_registry_map& registry,
     std::vector<kernel_data> before;
     std::vector<kernel_data> with;
     if (shared.relocation == no_relocation) { // the name itself
-        before = cut(kernels, shared.kernel_number, 0);
+        before = truncated(kernels, shared.kernel_number, 0);
         before[shared.kernel_number].name += " under another name";
-        with = cut(kernels, shared.kernel_number, 0);
+        with = truncated(kernels, shared.kernel_number, 0);
     } else {
-        before = cut(kernels, shared.kernel_number, shared.relocation);
-        with = cut(kernels, shared.kernel_number, shared.relocation + 1);
+        before = truncated(kernels, shared.kernel_number, shared.relocation);
+        with = truncated(kernels, shared.kernel_number, shared.relocation + 1);
     }
     if (aborts(registry, before))
         fail(shared, "the process ends before the predicted place");
@@ -130,7 +130,7 @@ void check_place(progress& shared, const kernel_registry_map& registry,
         fail(shared, "the process continues past the predicted place");
 }
 
-/// The kernel of the finding, by its number in the set: of two with one name the one that the finding is of.
+/// The index of the finding's kernel in the set, also if two have the same name.
 std::size_t number_of(const std::vector<kernel_data>& kernels, const kernel_finding& finding,
                       const kernel_registry_map& registry)
 {
@@ -200,7 +200,7 @@ std::string read_all(int file)
     return text;
 }
 
-/// The text address of a kernel in the listing of a report.
+/// The text address of a kernel in a report's registry dump.
 std::uint64_t listed_address(const std::string& report, const std::string& kernel)
 {
     const std::string start = "  " + kernel + " \t ";
@@ -208,7 +208,7 @@ std::uint64_t listed_address(const std::string& report, const std::string& kerne
     return at == std::string::npos ? 0 : std::stoull(report.substr(at + 1 + start.size()), nullptr, 16);
 }
 
-/// What the report on stderr must hold for an id.
+/// What the report on stderr must contain for an id.
 std::string expected_expression(const std::string& id)
 {
     static const std::map<std::string, std::string> expressions = {
@@ -294,7 +294,7 @@ TEST(KernelCheckProof, SaysWhatTheFinaliserDoes)
     const std::size_t in_doubt = shared.in_doubt;
     munmap(&shared, sizeof shared);
 
-    // The sets were what they are meant to be: of every kind that ends a process there were some.
+    // The sets covered every kind of abort.
     std::size_t all = 0;
     for (const char* id : {"duplicate-name", "unknown-target", "callee-order", "foreign-data", "null-target",
                            "unhandled-type", "field-filled", "range"}) {

@@ -1,5 +1,5 @@
-// The engine over kernels whose addresses are those of a process. What it finds in a set before that is
-// placed is tested with check_kernels.
+// The engine, on kernels with the addresses of a process. check_kernels.cpp tests it on sets before they are
+// placed.
 
 #include "check/engine.hpp"
 #include "tests/support/a64.hpp"
@@ -18,7 +18,7 @@ using where = relocation_target::where;
 
 constexpr std::int32_t BL = 283;
 
-/// The findings of a caller at 0x8000000, whose callee is there.
+/// The findings of a caller at 0x8000000 whose callee is at the given address.
 std::vector<kernel_finding> check(const relocation_target& callee, const kernel_registry_map& others = {})
 {
     const kernel_data caller = kernel("user", {bl(), ret()}, {{"callee", 0, BL, 0}});

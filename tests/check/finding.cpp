@@ -1,4 +1,4 @@
-// Findings: their names, and how those with one cause become one.
+// Findings: their names, and merging those with the same cause.
 
 #include "check/finding.hpp"
 #include "check/finding_list.hpp"

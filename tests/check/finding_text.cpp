@@ -1,4 +1,4 @@
-// What a finding says is wrong, what it takes for the cause, and what it advises.
+// The message, the likely cause and the advice of a finding.
 
 #include "check/finding_text.hpp"
 #include "tests/support/assemble.hpp"

@@ -1,4 +1,4 @@
-// Names that cannot be those of dump and hash files, or of symbols in the perf map.
+// Names that cannot be names of dump and hash files, or symbols in the perf map.
 
 #include "check/names.hpp"
 #include "check/check_kernels.hpp"
@@ -15,7 +15,7 @@ using namespace vorna::wfta;
 using namespace support;
 using namespace support::a64;
 
-/// The messages of a set, a line each.
+/// The messages for a set, one per line.
 std::string messages(const std::vector<kernel_data>& kernels, const kernel_registry_map& registry = {})
 {
     std::string lines;

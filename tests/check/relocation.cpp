@@ -1,5 +1,5 @@
-// The kinds of relocation: values, ranges, fields, targets, and what applying one does. Expected values are
-// those of "ELF for the Arm 64-bit Architecture (AArch64)" and of the encodings of ADR, ADRP, ADD and BL.
+// The kinds of relocation: values, ranges, fields, targets, and applying one. Expected values are from "ELF
+// for the Arm 64-bit Architecture (AArch64)" and from the encodings of ADR, ADRP, ADD and BL.
 
 #include "check/relocation.hpp"
 #include "tests/support/assemble.hpp"

@@ -1,8 +1,8 @@
 // Writes the dumps of a random set for the tests of the report's page: random_dumps DIRECTORY COUNT [NAME...]
 //
-// They are COUNT kernels "kernel_0" and so on, with loops, constants, and calls of earlier ones, in two
-// mappings; then a kernel of each NAME, which calls kernel_0. The same arguments give the same bytes; a
-// kernel is the same in sets of other sizes.
+// Writes COUNT kernels "kernel_0", ..., with loops, constants, and calls of earlier ones, in two mappings,
+// and then a kernel for each NAME, which calls kernel_0. The same arguments give the same bytes, and a kernel
+// does not depend on the size of its set.
 
 #include "jit/elf.hpp"
 #include "tests/support/kernels.hpp"
@@ -23,7 +23,7 @@ struct made_kernel {
 
 made_kernel make_kernel(unsigned index)
 {
-    std::mt19937 random(index); // not a distribution: those differ between libraries
+    std::mt19937 random(index); // not a distribution: their results differ between libraries
     made_kernel kernel;
     kernel.name = "kernel_" + std::to_string(index);
     kernel.data.resize(16 * (1 + random() % 8));
@@ -102,7 +102,7 @@ int main(int argc, char** argv)
     for (tessjit::elf_fn_entry& entry : placed(second, 0x7f0000400000))
         entries.push_back(std::move(entry));
     for (std::size_t i = 0; i < entries.size(); ++i) {
-        // Not the kernel's name, which need not be one of a file.
+        // Not the kernel's name, which need not be a valid file name.
         std::ofstream file(directory + "/" + std::to_string(i), std::ios::binary);
         const std::vector<std::uint8_t> image = tessjit::emit_elf({{entries[i]}});
         file.write(reinterpret_cast<const char*>(image.data()), static_cast<std::streamsize>(image.size()));

@@ -1,4 +1,4 @@
-// Which memory of which process holds the kernels.
+// Determining which process had the kernels mapped, and when.
 
 #include "workbench/analysis/address_space.hpp"
 
@@ -9,7 +9,7 @@ namespace {
 
 using namespace vorna::workbench;
 
-/// Kernels of 64 bytes in mappings of a page each, at 0x10000 and at 0x30000.
+/// Kernels of 64 bytes in one-page mappings at 0x10000 and 0x30000.
 const kernel_set& two_mappings()
 {
     using bytes = std::vector<std::uint8_t>;
@@ -84,7 +84,7 @@ TEST(AddressSpaces, DropTheSamplesOfMemoryThatIsReplaced)
 {
     address_spaces spaces(two_mappings());
     spaces.map(kernels_at(5, 0x10000));
-    spaces.add_sample(sample_at(5, 0x10000), 0); // somebody else's code
+    spaces.add_sample(sample_at(5, 0x10000), 0); // other code at this address
     spaces.map(kernels_at(5, 0x10000));
     spaces.map(kernels_at(5, 0x30000));
     spaces.add_sample(sample_at(5, 0x10000), 0);

@@ -1,4 +1,4 @@
-// Which addresses of loads and stores follow from a kernel's relocations.
+// Known addresses of loads and stores.
 
 #include "workbench/analysis/address_tracking.hpp"
 #include "tests/support/assemble.hpp"
@@ -26,7 +26,7 @@ placed_kernel placed(const std::vector<std::uint8_t>& text, const std::vector<te
     return kernel;
 }
 
-/// With other kernels' calls of these offsets.
+/// With calls of these offsets by other kernels.
 known_addresses known_with_entries(const placed_kernel& kernel, const std::vector<code_entry>& entries)
 {
     const decoded_kernel code = decode_kernel(kernel);
@@ -41,7 +41,7 @@ std::vector<known_access> accesses(const std::vector<std::string>& lines,
     return known_accesses(decode_kernel(kernel), address_of);
 }
 
-/// What is known, a line each: "offset: target offset, bytes".
+/// The known accesses, one per line: "offset: target offset, bytes".
 std::string known(const std::vector<std::string>& lines, const std::vector<tessjit::reloc_info>& relocs)
 {
     std::string text;
@@ -156,7 +156,7 @@ TEST(KnownAddresses, OutliveCallsInRegistersThatCalleesPreserve)
                   "")
             << other;
     }
-    // What is not a kernel need not keep to the standard.
+    // A local subroutine need not follow the AAPCS64.
     EXPECT_EQ(known({"adr x3, #0", "mov x19, x3", "bl #12", "ldr q0, [x19]", "ret", "ret"}, relocs), "");
     EXPECT_EQ(known({"adr x3, #0", "mov x19, x3", "bl #0", "ldr q0, [x19]", "ret"},
                     {{".rodata.k", 0, adr, 0}, {"k", 8, call, 16}}),
@@ -183,7 +183,7 @@ TEST(KnownAddresses, AreWhatAllWaysThatMeetAgreeOn)
               "");
     EXPECT_EQ(known({"adr x3, #0", "ldr d0, [x3]", "add x3, x3, #8", "cbnz x0, #-8", "ldr d0, [x3]"}, relocs),
               "")
-        << "moves in the loop, and is somewhere behind it";
+        << "moves in the loop, and is unknown after it";
 }
 
 TEST(KnownAddresses, EndWhereOtherCodeMayLeadTo)
@@ -215,7 +215,7 @@ TEST(KnownAddresses, EndInALoopThatIsEnteredInItsMiddle)
     EXPECT_TRUE(known_with_entries(kernel, {{8, true}}).accesses.empty());
 }
 
-/// The walks, a line each: "offset: first target offset, stride, iterations".
+/// The walks, one per line: "offset: first target offset, stride, iterations".
 std::string walks(const std::vector<std::string>& lines, const std::vector<tessjit::reloc_info>& relocs)
 {
     std::string found;
@@ -241,7 +241,7 @@ TEST(KnownAddresses, WalkInLoopsThatAreEnteredByOneWay)
               relocs),
         "8: 8, 16, ?\n16: 12, 16, ?\n");
     EXPECT_EQ(walks({first, "ldr w6, [x3], #4", "cbz x6, #8", "b #-8"}, relocs), "4: 0, 4, ?\n");
-    // A part that may be skipped, a second way in, another register in the sum, a call.
+    // A part that may be skipped, a second entry, another register in the sum, a call.
     EXPECT_EQ(walks({first, "cbz x0, #8", "ldr w6, [x3], #4", "cbnz x6, #-8"}, relocs), "");
     EXPECT_EQ(walks({first, "ldr w6, [x3], #4", "cbnz x6, #-4", "cbnz x5, #-8"}, relocs), "");
     EXPECT_EQ(walks({first, "ldr w6, [x3], #4", "add x3, x3, x6", "cbnz x6, #-8"}, relocs), "");
@@ -249,7 +249,7 @@ TEST(KnownAddresses, WalkInLoopsThatAreEnteredByOneWay)
     EXPECT_EQ(walks({first, "ldr w6, [x3], #4", "mov x3, x4", "add x4, x4, #4", "cbnz x6, #-12"}, relocs),
               "");
     EXPECT_EQ(walks({first, "cbz x0, #8", "add x3, x3, #8", "ldr w6, [x3], #4", "cbnz x6, #-4"}, relocs), "");
-    // One loop behind the other.
+    // One loop after the other.
     EXPECT_EQ(walks({first, "ldr w6, [x3], #4", "cbnz x6, #-4", "ldr w7, [x3], #4", "cbnz x7, #-4"}, relocs),
               "4: 0, 4, ?\n");
 }
@@ -285,7 +285,7 @@ TEST(KnownAddresses, WalkAsManyTurnsAsTheLoopCounts)
 
 TEST(KnownAddresses, AreFollowedInCodeOfAnyShape)
 {
-    // Branches back and forth over each other, and each block knows something else.
+    // Overlapping branches back and forth, with different known registers in each block.
     std::vector<std::uint32_t> words;
     for (unsigned i = 0; i < 200'000; ++i) {
         words.push_back(0x10000000 | i % 31);               // adr xN, .

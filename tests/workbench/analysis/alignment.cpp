@@ -15,7 +15,7 @@ using vorna::workbench::index_pair;
 
 using elements = std::vector<std::uint32_t>;
 
-// The length of a longest common subsequence, by the table of all pairs of prefixes.
+// The length of a longest common subsequence, by dynamic programming.
 std::size_t longest_common(const elements& before, const elements& after)
 {
     std::vector<std::size_t> row(after.size() + 1);
@@ -125,7 +125,7 @@ TEST(CommonSequence, OfAShortAndALongSequenceStaysWithinBoth)
 
 TEST(CommonSequence, OfALongSequenceIsFoundWhereFewElementsHaveAPartner)
 {
-    // 300,000 elements of either side are on that side only.
+    // 300,000 elements of each side do not occur on the other.
     elements before;
     elements after;
     for (std::uint32_t i = 0; i < 100'000; ++i) {

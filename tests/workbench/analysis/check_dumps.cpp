@@ -1,4 +1,4 @@
-// What is found over dumps, and how the command check says it.
+// Findings in dumps, and how the command check prints them.
 
 #include "workbench/analysis/check_dumps.hpp"
 #include "jit/elf.hpp"
@@ -41,7 +41,7 @@ placed_kernel placed(const std::string& name, std::uint64_t text, std::uint64_t 
             0,    "dumps/" + name};
 }
 
-/// The findings, a line each: kernel, relocation, id.
+/// The findings, one per line: kernel, relocation, id.
 std::string found(std::vector<placed_kernel> kernels)
 {
     std::string lines;
@@ -114,13 +114,13 @@ TEST(Checks, TakeOneNameTwiceForTwoRegistriesButInAMapping)
     EXPECT_EQ(found({placed("same", 0x1000, 0x1020, {ret()}), placed("same", 0x5000, 0x5080, {ret()}),
                      placed("user", 0x5020, 0x5088, {adr(0), ret()}, {{"same", 0, ADR, 0}})}),
               "");
-    // The name is that of the kernel in the own mapping: the other one would be out of reach.
+    // The name denotes the kernel of the same mapping: the other one would be out of range.
     EXPECT_EQ(found({placed("same", 0x1000, 0x1020, {ret()}), placed("same", 0x5000000, 0x5000080, {ret()}),
                      placed("user", 0x5000020, 0x5000088, {adr(0), ret()}, {{"same", 0, ADR, 0}})}),
               "");
 }
 
-/// What shows that the dumps are of more than one run.
+/// The reason why the dumps are from more than one run.
 std::string mixture(std::vector<placed_kernel> kernels)
 {
     const auto set = make_kernel_set(std::move(kernels));
@@ -191,7 +191,7 @@ TEST(Checks, TakeTimeInProportionToTheKernelsOfOneName)
     EXPECT_LT((std::clock() - begin) / CLOCKS_PER_SEC, 5);
 }
 
-TEST(Checks, TakeAMissingTargetForTheEndOnlyWhereTheProcessMayHaveEnded)
+TEST(Checks, ReportAMissingTargetAsAnAbortOnlyAtTheLastKernel)
 {
     const std::vector<tessjit::reloc_info> call = {{"missing", 0, BL, 0}};
     const auto first = [&](std::uint64_t text) { return placed("first", text, 0x1080, {bl(), ret()}, call); };
@@ -226,7 +226,7 @@ TEST(Checks, PointAtTheRelocationThatEndedTheProcess)
         child_options options;
         options.directory = directory.path();
         options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
-        // The child says on stdout where check_kernels sees the end.
+        // The child prints where check_kernels predicts the abort.
         const child_result child = run_in_child(
             [&] {
                 vorna::wfta::kernel_registry_map registry;
@@ -235,7 +235,7 @@ TEST(Checks, PointAtTheRelocationThatEndedTheProcess)
                 finalise_kernels(registry, set.earlier);
                 for (const kernel_finding& finding : check_kernels(registry, set.kernels)) {
                     if (finding.aborts && finding.id == vorna::wfta::finding_id::duplicate_name)
-                        break; // it ends the process before the kernel is dumped
+                        break; // it aborts before the kernel is dumped
                     if (finding.aborts) {
                         std::printf("%s #%zu", finding.kernel.c_str(), *finding.relocation);
                         std::fflush(stdout);
@@ -246,7 +246,7 @@ TEST(Checks, PointAtTheRelocationThatEndedTheProcess)
             },
             options);
         if (child.signal != SIGABRT || child.out.empty())
-            continue; // it goes on, or was not dumped before it ended
+            continue; // the process continues, or aborted before the dump
         const vorna::workbench::dump_reading dumps =
             vorna::workbench::read_dumps({directory.path().string()});
         if (dumps.set.kernels.size() == 1)

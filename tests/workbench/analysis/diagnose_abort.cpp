@@ -1,4 +1,4 @@
-// Why a relocation was refused, and what to do.
+// The reason why a relocation was refused, and the advice.
 
 #include "tests/support/aborts.hpp"
 
@@ -88,7 +88,7 @@ TEST(DiagnoseAbort, NamesTwoRelocationsOfOneInstruction)
     EXPECT_EQ(found.matches[0].relocation, 0U);
     EXPECT_EQ(found.matches[1].relocation, 1U);
 
-    // One of the two was meant for the next.
+    // One of the two was meant for the next instruction.
     const placed_kernel two = k({a64::adr(3), a64::adr(4), a64::nop(), a64::nop(), a64::ret()},
                                 {{"k", 0, 274, 16}, {".rodata.k", 0, 274, 4}});
     const explained_abort next = explain(log, dumps_of({two}));
@@ -132,11 +132,10 @@ TEST(DiagnoseAbort, ShowsTheWordToGenerateInPlaceOfAFilledField)
                 dumps_of({broken}));
     EXPECT_EQ(found.cause, "the generator has encoded a value in the field");
     EXPECT_EQ(found.help, "generate the ADD with its field zero: 0x91000021");
-    EXPECT_EQ(found.distance, std::nullopt); // ADD has the address, no distance
+    EXPECT_EQ(found.distance, std::nullopt); // X of an ADD is not a distance
     EXPECT_FALSE(found.range);
 
-    // Of a BL's field the finaliser tests all but the highest bit, and that would make the call lead
-    // elsewhere.
+    // The finaliser tests all bits of a BL's field but the highest, which would make the call lead elsewhere.
     const placed_kernel back = k({0x97fffff0, a64::ret()}, {{"k", 0, 283, 4}});
     const explained_abort call =
         explain(filled("R_AARCH64_CALL26", text_of_k, 0x97fffff0, {back}), dumps_of({back}));
@@ -173,7 +172,7 @@ constexpr std::uint32_t provisional_bl = 0x97ffffc0;
 INSTANTIATE_TEST_SUITE_P(
     EveryType, HelpByInstruction,
     testing::Values(
-        // Types for loads and stores, for data and for the GOT, at an instruction that has one of the four.
+        // Types for loads and stores, data and the GOT, at an instruction that one of the four types fills.
         misplaced{278, a64::add(9, 9, 0), own_data, "use {\".rodata.k\", 4, 277, 8}"},
         misplaced{284, a64::add(9, 9, 0), own_data, "use {\".rodata.k\", 4, 277, 8}"},
         misplaced{285, a64::add(9, 9, 0), own_data, "use {\".rodata.k\", 4, 277, 8}"},
@@ -261,7 +260,7 @@ TEST(DiagnoseAbort, CorrectsTheTypeOfAMisspeltTarget)
 
 TEST(DiagnoseAbort, LooksAtTheInstructionOfAValueOutOfRange)
 {
-    // An ADR's relocation at an ADRP, which reaches the constants.
+    // An ADR's relocation at an ADRP, whose range includes the constants.
     placed_kernel broken = k({a64::adrp(0), a64::ret()}, {{own_data, 0, 274, 8}});
     broken.data_address = text_of_k + 0x150000;
     const std::string log =
@@ -269,7 +268,7 @@ TEST(DiagnoseAbort, LooksAtTheInstructionOfAValueOutOfRange)
     EXPECT_EQ(explain(log, dumps_of({broken})).cause,
               "the relocation is for an ADR, the instruction is an ADRP");
     EXPECT_EQ(explain(log, dumps_of({broken})).help, "use {\".rodata.k\", 0, 275, 8}");
-    // A call's at an ADRP, and at an ADR, to constants that lie at no multiple of 4.
+    // A call's at an ADRP, and at an ADR, against constants that are not 4-byte aligned.
     for (const auto& [word, advice] : {std::pair(a64::adrp(0), "use {\".rodata.k\", 0, 275, 1}"),
                                        std::pair(a64::adr(0), "use {\".rodata.k\", 0, 274, 1}")}) {
         const placed_kernel call = k({word, a64::ret()}, {{own_data, 0, 283, 1}});
@@ -278,7 +277,7 @@ TEST(DiagnoseAbort, LooksAtTheInstructionOfAValueOutOfRange)
                       .help,
                   advice);
     }
-    // An ADRP's at an ADR, which reaches still less.
+    // An ADRP's at an ADR, whose range is even smaller.
     placed_kernel far = k({a64::adr(0), a64::ret()}, {{own_data, 0, 275, 0}});
     far.data_address = text_of_k + 0x200000000;
     EXPECT_THAT(explain(out_of_range("R_AARCH64_ADR_PREL_PG_HI21", "4G", far.data_address, text_of_k, {far}),
@@ -419,7 +418,7 @@ TEST(DiagnoseAbort, SuspectsTheOrderIfAnEarlierRunDumpedTheTarget)
 
 TEST(DiagnoseAbort, KnowsACalleeThatComesLaterInTheSet)
 {
-    // An earlier run dumped the callee, and the kernel did not call it then.
+    // The callee's dump is from an earlier run, in which the kernel did not call it.
     const placed_kernel callee = kernel("later", text_of_k + 32, {a64::ret()}, data_of_k + 64);
     const placed_kernel broken = k({a64::nop(), a64::bl()}, {{"later", 4, 283, 0}});
     const explained_abort found =
@@ -488,8 +487,7 @@ TEST(DiagnoseAbort, TakesAMissingMessageFromTheDumps)
     const explained_abort filled = explain(log, dumps_of({filled_one}));
     EXPECT_EQ(filled.report, "field-filled");
     EXPECT_EQ(filled.offset, 4);
-    EXPECT_EQ(filled.message,
-              "relocation R_AARCH64_CALL26 against 'k': field not zero in 0xb9400000");
+    EXPECT_EQ(filled.message, "relocation R_AARCH64_CALL26 against 'k': field not zero in 0xb9400000");
     const placed_kernel far_one = k({a64::nop(), a64::bl()}, {{"k", 4, 283, 2}});
     const explained_abort range = explain(log, dumps_of({far_one}));
     EXPECT_EQ(range.report, "range");

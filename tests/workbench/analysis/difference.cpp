@@ -1,4 +1,4 @@
-// What a change of the generator did to the kernels.
+// Comparing kernels before and after a change of the generator.
 
 #include "workbench/analysis/difference.hpp"
 #include "tests/support/a64.hpp"
@@ -30,7 +30,7 @@ placed_kernel kernel(const std::string& name, const std::vector<std::uint32_t>& 
     return support::placed(name, 0x10000, words, std::move(relocs), std::move(data), 0x20000);
 }
 
-// The alignment in signs: "=" a pair that is the same, "~" one that is not, "-" and "+" rows of one side.
+// An alignment as text: "=" for equal pairs, "~" for others, "-" and "+" for removed and added rows.
 std::string signs(const row_alignment& alignment)
 {
     std::string text;
@@ -76,7 +76,7 @@ TEST(Alignment, TakesABranchForTheSameWhenItLeadsToTheSameRow)
               "=+=");
 }
 
-TEST(Alignment, TakesAnAdrOfThisKernelForTheSameWhenItLeadsToTheSamePlace)
+TEST(Alignment, PairsAdrsOfTheKernelItselfByTheirTarget)
 {
     const auto adr = [](std::uint32_t distance) { // to x0
         return a64::adr(0) | (distance & 3) << 29 | distance >> 2 << 5;
@@ -127,7 +127,7 @@ TEST(Alignment, ShowsAsChangedALoadThatGetsAnotherConstant)
     EXPECT_EQ(signs(align_rows(before, after)), "=~=");
 }
 
-TEST(Alignment, SaysWhereKernelsDifferTooMuchToFindAllEqualRows)
+TEST(Alignment, IsIncompleteIfKernelsDifferTooMuch)
 {
     std::mt19937 random(1); // NOLINT(cert-msc32-c,cert-msc51-cpp): any numbers do
     const auto words = [&](std::size_t count) {
@@ -157,7 +157,7 @@ TEST(Alignment, Of5000InstructionsHalfChangedIsComplete)
     EXPECT_TRUE(align_rows(before, after).complete);
 }
 
-// The class of a change from some lines of assembly to others.
+// The class of a change of assembly lines.
 std::string change(const std::vector<std::string>& before, const std::vector<std::string>& after,
                    const std::vector<double>& old_data = {}, const std::vector<double>& new_data = {})
 {
@@ -204,7 +204,7 @@ TEST(Classes, TakeConstantsForMovedIfEveryLoadGetsTheSame)
               "layout");
 }
 
-TEST(Classes, DoNotTakeConstantsForMovedThatMayBeSeenOtherwise)
+TEST(Classes, DoNotCallConstantsMovedThatAreUsedOtherwise)
 {
     const auto with = [](const lines& rest, const std::string& offset) {
         lines all = {"adr x3, data", "ldr d0, [x3, " + offset + "]", "str d0, [x1]"};
@@ -234,7 +234,7 @@ TEST(Classes, DoNotTakeConstantsForMovedThatMayBeSeenOtherwise)
     EXPECT_EQ(change({"adr x3, data", "ret"}, {"adr x3, data8", "ret"}, {1, 2}, {2, 1}), "relocations");
 }
 
-TEST(Classes, TakeRegistersForRenamedThatAreExchangedThroughout)
+TEST(Classes, CallRegistersRenamedThatAreExchangedThroughout)
 {
     const lines code = {"ldr q4, [x0]", "fadd v5.2d, v4.2d, v4.2d", "str q5, [x1]", "ret"};
     EXPECT_EQ(change(code, {"ldr q16, [x0]", "fadd v5.2d, v16.2d, v16.2d", "str q5, [x1]", "ret"}),
@@ -256,7 +256,7 @@ TEST(Classes, TakeRegistersForRenamedThatAreExchangedThroughout)
 TEST(Classes, DoNotTakeRegistersForRenamedThatHaveARole)
 {
     const auto renamed = [](const lines& before, const lines& after) { return change(before, after); };
-    // Parameters.
+    // Arguments.
     EXPECT_EQ(renamed({"ldr q4, [x0]", "str q4, [x1]", "ret"}, {"ldr q4, [x1]", "str q4, [x0]", "ret"}),
               "code");
     EXPECT_EQ(renamed({"fmul d4, d4, d0", "str d4, [x1]", "ret"}, {"fmul d4, d4, d5", "str d4, [x1]", "ret"}),
@@ -264,13 +264,13 @@ TEST(Classes, DoNotTakeRegistersForRenamedThatHaveARole)
     EXPECT_EQ(renamed({"cbz x2, #8", "mov x9, #0", "str x9, [x1]", "ret"},
                       {"cbz x2, #8", "mov x0, #0", "str x0, [x1]", "ret"}),
               "code");
-    // Results, whether or not the kernel reads them again.
+    // Results, whether or not the kernel reads them later.
     EXPECT_EQ(renamed({"mov x0, #5", "ret"}, {"mov x9, #5", "ret"}), "code");
     EXPECT_EQ(renamed({"mov x9, #5", "ret"}, {"mov x10, #5", "ret"}), "registers");
     EXPECT_EQ(renamed({"fmov d0, #1.0", "ret"}, {"fmov d4, #1.0", "ret"}), "code");
     EXPECT_EQ(renamed({"fmov d0, #1.0", "str d0, [x1]", "ret"}, {"fmov d4, #1.0", "str d4, [x1]", "ret"}),
               "code");
-    // Preserved and reserved registers, zero and the stack pointer.
+    // Callee-saved and reserved registers, the zero register and the stack pointer.
     EXPECT_EQ(renamed({"mov x9, #5", "str x9, [x1]", "ret"}, {"mov x19, #5", "str x19, [x1]", "ret"}),
               "code");
     EXPECT_EQ(renamed({"mov x9, #5", "str x9, [x1]", "ret"}, {"mov x18, #5", "str x18, [x1]", "ret"}),
@@ -297,7 +297,7 @@ TEST(Classes, DoNotTakeRegistersForRenamedThatHaveARole)
               "registers");
     EXPECT_EQ(renamed({"mov x4, #5", "str x4, [x1]", "br x2"}, {"mov x5, #5", "str x5, [x1]", "br x2"}),
               "code");
-    // What is not known to leave other registers alone.
+    // Instructions that may define other registers.
     EXPECT_EQ(renamed({"mov x9, #5", "svc #0", "ret"}, {"mov x10, #5", "svc #0", "ret"}), "code");
     EXPECT_EQ(renamed({"svc #0", "mov x9, #5", "str x9, [x1]", "ret"},
                       {"svc #0", "mov x10, #5", "str x10, [x1]", "ret"}),
@@ -313,10 +313,10 @@ TEST(Classes, TakeInstructionsForReorderedWithinABlockOnly)
     EXPECT_EQ(
         change({"mov x9, #1", "bl f", "movk x9, #2", "ret"}, {"movk x9, #2", "bl f", "mov x9, #1", "ret"}),
         "code");
-    // What ends a block stays at its end.
+    // A terminator must stay at the end of its block.
     EXPECT_EQ(change({"mov x9, #1", "cbz x0, #8", "nop", "ret"}, {"cbz x0, #12", "mov x9, #1", "nop", "ret"}),
               "code");
-    // A place that a branch leads to begins a block.
+    // A branch target begins a block.
     EXPECT_EQ(change({"mov x9, #1", "movk x9, #2", "cbz x0, #-4", "ret"},
                      {"movk x9, #2", "mov x9, #1", "cbz x0, #-4", "ret"}),
               "code");
@@ -325,7 +325,7 @@ TEST(Classes, TakeInstructionsForReorderedWithinABlockOnly)
     EXPECT_EQ(
         change({"adr x3, data", "movk x9, #2", "ret"}, {"movk x9, #2", "adr x3, data", "ret"}, {1}, {2}),
         "code");
-    // A distance in an instruction is to the same place from wherever it is.
+    // A PC-relative instruction that moves must keep its target.
     EXPECT_EQ(change({"ldr x9, #8", "movk x10, #2", "ret"}, {"movk x10, #2", "ldr x9, #4", "ret"}), "order");
     EXPECT_EQ(change({"ldr x9, #8", "movk x10, #2", "ret"}, {"movk x10, #2", "ldr x9, #8", "ret"}), "code");
 }

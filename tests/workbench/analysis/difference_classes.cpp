@@ -1,4 +1,4 @@
-// Random kernels, each changed in a known way, and the class that the change is given.
+// Changes random kernels in known ways and checks the class of each change.
 
 #include "tests/support/kernels.hpp"
 #include "tests/support/random_seed.hpp"
@@ -21,7 +21,7 @@ using vorna::workbench::placed_kernel;
 
 enum class bank { general, vector };
 
-// A register field of an instruction, with the number that the generator chose.
+// A register field of an instruction, with the register that the generator chose.
 struct operand {
     enum bank bank;
     unsigned low_bit;
@@ -77,7 +77,7 @@ unsigned random_vector(random_engine& random, bool calls)
     return static_cast<unsigned>(chosen < 16 ? 16 + chosen : first_temporary + chosen - 16);
 }
 
-// Encodings from GNU as: its words for the operands 0.
+// Encodings from GNU as, with all operands 0.
 instruction arithmetic(random_engine& random, bool calls)
 {
     static constexpr std::uint32_t words[] = {
@@ -127,7 +127,7 @@ void add_body(program& made, random_engine& random, std::size_t count, bool cons
     }
 }
 
-// Loads constants, computes, then has a loop, and may call.
+// Loads constants, computes with them, loops, and may call.
 program random_program(random_engine& random)
 {
     program made;
@@ -185,7 +185,7 @@ program random_program(random_engine& random)
     return made;
 }
 
-// Registers' new numbers, and slots' new places.
+// New register numbers and new offsets of the slots.
 struct naming {
     std::vector<unsigned> general = std::vector<unsigned>(32);
     std::vector<unsigned> vector = std::vector<unsigned>(32);
@@ -263,7 +263,7 @@ void shift_targets(program& program, std::size_t from, int by)
     }
 }
 
-// The instructions that a branch leads to, and one past the end.
+// The branch targets, and the end of the code.
 std::set<std::size_t> targets(const program& program)
 {
     std::set<std::size_t> found;
@@ -274,8 +274,8 @@ std::set<std::size_t> targets(const program& program)
     return found;
 }
 
-// Changes the kernel in the way of the class, and returns it as it is then. Nothing if this one cannot be.
-// One class is made of another's change, which goes one level deep. NOLINTNEXTLINE(misc-no-recursion)
+// Returns the kernel with a change of the class; nothing if the kernel does not allow one. Some classes
+// build on the change of another class, one level deep. NOLINTNEXTLINE(misc-no-recursion)
 std::optional<placed_kernel> changed(program program, change_class to, random_engine& random)
 {
     naming names(program);
@@ -311,7 +311,7 @@ std::optional<placed_kernel> changed(program program, change_class to, random_en
         return kernel;
     }
     case change_class::registers: {
-        // Numbers exchanged among the temporaries.
+        // Permutes the temporaries.
         std::vector<unsigned> general = {9, 10, 11, 12, 13, 14, 15};
         std::vector<unsigned> vector = {16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31};
         if (!program.calls) {
@@ -332,7 +332,7 @@ std::optional<placed_kernel> changed(program program, change_class to, random_en
         return kernel;
     }
     case change_class::order: {
-        // Two neighbours of one block, of different opcodes, since exchanged registers could explain others.
+        // Swaps two neighbours in one block with different opcodes: otherwise it could pass as a renaming.
         const std::set<std::size_t> starts = targets(program);
         std::vector<std::size_t> found;
         for (std::size_t i = 0; i + 1 < program.code.size(); ++i) {
@@ -351,7 +351,7 @@ std::optional<placed_kernel> changed(program program, change_class to, random_en
     default:
         break;
     }
-    // Changes of code.
+    // Changes that affect the code.
     const std::size_t arithmetic_index = random_index(program, random, is_arithmetic);
     instruction& chosen = program.code[arithmetic_index];
     switch (below(random, 8)) {

@@ -1,4 +1,5 @@
-// Kernels that look alike and are not, or that are: what "layout" and "registers" want proved.
+// The proof for the classes "layout" and "registers": kernels that are equivalent, and some that only look
+// so.
 
 #include "tests/support/assembled_kernel.hpp"
 #include "workbench/analysis/difference.hpp"
@@ -41,7 +42,7 @@ std::string change_of_layout(lines before)
     return change(before, after, {1, 2}, {2, 1}) == "layout" ? "layout" : "doubt";
 }
 
-// With X9 for X10 and V16 for V17, and the other way round: "A" and "B" in the numbers' places.
+// With X9 and X10, and V16 and V17, exchanged: "A" and "B" stand for the numbers.
 std::string change_of_names(const lines& code)
 {
     const auto named = [&](const char* a, const char* b) {
@@ -62,7 +63,7 @@ TEST(Equivalence, TakesWordsThatAreNotReachedForData)
         return lines{"ldr s1, #12", "fmul s0, s0, s1", "ret", ".word " + word};
     };
     EXPECT_EQ(change(literal("0x3d2aaaab"), literal("0x3d2aaaac")), "code");
-    // A pool that is jumped over, and a table that an ADR of the own code reaches.
+    // A literal pool that is jumped over, and a table at an ADR of the kernel's own code.
     const auto pool = [](const std::string& word) {
         return lines{"b #8", ".word " + word, "ldr s1, #-4", "fmul s0, s0, s1", "ret"};
     };
@@ -76,9 +77,9 @@ TEST(Equivalence, TakesWordsThatAreNotReachedForData)
                      {"adr x3, code12", "ldr s0, [x3]", "ret", ".word 0x3d2aaaac"}),
               "code");
     EXPECT_EQ(change({"adr x0, #8", "ret", "mov x9, #1"}, {"adr x0, #8", "ret", "mov x10, #1"}), "code");
-    // Nobody is seen to read the word.
+    // No known instruction reads the word.
     EXPECT_EQ(change({"mov x9, #1", "ret", ".word 1"}, {"mov x10, #1", "ret", ".word 2"}), "code");
-    // Equal pools are none of the registers' business.
+    // Equal pools do not prevent a renaming.
     const std::string word = ".word 0x3d2aaaab";
     EXPECT_EQ(change_of_names({"ldr sA, #20", "fadd sB, s0, sA", "str sB, [x1]", "mov xA, #1", "ret", word}),
               "registers");
@@ -121,7 +122,7 @@ TEST(Equivalence, TakesTheLastWriteOfAResultForAResult)
     EXPECT_EQ(
         change({"fadd d3, d0, d1", "str d3, [x1]", "ret"}, {"fadd d16, d0, d1", "str d16, [x1]", "ret"}),
         "code");
-    // Unless a later one does not depend on it.
+    // Unless no later one depends on it.
     EXPECT_EQ(change({"ldr x0, [x1]", "str x0, [x2]", "mov x0, #0", "ret"},
                      {"ldr x9, [x1]", "str x9, [x2]", "mov x0, #0", "ret"}),
               "registers");
@@ -138,7 +139,7 @@ TEST(Equivalence, FollowsNoJumpIntoTheKernelItself)
         change({"mov x29, x30", "adr x16, #20", "mov x9, #1", "blr x16", "ret x29", "str x9, [x1]", "ret"},
                {"mov x29, x30", "adr x16, #20", "mov x10, #1", "blr x16", "ret x29", "str x9, [x1]", "ret"}),
         "code");
-    // A call of the own middle, of its beginning, and without a relocation.
+    // A call of the kernel's own middle, of its beginning, and one without a relocation.
     for (const std::string call : {"bl k+16", "bl #12"}) {
         EXPECT_EQ(change({"mov x9, #1", call, "ldr x30, [sp], #16", "ret", "str x9, [x1]", "ret"},
                          {"mov x10, #1", call, "ldr x30, [sp], #16", "ret", "str x9, [x1]", "ret"}),
@@ -150,7 +151,7 @@ TEST(Equivalence, FollowsNoJumpIntoTheKernelItself)
                      {"cbz x9, #24", "str x30, [sp, #-16]!", "mov x10, #0", "mov x9, #1", "bl k",
                       "ldr x30, [sp], #16", "ret"}),
               "code");
-    // A return address that a call has left.
+    // A return address that a call clobbered.
     EXPECT_EQ(
         change({"mov x9, #1", "bl f", "mov x10, #1", "ret"}, {"mov x10, #1", "bl f", "mov x9, #1", "ret"}),
         "code");
@@ -171,11 +172,11 @@ TEST(Equivalence, GivesATailCallItsArguments)
               "code");
     EXPECT_EQ(change({"mov x19, x30", "br x5"}, {"mov x20, x30", "br x5"}), "code");
     EXPECT_EQ(change({"ldp x2, x3, [x6]", "ret"}, {"ldp x3, x2, [x6]", "ret"}), "registers");
-    // The address to return to may be kept where the kernel likes.
+    // The return address may be kept in any register.
     EXPECT_EQ(change({"mov x9, x30", "ldp x2, x3, [x6]", "ret x9"},
                      {"mov x10, x30", "ldp x3, x2, [x6]", "ret x10"}),
               "registers");
-    // A branch out of the kernel leads to what was placed there.
+    // A branch out of the kernel: what is there is unknown.
     EXPECT_EQ(change({"mov x9, #1", "b #64"}, {"mov x10, #1", "b #64"}), "code");
 }
 
@@ -188,7 +189,7 @@ TEST(Equivalence, KeepsTheReturnAddressOfATailCall)
 
 TEST(Equivalence, KnowsWhereAFrameKeepsTheReturnAddress)
 {
-    // "registers" if the exit is taken for a return, which wants no arguments.
+    // "registers" if the exit is recognised as a return, which passes no arguments.
     const auto exit_of = [](lines before, const lines& after) {
         before.emplace_back("LOAD");
         before.insert(before.end(), after.begin(), after.end());
@@ -217,13 +218,13 @@ TEST(Equivalence, KnowsWhereAFrameKeepsTheReturnAddress)
         exit_of({"paciasp", "stp x29, x30, [sp, #-16]!"}, {"ldp x29, x30, [sp], #16", "autiasp", "ret"}),
         "return");
     EXPECT_EQ(exit_of({"paciasp", "str x30, [sp, #-16]!"}, {"ldr x30, [sp], #16", "retaa"}), "return");
-    // An argument on the stack, and what was stored there.
+    // An argument on the stack, and a value stored there.
     EXPECT_EQ(exit_of({}, {"ldr x16, [sp]", "ret x16"}), "tail call");
     EXPECT_EQ(exit_of({"str x5, [sp, #-16]!"}, {"ldr x30, [sp], #16", "ret"}), "tail call");
     EXPECT_EQ(exit_of({"stp x30, x5, [sp, #-16]!"}, {"ldp x9, x10, [sp], #16", "ret x10"}), "tail call");
     EXPECT_EQ(exit_of({"stp x30, x5, [sp, #-16]!"}, {"ldp x9, x10, [sp], #16", "ret x9"}), "return");
     EXPECT_EQ(exit_of({"stp x29, x30, [sp, #-16]!"}, {"ldr x30, [sp], #16", "ret"}), "tail call");
-    // Overwritten, wholly and in part, and after SP was there.
+    // Overwritten, wholly and in part, and below SP in between.
     EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "str x5, [sp]"}, {"ldr x30, [sp], #16", "ret"}), "tail call");
     EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "strb w5, [sp, #7]"}, {"ldr x30, [sp], #16", "ret"}),
               "tail call");
@@ -236,7 +237,7 @@ TEST(Equivalence, KnowsWhereAFrameKeepsTheReturnAddress)
               "tail call");
     EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "add sp, sp, #16"}, {"ldur x30, [sp, #-16]", "ret"}),
               "tail call");
-    // Where SP is not known, and is known to be two places.
+    // With SP unknown, and with two possible values of SP.
     EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "sub sp, sp, x1"}, {"ldr x30, [sp], #16", "ret"}),
               "tail call");
     EXPECT_EQ(
@@ -249,7 +250,7 @@ TEST(Equivalence, KnowsWhereAFrameKeepsTheReturnAddress)
     EXPECT_EQ(exit_of({"str x30, [sp, #-16]!", "mov x9, sp", "adr x10, #0", "mov sp, x10"},
                       {"ldr x11, [sp]", "mov sp, x9", "ret x11"}),
               "tail call");
-    // From elsewhere.
+    // From another place.
     EXPECT_EQ(exit_of({"mrs x30, tpidr_el0"}, {"ret"}), "tail call");
 }
 
@@ -302,7 +303,7 @@ TEST(Equivalence, HasNothingReadThatACallMayHaveChanged)
     EXPECT_EQ(change_of_names(around({"mov xA, #1", "mov xB, #1"}, {"str xA, [x0]"})), "code");
     EXPECT_EQ(change_of_names(around({"mov xA, #1"}, {"mov xA, #2", "str xA, [x0]"})), "registers");
     EXPECT_EQ(change_of_names(around({"cmp x1, #1"}, {"cset xA, eq", "str xA, [x0]"})), "code");
-    // Preserved registers are kept, those of vectors by half.
+    // Callee-saved registers keep their values; of vectors only the low half.
     const auto preserved = [&](const std::string& registers, const lines& used, const std::string& a,
                                const std::string& b) {
         lines all = around({"stp " + registers + ", [sp, #-16]!", "ldr " + a + ", [x1]"}, used);
@@ -320,7 +321,7 @@ TEST(Equivalence, HasNothingReadThatACallMayHaveChanged)
     EXPECT_EQ(preserved("x19, x20", {"str x19, [x0]"}, "x19", "x20"), "registers");
     EXPECT_EQ(preserved("d8, d9", {"str d8, [x0]"}, "d8", "d9"), "registers");
     EXPECT_EQ(preserved("d8, d9", {"str q8, [x0]"}, "q8", "q9"), "code");
-    // Arguments, and one that an earlier call has left.
+    // Arguments, and one that an earlier call clobbered.
     EXPECT_EQ(change(around({"ldp x2, x3, [x6]"}, nothing), around({"ldp x3, x2, [x6]"}, nothing)), "code");
     EXPECT_EQ(change_of_names(around({"mov xA, #1", "str xA, [x1]"}, {"bl f", "bl g"})), "registers");
     EXPECT_EQ(change_of_names(around({"mov xA, #1", "str xA, [x1]"}, {"bl f+4"})), "code");
@@ -338,7 +339,7 @@ TEST(Equivalence, SeesAddressesOfConstantsEverywhere)
         "layout");
     EXPECT_EQ(change_of_layout({"adrp x3, dataAT", "add x3, x3, dataAT", "ldr d0, [x3]", "ret"}), "layout");
     EXPECT_EQ(change_of_layout({"adrp x3, dataAT", "ldr d0, [x3]", "ret"}), "doubt");
-    // SP may have to be a multiple of 16 where it is the base.
+    // As a base, SP may have to be 16-byte aligned.
     const lines by_sp = {"adr x3, dataAT", "mov x9, sp", "mov sp, x3", "ldr d1, [sp]", "mov sp, x9", "ret"};
     EXPECT_EQ(change_of_layout(by_sp), "doubt");
     lines by_sp_16 = by_sp;
@@ -357,7 +358,7 @@ TEST(Equivalence, SeesAddressesOfConstantsEverywhere)
     // Outside the constants.
     EXPECT_EQ(change_of_layout({"adr x3, dataAT", "ldr d0, [x3]", "ldr d1, [x3, #16]", "ret"}), "doubt");
     EXPECT_EQ(change_of_layout({"adr x3, dataAT", "ldr d0, [x3]", "ldur d1, [x3, #-16]", "ret"}), "doubt");
-    // Where two ways meet with one address, and with two.
+    // Paths that join with the same address, and with different ones.
     EXPECT_EQ(change_of_layout({"adr x3, dataAT", "cbz x2, #8", "nop", "ldr d0, [x3]", "ret"}), "layout");
     EXPECT_EQ(
         change_of_layout({"adr x3, dataAT", "ldr d0, [x3], #8", "sub x2, x2, #1", "cbnz x2, #-8", "ret"}),
@@ -368,7 +369,7 @@ TEST(Equivalence, SeesAddressesOfConstantsEverywhere)
     EXPECT_EQ(change_of_layout(
                   {"adr x4, dataAT", "mov x2, #3", "ldr d0, [x4]", "sub x2, x2, #1", "cbnz x2, #-8", "ret"}),
               "layout");
-    // An access that has to be aligned.
+    // An access that must be aligned.
     EXPECT_EQ(change_of_layout({"adr x4, dataAT", "ldar x5, [x4]", "ldr x6, [x4]", "ret"}), "doubt");
 }
 
@@ -447,7 +448,7 @@ TEST(Equivalence, KeepsTheRulesOfRegistersNumbers)
     EXPECT_EQ(change({"mov x11, x0", "stxr w9, x10, [x11]", "mov w9, #0", "ret"},
                      {"mov x11, x0", ".word 0xc80a7d6a", "mov w9, #0", "ret"}),
               "code");
-    // What is changed in part is read.
+    // A partial def is also a use.
     EXPECT_EQ(change({"mov x9, #1", "mov x10, #1", "movk x9, #2, lsl #16", "str x9, [x1]", "ret"},
                      {"mov x9, #1", "mov x10, #1", "movk x10, #2, lsl #16", "str x10, [x1]", "ret"}),
               "code");
@@ -464,7 +465,7 @@ TEST(Equivalence, KeepsTheRulesOfRegistersNumbers)
                      {"mov x17, x0", "mov x16, x1", "mov x15, x2", "mov x9, x3", ".word 0xdac18bfe",
                       "str x17, [x5]", "ret x4"}),
               "code");
-    // CTERMEQ makes V of C, which a call has left.
+    // CTERMEQ computes V from C, which a call clobbered.
     const lines terminates = {
         "str x30, [sp, #-16]!", "mov xA, #1", "str xA, [x1]",       "bl f", "ctermeq x0, x1",
         "cset w0, lt",          "mov w1, #0", "ldr x30, [sp], #16", "ret"};
@@ -472,10 +473,10 @@ TEST(Equivalence, KeepsTheRulesOfRegistersNumbers)
     lines compares = terminates;
     compares[4] = "cmp x0, x1";
     EXPECT_EQ(change_of_names(compares), "registers");
-    // Flags, and registers of instructions that write them.
+    // Flags, and the registers of instructions that set them.
     EXPECT_EQ(change_of_names({"ldp xA, xB, [x0]", "subs xA, xA, xB", "b.eq #8", "str xA, [x1]", "ret"}),
               "registers");
-    // A value that lives in one register in the one, and in two one after the other in the other.
+    // A value in one register in one kernel, and in two successive registers in the other.
     EXPECT_EQ(change({"ldr x9, [x0]", "add x9, x9, #1", "str x9, [x1]", "ret"},
                      {"ldr x9, [x0]", "add x10, x9, #1", "str x10, [x1]", "ret"}),
               "registers");
@@ -489,7 +490,7 @@ TEST(Equivalence, KeepsTheRulesOfRegistersNumbers)
     EXPECT_EQ(change({"ld2 {v16.2d, v17.2d}, [x0]", "st2 {v16.2d, v17.2d}, [x1]", "ret"},
                      {"ld2 {v30.2d, v31.2d}, [x0]", "st2 {v30.2d, v31.2d}, [x1]", "ret"}),
               "registers");
-    // Registers that IRG, CHKFEAT and others write without saying so in their operands.
+    // Implicit defs of IRG, CHKFEAT and others.
     EXPECT_EQ(change({"mov x9, sp", "irg sp, x9, x5", "mov sp, x9", "ret"},
                      {"mov x10, sp", "irg sp, x10, x5", "mov sp, x10", "ret"}),
               "code");

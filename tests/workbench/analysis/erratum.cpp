@@ -1,4 +1,4 @@
-// Sequences of erratum 843419, held against what the linkers' workarounds change.
+// Compares the sequences found for erratum 843419 with those that the linkers' workarounds patch.
 
 #include "tests/support/files.hpp"
 #include "tests/support/kernels.hpp"
@@ -23,7 +23,7 @@ using namespace support;
 constexpr std::size_t at = 0xff8;
 using sequence = std::array<std::uint32_t, 4>;
 
-/// Which of the sequences a linker changes, each at the end of a page.
+/// Which of the sequences, each at the end of a page, a linker patches.
 std::vector<bool> changed_by(const std::vector<std::string>& linker, const std::vector<sequence>& sequences)
 {
     const temp_directory directory;
@@ -83,7 +83,7 @@ TEST(Erratum843419, IsFoundWhereLinkersWorkAroundIt)
     vorna::workbench::disassembler disassembler;
     const auto any = [&](std::uint32_t mask, std::uint32_t value) {
         for (;;) {
-            // Registers are few, so that they meet.
+            // Few registers, so that they coincide often.
             const std::uint32_t word =
                 ((static_cast<std::uint32_t>(random()) & ~mask) | value) & ~0x00000318U;
             if (disassembler.text(word, 0).front() != '.')
@@ -102,8 +102,8 @@ TEST(Erratum843419, IsFoundWhereLinkersWorkAroundIt)
     }
     const std::vector<bool> lld = changed_by({"ld.lld"}, sequences);
     const std::vector<bool> gnu = changed_by({"aarch64-linux-gnu-ld"}, sequences);
-    // Where the two differ, one of them is less exact about what the erratum needs, or knows instructions
-    // that the processor does not.
+    // Where the two linkers differ, one is less exact about the erratum's conditions, or includes
+    // instructions that the processor does not implement.
     std::size_t found = 0;
     std::size_t differ = 0;
     for (std::size_t i = 0; i < lld.size() && i < gnu.size(); ++i) {

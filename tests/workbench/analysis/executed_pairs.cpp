@@ -1,11 +1,11 @@
-// Pairs of random kernels, compared and executed. What `diff` calls the same must leave the same in memory,
-// results and preserved registers, whatever a caller passes and a callee does.
+// Compares and executes pairs of random kernels. If `diff` calls them equivalent, they must leave the same
+// memory, results and callee-saved registers, whatever the caller passes and the callees do.
 //
-// A pair is one random program, assembled twice: as it is, and changed, in ways that keep what it computes
-// (registers exchanged throughout, constants laid out anew) and in ways that do not. Both are linked to the
+// A pair is one random program, assembled twice: unchanged, and with changes, some of which preserve what it
+// computes (renamed registers, another layout of constants) and some of which do not. Both are linked to the
 // same addresses and run in VIXL's simulator, in a child process since wrong kernels crash.
 //
-// WFTA_PAIRS is the number of pairs, WFTA_TEST_SEED repeats a run, WFTA_PAIR that of one pair only.
+// WFTA_PAIRS is the number of pairs, WFTA_TEST_SEED repeats a run, WFTA_PAIR runs one pair only.
 
 #include "tests/support/random_seed.hpp"
 #include "workbench/analysis/difference.hpp"
@@ -62,7 +62,7 @@ auto one_of(random_engine& random, const values& all)
 // ---------------------------------------------------------------------------------------------------------
 // Programs.
 
-// VIXL numbers registers by int.
+// VIXL's register numbers are int.
 Register general_register(unsigned number, int bits)
 {
     return Register(static_cast<int>(number), bits);
@@ -72,7 +72,7 @@ VRegister vector_register(unsigned number, int bits)
     return VRegister(static_cast<int>(number), bits);
 }
 
-// What one assembly of a program is given, and what it makes.
+// The input and the output of assembling a program once.
 struct emission {
     a64::Assembler code;
     std::array<unsigned, 32> general{}; // numbers of registers by their names
@@ -175,7 +175,7 @@ private:
     unsigned pointer() { return one_of(random_, pointers_); }
     unsigned offset(unsigned unit) { return unit * static_cast<unsigned>(below(random_, 60)); }
     a64::Condition condition() { return static_cast<a64::Condition>(below(random_, 14)); }
-    // As often an instruction as not.
+    // In half of the cases an instruction.
     std::uint32_t literal_word()
     {
         return below(random_, 2) == 0 ? static_cast<std::uint32_t>(random_())
@@ -481,7 +481,7 @@ private:
                 e.code.mov(e.x(to), e.x(base));
                 e.code.ldr(e.x(base), MemOperand(e.x(to), e.slot(first), a64::PreIndex));
             });
-            // Its address stays there, and may not be used up.
+            // The register still holds its address, which must not change.
             add([to](emission& e) { e.code.movz(e.x(to), 7); });
             return;
         case 4:
@@ -768,7 +768,7 @@ struct naming {
 
 using constants = std::vector<std::array<std::uint8_t, 16>>;
 
-// Registers are named as `late` says from the item `from` on.
+// From the item `from` on, registers are renamed according to `late`.
 placed_kernel assemble(const program& program, const naming& names, const constants& values,
                        std::size_t from = ~std::size_t{0}, const naming* late = nullptr)
 {
@@ -811,7 +811,7 @@ void exchange(random_engine& random, std::array<unsigned, 32>& numbers, std::vec
         numbers[names[i]] = others[i];
 }
 
-// Among the registers of each kind that the program may use as it likes.
+// Permutes the registers of each kind that the program may use freely.
 void exchange_legally(random_engine& random, naming& names, const program& program)
 {
     exchange(random, names.general, program.general);
@@ -1065,8 +1065,8 @@ private:
         simulator_.WriteQRegister(i, value);
     }
 
-    // Looks at its arguments, leaves results that follow from them, and in all registers that it may clobber
-    // what follows from what was there.
+    // The callee's results depend on its arguments, and it fills each register that it may clobber with a
+    // value that depends on the old one.
     void callee(run_result& result, bool takes_all, bool clobbers_with_temporaries)
     {
         std::uint64_t seen = result.seen.size();
@@ -1100,7 +1100,7 @@ private:
         simulator_.WritePc(reinterpret_cast<const a64::Instruction*>(back));
     }
 
-    // The simulator passes over instructions that it does not have.
+    // The simulator skips instructions that it does not implement.
     bool is_known(const a64::Instruction* instruction)
     {
         const auto [known, is_new] = known_words_.try_emplace(instruction->GetInstructionBits(), true);
@@ -1139,7 +1139,7 @@ machine_state random_state(random_engine& random)
     return state;
 }
 
-// What the procedure call standard lets a caller see.
+// What a caller may observe according to the AAPCS64.
 bool look_the_same(const run_result& a, const run_result& b)
 {
     const auto same_general = [&](unsigned first, unsigned last) {
@@ -1158,7 +1158,7 @@ bool look_the_same(const run_result& a, const run_result& b)
            std::memcmp(a.state.memory.data() + frame, b.state.memory.data() + frame, caller_frame) == 0;
 }
 
-// Where the memory of a pair stands, for the parent to see what became of it.
+// The progress of a pair, shared with the parent.
 enum class stage : std::uint8_t { waiting, not_made, compared, before_ran, done };
 
 struct record {
@@ -1227,7 +1227,7 @@ void run_pair(unsigned seed, std::size_t number, record& result, machine& machin
 
 constexpr std::size_t most_pairs_of_a_child = 2000; // since the simulator's memory grows
 
-// Runs some pairs from `first` on, in a child that a wrong kernel may end; returns the first that is left.
+// Runs pairs from `first` on in a child, which a wrong kernel may crash; returns the next pair to run.
 std::size_t run_some(unsigned seed, std::size_t first, std::size_t count, record* records)
 {
     const pid_t child = fork();
@@ -1271,7 +1271,7 @@ TEST(ExecutedPairs, AreTheSameWhereTheyAreSaidToBe)
     const std::size_t count = wanted != nullptr ? std::stoul(wanted) : 2600;
     std::cout << count << " pairs, WFTA_TEST_SEED=" << seed << std::endl;
     constexpr int shared = MAP_SHARED | MAP_ANONYMOUS;
-    // Nothing is near it that a wrong kernel could change.
+    // Nothing nearby that a wrong kernel could overwrite.
     constexpr std::size_t guard = std::size_t{1} << 28;
     void* const around =
         mmap(nullptr, arena_size + 2 * guard, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
@@ -1326,7 +1326,7 @@ TEST(ExecutedPairs, AreTheSameWhereTheyAreSaidToBe)
     }
     if (std::getenv("WFTA_PAIR") != nullptr)
         return;
-    // A proof that never succeeds would not be wrong either.
+    // A proof that always fails would never be wrong.
     const auto share = [&](mutation change) {
         return static_cast<double>(tallies[change].said_the_same) / std::max(1, tallies[change].made);
     };

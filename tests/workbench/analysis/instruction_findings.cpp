@@ -1,4 +1,4 @@
-// Findings that need to know instructions: each kind, and where it is silent.
+// Findings that need instructions decoded: each kind, and cases without a finding.
 
 #include "workbench/analysis/instruction_findings.hpp"
 #include "tests/support/a64.hpp"
@@ -24,8 +24,8 @@ constexpr std::int32_t ADRP = 275;
 constexpr std::int32_t ADD = 277;
 constexpr std::int32_t BL = 283;
 
-/// The findings in kernels that lie in one mapping: code on 32-byte boundaries from a page's beginning, then
-/// the constants, packed.
+/// The findings in kernels of one mapping: code from a page boundary on, 32-byte aligned, then the constants,
+/// packed.
 std::vector<kernel_finding> find(const std::vector<kernel_data>& kernels)
 {
     constexpr std::uint64_t mapping = 0x100000000;
@@ -53,7 +53,7 @@ std::vector<kernel_finding> find(const std::vector<kernel_data>& kernels)
         });
 }
 
-/// The findings, a line each: severity, kernel, offset, id.
+/// The findings, one per line: severity, kernel, offset, id.
 std::string found(const std::vector<kernel_data>& kernels)
 {
     std::string lines;
@@ -68,7 +68,7 @@ std::string found(const std::vector<kernel_data>& kernels)
     return lines;
 }
 
-/// The messages, a line each.
+/// The messages, one per line.
 std::string messages(const std::vector<kernel_data>& kernels)
 {
     std::string lines;
@@ -105,7 +105,7 @@ TEST(InstructionFindings, FindsAccessesThatAreNotAligned)
               "16-byte load from an address that is 8-aligned\n");
 }
 
-/// Whether the erratum is found with the first of these words at an offset of the page.
+/// Whether the erratum is found if the first of these words is at an offset in the page.
 bool has_erratum(const std::vector<std::string>& lines, std::size_t at = 0xff8)
 {
     std::vector<std::uint32_t> words(at / 4, nop());

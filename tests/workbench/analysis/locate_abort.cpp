@@ -1,4 +1,4 @@
-// Which kernel and which relocation a report of a log is about.
+// Finding the kernel and the relocation of a report.
 
 #include "tests/support/aborts.hpp"
 
@@ -50,7 +50,7 @@ TEST(LocateAbort, ListsEveryRelocationThatMatchesAPage)
 
 TEST(LocateAbort, FindsTheLastKernelOfTheMapping)
 {
-    // The offset leads back into the kernel in front of it, and the one behind is of another mapping.
+    // The offset leads back into the preceding kernel, and the next one is in another mapping.
     const placed_kernel first = kernel("first", text_of_k - 64, {a64::nop(), a64::nop()}, data_of_k - 64);
     const placed_kernel broken = k({a64::nop()}, {{"first", -60, 283, 0}});
     const placed_kernel other = kernel("other", 0x801000, {a64::nop()}, 0x801020);
@@ -135,7 +135,7 @@ TEST(LocateAbort, FindsAKernelByTheEndOfItsName)
 
 TEST(LocateAbort, ChecksTheLastDumpWrittenIfThereIsNoMessage)
 {
-    // Both mappings end with a kernel that would end so; the times tell.
+    // Both mappings end with a kernel that would fail in this way; the file times decide.
     const placed_kernel one = k({a64::bl()}, {{"nobody", 0, 283, 0}});
     const placed_kernel other =
         kernel("other", 0x801000, {a64::nop(), a64::bl()}, 0x801020, {{"noone", 4, 283, 0}});
@@ -149,7 +149,7 @@ TEST(LocateAbort, ChecksTheLastDumpWrittenIfThereIsNoMessage)
                 ElementsAre("the last dump written, and its relocations end so",
                             "other would end so too: the files' times do not tell which was written last"));
 
-    // Copied in another order: what would not end so was not the last.
+    // Copied in another order: a kernel that would not fail in this way was not the last.
     placed_kernel sound = other;
     sound.relocs.clear();
     const explained_abort copied = explain(log, dumps_of({one, sound}, {1, 2}));
@@ -158,7 +158,7 @@ TEST(LocateAbort, ChecksTheLastDumpWrittenIfThereIsNoMessage)
         copied.notes,
         ElementsAre(
             "the last kernel of its mapping, and its relocations end so; by the files' times another dump is newer"));
-    // A kernel before others in its mapping was linked, unless an earlier run dumped those.
+    // A kernel before others of its mapping was linked, unless the others are from an earlier run.
     const placed_kernel after = kernel("after", text_of_k + 32, {a64::ret()}, data_of_k + 64);
     EXPECT_EQ(explain(log, dumps_of({one, after}, {1, 2})).relocation, std::nullopt);
     EXPECT_EQ(explain(log, dumps_of({one, after}, {2, 1})).relocation, 0U);

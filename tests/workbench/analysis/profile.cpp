@@ -1,4 +1,4 @@
-// How samples in the text of perf script are joined with kernels.
+// Joining the samples of perf script with kernels.
 
 #include "workbench/analysis/profile.hpp"
 
@@ -30,7 +30,7 @@ kernel_set two_mappings()
     return make_kernel_set(set.kernels);
 }
 
-// The lines as perf 6.1 prints them.
+// Lines in the format of perf 6.1.
 std::string mapped(int pid, const std::string& begin, const std::string& size,
                    const std::string& what = "rwxp //anon", const std::string& time = "7.000001")
 {
@@ -65,7 +65,7 @@ profile read(const kernel_set& set, const std::string& text)
     return reader.finish();
 }
 
-/// What it says instead of reading the text.
+/// The error message for a text.
 std::string refusal(const kernel_set& set, const std::string& text)
 {
     try {
@@ -117,7 +117,7 @@ TEST(Profile, WeighsSamplesByKernelAndByOffset)
 
 TEST(Profile, TellsKernelsWithoutADumpFromElsewhere)
 {
-    // The ends of kernels and of the mapping, a hole between kernels, constants, the system.
+    // The ends of kernels and of the mapping, a gap between kernels, constants, the system.
     EXPECT_EQ(summary(one_mapping(), whole + sample(5, "1003f", 1) + sample(5, "1005f", 2) +
                                          sample(5, "10060", 4) + sample(5, "1007f", 8) +
                                          sample(5, "100c0", 16) + sample(5, "11ffc", 32) +
@@ -163,7 +163,7 @@ TEST(Profile, JoinsAdjacentMappings)
 
 TEST(Profile, KnowsMemoryThatGrowsByItsNeighbour)
 {
-    // The kernel tells of the second mapping as one with the first, above it or below.
+    // The kernel reports the second mapping merged with the first one, above or below it.
     const kernel_set set = make_kernel_set(
         {placed_bytes("low", 0x10000, 8, 0x10008, 0), placed_bytes("high", 0x11000, 8, 0x11008, 0)});
     EXPECT_EQ(summary(set, mapped(5, "11000", "1000") + sample(5, "11000", 1) + forked(6, 5) +
@@ -173,7 +173,7 @@ TEST(Profile, KnowsMemoryThatGrowsByItsNeighbour)
     EXPECT_EQ(summary(set, mapped(5, "10000", "1000") + sample(5, "10000", 1) + mapped(5, "10000", "2000") +
                                sample(5, "11000", 2) + sample(5, "10000", 4)),
               "3/7 = 3/7 + 0/0 + 0/0; low 2/5 (+0 2/5) high 1/2 (+0 1/2)");
-    // In the hole between two.
+    // In the gap between two.
     const kernel_set three = make_kernel_set({placed_bytes("low", 0x10000, 8, 0x10008, 0),
                                               placed_bytes("high", 0x11000, 8, 0x11008, 0),
                                               placed_bytes("top", 0x12000, 8, 0x12008, 0)});
@@ -234,7 +234,7 @@ TEST(Profile, DoesNotTakeANewNameForAnExec)
 
 TEST(Profile, DoesNotTakeAProcessThatWasThereBeforeForAChild)
 {
-    // perf writes down at 0 who runs and whose child it is, though it may have become another program.
+    // perf synthesizes forks of running processes at time 0, though they may have executed another program.
     const std::string found = mapped(5, "10000", "2000", "rwxp //anon", "0.000000");
     EXPECT_EQ(summary(one_mapping(),
                       found + forked(6, 5, "0.000000") + sample(6, "10000", 2) + sample(5, "10000", 4)),
@@ -250,11 +250,11 @@ TEST(Profile, KnowsAProcessNumberThatIsUsedAgain)
 
 TEST(Profile, KnowsAnAddressThatIsUsedAgain)
 {
-    // Somebody's code cache, unmapped before the kernels came to the same place.
+    // Another code cache, unmapped before the kernels were mapped at the same address.
     EXPECT_EQ(summary(one_mapping(),
                       mapped(5, "10000", "1000") + sample(5, "10000", 1) + whole + sample(5, "10000", 2)),
               "2/3 = 1/2 + 0/0 + 1/1; a 1/2 (+0 1/2)");
-    // It was as large, or larger, and held all that the kernels take.
+    // As large as the kernels' mapping, or larger, and covering it.
     EXPECT_EQ(summary(one_mapping(), whole + sample(5, "10000", 1) + whole + sample(5, "10000", 2)),
               "2/3 = 1/2 + 0/0 + 1/1; a 1/2 (+0 1/2)");
     EXPECT_EQ(summary(two_mappings(), mapped(5, "1000", "100000") + sample(5, "10000", 1) +
@@ -262,7 +262,7 @@ TEST(Profile, KnowsAnAddressThatIsUsedAgain)
                                           sample(5, "10000", 2) + mapped(5, "30000", "1000") +
                                           sample(5, "20000", 4) + sample(5, "30000", 8)),
               "5/16 = 2/10 + 0/0 + 3/6; d 1/8 (+0 1/8) a 1/2 (+0 1/2)");
-    // A library that was unloaded before.
+    // A library that was unloaded earlier.
     EXPECT_EQ(summary(one_mapping(), mapped(5, "10000", "1000", "r-xp /lib/x.so") + sample(5, "10000", 1) +
                                          whole + sample(5, "10000", 2)),
               "2/3 = 1/2 + 0/0 + 1/1; a 1/2 (+0 1/2)");
@@ -270,7 +270,7 @@ TEST(Profile, KnowsAnAddressThatIsUsedAgain)
 
 TEST(Profile, DoesNotHandDownMemoryThatWasUnmappedBeforeAFork)
 {
-    // The child seems to have the code cache that was in the place of d, and gets one in the place of a.
+    // The child appears to inherit the code cache at d's address, and maps one at a's address.
     EXPECT_EQ(summary(two_mappings(), mapped(5, "30000", "1000") + forked(6, 5) + whole +
                                           mapped(5, "30000", "1000") + mapped(6, "10000", "2000") +
                                           sample(6, "10000", 1) + sample(6, "30000", 2) +
@@ -299,7 +299,7 @@ TEST(Profile, KeepsMemoryOfWhichTheProtectionChanges)
 
 TEST(Profile, CountsEveryProcessThatHoldsTheKernels)
 {
-    // Two runs of a host where addresses are not random.
+    // Two runs of a host without address-space randomization.
     EXPECT_EQ(summary(one_mapping(), whole + sample(5, "10000", 1) + mapped(6, "10000", "2000") +
                                          sample(6, "10000", 2) + mapped(7, "10000", "1000") +
                                          sample(7, "10000", 4)),
@@ -314,9 +314,9 @@ TEST(Profile, TellsEventsApart)
                       sample(5, "10000", 5, "arm_spe//") + sample(5, "10000", 7, "my event: x:u") +
                       sample(9, "10000", 11, "r11"));
     ASSERT_EQ(made.events.size(), 4U);
-    EXPECT_EQ(made.events[0].event, "my event: x:u"); // the one of most samples
+    EXPECT_EQ(made.events[0].event, "my event: x:u"); // the one with the most samples
     EXPECT_EQ(summary(set, made.events[0]), "2/10 = 2/10 + 0/0 + 0/0; a 2/10 (+0 2/10)");
-    EXPECT_EQ(made.events[1].event, "cycles:u"); // then as they come
+    EXPECT_EQ(made.events[1].event, "cycles:u"); // then in order of appearance
     EXPECT_EQ(summary(set, made.events[1]), "1/2 = 1/2 + 0/0 + 0/0; a 1/2 (+0 1/2)");
     EXPECT_EQ(made.events[2].event, "arm_spe//");
     EXPECT_EQ(summary(set, made.events[2]), "1/5 = 1/5 + 0/0 + 0/0; a 1/5 (+0 1/5)");
@@ -367,7 +367,7 @@ TEST(Profile, IsOfAnotherRunIfNoProcessHoldsTheKernels)
               nowhere);
     EXPECT_EQ(refusal(one_mapping(), mapped(5, "10000", "2000", "r-xp /lib/x.so") + sample(5, "10000")),
               nowhere);
-    // Each of two processes holds another half.
+    // Two processes map one half each.
     EXPECT_EQ(refusal(one_mapping(), mapped(5, "10000", "1000") + mapped(6, "11000", "1000")), nowhere);
     EXPECT_EQ(
         refusal(two_mappings(), whole + sample(5, "10000")),
@@ -427,7 +427,7 @@ TEST(Profile, RefusesMoreEventsThanAnyRecordingHas)
 
 TEST(Profile, RefusesMappingsMadeToKeepItBusy)
 {
-    // Each process gets a copy of as many pieces as there are pages.
+    // Each process gets a copy with one VMA per page.
     kernel_set set = make_kernel_set({placed_bytes("a", 0x1000000, 0x1000000, 0x2000000, 8)});
     std::string text;
     for (unsigned page = 0; page < 4096; ++page) {

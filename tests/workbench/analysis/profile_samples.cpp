@@ -1,5 +1,5 @@
-// Two million samples of an invented machine, where it is known what ran where: the sums are exact, and
-// memory does not grow with the number of samples.
+// Two million samples of a simulated machine on which every address is known: the sums must be exact, and
+// memory must not grow with the number of samples.
 
 #include "tests/support/child.hpp"
 #include "tests/support/random_seed.hpp"
@@ -27,7 +27,7 @@ constexpr std::size_t samples = 2'000'000;
 constexpr std::uint64_t page = 4096;
 const std::string events[] = {"cycles:u", "cpu-clock", "cpu/event=0x11,name=my event/"};
 
-/// What a range of a process's addresses really holds.
+/// The true contents of an address range of a process.
 struct region {
     std::uint64_t begin;
     std::uint64_t end;
@@ -38,7 +38,7 @@ struct region {
 using truth =
     std::map<std::tuple<std::string, std::string, std::uint64_t>, sample_count>; // event, kernel, offset
 
-/// Writes what perf script would print of processes that map, fork, exec and end, and keeps the books.
+/// Writes perf script's output for processes that map, fork, exec and exit, and counts the expected samples.
 class machine {
 public:
     explicit machine(unsigned seed) : random_(seed)
@@ -51,7 +51,7 @@ public:
     [[nodiscard]] const kernel_set& set() const { return set_; }
     [[nodiscard]] const truth& expected() const { return expected_; }
 
-    /// Runs the whole story, and hands the text on in pieces.
+    /// Runs the scenario and passes the text on in pieces.
     void run(std::size_t count, const std::function<void(std::string_view)>& sink)
     {
         sink_ = &sink;
@@ -143,7 +143,7 @@ private:
         set_ = make_kernel_set(std::move(dumped));
     }
 
-    // Of memory that is somebody else's: as large as that of the kernels.
+    // Memory of another owner, as large as the kernels' mapping.
     [[nodiscard]] region code_cache(std::size_t mapping) const
     {
         region other = mappings_[mapping];
@@ -186,7 +186,7 @@ private:
         write("    0     0.000000: PERF_RECORD_FORK(" + number(pid) + ":" + number(pid) + "):(1:1)\n");
         write("    0     0.000000: PERF_RECORD_COMM: sh:" + number(pid) + "/" + number(pid) + "\n");
     }
-    // The kernel tells of anonymous memory as one with its neighbours.
+    // The kernel reports anonymous memory merged with its neighbours.
     void map(int pid, const region& what)
     {
         std::vector<region>& regions = processes_.at(pid);
@@ -238,7 +238,7 @@ private:
         record(pid, "EXIT(" + number(pid) + ":" + number(pid) + "):(4711:4711)");
     }
 
-    /// Samples of all processes.
+    /// Writes samples of all processes.
     void burst()
     {
         std::vector<int> pids;
@@ -358,7 +358,7 @@ TEST(ProfileSamples, TakeNoMemoryEach)
     const unsigned seed = support::random_seed();
     SCOPED_TRACE("WFTA_TEST_SEED=" + std::to_string(seed));
     const support::child_result child = support::run_in_child([&] {
-        // The same samples repeatedly after the first ones: only their number changes.
+        // Repeats the same samples: only their number changes.
         machine made(seed);
         std::string text;
         made.run(20'000, [&](std::string_view piece) { text += piece; });

@@ -1,5 +1,5 @@
-// A thousand random sets of kernels, each broken at a known place, end a forked child; what it wrote to
-// stderr, with and without its dumps, leads back to the place.
+// A thousand random sets of kernels, each broken at a known place, abort a forked child. Its stderr, with and
+// without its dumps, must lead back to this place.
 
 #include "check/check_kernels.hpp"
 #include "tests/support/a64.hpp"
@@ -27,14 +27,14 @@ using vorna::wfta::kernel_registry_map;
 using vorna::workbench::abort_log;
 using vorna::workbench::dumps_of_process;
 
-// Starting a child is some ten times as slow under the sanitizers.
+// Starting a child is about ten times slower with sanitizers.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 const std::size_t rounds = 150;
 #else
 const std::size_t rounds = support::test_size(200, 1000);
 #endif
 
-// What the test broke, and so what the explanation must say.
+// What the test broke, and what the explanation must therefore say.
 struct broken_place {
     std::string report;
     std::string kernel;
@@ -79,7 +79,7 @@ private:
         static constexpr const char* names[] = {"wfta_",        "wfta short ",    "tab\tin\t",
                                                 "  blank",      "line\nof ",      "line\n  of ",
                                                 "\xc3\xa9\xff", "a \t 0x10 0x20 "};
-        // Half of them like those of real generators.
+        // Half of them resemble those of real generators.
         const std::string name = number(0, 1) == 0 ? names[0] : one_of(names);
         std::string unique = name + std::to_string(names_.size());
         if (number(0, 9) == 0)
@@ -101,7 +101,7 @@ private:
         std::memcpy(kernel.text.data() + offset, &word, sizeof word);
     }
 
-    // Some offset of the kernel that no relocation has so far.
+    // An offset in the kernel without a relocation.
     std::int32_t free_offset(const kernel_data& kernel)
     {
         std::set<std::int32_t> taken;
@@ -131,7 +131,7 @@ private:
                 const bool data = type != R_AARCH64_CALL26 && number(0, 1) == 0;
                 const std::int32_t offset = free_offset(kernel);
                 put(kernel, offset, instruction(type));
-                // X of a call that is a multiple of 4, and not 0.
+                // X of a call: a multiple of 4, and not 0.
                 const int addend = type == R_AARCH64_CALL26 ? 0 : static_cast<int>(number(0, 8));
                 kernel.relocs.push_back(
                     {data ? ".rodata." + kernel.name : one_of(callees), offset, type, addend});
@@ -140,7 +140,7 @@ private:
         }
     }
 
-    // An address in another part of the address space than any mapping.
+    // An address far from all mappings.
     std::uint64_t far_address() { return 0x1000'0000'0000 + 64 * number(0, 1000); }
 
     void break_with(kernel_data& kernel, const std::string& report, tessjit::reloc_info reloc)
@@ -172,7 +172,7 @@ private:
         const int type = one_of(types_);
         const auto addend = static_cast<std::int32_t>(4 * number(0, 3));
         switch (number(0, 8)) {
-        case 0: { // a name that is taken
+        case 0: { // a duplicate name
             host_.broken.report = "duplicate-name";
             const std::vector<std::string> taken = names_in_front_of(kernel);
             if (taken.empty())
@@ -221,7 +221,7 @@ private:
             ++host_.broken.relocation;
             return;
         }
-        case 7: { // too far
+        case 7: { // out of range
             host_.registry["far away"] = {address(far_address()), 64, address(far_address() + 4096), 8};
             const int relative = types_[number(0, 2) == 2 ? 3 : number(0, 1)];
             put(kernel, offset, instruction(relative));
@@ -245,7 +245,7 @@ private:
     std::vector<std::string> names_;
 };
 
-// The length of the mapping that the set gets.
+// The size of the set's mapping.
 std::size_t mapping_length(const std::vector<kernel_data>& kernels)
 {
     std::size_t length = 0;
@@ -254,8 +254,8 @@ std::size_t mapping_length(const std::vector<kernel_data>& kernels)
     return length;
 }
 
-// Runs the host in a child that dumps all kernels into the directory, and returns its stderr. Children have
-// the same addresses, except for those in which something else lies there.
+// Runs the host in a child that dumps all kernels into the directory, and returns its stderr. Children use
+// the same addresses unless these are occupied.
 std::string end_in_child(const random_host& host, const std::filesystem::path& directory,
                          bool elsewhere = false)
 {
@@ -288,7 +288,7 @@ dumps_of_process read(const std::filesystem::path& directory)
     return dumps;
 }
 
-// Lines of others around and, unless a name has lines of its own, between the report's.
+// Adds other lines around the report and, unless a name contains newlines, between its lines.
 std::string with_noise(const std::string& report, bool between, std::mt19937& random)
 {
     static constexpr const char* noise[] = {
@@ -320,7 +320,7 @@ bool has_message(const broken_place& broken)
     return broken.report == "field-filled" || broken.report == "range";
 }
 
-/// What is known of an abort, in one.
+/// Everything known about an abort.
 struct explained_abort : vorna::workbench::abort_location, vorna::workbench::abort_diagnosis {};
 
 explained_abort explain(const std::string& err, const dumps_of_process& dumps)
@@ -430,7 +430,7 @@ support::child_result finalise_in_child(const std::vector<kernel_data>& kernels,
         options);
 }
 
-// Emits the relocation of the help in the place of the kernel's only one.
+// Replaces the kernel's only relocation by the one in the help.
 void follow(const std::string& advice, kernel_data& kernel)
 {
     static const std::regex braces(
@@ -485,8 +485,8 @@ TEST(RelocationInHelp, IsTakenByTheFinaliserAndRightByTheChecks)
             }
         }
     }
-    // The 14 types that the finaliser does not know, at four instructions with constants and at six with a
-    // kernel, and the others at each other's instructions.
+    // The 14 unsupported types, at four instructions with constants and at six with a kernel as the target,
+    // and the supported ones at each other's instructions.
     EXPECT_GE(corrected, 14U * (4 + 6));
 }
 

@@ -1,5 +1,5 @@
-// Random kernels, executed in VIXL's simulator: what `show` has beside a load is what the load reads, and
-// what `check` says of accesses and of the end of the code is what happens.
+// Executes random kernels in VIXL's simulator: the values that `show` prints beside a load must be those that
+// it reads, and the findings of `check` about accesses and the end of the code must match the execution.
 
 #include "tests/support/kernels.hpp"
 #include "tests/support/random_seed.hpp"
@@ -34,7 +34,7 @@ std::size_t kernels_in_a_run()
     return given != nullptr ? std::stoul(given) : 2000;
 }
 
-/// An access in a kernel without branches, through what is known to be an address of its constants.
+/// An access in a kernel without branches, through a known address of its constants.
 struct certain_access {
     std::size_t offset;
     std::int64_t first; ///< byte of the constants
@@ -213,7 +213,7 @@ private:
             kernel_.accesses.push_back({here(), *known_[base] + offset, bytes});
     }
 
-    // A memory operand of a load or store of so many bytes.
+    // A memory operand of a load or store of this size.
     MemOperand operand(unsigned bytes)
     {
         const unsigned base = favoured_ && !one_in(3) ? *favoured_ : pick(addresses);
@@ -319,7 +319,7 @@ private:
             known_[i].reset();
     }
 
-    // A loop that does something with the constants and moves on.
+    // A loop that walks through the constants.
     void walk(unsigned depth)
     {
         favoured_ = pick(addresses);
@@ -418,7 +418,7 @@ private:
     void literal()
     {
         if (one_in(4)) { // jumped over
-            place_literals_behind_a_branch();
+            place_literals_after_a_branch();
             return;
         }
         const unsigned to = pick(values);
@@ -451,7 +451,7 @@ private:
         code_.dc32(word);
     }
 
-    void place_literals_behind_a_branch()
+    void place_literals_after_a_branch()
     {
         a64::Label over;
         code_.b(&over);
@@ -491,7 +491,7 @@ private:
     std::array<std::optional<std::int64_t>, 32> known_;
 };
 
-/// What a row shows of its load.
+/// The values that a row shows for its load.
 struct shown_load {
     std::string place;
     std::vector<std::string> values;    ///< of all executions that are shown
@@ -539,7 +539,7 @@ shown_load parse(const listing_row& row)
     return load;
 }
 
-/// The values of a register, as text of its elements would read back.
+/// The values of a register, as parsed back from the text of its elements.
 bool reads_back(a64::Simulator& simulator, const std::string& name, const std::string* values)
 {
     const auto number = static_cast<unsigned>(std::stoul(name.substr(1)));
@@ -616,7 +616,7 @@ private:
     a64::Simulator simulator_;
 };
 
-/// The address that a load or store forms; nothing with an index register or a literal.
+/// The address of a load or store; nothing with an index register or a literal.
 std::optional<std::uint64_t> address_of(const a64::Simulator& simulator, const std::string& text)
 {
     const std::size_t open = text.find('[');
@@ -645,7 +645,7 @@ public:
     {
         data_ = machine.data() + 4 * (random() % 1024);
         std::vector<placed_kernel> kernels;
-        // The callee changes all that the procedure call standard lets it.
+        // The callee clobbers every register that the AAPCS64 allows.
         std::vector<std::uint32_t> callee;
         for (std::uint32_t r = 0; r < 19; ++r)
             callee.push_back(0xaa1d03e0 | r); // mov xR, x29
@@ -769,7 +769,7 @@ private:
         if (load.place.rfind(".rodata", 0) == 0 && address) {
             const std::string number = load.place.substr(7);
             const auto offset = number.empty() ? 0 : std::stoll(number, nullptr, 0);
-            // Where a walk begins is all that is said of one without values.
+            // Of a walk without values only the first address is shown.
             if (execution == 0 || (turns <= 1 && !load.goes_on && !load.has_none)) {
                 EXPECT_EQ(*address, data_ + static_cast<std::uint64_t>(offset))
                     << row_text(row) << ", execution " << execution << "\n"
@@ -792,7 +792,7 @@ private:
         }
     }
 
-    // In a kernel without branches all that is outside is found, and nothing else.
+    // In a kernel without branches exactly the accesses outside the constants are found.
     void look_at_certain_accesses()
     {
         std::set<std::size_t> reported;

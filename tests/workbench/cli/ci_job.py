@@ -64,7 +64,7 @@ class Checkout:
         os.chmod(self.file(name), 0o755)
 
     def bless(self):
-        """The baseline of what the host generates."""
+        """Returns the baseline of the kernels that the host generates."""
         dumps = self.file("blessed")
         os.mkdir(dumps)
         environment = {"PATH": os.environ["PATH"], "VORNA_WFTA_DUMP_KERNEL": ""}
@@ -113,7 +113,7 @@ class CiJob(unittest.TestCase):
         self.assert_artefact(checkout)
 
     def test_changed_kernels_fail_and_leave_the_report(self):
-        # A constant of one kernel is another, the last word of another kernel a NOP.
+        # Changes a constant of one kernel, and the last word of another to a NOP.
         checkout = Checkout(self, """"$HOST" "$@"
             change() { # FILE SECTION OFFSET BYTES
                 local begin=$(readelf -SW $1 | sed -nE "s/.* \\\\$2 +PROGBITS +\\S+ (\\S+) .*/\\1/p")

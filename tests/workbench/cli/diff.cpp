@@ -1,4 +1,4 @@
-// vorna-kernels diff on what two processes dumped. What it prints is in cases/diff*.t.
+// vorna-kernels diff on the dumps of two processes. Its output is tested in cases/diff*.t.
 
 #include "tests/support/a64.hpp"
 #include "tests/support/dumps.hpp"
@@ -17,7 +17,7 @@ constexpr std::uint32_t store_d7 = 0xfd000027;  // str d7, [x1]
 TEST(Diff, OfTwoRunsAtOtherAddressesIsAllSame)
 {
     const auto finalise = [](std::size_t pages_before) {
-        // What is mapped first takes the place that the kernels had in the other run.
+        // The first mapping takes the address that the kernels had in the other run.
         (void)mmap(nullptr, pages_before * 4096, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         vorna::wfta::kernel_registry_map registry;
         for (int set = 0; set < 3; ++set) {
@@ -56,9 +56,9 @@ TEST(Diff, OfTwoRunsAtOtherAddressesIsAllSame)
     const child_result diff = run({"diff", "before", "after"});
     EXPECT_EQ(diff.exit_status, 0) << diff;
     EXPECT_EQ(diff.out, "60 same\n");
-    // And with itself.
+    // With itself.
     EXPECT_EQ(run({"diff", "before", "before"}).out, "60 same\n");
-    // The baseline of one run is that of the other.
+    // Both runs have the same baseline.
     const auto baseline = [&](std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), {"env", "CI=", VORNA_KERNELS, "baseline"});
         return support::run_tool(std::move(arguments), directory.path()).exit_status;

@@ -1,4 +1,4 @@
-// vorna-kernels objdump stands in for perf's objdump, and gdb takes the image for all kernels at once.
+// vorna-kernels objdump replaces perf's objdump, and gdb accepts the image of all kernels.
 
 #include "tests/support/a64.hpp"
 #include "tests/support/dumps.hpp"
@@ -18,8 +18,7 @@ using namespace support;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 
-// A directory with a linked image of one kernel, and a program that prints the arguments it gets, a line
-// each.
+// A directory with a linked image of one kernel, and a program that prints its arguments, one per line.
 class Objdump : public testing::Test {
 protected:
     void SetUp() override
@@ -75,8 +74,8 @@ TEST_F(Objdump, SaysWhatKeepsItFromRunning)
     EXPECT_EQ(unreadable.err, "vorna-kernels: gone: No such file or directory\n");
 }
 
-// Links the dump of the kernel and returns what is then to be done, in the words of link. Dumps and images
-// say that they hold AArch64 code; this kernel is the machine's own.
+// Links the kernel's dump and returns the next step as link prints it. Dumps and images are marked as
+// AArch64; this kernel's code is for the host's own architecture.
 std::string link_countdown(const std::filesystem::path& directory)
 {
     const child_result link = run_tool({VORNA_KERNELS, "link", "countdown", "-o", "image"}, directory);
@@ -98,7 +97,7 @@ TEST(PerfAnnotate, ShowsPercentagesBesideTheInstructionsOfAKernel)
     const temp_directory directory;
     const busy_process busy(directory.path(), countdown_in_the_perf_map);
     const perf_map map(busy.pid());
-    // The cache of build IDs is in the home directory.
+    // The build-ID cache is in the home directory.
     const std::string here = "cd " + directory.path().string() + " && export HOME=$PWD && ";
     const command_result record =
         shell(here + "perf record -o perf.data -e cpu-clock -p " + std::to_string(busy.pid()) +

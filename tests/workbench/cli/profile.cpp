@@ -1,4 +1,4 @@
-// vorna-kernels profile: what it prints, what it says when it cannot, and what it makes of true recordings.
+// vorna-kernels profile: its output, its errors, and real recordings.
 
 #include "fft/SRC/wfta/kernel_printer.hpp"
 #include "tests/support/a64.hpp"
@@ -310,7 +310,7 @@ TEST_F(ProfileCommand, EndsPerfWhenItNeedsNoMoreOfIt)
                  "perf.data: data of perf record, not the text that perf script makes of it");
 }
 
-// The shares in the table of tests/data/perf-aarch64/README.md.
+// The percentages in the table of tests/data/perf-aarch64/README.md.
 TEST_F(ProfileCommand, AgreesWithPerfOnARecordingOfAnAarch64System)
 {
     struct line {
@@ -381,7 +381,7 @@ using count = void (*)(std::uint64_t);
 
 void no_kernel(std::uint64_t) {}
 
-/// Of the process's own time.
+/// The kernel's share of the process's time.
 void run_for(count kernel, std::chrono::milliseconds time)
 {
     const std::clock_t end = std::clock() + time.count() * CLOCKS_PER_SEC / 1000;
@@ -394,7 +394,7 @@ vorna::wfta::kernel_data native(const std::string& name, count* entry)
     return {reinterpret_cast<void**>(entry), name, countdown, {}, {}};
 }
 
-/// Finalises two kernels in two calls, and runs the first here and in a process that is forked in between.
+/// Finalises two kernels in two calls, and runs the first one here and in a process forked between the calls.
 void be_profiled()
 {
     count first = no_kernel;
@@ -412,7 +412,7 @@ void be_profiled()
     waitpid(child, nullptr, 0);
 }
 
-/// Finalises two kernels in two calls, with dumps. What a busy_process prepares: calls of both.
+/// Finalises two kernels in two calls, with dumps. A busy_process then calls both.
 std::function<void()> two_dumped_kernels()
 {
     setenv("VORNA_WFTA_DUMP_KERNEL", "", 1);
@@ -433,7 +433,7 @@ protected:
 
     [[nodiscard]] std::filesystem::path dumps() const { return directory.path() / "dumps"; }
 
-    /// perf record, its data in the directory of the dumps.
+    /// Runs perf record with its output in the directory of the dumps.
     void record(std::vector<std::string> arguments) const
     {
         arguments.insert(arguments.begin(), {"perf", "record", "--no-buildid-cache", "-e",
@@ -443,7 +443,7 @@ protected:
         EXPECT_EQ(recorded.exit_status, 0) << recorded;
     }
 
-    /// The samples of each kernel, and of all, as perf tells their addresses.
+    /// The samples of each kernel, and of all, by the addresses that perf reports.
     [[nodiscard]] std::map<std::string, std::uint64_t> samples(const std::string& event) const
     {
         const vorna::workbench::dump_reading reading = vorna::workbench::read_dumps({dumps().string()});

@@ -1,5 +1,5 @@
-// What LLVM's tables say of instructions, held against what they do in VIXL's simulator: a register that an
-// instruction changes is among its defs, and one that is not among its uses does not matter to it.
+// Compares the defs and uses from LLVM's tables with the effects of instructions in VIXL's simulator: every
+// register that changes must be a def, and a register that is not a use must not affect the result.
 
 #include "workbench/disasm/decoded_kernel.hpp"
 #include "tests/support/assembled_kernel.hpp"
@@ -35,7 +35,7 @@ using vorna::workbench::register_id;
 using vorna::workbench::register_set;
 using random_engine = std::mt19937_64;
 
-// Of each register, in this workbench's numbers; FFR is left out.
+// The value of each register, by register_id; without FFR.
 using machine_state = std::array<std::array<std::uint64_t, 2>, register_count>;
 
 constexpr std::size_t arena_size = 0x400000;
@@ -50,7 +50,7 @@ class machine {
 public:
     machine() : simulator_(&decoder_) { simulator_.SetCPUFeatures(vixl::CPUFeatures::All()); }
 
-    // One instruction, with memory around the registers' addresses that is the same each time.
+    // Executes one instruction. The memory around the registers' addresses is the same each time.
     machine_state run(std::uint32_t word, const machine_state& before, std::vector<std::uint8_t>& memory)
     {
         constexpr std::size_t around = 0x2000;
@@ -93,7 +93,7 @@ private:
     a64::Simulator simulator_;
 };
 
-// General registers hold addresses that can be loaded from, half of them numbers.
+// General registers hold valid addresses or small numbers.
 std::array<std::uint64_t, 2> random_value(random_engine& random, std::size_t r)
 {
     if (r < 32)
@@ -110,8 +110,8 @@ struct record {
     outcome found;
 };
 
-// Instructions that the simulator makes depend on chance, the one that it wants another after, and
-// conversions from fixed point in vector registers, where it leaves the rest of the register as it was.
+// Instructions whose result is random in the simulator, the one that it executes only before another, and
+// fixed-point conversions in vector registers, where it leaves the rest of the register unchanged.
 bool is_left_out(std::string_view name)
 {
     const bool converts = name.substr(0, 5) == "SCVTF" || name.substr(0, 5) == "UCVTF";
@@ -193,10 +193,10 @@ TEST(DecodedInstructions, ReadAndWriteWhatTheyDoInASimulator)
     ASSERT_NE(arena, MAP_FAILED);
     ASSERT_NE(shared, MAP_FAILED);
     auto* const records = static_cast<record*>(shared);
-    // As many of each value of the bits that tell the encoding's group.
+    // The same number for each value of the bits that determine the encoding group.
     for (std::size_t i = 0; i < count; ++i)
         records[i].word = static_cast<std::uint32_t>((random() & 0x801fffff) | (i % 1024) << 21);
-    // Those whose effects LLVM's tables do not tell in full, which are too rare among them.
+    // Instructions with incomplete tables in LLVM, which are too rare among random words.
     struct encoding {
         std::uint32_t opcode;
         std::uint32_t registers;
@@ -236,7 +236,7 @@ TEST(DecodedInstructions, ReadAndWriteWhatTheyDoInASimulator)
         EXPECT_EQ(opcodes.count(name), 1U) << name;
 }
 
-// Names of registers in the sets.
+// The names of the registers in a set.
 std::string names(const register_set& set)
 {
     std::string text;
@@ -261,7 +261,7 @@ std::string registers_of(const std::string& line)
     return names(uses_of(code, decoded)) + " -> " + names(defs_of(code, decoded));
 }
 
-// By the Arm Architecture Reference Manual.
+// According to the Arm Architecture Reference Manual.
 TEST(DecodedInstructions, HaveTheRegistersOfTheManual)
 {
     EXPECT_EQ(registers_of("add x1, x2, x3"), "x2 x3 -> x1");

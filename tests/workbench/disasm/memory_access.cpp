@@ -1,5 +1,5 @@
-// What loads, stores and atomics do with memory, held against what LLVM's printer says of every pattern of an
-// instruction's upper 22 bits, read by the Arm Architecture Reference Manual.
+// Compares the memory accesses of loads, stores and atomics with the text that LLVM prints, interpreted
+// according to the Arm Architecture Reference Manual, for every pattern of an instruction's upper 22 bits.
 
 #include "workbench/disasm/memory_access.hpp"
 #include "tests/support/assemble.hpp"
@@ -88,7 +88,7 @@ effect effect_of(const memory_access& a)
 
 void read_address(std::string_view text, memory_access& access)
 {
-    const std::size_t begin = text.rfind('['); // a lane's number is in brackets too
+    const std::size_t begin = text.rfind('['); // lane indices are in brackets too
     const std::size_t end = text.find(']', begin);
     const std::string_view inside = text.substr(begin + 1, end - begin - 1);
     std::string_view after = text.substr(end + 1);
@@ -131,7 +131,7 @@ bool read_structure(std::string_view mnemonic, std::string_view operands, memory
     return true;
 }
 
-// The registers' letter, unless the mnemonic ends with the size of what is in memory.
+// The access size follows from the register's letter, unless the mnemonic has a size suffix.
 bool read_size(std::string_view suffix, std::string_view first, memory_access& access)
 {
     access.fp_simd = std::string_view("bhsdq").find(first[0]) != std::string_view::npos && first != "sp";
@@ -162,7 +162,7 @@ std::vector<std::string_view> split(std::string_view operands)
     }
 }
 
-// What the text of an instruction says; nothing for one that is none of these.
+// The access according to an instruction's text; nothing for other instructions.
 std::optional<memory_access> read_text(std::string_view text)
 {
     const std::size_t blank = std::min(text.find(' '), text.size());
@@ -188,7 +188,7 @@ std::optional<memory_access> read_text(std::string_view text)
         return std::nullopt; // SVE, prefetches
     read_address(operands, access);
 
-    std::size_t first = 0; // of the operands that are loaded or stored
+    std::size_t first = 0; // operand that is loaded or stored
     const auto all_of = [&](std::initializer_list<std::string_view> names) {
         return std::any_of(names.begin(), names.end(),
                            [&](std::string_view name) { return take(rest, name); });
@@ -253,7 +253,7 @@ TEST(MemoryAccesses, AreThoseOfThePrintedTextForEveryPatternOfTheUpperBits)
 {
     disassembler disassembler;
     std::map<std::string, int> known;    // mnemonics whose accesses are decoded
-    std::map<std::string, int> left_out; // that touch memory otherwise
+    std::map<std::string, int> left_out; // mnemonics with other effects on memory
     std::set<std::string> failures;
     const auto check = [&](std::uint32_t word) {
         const decoded_kernel code = decode_word(word);
@@ -276,10 +276,10 @@ TEST(MemoryAccesses, AreThoseOfThePrintedTextForEveryPatternOfTheUpperBits)
             failures.insert(mnemonic).second)
             ADD_FAILURE() << text << " (" << std::hex << word << ", " << opcode_name(at.opcode) << ")";
     };
-    // The base is X5 and the first register X3 or V3; those of the second are among the upper bits.
+    // The base is X5 and the first register X3 or V3; the upper bits determine the second register.
     for (std::uint32_t upper = 0; upper < 1U << 22; ++upper)
         check(upper << 10 | 5U << 5 | 3);
-    // CASP wants even registers.
+    // CASP needs even registers.
     for (std::uint32_t upper = 0x082 << 11; upper < 0x4bf << 11; ++upper)
         check(upper << 10 | 31U << 5 | 4);
     for (const auto& [mnemonic, count] : left_out)

@@ -1,4 +1,4 @@
-// Reports of aborts are found among other lines.
+// Finds reports of aborts among other lines.
 
 #include "workbench/input/abort_log.hpp"
 #include "tests/support/abort_messages.hpp"
@@ -127,7 +127,7 @@ TEST(AbortReports, OfAnAssertionAreKnownInEveryCLibrarysWords)
             fmt::format("/usr/bin/a program: with: colons: /build/x/{}:1234: {}: Assertion `{}' failed.\r\n",
                         source, function, expression),
             fmt::format("{}:7: {}: Assertion `{}' failed.", source, function,
-                        expression), // no program's name
+                        expression), // without a program name
             fmt::format("planner: {}:49: {}: Zusicherung »{}« nicht erfüllt.\n", source, function,
                         expression),
             fmt::format("Assertion failed: {} ({}: {}: 49)\n", expression, source, function), // musl
@@ -219,7 +219,7 @@ TEST(AbortReports, AreReadBehindThePrefixesOfALogsLines)
                     ElementsAre("a b  c|0x7f0000|0x10|0x7f0020|0x4", "d|0x7f0000|0x10|0x7f0020|0x4"));
         EXPECT_TRUE(log.registries[0].complete);
     }
-    // Times that are written as short as they can be, and lines that are numbered.
+    // Timestamps in their shortest form, and numbered lines.
     for (const auto& prefixes : {std::array{"1.25Z ", "1.3Z ", "2Z ", "2.125Z "},
                                  std::array{"[9.8] ", "[10.25] ", "[10.5] ", "[11] "},
                                  std::array{"    98\t", "    99\t", "   100\t", "   101\t"}}) {
@@ -232,7 +232,7 @@ TEST(AbortReports, AreReadBehindThePrefixesOfALogsLines)
     }
     EXPECT_THAT(ids(read_abort_log("resolving R_AARCH64_CALL26 reloc but " + message)),
                 ElementsAre("field-filled"));
-    // Not a prefix, but what another thread had printed last.
+    // Not a prefix, but the end of another thread's output.
     const abort_log log = read_abort_log("12345" + message + lines[1]);
     EXPECT_THAT(listing(log), ElementsAre("a b  c|0x7f0000|0x10|0x7f0020|0x4"));
 }
@@ -277,13 +277,13 @@ TEST(AbortReports, OfSeveralProcessesHaveAListingEach)
     EXPECT_EQ(log.reports[1].line, 4U);
     EXPECT_EQ(log.registries[1].kernels.size(), 1U);
 
-    // The first process ends before its second thread has said all.
-    const abort_log cut =
+    // The first process ends before its second thread has printed everything.
+    const abort_log truncated =
         read_abort_log(message + message + line_of_a + end_of_listing + message + line_of_a + end_of_listing);
-    ASSERT_EQ(cut.reports.size(), 3U);
-    EXPECT_EQ(cut.reports[1].registry, 0U);
-    EXPECT_EQ(cut.reports[2].registry, 1U);
-    EXPECT_EQ(cut.registries.at(0).kernels.size(), 1U);
+    ASSERT_EQ(truncated.reports.size(), 3U);
+    EXPECT_EQ(truncated.reports[1].registry, 0U);
+    EXPECT_EQ(truncated.reports[2].registry, 1U);
+    EXPECT_EQ(truncated.registries.at(0).kernels.size(), 1U);
 }
 
 TEST(AbortReports, WithoutTheirMessageAreFoundToo)
@@ -332,7 +332,7 @@ TEST(AbortReports, AreAHundredAtMost)
 
 TEST(AbortReports, ThatFillTheMemoryAreCut)
 {
-    // 200 MiB of kernels, of which 128 MiB are kept, and names that never end.
+    // 200 MiB of kernels, only 128 MiB of them kept, and endless names.
     const std::string line = "  " + std::string(100000, 'k') + " \t 0x7f0000 0x10 0x7f0020 0x4\n";
     abort_log_reader reader;
     reader.read(message);

@@ -1,4 +1,4 @@
-// What the workbench makes of dumps, and of files that are none.
+// Reading dumps, and files that are not dumps.
 
 #include "workbench/input/dumps.hpp"
 #include "tests/support/child.hpp"
@@ -25,7 +25,7 @@ using vorna::workbench::read_dumps;
 
 using bytes = std::vector<std::uint8_t>;
 
-// A directory of dumps, one of each kernel, named like it.
+// A directory with a dump of each kernel, named after it.
 class dump_directory {
 public:
     explicit dump_directory(const std::vector<placed_kernel>& kernels)
@@ -244,7 +244,7 @@ TEST(HostileDump, OfAnyLengthIsRefusedInAFewWords)
     }
 }
 
-// What a dump's sections say, read from the file's own structures.
+// The contents of a dump's sections, read from the ELF structures.
 placed_kernel as_its_sections_say(const std::string& image)
 {
     const auto* const header = reinterpret_cast<const Elf64_Ehdr*>(image.data());
@@ -306,12 +306,12 @@ TEST(HostileDump, WithAnyByteChangedIsReadCorrectlyOrRefused)
             }
         }
     }
-    EXPECT_GT(read, dump.size()); // many bytes mean nothing to the reader
+    EXPECT_GT(read, dump.size()); // the reader ignores many bytes
 }
 
 TEST(HostileDump, WhoseSectionsShareTheirBytesIsRefused)
 {
-    // Every kernel's code is the whole file.
+    // Each kernel's code is the whole file.
     std::vector<placed_kernel> kernels;
     for (unsigned i = 0; i < 100; ++i)
         kernels.push_back(placed_bytes(std::to_string(i), i * 0x10000, 4, i * 0x10000 + 0x8000, 0));
@@ -330,7 +330,7 @@ TEST(HostileDump, WhoseRelocationsShareALongNameIsRefused)
               "names are too long for the file's size");
 }
 
-TEST(HostileDump, WithCodeBehindItsDataOrBeyondTheLastAddressIsRefused)
+TEST(HostileDump, WithCodeAfterItsDataOrPastTheLastAddressIsRefused)
 {
     const std::string what = "code and data are not placed as the finaliser places them";
     EXPECT_EQ(refusal(dump_of({placed_bytes("k", 0x1040, 4, 0x1000, 1)})), what);

@@ -1,4 +1,4 @@
-// What is read of the text of perf script. The lines are as perf 6.1 prints them.
+// Parsing perf script's output. The lines are in the format of perf 6.1.
 
 #include "workbench/input/perf_script.hpp"
 
@@ -68,7 +68,7 @@ const std::string some_mapping =
     "5 7.000001: PERF_RECORD_MMAP2 5/5: [0x10000(0x2000) @ 0x10000 00:00 0 0]: rwxp //anon\n";
 const std::string of_some_mapping = "map of 5: 0x10000 to 0x12000, anonymous, executable, writable";
 
-/// The records of a text with the mapping before it, without that of the mapping.
+/// The records of a text that follows a mapping, without the mapping's record.
 std::vector<std::string> records_of(const std::string& text)
 {
     const read_text result = read(some_mapping + text);
@@ -98,7 +98,7 @@ TEST(PerfScript, HasMappings)
     }
     EXPECT_EQ(mapping("MMAP2 5/5: [0x1000(0x1000) @ 0 08:02 131 0]: rw-p /lib/a]: b.so"),
               "map of 5: 0x1000 to 0x2000, writable");
-    // With a build id, and the older record, which knows of no permission but to execute.
+    // With a build ID; and the older record, whose only permission is execute.
     EXPECT_EQ(mapping("MMAP2 5/5: [0x1000(0x1000) @ 0 <0123456789abcdef>]: r-xp //anon"),
               "map of 5: 0x1000 to 0x2000, anonymous, executable");
     EXPECT_EQ(mapping("MMAP 5/5: [0x1000(0x1000) @ 0]: x //anon"),

@@ -1,4 +1,4 @@
-// The order, the mappings and the look-ups of a set of placed kernels.
+// Order, mappings and lookups of a set of placed kernels.
 
 #include "workbench/kernels/kernel_set.hpp"
 #include "tests/support/dumps.hpp"

@@ -1,5 +1,5 @@
-// The image of linked dumps holds what the process had in its memory and what GNU ld makes of the same dumps,
-// and tools take it as they take any other.
+// The image of linked dumps equals the process's memory and GNU ld's output for the same dumps, and tools
+// accept it like any other image.
 
 #include "workbench/kernels/linking.hpp"
 #include "tests/support/a64.hpp"
@@ -59,7 +59,7 @@ std::vector<Elf64_Shdr> section_headers(const std::string& image)
     return headers;
 }
 
-// The build ID of an image, as tools read it.
+// An image's build ID, as tools read it.
 std::string build_id_of(const std::string& image, const std::filesystem::path& directory)
 {
     const child_result notes = run_tool({binutil("readelf"), "-n", image}, directory);
@@ -69,8 +69,8 @@ std::string build_id_of(const std::string& image, const std::filesystem::path& d
     return id.str(1);
 }
 
-// In a child with dumps on, in a fresh current directory: a random set in one to four mappings, as
-// vorna-kernels, as GNU ld and as the finaliser links it.
+// Runs in a child that dumps into an empty current directory: a random set in one to four mappings, linked by
+// vorna-kernels, by GNU ld and by the finaliser.
 void compare_images(unsigned seed)
 {
     SCOPED_TRACE("set " + std::to_string(seed));
@@ -167,7 +167,7 @@ protected:
                 const address_range range(0x20000);
                 platform_spy spy;
                 vorna::wfta::kernel_registry_map registry;
-                // Two pages that touch.
+                // Two adjacent pages.
                 spy.place = range.begin() + 0x3000;
                 finalise_kernels(registry, first);
                 spy.place = range.begin() + 0x4000;
@@ -366,7 +366,7 @@ TEST(Link, SaysWhatTheFinaliserWouldEndTheProcessFor)
 
 TEST(Link, SaysWhereACallLeadsWhoseTopBitWasSet)
 {
-    // ORed with the distance of a callee ahead, the bit makes the distance 128 MiB less.
+    // ORed to a positive distance, the bit subtracts 128 MiB from it.
     const temp_directory directory;
     write_dumps(directory.path(), {placed("below", 0x10000, {a64::nop(), a64::ret()})});
     write_dumps(directory.path(), {placed("k", 0x8010000, {0x96000000, 0x96000000, 0x96000000, a64::ret()},
@@ -432,12 +432,12 @@ TEST(LinkedImage, HasASegmentForEachMappingWithBytes)
     EXPECT_THAT(segments({{0x10000, 0}}), ElementsAre());
     EXPECT_THAT(segments({{0x10000, 0x1000}, {0x11000, 4}}), ElementsAre(0x10000, 0x1000, 0x11000, 4));
     EXPECT_THAT(segments({{0x10000, 0x1004}, {0x13000, 4}}), ElementsAre(0x10000, 0x1004, 0x13000, 4));
-    // With so many that their headers take more than a page.
+    // So many that their headers take more than a page.
     std::vector<std::pair<std::uint64_t, std::size_t>> many;
     for (std::uint64_t i = 0; i < 100; ++i)
         many.emplace_back(0x10000 + 0x2000 * i, 4);
     EXPECT_EQ(segments(many).size(), 2 * many.size());
-    // Not of the finaliser, whose mappings begin on pages of their own.
+    // Never occurs with the finaliser, whose mappings do not share pages.
     EXPECT_THAT(segments({{0x10000, 4}, {0x10010, 4}}), ElementsAre(0x10000, 0x14));
 }
 
@@ -451,7 +451,7 @@ TEST(LinkedImage, OfKernelsFarApartIsRefused)
         const kernel_set set = make_kernel_set({kernel});
         EXPECT_THROW(make_image(set, link_set(set)), std::runtime_error) << data;
     }
-    std::vector<placed_kernel> large(2, kernel); // each of less than 1 GiB, but not both
+    std::vector<placed_kernel> large(2, kernel); // each smaller than 1 GiB, but not both together
     for (const std::uint64_t i : {0U, 1U}) {
         large[i].text_address = i << 40;
         large[i].data_address = large[i].text_address + 0x30000000;
@@ -521,7 +521,7 @@ TEST(Link, LeavesOtherFilesAlone)
 
 TEST(LinkedImage, HasMoreSectionsThanOneHeaderFieldCounts)
 {
-    constexpr std::size_t count = 40'000; // with a section of code and one of constants each
+    constexpr std::size_t count = 40'000; // each with a section of code and one of constants
     std::vector<placed_kernel> kernels(count);
     for (std::size_t i = 0; i < count; ++i) {
         kernels[i].name = "k" + std::to_string(i);

@@ -23,7 +23,7 @@ TEST(Json, KeepsMembersInTheOrderInWhichTheyAreAdded)
     EXPECT_EQ(object.at("b").number(), 3);
 }
 
-TEST(Json, TakesPairsThatBeginWithANameForAnObjectAndAllElseForAnArray)
+TEST(Json, MakesAnObjectOfNamedPairsAndAnArrayOtherwise)
 {
     EXPECT_EQ(json({{"a", 1}}).dump(), R"({"a":1})");
     EXPECT_EQ(json({{1, 2}, {3, 4}}).dump(), "[[1,2],[3,4]]");

@@ -1,11 +1,11 @@
-// What a kernel's listing shows.
+// The contents of a kernel's listing.
 
-#include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/render/listing.hpp"
 #include "tests/support/a64.hpp"
 #include "tests/support/dumps.hpp"
 #include "tests/support/random_seed.hpp"
 #include "tests/support/tool.hpp"
+#include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/image/elf_image.hpp"
 #include "workbench/kernels/linking.hpp"
 
@@ -39,7 +39,7 @@ std::vector<std::string> texts(const kernel_listing& listing)
     return texts;
 }
 
-// The bytes of numbers as they lie in memory.
+// The bytes of numbers in memory order.
 template <typename T>
 std::vector<std::uint8_t> bytes_of(const std::vector<T>& numbers)
 {
@@ -48,7 +48,7 @@ std::vector<std::uint8_t> bytes_of(const std::vector<T>& numbers)
     return bytes;
 }
 
-// The comment of the first line of a kernel behind an ADR of its constants to x3.
+// The comment of the first line after an ADR that forms the address of the constants in x3.
 template <typename T>
 std::string comment_of(const std::vector<std::string>& lines, const std::vector<T>& constants)
 {
@@ -289,7 +289,7 @@ TEST(Listing, PrintsVectorsInTheOrderOfTheirLanes)
               ".rodata  {1, 2, 3, 4, 5, 6, 7, 8}");
 }
 
-TEST(Listing, TakesAVectorForWhatTheNextInstructionTakesItFor)
+TEST(Listing, TypesAVectorByTheNextInstructionThatUsesIt)
 {
     const std::vector<float> floats = {1, 2, 3, 4};
     const std::string as_floats = ".rodata  {1.0, 2.0, 3.0, 4.0}";
@@ -310,9 +310,9 @@ TEST(Listing, TakesAVectorForWhatTheNextInstructionTakesItFor)
               as_floats);
     EXPECT_EQ(comment_of({"ldr q1, [x3]", "mov v17.16b, v2.16b", "fadd v0.4s, v1.4s, v1.4s"}, floats),
               as_floats);
-    // As it is read, not as it is written.
+    // The type of the use, not of the def.
     EXPECT_EQ(comment_of({"ldr d7, [x3]", "fcvtl v7.2d, v7.2s"}, floats), ".rodata  {1.0, 2.0}");
-    // Not of the same register or of a name like it, behind another value in it, or behind a branch or a
+    // Not a use: another register with a similar name, a use after a redefinition, after a branch or after a
     // label.
     EXPECT_EQ(comment_of({"ldr q7, [x3]", "fadd v0.4s, v17.4s, v17.4s"}, floats), as_doubles);
     EXPECT_EQ(comment_of({"ldr q7, [x3]", "fadd v0.4s, v7.4s, v7.4s", "cbz x0, #-4"}, floats), as_doubles);
@@ -373,7 +373,7 @@ TEST(Listing, ShowsTheFirstValuesOfATableThatIsWalkedThrough)
     EXPECT_EQ(counted("4", "ldr w6, [x3], #8"), ".rodata+0x4  10, 30, 50, then outside the constants");
     EXPECT_EQ(counted("1", "ld1 {v0.2s}, [x3], #8"), ".rodata+0x4  {1.4e-44, 2.8e-44}");
     EXPECT_EQ(counted("3", "ldr w6, [x3, #4]!"), ".rodata+0x8  20, 30, 40");
-    // How often is not known.
+    // Unknown number of iterations.
     EXPECT_EQ(comments({"ldr w6, [x3], #8", "cbnz x6, #-4"}, table), ".rodata+0x4  10, ...");
     EXPECT_EQ(comments({"ldp w6, w7, [x3], #8", "cbnz x6, #-4"}, table), ".rodata+0x4  10, 20, ...");
     EXPECT_EQ(comments({"ldr w6, [x3, #4]!", "cbnz x6, #-4"}, table), ".rodata+0x8  20, ...");
@@ -381,15 +381,15 @@ TEST(Listing, ShowsTheFirstValuesOfATableThatIsWalkedThrough)
               ".rodata+0x4  10, ...");
     EXPECT_EQ(comments({"ld1 {v0.16b}, [x3], #16", "cbnz x6, #-4"}, table),
               ".rodata+0x4  {10, 0, 0, 0, 20, 0, 0, 0, 30, 0, 0, 0, 40, 0, 0, 0}, ...");
-    // Entered by two ways: a loop around it, a branch back.
+    // Entered in two ways: from an outer loop, by a branch back.
     EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #-4", "add x3, x3, #4", "cbnz x5, #-12"}, table), "");
     EXPECT_EQ(
         comments({"b #8", "add x3, x3, #8", "ldr w6, [x3], #4", "cbnz x6, #-4", "cbnz x5, #-12"}, table), "");
-    // One loop after the other, and one that moves the base before it.
+    // One loop after another, and one whose base is moved before it.
     EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #-4", "ldr w7, [x3], #4", "cbnz x7, #-4"}, table),
               ".rodata+0x4  10, ...");
     EXPECT_EQ(comments({"add x3, x3, #4", "cbnz x6, #-4", "ldr w7, [x3], #4", "cbnz x7, #-4"}, table), "");
-    // The same each time.
+    // The same address each time.
     EXPECT_EQ(comments({"ldr w6, [x3]", "cbnz x6, #-4"}, table), ".rodata+0x4  10");
     EXPECT_EQ(comments({"ldr w6, [x3], #4", "cbnz x6, #4"}, table), ".rodata+0x4  10");
     EXPECT_EQ(comments({"cbz x0, #8", "add x3, x3, #8", "ldr w6, [x3], #4", "cbnz x6, #-4"}, table), "");
@@ -460,7 +460,7 @@ TEST(Listing, ShowsLiteralsInTheCodeAsData)
         assemble({"ldr s1, #24", "ldr d2, #28", "ldrsw x4, #20", "adr x3, #24", "ldr s3, [x3, #4]", "ret"});
     for (const std::uint32_t word : {0x3d2aaaabU, 0xfffffffeU, 0x3ff80000U, 0x40000000U, 0x3f800000U})
         words.push_back(word);
-    words[1] = 0x5c0000c2; // ldr d2, .+24: the word behind the first and the next
+    words[1] = 0x5c0000c2; // ldr d2, .+24: the word after the first, and the next
     const kernel_set set = make_kernel_set({placed("k", 0x10000, words)});
     const kernel_listing listing = list(set, "k");
     EXPECT_THAT(texts(listing),
@@ -472,11 +472,11 @@ TEST(Listing, ShowsLiteralsInTheCodeAsData)
     EXPECT_EQ(listing.instructions, 6U);
     EXPECT_FALSE(listing.rows[5].is_data);
     EXPECT_TRUE(listing.rows[6].is_data);
-    // What is executed as well is shown as an instruction.
+    // Data that is also executed is shown as an instruction.
     EXPECT_THAT(
         texts(list(make_kernel_set({placed("k", 0x10000, assemble({"ldr w0, #4", "nop", "ret"}))}), "k")),
         ElementsAre("ldr w0, .L4", ".L4: nop", "ret"));
-    // A branch to a register may lead to what an ADR gives the address of.
+    // An indirect branch may lead to an address that an ADR forms.
     EXPECT_THAT(
         texts(list(make_kernel_set({placed("k", 0x10000, assemble({"adr x0, #8", "br x0", "nop", "ret"}))}),
                    "k")),
@@ -513,7 +513,7 @@ TEST(Listing, TakesTimeInProportionToTheRows)
     EXPECT_EQ(comment({"ldp q0, q1, [x3]", "str q0, [x1]"}),
               ".rodata, outside the constants, which have 16 bytes");
     EXPECT_EQ(comment({"ldr x6, [x3], #8", "cbnz x6, #-4"}), ".rodata  4607182418800017408, ...");
-    // Searched to the end for each load, these rows would take minutes.
+    // If every load searched to the end, this would take minutes.
     EXPECT_LT((std::clock() - begin) / CLOCKS_PER_SEC, 30);
 }
 
@@ -530,7 +530,7 @@ TEST(Listing, OfMoreThanItsLargestSizeIsRefused)
     }
 }
 
-// What the generator or a hostile file may hold: words at random, offsets and addends anywhere.
+// What a generator or a hostile file may contain: random words, any offsets and addends.
 TEST(Listing, TakesAnySet)
 {
     const unsigned seed = random_seed();
