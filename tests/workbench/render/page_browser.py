@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What the report's page is in a real browser: report_browser.py VORNA_KERNELS MAKE_DUMPS PERF_SAMPLE
+"""What the report's page is in a real browser: page_browser.py VORNA_KERNELS RANDOM_DUMPS PERF_SAMPLE
 
 Exit status 77, and why, where Chromium, its driver or python3-selenium is missing.
 """
@@ -30,7 +30,7 @@ for program, package in ((CHROMIUM, "chromium"), (CHROMEDRIVER, "chromium-driver
         print(f"skipped: no {package} on this machine")
         sys.exit(77)
 
-VORNA_KERNELS, MAKE_DUMPS, PERF_SAMPLE = sys.argv[1:4]
+VORNA_KERNELS, RANDOM_DUMPS, PERF_SAMPLE = sys.argv[1:4]
 PATIENCE = 600  # seconds, for a busy machine: tests wait for what they want, not for a time
 
 HOSTILE_NAMES = [
@@ -101,7 +101,7 @@ def make_driver(directory):
 
 def make_dumps(directory, count, names=()):
     os.makedirs(directory)
-    subprocess.run([MAKE_DUMPS, directory, str(count), *names], check=True)
+    subprocess.run([RANDOM_DUMPS, directory, str(count), *names], check=True)
     return directory
 
 

@@ -5,7 +5,7 @@ const mostNamed = 12; // of a list of kernels
 function namesOf(indices) {
     const list = indices.slice(0, mostNamed).flatMap((index, at) => [at ? ', ' : '', kernelLink(kernels[index])]);
     if (indices.length > mostNamed)
-        list.push(` and ${grouped(indices.length - mostNamed)} more`);
+        list.push(` and ${withSeparators(indices.length - mostNamed)} more`);
     return list;
 }
 
@@ -21,14 +21,14 @@ function setCard() {
     const total = (key) => sum(members.map((kernel) => kernel[key]));
     const unknown = model.mappings.flatMap(({unknown: gaps}) => gaps);
     const lines = [
-        [grouped(model.mappings.length), model.mappings.length === 1 ? 'mapping' : 'mappings'],
-        [grouped(total('code')), `bytes of code, ${counted(total('instructions'), 'instruction')}`],
-        [grouped(total('data')), 'bytes of constants'],
-        [grouped(sum(model.mappings.map(({padding}) => padding))), 'bytes of padding'],
+        [withSeparators(model.mappings.length), model.mappings.length === 1 ? 'mapping' : 'mappings'],
+        [withSeparators(total('code')), `bytes of code, ${pluralize(total('instructions'), 'instruction')}`],
+        [withSeparators(total('data')), 'bytes of constants'],
+        [withSeparators(sum(model.mappings.map(({padding}) => padding))), 'bytes of padding'],
     ];
     if (unknown.length)
-        lines.push([grouped(sum(unknown.map(([, size]) => size))), 'bytes unknown: of kernels without a dump']);
-    return card('Set', strong(counted(members.length, 'kernel')), lines);
+        lines.push([withSeparators(sum(unknown.map(([, size]) => size))), 'bytes unknown: of kernels without a dump']);
+    return card('Set', strong(pluralize(members.length, 'kernel')), lines);
 }
 
 function findingItem(finding) {
@@ -46,14 +46,14 @@ function findingItem(finding) {
 function findingsCard() {
     const {findings} = model;
     const of = (severity) => findings.filter((finding) => finding.severity === severity).length;
-    return card('Findings of check', strong(findings.length ? counted(findings.length, 'finding') : 'none', of('error')),
-        severities.filter(of).map((severity) => [grouped(of(severity)),
+    return card('Findings of check', strong(findings.length ? pluralize(findings.length, 'finding') : 'none', of('error')),
+        severities.filter(of).map((severity) => [withSeparators(of(severity)),
             make('span', {class: severity}, `${signs[severity]} ${severity}${of(severity) === 1 ? '' : 's'}`)]));
 }
 
 function profileCard({event, samples, period, exact, ...parts}) {
-    const title = exact ? `Profile, ${counted(period, 'execution')} of ${counted(samples, 'instruction')}`
-        : `Profile, ${counted(samples, 'sample')} of ${event}`;
+    const title = exact ? `Profile, ${pluralize(period, 'execution')} of ${pluralize(samples, 'instruction')}`
+        : `Profile, ${pluralize(samples, 'sample')} of ${event}`;
     const meanings = {in_kernels: 'in kernels', unknown: 'in their mappings, without a dump', elsewhere: 'elsewhere'};
     const bar = make('div', {class: 'join', 'aria-hidden': true});
     for (const key of Object.keys(meanings)) {
@@ -71,9 +71,9 @@ function changeCard() {
     const lines = [...classes.keys()].map((name) =>
         [name, kernels.filter((kernel) => kernel.class === name).map(({index}) => index)]);
     return card(`Against ${model.against}`,
-        strong(changed ? `${grouped(changed)} kernel${changed === 1 ? ' differs' : 's differ'}` : 'no difference'),
+        strong(changed ? `${withSeparators(changed)} kernel${changed === 1 ? ' differs' : 's differ'}` : 'no difference'),
         lines.filter(([, members]) => members.length).map(([name, members]) =>
-            [grouped(members.length), chip(name), ...name === same ? [] : [' ', ...namesOf(members)]]));
+            [withSeparators(members.length), chip(name), ...name === same ? [] : [' ', ...namesOf(members)]]));
 }
 
 function drawCards() {
@@ -89,7 +89,7 @@ function drawCards() {
     if (model.findings.length) {
         const list = make('ul', {class: 'findings'}, ...model.findings.slice(0, most).map(findingItem));
         if (model.findings.length > most)
-            list.append(make('li', {}, `and ${grouped(model.findings.length - most)} more, at their kernels`));
+            list.append(make('li', {}, `and ${withSeparators(model.findings.length - most)} more, at their kernels`));
         cards.append(make('details', {class: 'card', open: model.findings.some(({severity}) => severity === 'error') && ''},
             make('summary', {tabindex: -1}, 'All findings'), list));
     }

@@ -58,7 +58,7 @@ function applyFilter() {
         (word) => condition(word, (complaint) => complaints.push(complaint)));
     view.fits = kernels.map((kernel) => conditions.every((holds) => holds(kernel)));
     byId(':shown').textContent = conditions.length
-        ? `${grouped(view.fits.filter(Boolean).length)} of ${grouped(kernels.length)}` : '';
+        ? `${withSeparators(view.fits.filter(Boolean).length)} of ${withSeparators(kernels.length)}` : '';
     byId(':complaint').textContent = complaints.join(' ');
     redraw();
 }

@@ -205,11 +205,11 @@ function drawGraph() {
     const members = everything ? new Set(wanted) : around(centre);
     byId(':graph-of').textContent = !calling.length ? 'No kernel calls another.'
         : !wanted.length ? 'No kernel that the filter leaves calls another or is called.'
-            : everything && !filtered ? `${grouped(calling.length)} of ${counted(kernels.length, 'kernel')} call another or are called; ` +
+            : everything && !filtered ? `${withSeparators(calling.length)} of ${pluralize(kernels.length, 'kernel')} call another or are called; ` +
                 'callers stand above callees.'
                 : everything ? 'What the filter leaves, with its callers, above, and its callees, below.'
                     : `${kernels[centre].name} with its nearest callers, above, and callees, below: ` +
-                        `${grouped(members.size)} of ${counted(wanted.length, 'kernel')}. Go to another kernel to see it here.`;
+                        `${withSeparators(members.size)} of ${pluralize(wanted.length, 'kernel')}. Go to another kernel to see it here.`;
     byId(':graph-whole').hidden = everything || wanted.length > graphLimits.drawn;
     const canvas = svg('svg', {role: 'group', 'aria-label': 'Graph of calls, callers above callees'});
     place.replaceChildren(canvas);

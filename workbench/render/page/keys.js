@@ -74,7 +74,7 @@ function hotSpotsOf(kernel) {
         .map((row) => `${kernel.id}+0x${hexadecimal(offsetOf(rows, row))}`);
 }
 
-const journeys = [
+const destinations = [
     {key: 'c', name: 'change', title: 'Change', places: changesOf, there: kernels.some(({changed}) => changed)},
     {key: 'f', name: 'finding', title: 'Finding', places: findingsOf, there: kernels.some(({found}) => found.length)},
     {key: 'h', name: 'hot spot', title: 'Hot spot', places: hotSpotsOf, there: kernels.some(({time}) => time >= 1)},
@@ -106,11 +106,11 @@ function go({places}, step) {
 
 function startKeys() {
     const [filter, help, buttons] = [byId(':filter'), byId(':help'), byId(':places')];
-    for (const journey of journeys)
-        for (const [step, sign, word, key] of [[-1, '↑', 'Previous', journey.key.toUpperCase()], [1, '↓', 'Next', journey.key]]) {
-            const button = make('button', {type: 'button', tabindex: -1, title: `${word} ${journey.name}: ${key}`,
-                'aria-label': `${word} ${journey.name}`}, `${step < 0 ? `${journey.title} ` : ''}${sign}`);
-            button.addEventListener('click', () => go(journey, step));
+    for (const destination of destinations)
+        for (const [step, sign, word, key] of [[-1, '↑', 'Previous', destination.key.toUpperCase()], [1, '↓', 'Next', destination.key]]) {
+            const button = make('button', {type: 'button', tabindex: -1, title: `${word} ${destination.name}: ${key}`,
+                'aria-label': `${word} ${destination.name}`}, `${step < 0 ? `${destination.title} ` : ''}${sign}`);
+            button.addEventListener('click', () => go(destination, step));
             buttons.append(button);
         }
     group(buttons, 'button');
@@ -121,7 +121,7 @@ function startKeys() {
     const entry = ([keys, meaning]) => [
         make('dt', {}, ...keys.flatMap((key, at) => [at ? ' ' : '', make('kbd', {}, key)])), make('dd', {}, meaning)];
     byId(':keys').append(...[
-        ...journeys.map(({key, name}) => [[key, key.toUpperCase()], `next, previous ${name}`]),
+        ...destinations.map(({key, name}) => [[key, key.toUpperCase()], `next, previous ${name}`]),
         [['/'], 'the filter; Escape empties it'],
         [['←', '↑', '↓', '→'], 'from item to item within the group that Tab leads to; Home and End to its ends'],
         [['+', '−'], 'zoom, among the blocks of the placement'],
@@ -142,9 +142,9 @@ function startKeys() {
             setFilter('');
         if (event.ctrlKey || event.altKey || event.metaKey || help.open || event.target.matches('input[type=search]'))
             return;
-        const journey = journeys.find(({key}) => key === event.key.toLowerCase());
-        if (journey) {
-            go(journey, event.key === journey.key ? 1 : -1);
+        const destination = destinations.find(({key}) => key === event.key.toLowerCase());
+        if (destination) {
+            go(destination, event.key === destination.key ? 1 : -1);
         } else if (event.key === '/') {
             event.preventDefault();
             filter.focus();

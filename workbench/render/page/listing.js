@@ -168,7 +168,7 @@ function drawRows(kernel, listing, article, unfolded) {
     for (const [at, end] of lines) {
         if (end) {
             table.append(make('button', {type: 'button', class: 'fold', 'data-fold': at, tabindex: -1},
-                `⋯ ${counted(end - at, 'equal row')}`));
+                `⋯ ${pluralize(end - at, 'equal row')}`));
             continue;
         }
         const {before: old, after, same: equal, values} = pairs[at];
@@ -265,7 +265,7 @@ function constantsTable(listing, unfolded) {
         const [, end] = folds.find(([begin]) => begin === row) ?? [];
         if (end) {
             body.append(make('tr', {}, make('td', {colspan: 9}, make('button',
-                {type: 'button', class: 'fold', 'data-fold': row, tabindex: -1}, `⋯ ${counted(end - row, 'equal row')}`))));
+                {type: 'button', class: 'fold', 'data-fold': row, tabindex: -1}, `⋯ ${pluralize(end - row, 'equal row')}`))));
             row = end - 1;
             continue;
         }
@@ -294,13 +294,13 @@ function constantsOf(kernel, listing) {
         return [];
     const place = make('div', {class: 'constants', tabindex: -1});
     const details = make('details', {id: `${kernel.id}:constants`},
-        make('summary', {tabindex: -1}, `Constants, ${counted(kernel.data, 'byte')}${differ ? ', which differ' : ''}`), place);
+        make('summary', {tabindex: -1}, `Constants, ${pluralize(kernel.data, 'byte')}${differ ? ', which differ' : ''}`), place);
     details.addEventListener('toggle', () => {
         if (!details.open || place.firstChild)
             return;
         place.append(constantsTable(listing, new Set()));
         if (kernel.data > kept)
-            place.append(make('p', {class: 'facts'}, `The first ${grouped(kept)} bytes.`));
+            place.append(make('p', {class: 'facts'}, `The first ${withSeparators(kept)} bytes.`));
         refreshArticles();
     });
     details.open = Boolean(differ);
@@ -310,11 +310,11 @@ function constantsOf(kernel, listing) {
 // ---- Articles
 
 function factsOf(kernel) {
-    const facts = [`${kernel.address} · ${counted(kernel.code, 'byte')} of code, ${counted(kernel.instructions, 'instruction')}`];
+    const facts = [`${kernel.address} · ${pluralize(kernel.code, 'byte')} of code, ${pluralize(kernel.instructions, 'instruction')}`];
     if (kernel.data)
-        facts.push(` · ${counted(kernel.data, 'byte')} of constants at ${kernel.data_address}`);
+        facts.push(` · ${pluralize(kernel.data, 'byte')} of constants at ${kernel.data_address}`);
     if (kernel.samples)
-        facts.push(` · ${model.profile.exact ? counted(kernel.period, 'execution') : counted(kernel.samples, 'sample')}`);
+        facts.push(` · ${model.profile.exact ? pluralize(kernel.period, 'execution') : pluralize(kernel.samples, 'sample')}`);
     if (kernel.callees.length)
         facts.push(' · calls ', ...namesOf(kernel.callees));
     if (kernel.callersOf.length)
@@ -341,7 +341,7 @@ function drawArticle(kernel, article) {
 
 let refreshArticles = () => {};
 
-function drawn(index) {
+function ensureDrawn(index) {
     const {article} = articles.get(index);
     if (article.classList.contains('waiting'))
         drawArticle(kernels[index], article);
@@ -354,7 +354,7 @@ function drawAround(index) {
     const at = shown.indexOf(index);
     for (const step of [-1, 1])
         for (let i = at, height = 0; shown[i] !== undefined && height < innerHeight + nearby; i += step)
-            height += drawn(shown[i]).offsetHeight;
+            height += ensureDrawn(shown[i]).offsetHeight;
     return articles.get(index).article;
 }
 
@@ -364,7 +364,7 @@ function startListings() {
         for (const {isIntersecting, target} of entries)
             if (isIntersecting) {
                 near.unobserve(target);
-                drawn(indexOfId.get(target.id));
+                ensureDrawn(indexOfId.get(target.id));
             }
     }, {rootMargin: `${nearby}px`});
     for (const kernel of kernels) {
@@ -377,6 +377,6 @@ function startListings() {
     redraws.push(() => place.replaceChildren(...shownKernels().map((index) => articles.get(index).article)));
     addEventListener('beforeprint', () => {
         if (shownKernels().length <= rowsAtOnce)
-            shownKernels().forEach(drawn);
+            shownKernels().forEach(ensureDrawn);
     });
 }

@@ -7,8 +7,8 @@ function legendOf(kind) {
     const scale = (name) => make('span', {class: 'scale', 'aria-hidden': true},
         ...[...Array(8).keys()].map((step) => make('i', {class: `${name}-${step}`})));
     if (kind === 'size')
-        return [make('span', {}, `${grouped(Math.round(2 ** smallest))} bytes `, scale('size'),
-            ` ${grouped(Math.round(2 ** largest))} bytes of code and constants`)];
+        return [make('span', {}, `${withSeparators(Math.round(2 ** smallest))} bytes `, scale('size'),
+            ` ${withSeparators(Math.round(2 ** largest))} bytes of code and constants`)];
     if (kind === 'heat') {
         const most = kernels.find(({period}) => period === hottest);
         return [make('span', {}, '0 ', scale('heat'), ` ${most?.time_text ?? 0} ${ofAll}, a step is half`)];
@@ -35,7 +35,7 @@ function drawMap() {
         if (!size)
             return;
         const title = [
-            `${kernel.name}: ${isData ? 'constants' : 'code'} at ${isData ? kernel.data_address : kernel.address}, ${counted(size, 'byte')}`,
+            `${kernel.name}: ${isData ? 'constants' : 'code'} at ${isData ? kernel.data_address : kernel.address}, ${pluralize(size, 'byte')}`,
             ...model.profile && !isData ? [`${kernel.time_text} ${ofAll}`] : [],
             ...model.classes ? [kernel.class] : [],
         ].join(', ');
@@ -56,10 +56,10 @@ function drawMap() {
         const addUnknown = (strip, whole) => {
             for (const [at, length] of unknown.filter(([begin]) => begin < whole))
                 place(strip, make('span', {
-                    class: 'unknown', title: `${counted(length, 'byte')} unknown: no dump tells what is there`,
+                    class: 'unknown', title: `${pluralize(length, 'byte')} unknown: no dump tells what is there`,
                 }), at, Math.min(length, whole - at), whole);
         };
-        strips.append(make('h3', {}, `${address}, ${counted(size, 'byte')}, ${counted(members[index].length, 'kernel')}`));
+        strips.append(make('h3', {}, `${address}, ${pluralize(size, 'byte')}, ${pluralize(members[index].length, 'kernel')}`));
         if (enlarged) {
             const zoomed = make('div', {class: 'strip enlarged'});
             zoomed.share = 1;
@@ -69,7 +69,7 @@ function drawMap() {
             addUnknown(zoomed, dataAt);
             const link = svg('svg', {class: 'beam', viewBox: '0 0 100 10', preserveAspectRatio: 'none', 'aria-hidden': true},
                 svg('path', {d: `M0 0H100L${100 * share * dataAt / size} 10H0z`}));
-            strips.append(make('p', {class: 'note-of-strip'}, `code, enlarged ${grouped(Math.round(size / dataAt / share))} times; the whole to scale below`),
+            strips.append(make('p', {class: 'note-of-strip'}, `code, enlarged ${withSeparators(Math.round(size / dataAt / share))} times; the whole to scale below`),
                 zoomed, link);
         }
         for (const isData of [false, true])

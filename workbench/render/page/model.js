@@ -17,8 +17,8 @@ function listingOf(index) {
     return listing;
 }
 
-const grouped = (count) => count.toLocaleString('en');
-const counted = (count, noun) => `${grouped(count)} ${noun}${count === 1 ? '' : 's'}`;
+const withSeparators = (count) => count.toLocaleString('en');
+const pluralize = (count, noun) => `${withSeparators(count)} ${noun}${count === 1 ? '' : 's'}`;
 const hexadecimal = (number) => number.toString(16);
 const sum = (numbers) => numbers.reduce((total, number) => total + number, 0);
 

@@ -13,18 +13,18 @@ function cell(kernel, column) {
         return make('td', {class: 'left'}, chip(value));
     if (key === 'findings' && value)
         return make('td', {}, ...severities.filter((severity) => kernel[`${severity}s`]).map((severity) =>
-            make('span', {class: `count ${severity}`, title: counted(kernel[`${severity}s`], severity)},
+            make('span', {class: `count ${severity}`, title: pluralize(kernel[`${severity}s`], severity)},
                 `${signs[severity]} ${kernel[`${severity}s`]}`)));
     if (!value)
         return make('td', {class: 'none'}, value === null ? '' : '0');
     if (key === 'delta')
-        return make('td', {}, `${value > 0 ? '+' : '−'}${grouped(Math.abs(value))}`);
+        return make('td', {}, `${value > 0 ? '+' : '−'}${withSeparators(Math.abs(value))}`);
     if (key === 'time') {
         const made = make('td', {class: 'time'}, kernel.time_text);
         made.style.setProperty('--bar', kernel.period / hottest);
         return made;
     }
-    return make('td', {}, grouped(value));
+    return make('td', {}, withSeparators(value));
 }
 
 function drawTable() {
