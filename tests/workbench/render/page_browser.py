@@ -376,7 +376,7 @@ class Page(unittest.TestCase):
         for text, expected in (("time>1", ["wfta_5040"]), ("share>1", ["wfta_5040"]), ("time>1%", ["wfta_5040"]),
                                ("constants>1,000", ["wfta_5040"]), ("name:5040", ["wfta_5040"]),
                                ("-short", ["wfta_5040"]), ('"wfta_5040"', ["wfta_5040"]), ("size > 1000000", []),
-                               ("time>", 5), ("findings>0", []), ("findings=0", 5)):
+                               ("time>", 5), ("-", 5), ("Instr.>100", ["wfta_short_16"]), ("findings>0", []), ("findings=0", 5)):
             self.filter(text)
             self.assertEqual(self.text(":complaint"), "", text)
             names = self.column("name")
@@ -394,6 +394,11 @@ class Page(unittest.TestCase):
                 ("time>1", "“time” is not a column; there are name, class, findings,", 40),
                 ("_5 colour:red", "“colour” is not a column;", 1),
                 ("class:cod3", "“cod3” is not a class; there are code, relocations,", 40),
+                ("class=cod", "“cod” is not a class; there are code, relocations,", 40),
+                ("class!=cod", "“cod” is not a class;", 40),
+                (">5 _5", "“>5” does not start with a column; there are name,", 1),
+                ("±>0", "“±” is not a column;", 40),
+                ("code>%", "“%” is not a number,", 40),
                 ("class>code", "“class” is a text: use “class:” or “class=”.", 40),
                 ("code>many", "“many” is not a number, which “code” is compared with.", 40)):
             self.filter(text)

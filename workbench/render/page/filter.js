@@ -18,12 +18,18 @@ function condition(word, complain) {
     const negated = /^-./.test(word);
     const term = negated ? word.slice(1) : word;
     const named = (kernel) => kernel.name.toLowerCase().includes(term.replaceAll('"', '').toLowerCase());
-    const [, name, relation, quoted] = /^(\w+)(!=|[<>]=?|=|:)(.*)$/s.exec(term) ?? [];
+    if (term === '-') // still being typed
+        return everything;
+    const [, name, relation, quoted] = /^([^"<>=:!]*)(!=|[<>]=?|=|:)(.*)$/s.exec(term) ?? [];
     let holds = named;
-    if (name && !kernels.some(named)) {
-        const column = columnOf(name.toLowerCase());
+    if (relation && !kernels.some(named)) {
+        const column = columnOf(name.toLowerCase().replace(/\.$/, '')); // a head is “Instr.”
         const value = quoted.replaceAll('"', '').toLowerCase();
-        const number = Number(value.replace(/[,%]/g, ''));
+        const number = Number(value.replace(/[,%]/g, '') || NaN);
+        if (!name) {
+            complain(`“${term}” does not start with a column; there are ${columnNames()}.`);
+            return everything;
+        }
         if (!column) {
             complain(`“${name}” is not a column; there are ${columnNames()}.`);
             return everything;
@@ -34,7 +40,8 @@ function condition(word, complain) {
             complain(`“${name}” is a text: use “${name}:” or “${name}=”.`);
             return everything;
         }
-        if (column.key === 'class' && ![...classes.keys()].some((one) => relations[':'](one, value))) {
+        const matches = relations[relation === '!=' ? '=' : relation];
+        if (column.key === 'class' && ![...classes.keys()].some((one) => matches(one, value))) {
             complain(`“${value}” is not a class; there are ${[...classes.keys()].join(', ')}.`);
             return everything;
         }
