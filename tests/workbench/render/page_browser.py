@@ -262,6 +262,16 @@ class Page(unittest.TestCase):
         self.assertEqual(self.texts(".enlarged .block"),
                          ["wfta_short_5", "wfta_short_7", "wfta_short_9", "wfta_short_16", "wfta_5040"])
 
+    def test_block_too_narrow_for_its_name_shows_the_end_of_it(self):
+        self.open(self.few)
+        blocks = self.run_script("""
+            return [...document.querySelectorAll('.block')].filter((block) => block.textContent).map((block) =>
+                [block.title.split(':')[0], block.textContent, block.scrollWidth - block.clientWidth])""")
+        for name, text, hidden in blocks:
+            self.assertTrue(text == name or (text[0] == "…" and name.endswith(text[1:])), text)
+            self.assertLessEqual(hidden, 1, text)
+        self.assertTrue([text for _, text, _ in blocks if re.fullmatch(r"…\w*_\d+", text)], blocks)
+
     def test_shows_memory_of_kernels_without_a_dump_as_unknown(self):
         dumps = self.path("unknown")
         shutil.copytree(os.path.join(PERF_SAMPLE, "dumps"), dumps)

@@ -2,6 +2,15 @@
 // second time above it, enlarged.
 
 const enoughCode = 0.4; // of the page's width
+const characterWidth = 6.7; // of style.css's 11px monospace
+
+// What fits of a name: its end, because the names of kernels mostly start alike.
+function endOf(name, length) {
+    const characters = [...name];
+    if (characters.length <= length)
+        return name;
+    return length < 3 ? '' : `…${characters.slice(1 - length).join('')}`;
+}
 
 function legendOf(kind) {
     const scale = (name) => make('span', {class: 'scale', 'aria-hidden': true},
@@ -83,7 +92,7 @@ function drawMap() {
     const nameBlocks = () => {
         const width = strips.clientWidth * zoom;
         for (const {made, name, share} of blocks) {
-            made.textContent = share * width > 28 ? name : '';
+            made.textContent = endOf(name, Math.floor((share * width - 8) / characterWidth));
             made.classList.toggle('roomy', share * width > 6);
         }
     };
