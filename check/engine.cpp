@@ -1,5 +1,5 @@
-// Goes through the kernels and their relocations in the order in which the finaliser applies them, and keeps a
-// copy of the current kernel's code with the relocations applied so far: a later relocation of the same
+// Goes through the kernels and their relocations in the order in which the finaliser applies them, and keeps
+// a copy of the current kernel's code with the relocations applied so far: a later relocation of the same
 // instruction finds its field filled, as it would in the mapping.
 //
 // The distance to a kernel of another mapping is unknown in a host's set. Such a relocation fills its field
@@ -152,12 +152,13 @@ private:
     void check_length()
     {
         const size_t size = kernel().text->size();
-        if (size % 4 != 0)
+        if (size % 4 != 0) {
             findings_.add(finding_id::text_length, severity::warning, false, {},
                           static_cast<int64_t>(size / 4 * 4), {},
                           {"the code has " + std::to_string(size) + " bytes, not a multiple of 4",
                            {},
                            "end the code with a whole instruction"});
+        }
     }
 
     // Adds a finding about the current relocation.
@@ -188,10 +189,11 @@ private:
     {
         const relocation_kind* const kind = find_relocation_kind(reloc().type);
         const std::optional<relocation_target> target = find_target();
-        if (kind == nullptr)
+        if (kind == nullptr) {
             abort(finding_id::unhandled_type, std::to_string(reloc().type),
                   message_of(finding_id::unhandled_type, relocation_subject(reloc())),
                   advised(advise_unhandled_type));
+        }
         const bool inside = check_offset();
         if (kind == nullptr) {
             pages_in_doubt_ = true;

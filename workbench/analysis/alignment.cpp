@@ -37,7 +37,7 @@ candidates select(const std::vector<std::uint32_t>& sequence, std::size_t begin,
 {
     candidates selected;
     for (std::size_t i = begin; i < end; ++i) {
-        if (others.count(sequence[i]) != 0) {
+        if (others.contains(sequence[i])) {
             selected.values.push_back(sequence[i]);
             selected.indices.push_back(i);
         }

@@ -114,10 +114,11 @@ std::optional<std::string> find_mixture(const kernel_set& set,
             (finding.id == wfta::finding_id::range && targets != names.end() && targets->second != 1))
             continue;
         const auto next = finding.index + 1;
-        if (next < set.kernels.size() && set.kernels[next].mapping == kernel.mapping)
+        if (next < set.kernels.size() && set.kernels[next].mapping == kernel.mapping) {
             return fmt::format("{}: {} would have ended the process [{}], but {} was placed after it; {}",
                                what, place(finding), name_of(finding.id), printable(set.kernels[next].name),
                                remedy);
+        }
         if (end != nullptr && end->kernel != finding.kernel)
             return fmt::format("{}: {} [{}] and {} [{}] would each have ended the process; {}", what,
                                place(*end), name_of(end->id), place(finding), name_of(finding.id), remedy);

@@ -94,7 +94,7 @@ void add_use(uses_by_name& uses, const kernel_set& set, const placed_kernel& use
         used.entries.push_back(offset);
         used.of_code = used.of_code || reloc.type != R_AARCH64_CALL26;
     };
-    if (reloc.name != user.name && uses.count(reloc.name) != 0)
+    if (reloc.name != user.name && uses.contains(reloc.name))
         enter(reloc.name, reloc.addend);
     // The addend may lead into another kernel than the one that is named.
     const placed_kernel* const named = find_kernel(set, reloc.name);

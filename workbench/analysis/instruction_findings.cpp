@@ -212,11 +212,12 @@ private:
                               " in iteration " + std::to_string(iterations) + " of its loop"))
                 return false;
         }
-        if (memory.store)
+        if (memory.store) {
             add(finding_id::writes_constants, severity::warning,
                 what + (memory.load ? " that also writes" : "") + " to the kernel's constants at .rodata" +
                     (*access.target_offset == 0 ? "" : signed_hex(*access.target_offset)),
                 "write to memory that the caller passes: constants are shared by all executions");
+        }
         return true;
     }
 

@@ -304,7 +304,7 @@ std::set<std::string> names_to_bless(const baseline_options& options, const std:
     if (options.all)
         return known;
     for (const std::string& name : names) {
-        if (known.count(name) == 0) {
+        if (!known.contains(name)) {
             const std::string nearest = nearest_name(set, name);
             throw std::runtime_error(fmt::format("no kernel {} in the baseline or the dumps{}", name,
                                                  nearest.empty() ? "" : "; did you mean " + nearest + "?"));
@@ -346,10 +346,11 @@ void remove_listings(const baseline_options& options, const std::vector<kernel_s
 int bless(const baseline_options& options)
 {
     const char* const ci = std::getenv("CI");
-    if (ci != nullptr && *ci != '\0' && !options.force)
+    if (ci != nullptr && *ci != '\0' && !options.force) {
         throw std::runtime_error(
             "CI is set in the environment, and a baseline should be blessed by a person; "
             "override with --force");
+    }
     if (options.all != options.kernels.empty())
         throw std::runtime_error(options.all ? "give either names of kernels or --all"
                                              : "give names of kernels, or --all");
@@ -369,7 +370,7 @@ int bless(const baseline_options& options)
     std::vector<kernel_state> accepted;
     for (const kernel_state& state : states) {
         const baseline_difference& difference = state.difference;
-        const bool blessed = names.count(difference.name) != 0;
+        const bool blessed = names.contains(difference.name);
         const std::optional<kernel_fingerprint>& fingerprint = blessed ? difference.after : difference.before;
         if (fingerprint)
             result.push_back({difference.name, *fingerprint});

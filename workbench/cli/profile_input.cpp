@@ -68,10 +68,11 @@ profile read_perf_data(const std::string& file, const kernel_set& set)
         const program_result perf = run_perf_script(file, reader);
         if (perf.signal != 0)
             throw std::runtime_error(fmt::format("perf script was ended by signal {}", perf.signal));
-        if (perf.exit_status != 0)
+        if (perf.exit_status != 0) {
             throw std::runtime_error("perf script: " + (perf.first_error.empty()
                                                             ? fmt::format("exit status {}", perf.exit_status)
                                                             : perf.first_error));
+        }
         return reader.finish();
     });
 }

@@ -67,7 +67,8 @@ register_id register_named(std::string_view name)
     if (name == "FPCR" || name == "FPSR" || name == "FPMR" || name == "VG")
         return ignored_register;
     const std::size_t digits = name.find_first_of("0123456789");
-    if (digits == std::string_view::npos || name.find_first_not_of("0123456789", digits) != name.npos)
+    if (digits == std::string_view::npos ||
+        name.find_first_not_of("0123456789", digits) != std::string_view::npos)
         return unknown_register;
     const auto number = static_cast<unsigned>(std::stoul(std::string(name.substr(digits))));
     const std::string_view bank = name.substr(0, digits);
@@ -458,10 +459,11 @@ std::string_view opcode_name(std::uint32_t opcode)
 instruction_class class_of(const decoded_kernel& kernel, const instruction& instruction)
 {
     const known_opcode& known = opcode_of(instruction);
-    if (!instruction.decoded || known.is_prefetch || instruction.flow == control_flow::trap)
+    if (!instruction.decoded || known.is_prefetch || instruction.flow == control_flow::trap) {
         return instruction.flow == control_flow::trap && opcode_name(instruction.opcode) != "UDF"
                    ? instruction_class::branch
                    : instruction_class::other;
+    }
     if (instruction.flow != control_flow::next)
         return instruction_class::branch;
     if (instruction.may_load || instruction.may_store)

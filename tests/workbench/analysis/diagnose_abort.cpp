@@ -9,7 +9,6 @@
 namespace {
 
 using namespace support;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 

@@ -957,9 +957,10 @@ std::optional<pair_of_kernels> make_pair_of(random_engine& random, mutation chan
         placed_kernel odd = before;
         for (std::size_t i = 0; i < 1 + below(random, 2); ++i) {
             const std::size_t index = below(random, code_words);
+            const auto drawn = random();
             const std::uint32_t mask = below(random, 2) == 0
                                            ? std::uint32_t{1} << below(random, 32)
-                                           : static_cast<std::uint32_t>(random() & random() & 0xffffffff);
+                                           : static_cast<std::uint32_t>(drawn & random() & 0xffffffff);
             change_word(odd, index, mask);
             change_word(after, index, mask);
         }
