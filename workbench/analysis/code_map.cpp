@@ -32,8 +32,8 @@ bool is_indirect_branch(const decoded_kernel& code, const instruction& instructi
 
 class mapper {
 public:
-    explicit mapper(const decoded_kernel& code)
-        : kernel_(*code.kernel), code_(code), words_(code.instructions.size())
+    mapper(const decoded_kernel& code, decoded_kernel* to_decode)
+        : kernel_(*code.kernel), code_(code), to_decode_(to_decode), words_(code.instructions.size())
     {
         map_.uses.resize(words_);
         map_.leaders.resize(words_);
@@ -60,6 +60,8 @@ private:
         if (map_.uses[index] != word_use::code) {
             map_.uses[index] = word_use::code;
             pending_.push_back(index);
+            if (to_decode_ != nullptr)
+                decode_instruction(*to_decode_, index);
         }
     }
 
@@ -158,6 +160,7 @@ private:
 
     const placed_kernel& kernel_;
     const decoded_kernel& code_;
+    decoded_kernel* to_decode_; // the same, if its words are still to be decoded
     std::size_t words_;
     code_map map_;
     std::vector<std::size_t> pending_;
@@ -169,7 +172,12 @@ private:
 
 code_map map_code(const decoded_kernel& code, const std::vector<code_entry>& entries)
 {
-    return mapper(code).run(entries);
+    return mapper(code, nullptr).run(entries);
+}
+
+code_map decode_and_map(decoded_kernel& code, const std::vector<code_entry>& entries)
+{
+    return mapper(code, &code).run(entries);
 }
 
 successors successors_of(const decoded_kernel& code, std::size_t index)

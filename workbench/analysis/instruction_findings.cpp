@@ -106,12 +106,12 @@ private:
         code_map map;
     };
 
-    // The kernel decoded, on first use; null if it is too large.
+    // The kernel decoded where it may be executed, on first use; null if it is too large.
     const mapped_code* code()
     {
         if (!code_ && kernel().text.size() <= largest_decoded_code) {
-            code_ = mapped_code{decode_kernel(kernel()), code_map()};
-            code_->map = map_code(code_->code, entries_.of(index_));
+            code_ = mapped_code{prepare_decoding(kernel()), code_map()};
+            code_->map = decode_and_map(code_->code, entries_.of(index_));
         }
         return code_ ? &*code_ : nullptr;
     }

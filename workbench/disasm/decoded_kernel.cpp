@@ -401,15 +401,29 @@ void add_relocations(decoded_kernel& result, const std::vector<tessjit::reloc_in
 
 } // namespace
 
-decoded_kernel decode_kernel(const placed_kernel& kernel)
+decoded_kernel prepare_decoding(const placed_kernel& kernel)
 {
     decoded_kernel result;
     result.kernel = &kernel;
     result.instructions.resize(kernel.text.size() / 4);
+    for (std::size_t i = 0; i < result.instructions.size(); ++i)
+        result.instructions[i].word = word_at(kernel.text, 4 * i);
+    add_relocations(result, kernel.relocs);
+    return result;
+}
+
+void decode_instruction(decoded_kernel& code, std::size_t index)
+{
+    instruction& at = code.instructions[index];
+    decode(at.word, at, code.operands);
+}
+
+decoded_kernel decode_kernel(const placed_kernel& kernel)
+{
+    decoded_kernel result = prepare_decoding(kernel);
     result.operands.reserve(4 * result.instructions.size());
     for (std::size_t i = 0; i < result.instructions.size(); ++i)
-        decode(word_at(kernel.text, 4 * i), result.instructions[i], result.operands);
-    add_relocations(result, kernel.relocs);
+        decode_instruction(result, i);
     return result;
 }
 

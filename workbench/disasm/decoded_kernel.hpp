@@ -155,6 +155,12 @@ inline constexpr std::size_t largest_decoded_code = std::size_t{4} << 20;
 
 decoded_kernel decode_kernel(const placed_kernel& kernel);
 
+/// The kernel with its words and relocations, but no word decoded yet.
+decoded_kernel prepare_decoding(const placed_kernel& kernel);
+
+/// Decodes one of its words.
+void decode_instruction(decoded_kernel& code, std::size_t index);
+
 /// Decodes a single word, without a kernel.
 decoded_kernel decode_word(std::uint32_t word);
 
