@@ -480,14 +480,16 @@ instruction_class class_of(const decoded_kernel& kernel, const instruction& inst
     }
     if (instruction.flow != control_flow::next)
         return instruction_class::branch;
-    if (instruction.may_load || instruction.may_store)
+    const operand_range operands = operands_of(kernel, instruction);
+    const bool any =
+        std::any_of(operands.begin(), operands.end(), [](const operand& o) { return o.is_register; });
+    // To LLVM, hints and barriers load and store; but an address is in a register.
+    if (any && (instruction.may_load || instruction.may_store))
         return instruction.may_load ? instruction_class::load : instruction_class::store;
-    bool any = false;
-    for (const operand& operand : operands_of(kernel, instruction)) {
+    for (const operand& operand : operands) {
         if (operand.is_register && operand.registers[0] >= vector_register(0) &&
             operand.registers[0] < condition_flags)
             return instruction_class::fp_simd;
-        any = any || operand.is_register;
     }
     return any && known.modelled ? instruction_class::integer : instruction_class::other;
 }
