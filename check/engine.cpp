@@ -10,6 +10,7 @@
 #include "check/finding_list.hpp"
 #include "check/format.hpp"
 #include "check/names.hpp"
+#include "check/nearest_name.hpp"
 
 #include <cstdio>
 #include <elf.h>
@@ -66,28 +67,33 @@ public:
     {
     }
 
-    const std::string& of(const std::string& name)
+    // Not the name of the kernel that calls it.
+    std::string of(const std::string& name, const std::string& caller)
     {
-        // Each search is linear in the number of kernels, and nobody misspells more names by hand.
-        constexpr size_t most_names = 32;
-        static const std::string none;
-        if (const auto known = known_.find(name); known != known_.end())
-            return known->second;
-        return known_.size() == most_names ? none : known_.emplace(name, find(name)).first->second;
+        const std::string nearest = known(name, name, {});
+        return nearest == caller ? known(name + '\0' + caller, name, caller) : nearest;
     }
 
 private:
-    [[nodiscard]] std::string find(const std::string& name) const
+    std::string known(const std::string& key, const std::string& name, const std::string& caller)
     {
+        // Each search is linear in the number of kernels, and nobody misspells more names by hand.
+        constexpr size_t most_names = 32;
+        if (const auto found = known_.find(key); found != known_.end())
+            return found->second;
+        return known_.size() == most_names ? "" : known_.emplace(key, find(name, caller)).first->second;
+    }
+
+    [[nodiscard]] std::string find(const std::string& name, const std::string& caller) const
+    {
+        nearest_name_search search(name, name_candidates::misspellings);
         for (const checked_kernel& kernel : kernels_) {
-            if (is_misspelling(*kernel.name, name))
-                return *kernel.name;
+            if (*kernel.name != caller)
+                search.offer(*kernel.name);
         }
-        for (const auto& [other, entry] : others_) {
-            if (is_misspelling(other, name))
-                return other;
-        }
-        return {};
+        for (const auto& [other, entry] : others_)
+            search.offer(other);
+        return search.nearest();
     }
 
     const std::vector<checked_kernel>& kernels_;
@@ -129,7 +135,7 @@ private:
         const checked_kernel& k = kernel();
         if (!k.first_of_name.empty())
             findings_.add(finding_id::duplicate_name, severity::error, true, {}, {}, {},
-                          {duplicate_name_message(k.first_of_name), {}, "rename one of the two kernels"});
+                          duplicate_name_text(k.first_of_name));
         check_name(*k.name, findings_);
         if (k.first_of_name.empty()) {
             names_.check(*k.name, findings_);
@@ -154,19 +160,20 @@ private:
         const size_t size = kernel().text->size();
         if (size % 4 != 0) {
             findings_.add(finding_id::text_length, severity::warning, false, {},
-                          static_cast<int64_t>(size / 4 * 4), {},
-                          {"the code has " + std::to_string(size) + " bytes, not a multiple of 4",
-                           {},
-                           "end the code with a whole instruction"});
+                          static_cast<int64_t>(size / 4 * 4), {}, text_length_text(size));
         }
     }
 
     // Adds a finding about the current relocation.
-    void add(finding_id id, severity level, bool aborts, const std::string& cause, const std::string& message,
-             advice found = {})
+    void add(finding_id id, severity level, bool aborts, const std::string& cause, finding_text text)
     {
-        findings_.add(id, level, aborts, relocation_, reloc().offset, cause,
-                      {message, std::move(found.note), std::move(found.help)});
+        findings_.add(id, level, aborts, relocation_, reloc().offset, cause, std::move(text));
+    }
+
+    void add(finding_id id, severity level, bool aborts, const std::string& cause, const std::string& message,
+             advice found)
+    {
+        add(id, level, aborts, cause, finding_text{message, std::move(found.note), std::move(found.help)});
     }
 
     void abort(finding_id id, const std::string& cause, const std::string& message, advice found)
@@ -231,14 +238,13 @@ private:
             });
         case where::nowhere:
             return refuse(finding_id::unknown_target, [&](const relocation_site& site) {
-                return advise_unknown_target(site, similar_.of(reloc().name));
+                return advise_unknown_target(site, similar_.of(reloc().name, *kernel().name));
             });
         case where::later:
             return refuse(finding_id::callee_order, advise_callee_order);
         case where::unknown:
             add(finding_id::unknown_target, severity::note, false, reloc().name,
-                not_dumped_message(relocation_subject(reloc())),
-                {{}, "dump all kernels to have this checked"});
+                not_dumped_text(relocation_subject(reloc())));
             return std::nullopt;
         case where::placed:
         case where::elsewhere:
@@ -281,9 +287,7 @@ private:
         }
         if (!in_doubt_.empty() && (word_at(in_doubt_, offset) & kind.tested_mask) != 0) {
             add(finding_id::placement, severity::note, false, "field",
-                relocation_subject(reloc()) +
-                    ": whether an earlier relocation fills the field depends on where the system maps this set",
-                {{}, "remove one of the two relocations"});
+                field_in_doubt_text(relocation_subject(reloc())));
             return true;
         }
         return false;
@@ -296,24 +300,18 @@ private:
         const uint32_t word = word_at(linked_, static_cast<size_t>(reloc().offset));
         if ((word & kind.field_mask & ~kind.tested_mask) == 0 || !is_instruction_of(kind, word))
             return;
-        const std::string subject = relocation_subject(reloc());
-        const std::string fact = subject + ": the top bit of the BL's field is set (" + word_text(word) +
-                                 "), which the finaliser does not test";
-        const advice found = {{},
-                              "generate the BL with its field zero: " + word_text(word & ~kind.field_mask)};
-        if (!target || target->state == where::elsewhere) {
-            add(finding_id::call_bit_25, severity::warning, false, {}, fact + ": the call may lead elsewhere",
-                found);
-            return;
-        }
+        const auto report = [&](severity level, const std::string& cause, call_effect effect,
+                                const std::string& reached = {}) {
+            add(finding_id::call_bit_25, level, false, cause,
+                call_bit_25_text(relocation_subject(reloc()), kind, word, effect, reached));
+        };
+        if (!target || target->state == where::elsewhere)
+            return report(severity::warning, {}, call_effect::unknown);
         const applied_relocation applied = apply(kind, value_of(*target), place(), word);
-        if (!applied.leads_elsewhere) {
-            add(finding_id::call_bit_25, severity::warning, false, "back",
-                fact + ": the call is right only because its target lies before it", found);
-            return;
-        }
-        add(finding_id::call_bit_25, severity::error, false, with_addend(reloc().name, reloc().addend),
-            call_bit_25_message(subject, word, place_reached(encoded_value(kind, applied.word))), found);
+        if (!applied.leads_elsewhere)
+            return report(severity::warning, "back", call_effect::none);
+        report(severity::error, with_addend(reloc().name, reloc().addend), call_effect::leads_elsewhere,
+               place_reached(encoded_value(kind, applied.word)));
     }
 
     // The target of an instruction, as kernel and offset if it is in one, otherwise as an address.
@@ -339,9 +337,7 @@ private:
         const std::string cause = kind.name + ('\0' + reloc().name);
         if (!known && aligned) {
             add(finding_id::placement, severity::note, false, cause,
-                relocation_subject(reloc()) +
-                    ", of an earlier call: whether it is in range depends on where the system maps this set",
-                {{}, "finalise both in one set, where the distance is certain"});
+                range_in_doubt_text(relocation_subject(reloc())));
             return true;
         }
         advice found = advised([&](const relocation_site& site) {
@@ -367,14 +363,15 @@ private:
 
     void check_call_target(const relocation_target& target)
     {
-        const auto report = [this](severity level, const char* message, const char* help) {
+        const auto report = [this](severity level, finding_text text) {
             add(finding_id::call_target, level, false, with_addend(reloc().name, reloc().addend),
-                relocation_subject(reloc()) + ": " + message, {{}, help});
+                std::move(text));
         };
+        const std::string subject = relocation_subject(reloc());
         if (names_data(reloc().name))
-            report(severity::error, "a call of constants", "name the kernel that is to be called");
+            report(severity::error, call_of_constants_text(subject));
         else if (reloc().addend != 0 && !starts_.contains(value_of(target)))
-            report(severity::warning, "a call to where no kernel begins", "call it with addend 0");
+            report(severity::warning, call_amid_kernel_text(subject));
     }
 
     // Applies the relocation to the copy of the code. An unknown distance certainly fills the field, but with
@@ -405,15 +402,11 @@ private:
         for (relocation_ = 0; relocation_ < kernel().relocs->size(); ++relocation_) {
             if (reloc().type == R_AARCH64_ADR_PREL_PG_HI21 && completed.count(key(reloc())) == 0) {
                 add(finding_id::pair, severity::error, false, "ADRP" + key(reloc()),
-                    relocation_subject(reloc()) + ": no ADD completes the address",
-                    {{},
-                     "add R_AARCH64_ADD_ABS_LO12_NC with the same target and addend: no relocation completes a "
-                     "load or a store"});
+                    missing_add_text(relocation_subject(reloc())));
             }
             if (reloc().type == R_AARCH64_ADD_ABS_LO12_NC && pages.count(key(reloc())) == 0) {
                 add(finding_id::pair, severity::warning, false, "ADD" + key(reloc()),
-                    relocation_subject(reloc()) + ": no ADRP gives its page",
-                    {{}, "add R_AARCH64_ADR_PREL_PG_HI21 with the same target and addend"});
+                    missing_adrp_text(relocation_subject(reloc())));
             }
         }
     }

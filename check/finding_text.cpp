@@ -1,6 +1,7 @@
 #include "check/finding_text.hpp"
 
 #include "check/format.hpp"
+#include "check/nearest_name.hpp"
 
 #include <algorithm>
 #include <elf.h>
@@ -26,6 +27,8 @@ constexpr std::uint32_t load_store = 0x39000000;
 constexpr const char* by_code = "form the address in code, with ADRP (275) and ADD (277)";
 constexpr const char* by_add = "complete the address with an ADD (277) and load from it";
 constexpr const char* by_branch = "branch within the kernel, over a BL if need be";
+constexpr const char* twice = "two relocations for one instruction";
+constexpr const char* remove_one = "remove one of the two relocations";
 constexpr const char* without_got = "there is no GOT: use ADRP (275) and ADD (277)";
 
 constexpr unsupported_type unsupported_types[] = {
@@ -69,6 +72,98 @@ std::string type_name(std::int32_t type)
 std::string offset_of_instruction(const relocation_kind& kind)
 {
     return std::string("give the relocation the offset of the ") + kind.instruction + " that it is for";
+}
+
+// The relocation in C++ syntax for this instruction, and how else the generator must change it.
+std::string relocation_for(const relocation_site& site, const std::string& target,
+                           const fillable_instruction& instruction)
+{
+    const relocation_kind& kind = *instruction.kind;
+    std::string text = "use " + relocation_text(target, instruction.offset, kind.type, site.reloc().addend);
+    const std::uint32_t word = word_at(site.code, static_cast<std::size_t>(instruction.offset));
+    if ((word & kind.field_mask) != 0) {
+        text += std::string(", and generate the ") + kind.instruction +
+                " with its field zero: " + word_text(word & ~kind.field_mask);
+    }
+    return text;
+}
+
+std::string without_relocation(const fillable_instruction& instruction)
+{
+    return "the " + std::string(instruction.kind->instruction) + " at " + signed_hex(instruction.offset) +
+           " has no relocation";
+}
+
+advice advise_exchanged(const relocation_site& site, std::size_t other)
+{
+    const auto [one, two] = std::minmax(site.index, other);
+    const reloc_info& first = site.relocs[one];
+    const reloc_info& second = site.relocs[two];
+    std::string at_first = relocation_text(second.name, first.offset, second.type, second.addend);
+    std::string at_second = relocation_text(first.name, second.offset, first.type, first.addend);
+    if (first.offset > second.offset)
+        std::swap(at_first, at_second);
+    return {"the offsets of relocations " + std::to_string(one + 1) + " and " + std::to_string(two + 1) +
+                " are exchanged",
+            "use " + at_first + ", " + at_second};
+}
+
+// Advice about a relocation with a wrong offset or type; nothing if the instructions do not show the right
+// one.
+std::optional<advice> advise_by_instructions(const relocation_site& site)
+{
+    const reloc_info& reloc = site.reloc();
+    if (const auto other = find_exchanged(site))
+        return advise_exchanged(site, *other);
+    const relocation_kind* const kind = find_relocation_kind(reloc.type);
+    const auto meant = find_meant_instruction(site, reloc.name);
+    if (meant && meant->offset == reloc.offset) {
+        const std::string is_for = kind == nullptr ? "has type " + std::to_string(reloc.type)
+                                                   : "is for " + with_article(kind->instruction);
+        return advice{"the relocation " + is_for + ", the instruction is " +
+                          with_article(meant->kind->instruction),
+                      relocation_for(site, reloc.name, *meant)};
+    }
+    if (meant)
+        return advice{without_relocation(*meant), relocation_for(site, reloc.name, *meant)};
+    const std::optional<std::uint32_t> word = generated_word(site);
+    const relocation_kind* const at_place = word ? kind_of_meant(*word) : nullptr;
+    if (at_place != nullptr && !can_lead_to(*at_place, reloc.name)) {
+        return advice{"the instruction is a BL, and " + quoted(reloc.name) + " are constants",
+                      "name the kernel that it calls, with type " + std::to_string(at_place->type) +
+                          ", or give the relocation the offset of the instruction that it is for"};
+    }
+    if (kind == nullptr)
+        return std::nullopt;
+    return advice{"", offset_of_instruction(*kind)};
+}
+
+// Help that gives the relocation with another target, and with the type and offset that the instructions
+// show.
+advice advise_other_target(const relocation_site& site, const std::string& target)
+{
+    const reloc_info& reloc = site.reloc();
+    const relocation_kind* const kind = find_relocation_kind(reloc.type);
+    const std::optional<std::uint32_t> word = generated_word(site);
+    const bool fits = kind != nullptr && word && is_instruction_of(*kind, *word);
+    const auto meant = fits ? std::nullopt : find_meant_instruction(site, target);
+    if (!meant)
+        return {"", "use " + relocation_text(target, reloc.offset, reloc.type, reloc.addend)};
+    return {signed_hex(meant->offset) + " has " + with_article(meant->kind->instruction),
+            relocation_for(site, target, *meant)};
+}
+
+// Advice about a relocation whose instruction an earlier relocation, given by index, fills already.
+advice advise_second_of_instruction(const relocation_site& site, std::size_t earlier)
+{
+    advice found = {"relocation " + std::to_string(earlier + 1) + " has filled it: " + twice,
+                    "remove one of the relocations " + std::to_string(earlier + 1) + " and " +
+                        std::to_string(site.index + 1)};
+    if (const auto waiting = find_waiting_instruction(site, site.reloc().name)) {
+        found.note += "; " + without_relocation(*waiting);
+        found.help = relocation_for(site, site.reloc().name, *waiting);
+    }
+    return found;
 }
 
 // An earlier relocation of the kernel that overlaps the same bytes.
@@ -155,6 +250,27 @@ const char* summary_of(finding_id id)
     }
 }
 
+const char* cause_of(finding_id id)
+{
+    switch (id) {
+    case finding_id::duplicate_name:
+        return "the generator gives two kernels one name, or a set is finalised twice with one registry";
+    case finding_id::foreign_data:
+        return "a kernel can address only its own constants";
+    case finding_id::unknown_target:
+        return "the kernel comes later in the set, its name is misspelt, or it is in another registry";
+    case finding_id::null_target:
+        return "the target's set had neither code nor constants, its mapping failed, or the host registered "
+               "null";
+    case finding_id::unhandled_type:
+        return "the generator emits a type other than 274, 275, 277 and 283";
+    case finding_id::field_filled:
+        return "two relocations for one instruction, or the generator has encoded a value in the field";
+    default:
+        return "";
+    }
+}
+
 std::string relocation_subject(std::int32_t type, const std::string& target, std::int64_t addend)
 {
     std::string subject = "relocation " + type_name(type);
@@ -171,11 +287,6 @@ std::string relocation_subject(const reloc_info& reloc)
 std::string message_of(finding_id id, const std::string& subject)
 {
     return subject + ": " + summary_of(id);
-}
-
-std::string not_dumped_message(const std::string& subject)
-{
-    return message_of(finding_id::unknown_target, subject) + " in the dumps";
 }
 
 std::string offset_message(const std::string& subject, std::size_t code_bytes)
@@ -206,15 +317,85 @@ std::string opcode_message(const std::string& subject, const relocation_kind& ki
                              : with_article(other->instruction) + " (" + word_text(word) + ")");
 }
 
-std::string call_bit_25_message(const std::string& subject, std::uint32_t word, const std::string& place)
+finding_text duplicate_name_text(const std::string& first)
 {
-    return subject + ": the call leads to " + place + ", because the top bit of the field was set (" +
-           word_text(word) + ")";
+    return {"a second kernel of this name" + (first.empty() ? first : ": the first is " + first),
+            {},
+            "rename one of the two kernels"};
 }
 
-std::string duplicate_name_message(const std::string& first)
+finding_text text_length_text(std::size_t code_bytes)
 {
-    return "a second kernel of this name: the first is " + first;
+    return {"the code has " + std::to_string(code_bytes) + " bytes, not a multiple of 4",
+            {},
+            "end the code with a whole instruction"};
+}
+
+finding_text not_dumped_text(const std::string& subject)
+{
+    return {message_of(finding_id::unknown_target, subject) + " in the dumps",
+            {},
+            "dump all kernels to have this checked"};
+}
+
+finding_text field_in_doubt_text(const std::string& subject)
+{
+    return {subject +
+                ": whether an earlier relocation fills the field depends on where the system maps this set",
+            {},
+            remove_one};
+}
+
+finding_text range_in_doubt_text(const std::string& subject)
+{
+    return {subject +
+                ", of an earlier call: whether it is in range depends on where the system maps this set",
+            {},
+            "finalise both in one set, where the distance is certain"};
+}
+
+finding_text call_bit_25_text(const std::string& subject, const relocation_kind& kind, std::uint32_t word,
+                              call_effect effect, const std::string& place)
+{
+    const std::string help = "generate the BL with its field zero: " + word_text(word & ~kind.field_mask);
+    if (effect == call_effect::leads_elsewhere) {
+        return {subject + ": the call leads to " + place + ", because the top bit of the field was set (" +
+                    word_text(word) + ")",
+                {},
+                help};
+    }
+    const std::string fact = subject + ": the top bit of the BL's field is set (" + word_text(word) +
+                             "), which the finaliser does not test";
+    return {fact + (effect == call_effect::unknown
+                        ? ": the call may lead elsewhere"
+                        : ": the call is right only because its target lies before it"),
+            {},
+            help};
+}
+
+finding_text call_of_constants_text(const std::string& subject)
+{
+    return {subject + ": a call of constants", {}, "name the kernel that is to be called"};
+}
+
+finding_text call_amid_kernel_text(const std::string& subject)
+{
+    return {subject + ": a call to where no kernel begins", {}, "call it with addend 0"};
+}
+
+finding_text missing_add_text(const std::string& subject)
+{
+    return {subject + ": no ADD completes the address",
+            {},
+            "add R_AARCH64_ADD_ABS_LO12_NC with the same target and addend: no relocation completes a load "
+            "or a store"};
+}
+
+finding_text missing_adrp_text(const std::string& subject)
+{
+    return {subject + ": no ADRP gives its page",
+            {},
+            "add R_AARCH64_ADR_PREL_PG_HI21 with the same target and addend"};
 }
 
 advice advise_unknown_target(const relocation_site& site, const std::string& similar)
@@ -239,9 +420,9 @@ advice advise_foreign_data(const relocation_site& site, bool owner_exists)
     const std::string kernel = quoted(site.kernel);
     const advice own = advise_other_target(site, std::string(data_prefix) + site.kernel);
     if (owner_exists) {
-        return {"a kernel can address only its own constants",
-                "give " + kernel + " a copy of them, or let " + quoted(owner) +
-                    " load them; if its own are meant, " + own.help};
+        return {cause_of(finding_id::foreign_data), "give " + kernel + " a copy of them, or let " +
+                                                        quoted(owner) + " load them; if its own are meant, " +
+                                                        own.help};
     }
     const std::string cause =
         is_misspelling(owner, site.kernel)
@@ -257,7 +438,8 @@ advice advise_callee_order(const relocation_site& site)
 
 advice advise_null_target(const relocation_site& /*site*/)
 {
-    return {"", "leave empty kernels without relocations, and no null in the registry"};
+    return {cause_of(finding_id::null_target),
+            "leave empty kernels without relocations, and no null in the registry"};
 }
 
 advice advise_unhandled_type(const relocation_site& site)
@@ -295,6 +477,22 @@ advice advise_field_filled(const relocation_site& site)
                 " with its field zero: " + word_text(*word & ~kind.field_mask)};
 }
 
+advice advise_filled_by_link(const std::string& target)
+{
+    return {std::string(twice) + ": it leads to " + quoted(target) + " already", remove_one};
+}
+
+advice advise_filled_offset(const relocation_kind& kind, const std::string& instruction)
+{
+    return {"the instruction there is " + instruction, offset_of_instruction(kind)};
+}
+
+advice advise_filled_field()
+{
+    return {cause_of(finding_id::field_filled),
+            "keep one relocation for the instruction, and its field zero"};
+}
+
 advice advise_opcode(const relocation_site& site)
 {
     if (const auto found = advise_by_instructions(site))
@@ -322,23 +520,6 @@ advice advise_range(const relocation_site& site, const distant_target& target)
                 "use an addend within the target"};
     }
     return advise_distance(site, kind, target.in_other_mapping);
-}
-
-bool is_misspelling(std::string_view a, std::string_view b)
-{
-    std::size_t front = 0;
-    while (front < std::min(a.size(), b.size()) && a[front] == b[front])
-        ++front;
-    std::size_t back = 0;
-    while (back < std::min(a.size(), b.size()) - front && a[a.size() - 1 - back] == b[b.size() - 1 - back])
-        ++back;
-    const std::string_view different[] = {a.substr(front, a.size() - front - back),
-                                          b.substr(front, b.size() - front - back)};
-    const auto is_number = [](std::string_view text) {
-        return text.find_first_not_of("0123456789") == std::string_view::npos;
-    };
-    return front + back > 0 && different[0].size() <= 2 && different[1].size() <= 2 &&
-           !(is_number(different[0]) && is_number(different[1]));
 }
 
 } // namespace vorna::wfta

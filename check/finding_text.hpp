@@ -1,4 +1,4 @@
-// The wording of each finding about a relocation, in one place: check, explain, link and show print these
+// The wording of the findings about relocations, in one place: check, explain, link and show print these
 // texts.
 //
 // A message needs values only. Note and help also need the kernel as generated, since its instructions show
@@ -13,7 +13,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace vorna::wfta {
 
@@ -24,8 +23,17 @@ struct finding_text {
     std::string help = {};
 };
 
+/// The likely cause and what to do about it, a line each; either may be empty.
+struct advice {
+    std::string note;
+    std::string help;
+};
+
 /// A few words for a comment beside an instruction: "out of range".
 const char* summary_of(finding_id id);
+
+/// The likely cause of an abort if the relocation is not known; empty for ids that do not abort.
+const char* cause_of(finding_id id);
 
 // Messages.
 
@@ -37,9 +45,6 @@ std::string relocation_subject(const tessjit::reloc_info& reloc);
 /// The message of foreign-data, unknown-target, callee-order, null-target, unhandled-type or
 /// unaligned-offset: the subject and the summary.
 std::string message_of(finding_id id, const std::string& subject);
-
-/// unknown-target, for a kernel that may just not have been dumped.
-std::string not_dumped_message(const std::string& subject);
 
 /// offset.
 std::string offset_message(const std::string& subject, std::size_t code_bytes);
@@ -53,11 +58,33 @@ std::string range_message(const std::string& subject, const relocation_kind& kin
 /// opcode.
 std::string opcode_message(const std::string& subject, const relocation_kind& kind, std::uint32_t word);
 
-/// call-bit-25, for a call that goes to the wrong `place`.
-std::string call_bit_25_message(const std::string& subject, std::uint32_t word, const std::string& place);
+// Findings whose help needs no instructions.
 
-/// duplicate-name; `first` describes the kernel that already has the name.
-std::string duplicate_name_message(const std::string& first);
+/// `first` says which kernel has the name already; empty if that is not known.
+finding_text duplicate_name_text(const std::string& first = {});
+finding_text text_length_text(std::size_t code_bytes);
+
+/// unknown-target, for a kernel that may just not have been dumped.
+finding_text not_dumped_text(const std::string& subject);
+
+/// placement
+finding_text field_in_doubt_text(const std::string& subject);
+finding_text range_in_doubt_text(const std::string& subject);
+
+/// What the top bit of a BL's field does to the call.
+enum class call_effect { unknown, none, leads_elsewhere };
+
+/// call-bit-25; `place` is where the call leads if it leads elsewhere.
+finding_text call_bit_25_text(const std::string& subject, const relocation_kind& kind, std::uint32_t word,
+                              call_effect effect, const std::string& place = {});
+
+/// call-target
+finding_text call_of_constants_text(const std::string& subject);
+finding_text call_amid_kernel_text(const std::string& subject);
+
+/// pair
+finding_text missing_add_text(const std::string& subject);
+finding_text missing_adrp_text(const std::string& subject);
 
 // Notes and help.
 
@@ -70,6 +97,12 @@ advice advise_unhandled_type(const relocation_site& site);
 advice advise_field_filled(const relocation_site& site);
 advice advise_opcode(const relocation_site& site);
 
+/// Advice about field-filled without the kernel: the field leads to `target`, the instruction is another one,
+/// or neither is known.
+advice advise_filled_by_link(const std::string& target);
+advice advise_filled_offset(const relocation_kind& kind, const std::string& instruction);
+advice advise_filled_field();
+
 /// Help for an offset that is outside the code or unaligned.
 advice advise_offset(const relocation_site& site);
 
@@ -80,9 +113,5 @@ struct distant_target {
     bool in_other_mapping; ///< it was placed by another call of finalise_kernels
 };
 advice advise_range(const relocation_site& site, const distant_target& target);
-
-/// Whether one name is probably a misspelling of the other: they differ in one or two letters, not only in a
-/// number.
-bool is_misspelling(std::string_view a, std::string_view b);
 
 } // namespace vorna::wfta

@@ -94,12 +94,4 @@ TEST(FindingText, AdvisesAboutTargets)
               "there is no kernel 'other': 'k' may have been renamed | use {\".rodata.k\", 0, 274, 0}");
 }
 
-TEST(FindingText, TakesASlipOfThePenForAMisspelling)
-{
-    EXPECT_TRUE(is_misspelling("wfta_short_3", "wfta_shor_3"));
-    EXPECT_TRUE(is_misspelling("wfta_short_3", "wfta_sohrt_3"));
-    EXPECT_FALSE(is_misspelling("wfta_short_3", "wfta_short_16")) << "another number";
-    EXPECT_FALSE(is_misspelling("abc", "xyz"));
-}
-
 } // namespace

@@ -10,6 +10,7 @@
 
 #include "check/finding_text.hpp"
 #include "check/format.hpp"
+#include "check/nearest_name.hpp"
 #include "workbench/disasm/disassembler.hpp"
 
 #include <fmt/format.h>
@@ -34,6 +35,12 @@ constexpr const char* how_to_dump =
 abort_diagnosis with_message(std::string message, advice found)
 {
     return {std::move(message), std::move(found.note), std::move(found.help)};
+}
+
+/// The diagnosis if only the id is known.
+abort_diagnosis diagnose_by_id(finding_id id)
+{
+    return {message_of(id, "a relocation"), wfta::cause_of(id), how_to_dump};
 }
 
 /// The refused relocation in its dump.
@@ -69,17 +76,13 @@ advice advise_filled_without_dump(const abort_location& at)
         return wfta::advise_field_filled(relocation_of_log(at, kind).site());
     if (!is_instruction_of(kind, message.word)) {
         disassembler disassembler;
-        return {fmt::format("the instruction there is {}", disassembler.text(message.word, message.place)),
-                fmt::format("give the relocation the offset of the {} that it is for", kind.instruction)};
+        return wfta::advise_filled_offset(kind, disassembler.text(message.word, message.place));
     }
-    if (at.already_linked) {
-        return {fmt::format("two relocations for one instruction: it leads to {} already",
-                            quoted(*at.already_linked)),
-                "remove one of the two relocations"};
-    }
-    return {"two relocations for one instruction, or the generator has encoded a value in the field",
-            fmt::format("keep one relocation for the instruction, and its field zero; to see which, {}",
-                        how_to_dump)};
+    if (at.already_linked)
+        return wfta::advise_filled_by_link(*at.already_linked);
+    advice found = wfta::advise_filled_field();
+    found.help += fmt::format("; to see which, {}", how_to_dump);
+    return found;
 }
 
 abort_diagnosis diagnose_filled(const abort_location& at, const std::optional<relocation_site>& site)
@@ -105,19 +108,19 @@ abort_diagnosis diagnose_range(const abort_location& at, const std::optional<rel
 abort_diagnosis diagnose_unknown_target(const abort_location& at, const std::optional<relocation_site>& site,
                                         const kernel_set& dumps)
 {
-    if (!site) {
-        return {"a relocation names a kernel that is not in the registry",
-                "the kernel comes later in the set, its name is misspelt, or it is in another registry",
-                how_to_dump};
-    }
+    if (!site)
+        return diagnose_by_id(finding_id::unknown_target);
     const std::string& name = site->reloc().name;
     const std::string subject = relocation_subject(site->reloc());
     if (at.target_comes_later)
         return with_message(message_of(finding_id::callee_order, subject), wfta::advise_callee_order(*site));
     const bool dumped = find_kernel(dumps, name) != nullptr;
-    const std::string nearest = dumped ? "" : nearest_name(dumps, name);
-    advice found =
-        wfta::advise_unknown_target(*site, wfta::is_misspelling(nearest, name) ? nearest : std::string());
+    wfta::nearest_name_search search(name, wfta::name_candidates::misspellings);
+    for (const placed_kernel& kernel : dumps.kernels) {
+        if (!dumped && kernel.name != site->kernel)
+            search.offer(kernel.name);
+    }
+    advice found = wfta::advise_unknown_target(*site, search.nearest());
     if (dumped)
         found.note =
             fmt::format("there is a dump of {}, of another run or of another registry", quoted(name));
@@ -127,8 +130,7 @@ abort_diagnosis diagnose_unknown_target(const abort_location& at, const std::opt
 abort_diagnosis diagnose_foreign_data(const std::optional<relocation_site>& site, const kernel_set& dumps)
 {
     if (!site)
-        return {"a relocation names the constants of another kernel",
-                "a kernel can address only its own constants", how_to_dump};
+        return diagnose_by_id(finding_id::foreign_data);
     const std::string owner = site->reloc().name.substr(data_prefix.size());
     return with_message(message_of(finding_id::foreign_data, relocation_subject(site->reloc())),
                         wfta::advise_foreign_data(*site, find_kernel(dumps, owner) != nullptr));
@@ -136,18 +138,16 @@ abort_diagnosis diagnose_foreign_data(const std::optional<relocation_site>& site
 
 abort_diagnosis diagnose_null_target(const std::optional<relocation_site>& site)
 {
-    return {
-        site ? message_of(finding_id::null_target, relocation_subject(site->reloc()))
-             : "a relocation's target is at address null",
-        "the target's set had neither code nor constants, its mapping failed, or the host registered null",
-        site ? wfta::advise_null_target(*site).help : how_to_dump};
+    if (!site)
+        return diagnose_by_id(finding_id::null_target);
+    return with_message(message_of(finding_id::null_target, relocation_subject(site->reloc())),
+                        wfta::advise_null_target(*site));
 }
 
 abort_diagnosis diagnose_unhandled_type(const std::optional<relocation_site>& site)
 {
     if (!site)
-        return {"a relocation has a type that is not supported",
-                "the generator emits a type other than 274, 275, 277 and 283", how_to_dump};
+        return diagnose_by_id(finding_id::unhandled_type);
     return with_message(message_of(finding_id::unhandled_type, relocation_subject(site->reloc())),
                         wfta::advise_unhandled_type(*site));
 }
@@ -170,9 +170,8 @@ abort_diagnosis diagnose_abort(const abort_location& location, const kernel_set&
     if (location.report == "unhandled-type")
         return diagnose_unhandled_type(site);
     if (location.report == "duplicate-name") {
-        return {"a second kernel of one name",
-                "the generator gives two kernels one name, or a set is finalised twice with one registry",
-                "give each kernel a name of its own, over all calls with one registry"};
+        const wfta::finding_text text = wfta::duplicate_name_text();
+        return {text.message, wfta::cause_of(finding_id::duplicate_name), text.help};
     }
     return {"a relocation was refused",
             "not known: the message in front of the registry's dump is not in the log",

@@ -1,6 +1,6 @@
 #include "workbench/analysis/baseline.hpp"
 #include "workbench/cli/command.hpp"
-#include "workbench/cli/json.hpp"
+#include "workbench/cli/print_json.hpp"
 #include "workbench/os/file.hpp"
 #include "workbench/os/replace_file.hpp"
 #include "workbench/render/baseline_listing.hpp"

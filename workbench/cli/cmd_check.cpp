@@ -1,6 +1,6 @@
 #include "workbench/analysis/check_dumps.hpp"
 #include "workbench/cli/command.hpp"
-#include "workbench/cli/json.hpp"
+#include "workbench/cli/print_json.hpp"
 #include "workbench/render/listing.hpp"
 #include "workbench/render/table.hpp"
 #include "workbench/text/counts.hpp"

@@ -1,6 +1,6 @@
 #include "workbench/analysis/difference.hpp"
 #include "workbench/cli/command.hpp"
-#include "workbench/cli/json.hpp"
+#include "workbench/cli/print_json.hpp"
 #include "workbench/render/color.hpp"
 #include "workbench/render/markdown.hpp"
 #include "workbench/render/table.hpp"

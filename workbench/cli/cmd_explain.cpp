@@ -1,10 +1,10 @@
+#include "check/format.hpp"
 #include "workbench/analysis/diagnose_abort.hpp"
 #include "workbench/analysis/locate_abort.hpp"
 #include "workbench/cli/command.hpp"
-#include "workbench/cli/json.hpp"
+#include "workbench/cli/print_json.hpp"
 #include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/input/abort_log.hpp"
-#include "workbench/input/line_reader.hpp"
 #include "workbench/os/file.hpp"
 #include "workbench/render/color.hpp"
 #include "workbench/render/listing.hpp"
@@ -15,7 +15,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -36,44 +35,12 @@ struct explanation {
     abort_diagnosis diagnosis;
 };
 
-/// A line of the log that tells of a signal which an instruction raises: a kernel's, perhaps.
-struct crash_line {
-    std::size_t number; ///< counted from 1
-    std::string text;
-};
-
-bool tells_of_crash(std::string_view line)
-{
-    static constexpr std::string_view signs[] = {
-        "SIGSEGV", "Segmentation fault", "SIGILL",  "Illegal instruction",
-        "SIGBUS",  "Bus error",          "SIGTRAP", "Trace/breakpoint trap"};
-    return std::any_of(std::begin(signs), std::end(signs),
-                       [line](std::string_view sign) { return line.find(sign) != std::string_view::npos; });
-}
-
-struct read_log {
-    abort_log log;
-    std::optional<crash_line> crash; ///< the first
-};
-
-read_log read_log_file(const std::string& path)
+abort_log read_log_file(const std::string& path)
 {
     try {
-        constexpr std::size_t longest_line = 4096;
-        line_reader lines(longest_line);
         abort_log_reader reader;
-        read_log result;
-        const auto find_crash = [&result](const text_line& line) {
-            if (!result.crash && tells_of_crash(line.text))
-                result.crash = crash_line{line.number, std::string(line.text)};
-        };
-        read_pieces(open_input(path), [&](std::string_view piece) {
-            lines.read(piece, find_crash);
-            reader.read(piece);
-        });
-        lines.finish(find_crash);
-        result.log = reader.finish();
-        return result;
+        read_pieces(open_input(path), [&reader](std::string_view piece) { reader.read(piece); });
+        return reader.finish();
     } catch (const std::runtime_error& error) {
         throw std::runtime_error(fmt::format("{}: {}", input_name(path), error.what()));
     }
@@ -88,7 +55,7 @@ void print_no_report(const explain_options& options, const std::string& log_name
     if (crash)
         fmt::print("note: an instruction raised a signal, perhaps a kernel's\n"
                    "  --> {}:{}: {}\n",
-                   printable(log_name), crash->number, printable(crash->text));
+                   printable(log_name), crash->line, printable(crash->text));
     else
         fmt::print("note: the finaliser did not abort the process; a kernel that crashes leaves no report\n");
     fmt::print("help: vorna-kernels check {0}\n"
@@ -120,9 +87,8 @@ void print_instructions(const kernel_set& set, const abort_location& found, bool
     if (*found.offset < 0 || at >= rows.size())
         return;
     const wfta::relocation_kind* const kind = wfta::find_relocation_kind(found.type.value_or(0));
-    if (kind != nullptr && (rows[at].word & kind->opcode_mask) != kind->opcode)
-        rows[at].comment =
-            fmt::format("not {} {}", kind->instruction[0] == 'A' ? "an" : "a", kind->instruction);
+    if (kind != nullptr && !is_instruction_of(*kind, rows[at].word))
+        rows[at].comment = fmt::format("not {}", wfta::with_article(kind->instruction));
     for (std::size_t i = at - std::min(at, neighbours); i < std::min(rows.size(), at + neighbours + 1); ++i) {
         if (!rows[i].label.empty())
             fmt::print("    {}:\n", rows[i].label);
@@ -202,20 +168,22 @@ json to_json(const explanation& found)
 }
 
 // The first report's members stand at the top, those of further ones in "more".
-void print_explanations(const std::vector<explanation>& explanations)
+void print_explanations(const std::vector<explanation>& explanations, const std::optional<crash_line>& crash)
 {
     json document;
     document.update(to_json(explanations.empty() ? explanation() : explanations.front()));
     document["more"] = json::array();
     for (std::size_t i = 1; i < explanations.size(); ++i)
         document["more"].push_back(to_json(explanations[i]));
+    document["crash"] =
+        crash && explanations.empty() ? json{{"line", crash->line}, {"text", crash->text}} : json(nullptr);
     print_json(document);
 }
 
 int explain(const explain_options& options)
 {
     const std::string name = input_name(options.log);
-    const auto [log, crash] = read_log_file(options.log);
+    const abort_log log = read_log_file(options.log);
 
     bool had_errors = false;
     dumps_of_process dumps;
@@ -233,12 +201,12 @@ int explain(const explain_options& options)
         explanations.push_back({std::move(location), std::move(diagnosis)});
     }
     if (options.common.format == "json") {
-        print_explanations(explanations);
+        print_explanations(explanations, log.crash);
     } else {
         for (const explanation& found : explanations)
             print_text(dumps.set, found, name, options.common);
         if (explanations.empty())
-            print_no_report(options, name, crash);
+            print_no_report(options, name, log.crash);
         else if (log.more_reports == 0)
             fmt::print("{}\n", pluralize(explanations.size(), "report"));
         else

@@ -1,6 +1,6 @@
 #include "workbench/analysis/check_dumps.hpp"
 #include "workbench/cli/command.hpp"
-#include "workbench/cli/json.hpp"
+#include "workbench/cli/print_json.hpp"
 #include "workbench/image/elf_image.hpp"
 #include "workbench/kernels/linking.hpp"
 #include "workbench/os/replace_file.hpp"

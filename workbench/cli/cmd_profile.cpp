@@ -1,7 +1,7 @@
 #include "workbench/analysis/profile.hpp"
 
 #include "workbench/cli/command.hpp"
-#include "workbench/cli/json.hpp"
+#include "workbench/cli/print_json.hpp"
 #include "workbench/cli/profile_input.hpp"
 #include "workbench/render/color.hpp"
 #include "workbench/render/listing.hpp"

@@ -2,7 +2,7 @@
 
 #include "workbench/analysis/check_dumps.hpp"
 #include "workbench/cli/command.hpp"
-#include "workbench/cli/json.hpp"
+#include "workbench/cli/print_json.hpp"
 #include "workbench/cli/profile_input.hpp"
 #include "workbench/os/replace_file.hpp"
 #include "workbench/text/counts.hpp"

@@ -1,5 +1,5 @@
 #include "workbench/cli/command.hpp"
-#include "workbench/cli/json.hpp"
+#include "workbench/cli/print_json.hpp"
 #include "workbench/render/color.hpp"
 #include "workbench/render/listing.hpp"
 

@@ -1,7 +1,8 @@
 #include "workbench/kernels/kernel_set.hpp"
 
+#include "check/nearest_name.hpp"
+
 #include <algorithm>
-#include <numeric>
 #include <tuple>
 
 namespace vorna::workbench {
@@ -128,37 +129,12 @@ const placed_kernel* find_kernel_by_data(const kernel_set& set, std::uint64_t ad
     return nullptr;
 }
 
-static std::size_t edit_distance(std::string_view a, std::string_view b)
-{
-    std::vector<std::size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        std::size_t diagonal = row[0]++;
-        for (std::size_t j = 0; j < b.size(); ++j) {
-            const std::size_t replaced = diagonal + (a[i] == b[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
-        }
-    }
-    return row[b.size()];
-}
-
 std::string nearest_name(const kernel_set& set, std::string_view name)
 {
-    constexpr std::size_t compared = 256; // characters of long names
-    name = name.substr(0, compared);
-    const placed_kernel* nearest = nullptr;
-    std::size_t least = 0;
-    for (const placed_kernel& kernel : set.kernels) {
-        const std::string_view other = std::string_view(kernel.name).substr(0, compared);
-        const std::size_t distance = edit_distance(name, other);
-        const std::size_t longer = std::max(name.size(), other.size());
-        if (distance <= (longer + 2) / 3 && distance < longer && (nearest == nullptr || distance < least)) {
-            nearest = &kernel;
-            least = distance;
-        }
-    }
-    return nearest == nullptr ? "" : nearest->name;
+    wfta::nearest_name_search search(name, wfta::name_candidates::all);
+    for (const placed_kernel& kernel : set.kernels)
+        search.offer(kernel.name);
+    return search.nearest();
 }
 
 } // namespace vorna::workbench

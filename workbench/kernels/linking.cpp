@@ -98,7 +98,7 @@ std::string message_of(const kernel_set& set, const placed_kernel& kernel,
     const auto word = [&] { return word_at(text, static_cast<std::size_t>(relocation.offset)); };
     switch (*result.finding) {
     case finding_id::unknown_target:
-        return wfta::not_dumped_message(subject);
+        return wfta::not_dumped_text(subject).message;
     case finding_id::offset:
         return wfta::offset_message(subject, kernel.text.size());
     case finding_id::field_filled:
@@ -108,7 +108,9 @@ std::string message_of(const kernel_set& set, const placed_kernel& kernel,
     case finding_id::call_bit_25: {
         const std::uint64_t P = wfta::target_value(kernel.text_address, relocation.offset);
         const std::int64_t distance = wfta::encoded_value(*kind, word());
-        return wfta::call_bit_25_message(subject, word(), address_text(set, wfta::target_value(P, distance)));
+        return wfta::call_bit_25_text(subject, *kind, word(), wfta::call_effect::leads_elsewhere,
+                                      address_text(set, wfta::target_value(P, distance)))
+            .message;
     }
     default:
         return wfta::message_of(*result.finding, subject);
@@ -130,10 +132,11 @@ linked_set link_set(const kernel_set& set)
     for (std::size_t k = 0; k < set.kernels.size(); ++k) {
         const placed_kernel& kernel = set.kernels[k];
         if (&kernel != find_kernel(set, kernel.name)) {
-            linked.findings.push_back({finding_id::duplicate_name, k, kernel.relocs.size(),
-                                       wfta::duplicate_name_message(find_kernel(set, kernel.name)->file +
-                                                                    ", which other kernels call"),
-                                       ""});
+            linked.findings.push_back(
+                {finding_id::duplicate_name, k, kernel.relocs.size(),
+                 wfta::duplicate_name_text(find_kernel(set, kernel.name)->file + ", which other kernels call")
+                     .message,
+                 ""});
         }
         std::vector<std::uint8_t> text = kernel.text;
         for (std::size_t r = 0; r < kernel.relocs.size(); ++r) {

@@ -13,6 +13,9 @@
 
 namespace vorna::workbench {
 
+/// Version of the JSON documents; the guide to the commands says what it promises.
+constexpr int json_version = 2;
+
 /// A JSON value. Objects keep their members in insertion order. Only json.cpp includes the JSON library,
 /// which is slow to compile.
 class json {

@@ -292,7 +292,7 @@ std::string generated_text(const placed_kernel& kernel, std::size_t offset, disa
     for (const tessjit::reloc_info& relocation : kernel.relocs) {
         const wfta::relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
         if (relocation.offset >= 0 && static_cast<std::size_t>(relocation.offset) == offset &&
-            kind != nullptr && (word & kind->opcode_mask) == kind->opcode && (word & kind->field_mask) == 0)
+            kind != nullptr && is_instruction_of(*kind, word) && (word & kind->field_mask) == 0)
             return relocated_text(kernel, relocation, word, disassembler);
     }
     return disassembler.text(word, kernel.text_address + offset);

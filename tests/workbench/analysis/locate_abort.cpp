@@ -174,7 +174,7 @@ TEST(LocateAbort, NamesTheKernelBeforeADuplicate)
     EXPECT_EQ(found.report, "duplicate-name");
     EXPECT_EQ(found.kernel, std::nullopt); // it was not dumped
     EXPECT_THAT(found.notes, ElementsAre(HasSubstr("the last kernel that was dumped is k")));
-    EXPECT_EQ(found.message, "a second kernel of one name");
+    EXPECT_EQ(found.message, "a second kernel of this name");
 }
 
 } // namespace

@@ -265,7 +265,8 @@ json overview_json(const model& model)
     json kernels = json::array();
     for (const entry& one : model.entries)
         kernels.push_back(kernel_json(model, one));
-    json made = {{"version", 2}, {"name", printable(input.name)}, {"mappings", std::move(mappings)}};
+    json made = {
+        {"version", json_version}, {"name", printable(input.name)}, {"mappings", std::move(mappings)}};
     if (input.profile != nullptr)
         made["profile"] = profile_json(*input.profile);
     if (input.against != nullptr) {

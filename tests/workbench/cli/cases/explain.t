@@ -48,7 +48,8 @@ What a process printed before it aborted, and what it had dumped until then:
     "line": 1,
     "notes": [],
     "fits": [],
-    "more": []
+    "more": [],
+    "crash": null
   }
   $ vorna-kernels explain log --dumps dumps --color=always
   \x1b[1;31merror\x1b[0m: \x1b[1mrelocation R_AARCH64_CALL26 against '.rodata.answer': field not zero in 0xb9400000\x1b[0m [field-filled] (esc)
@@ -139,7 +140,7 @@ An abort that does not say which kernel:
   > planner: fft/SRC/wfta/kernel_printer.cpp:162: void resolve_relocation(const string&, uint8_t*, const uint8_t*, const tessjit::reloc_info&, vorna::wfta::kernel_registry_map&): Assertion `target_addr' failed.
   > END
   $ vorna-kernels explain null
-  error: a relocation's target is at address null [null-target]
+  error: a relocation: its address is null [null-target]
     --> null:2
   note: the target's set had neither code nor constants, its mapping failed, or the host registered null
   help: run it again in an empty directory with VORNA_WFTA_DUMP_KERNEL= set, and give that directory with --dumps
@@ -174,7 +175,8 @@ No abort, and the signs of a crash:
     "line": null,
     "notes": [],
     "fits": [],
-    "more": []
+    "more": [],
+    "crash": null
   }
   [1]
   $ for line in 'qemu: uncaught target signal 11 (Segmentation fault) - core dumped' \

@@ -1,4 +1,4 @@
-// JSON as the commands print it.
+// Prints the JSON documents of commands.
 #pragma once
 
 #include "workbench/render/json.hpp"
@@ -6,9 +6,6 @@
 #include <string>
 
 namespace vorna::workbench {
-
-/// Version of the JSON documents; the guide to the commands says what it promises.
-constexpr int json_version = 2;
 
 /// Prints {"version": 2} and the object's members on stdout, indented by two spaces.
 void print_json(const json& members);

@@ -1,4 +1,4 @@
-#include "workbench/cli/json.hpp"
+#include "workbench/cli/print_json.hpp"
 
 #include <fmt/format.h>
 
