@@ -276,10 +276,11 @@ private:
         const relocation_target target = target_of(*dump_, extent_, reloc);
         at_.target_comes_later = target.state == where::later;
         const relocation_kind* const kind = find_relocation_kind(reloc.type);
-        if (kind != nullptr && kind->relative && target.state == where::placed && !at_.distance)
+        if (kind != nullptr && kind->relative && target.state == where::placed && !at_.distance) {
             at_.distance = static_cast<std::int64_t>(
                 wfta::relocation_value(*kind, target_value(target.address, reloc.addend),
                                        target_value(extent_.text_address, reloc.offset)));
+        }
     }
 
     void use_kind(const relocation_kind& kind)
@@ -377,11 +378,12 @@ private:
 
     void locate_without_relocation()
     {
-        if (dump_ != nullptr)
+        if (dump_ != nullptr) {
             note(fmt::format("no relocation in the dump of {} matches the message: it is of other code",
                              printable(dump_->name)));
-        else if (at_.kernel && !set().kernels.empty())
+        } else if (at_.kernel && !set().kernels.empty()) {
             note(fmt::format("there is no dump of {}", printable(*at_.kernel)));
+        }
         if (at_.kernel && has_exact_place())
             at_.offset = static_cast<std::int64_t>(place() - extent_.text_address);
         if (registered_ != nullptr && report_.range) {

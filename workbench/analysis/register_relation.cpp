@@ -86,7 +86,7 @@ bool register_relation::meet(const register_relation& other)
     if (stack.sp != other.stack.sp)
         stack.move_sp(std::nullopt);
     for (const std::int64_t slot : known.returns) {
-        if (other.stack.returns.count(slot) == 0)
+        if (!other.stack.returns.contains(slot))
             stack.returns.erase(slot);
     }
     return changed || !(stack == known);

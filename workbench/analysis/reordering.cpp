@@ -15,6 +15,7 @@ namespace vorna::workbench {
 static std::vector<code_entry> called(const std::vector<std::int64_t>& entries)
 {
     std::vector<code_entry> made;
+    made.reserve(entries.size());
     for (const std::int64_t entry : entries)
         made.push_back({entry, true});
     return made;

@@ -163,12 +163,13 @@ void print_diffs(const kernel_differences& kernels, std::size_t limit, bool mark
     for (std::size_t i = 0; i < changed.size() && i < limit; ++i) {
         const kernel_difference& kernel = *changed[i];
         const std::vector<std::string> lines = unified_diff(*kernel.before, *kernel.after, disassembler);
-        if (markdown)
+        if (markdown) {
             fmt::print("\n<details><summary>{}: {}</summary>\n\n{}\n</details>\n",
                        markdown_code(printable(kernel.name)), name_of(kernel.change),
                        markdown_block("diff", lines));
-        else
+        } else {
             print_text(lines, colored);
+        }
     }
     if (changed.size() > limit)
         fmt::print("\n{} more changed {}; show all with --limit={}\n", changed.size() - limit,

@@ -52,12 +52,13 @@ void print_no_report(const explain_options& options, const std::string& log_name
 {
     const std::string dumps = options.dumps.empty() ? "DUMPS" : printable(options.dumps);
     fmt::print("no report of an abort in {}\n", printable(log_name));
-    if (crash)
+    if (crash) {
         fmt::print("note: an instruction raised a signal, perhaps a kernel's\n"
                    "  --> {}:{}: {}\n",
                    printable(log_name), crash->line, printable(crash->text));
-    else
+    } else {
         fmt::print("note: the finaliser did not abort the process; a kernel that crashes leaves no report\n");
+    }
     fmt::print("help: vorna-kernels check {0}\n"
                "      vorna-kernels link {0} -o kernels.elf\n"
                "      gdb HOST CORE -ex 'add-symbol-file kernels.elf' -ex bt -ex 'x/i $pc'\n",
@@ -100,7 +101,7 @@ void print_instructions(const kernel_set& set, const abort_location& found, bool
 // "answer+0x8, relocation 2 of 2 (log:1)"
 std::string place_of(const abort_location& at, const kernel_set& dumps, const std::string& log_name)
 {
-    const std::string line = fmt::format("{}:{}", printable(log_name), at.line);
+    std::string line = fmt::format("{}:{}", printable(log_name), at.line);
     if (!at.kernel)
         return line;
     std::string place = at.offset ? place_text(*at.kernel, *at.offset) : place_text(*at.kernel);

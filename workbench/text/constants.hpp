@@ -15,6 +15,7 @@ struct constant {
     std::uint64_t bits = 0;
     std::size_t size = 8; ///< in bytes
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy takes the zero of the comparison for a pointer
     friend auto operator<=>(const constant& a, const constant& b) = default;
 };
 
