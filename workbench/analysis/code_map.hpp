@@ -35,7 +35,8 @@ struct code_map {
 /// always entries.
 code_map map_code(const decoded_kernel& code, const std::vector<code_entry>& entries);
 
-/// The same for a kernel that is prepared for decoding: decodes the words that may be executed, and no others.
+/// The same for a kernel that is prepared for decoding: decodes the words that may be executed, and no
+/// others.
 code_map decode_and_map(decoded_kernel& code, const std::vector<code_entry>& entries);
 
 /// Where control continues after an instruction, apart from calls of other kernels.
