@@ -513,13 +513,15 @@ private:
             if (report_.id.empty())
                 use_missing_message(refused, *kind);
         }
-        note(is_newer(newest, chosen) ? "the last kernel of its mapping, and its relocations end so; by the "
-                                        "files' times another dump is newer"
-                                      : "the last dump written, and its relocations end so");
+        note(is_newer(newest, chosen)
+                 ? "the last kernel of its mapping, and its relocations fail in this way; by the "
+                   "files' times another dump is newer"
+                 : "the last dump written, and its relocations fail in this way");
         for (const std::size_t i : matching) {
             if (i != chosen && !is_newer(chosen, i))
-                note(fmt::format("{} would end so too: the files' times do not tell which was written last",
-                                 printable(set().kernels[i].name)));
+                note(fmt::format(
+                    "{} would fail in this way too: the files' times do not tell which was written last",
+                    printable(set().kernels[i].name)));
         }
     }
 

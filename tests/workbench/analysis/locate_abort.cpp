@@ -143,11 +143,12 @@ TEST(LocateAbort, ChecksTheLastDumpWrittenIfThereIsNoMessage)
     const explained_abort found = explain(log, dumps_of({one, other}, {2, 1}));
     EXPECT_EQ(found.kernel, "k");
     EXPECT_EQ(found.target, "nobody");
-    EXPECT_THAT(found.notes, ElementsAre("the last dump written, and its relocations end so"));
+    EXPECT_THAT(found.notes, ElementsAre("the last dump written, and its relocations fail in this way"));
     EXPECT_EQ(explain(log, dumps_of({one, other}, {1, 2})).kernel, "other");
-    EXPECT_THAT(explain(log, dumps_of({one, other}, {1, 1})).notes,
-                ElementsAre("the last dump written, and its relocations end so",
-                            "other would end so too: the files' times do not tell which was written last"));
+    EXPECT_THAT(
+        explain(log, dumps_of({one, other}, {1, 1})).notes,
+        ElementsAre("the last dump written, and its relocations fail in this way",
+                    "other would fail in this way too: the files' times do not tell which was written last"));
 
     // Copied in another order: a kernel that would not fail in this way was not the last.
     placed_kernel sound = other;
@@ -157,7 +158,7 @@ TEST(LocateAbort, ChecksTheLastDumpWrittenIfThereIsNoMessage)
     EXPECT_THAT(
         copied.notes,
         ElementsAre(
-            "the last kernel of its mapping, and its relocations end so; by the files' times another dump is newer"));
+            "the last kernel of its mapping, and its relocations fail in this way; by the files' times another dump is newer"));
     // A kernel before others of its mapping was linked, unless the others are from an earlier run.
     const placed_kernel after = kernel("after", text_of_k + 32, {a64::ret()}, data_of_k + 64);
     EXPECT_EQ(explain(log, dumps_of({one, after}, {1, 2})).relocation, std::nullopt);
