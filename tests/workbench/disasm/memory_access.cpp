@@ -197,10 +197,8 @@ std::optional<memory_access> read_text(std::string_view text)
         access.load = access.store = access.atomic = true;
         access.registers = 2;
         first = 2;
-    } else if (all_of({"cas"})) {
-        access.load = access.store = access.atomic = true;
-        first = 1;
-    } else if (all_of({"swp", "ldadd", "ldclr", "ldeor", "ldset", "ldsmax", "ldsmin", "ldumax", "ldumin"})) {
+    } else if (all_of({"cas", "swp", "ldadd", "ldclr", "ldeor", "ldset", "ldsmax", "ldsmin", "ldumax",
+                       "ldumin"})) {
         access.load = access.store = access.atomic = true;
         first = 1;
     } else if (all_of({"ldaxp", "ldxp"})) {
@@ -223,15 +221,13 @@ std::optional<memory_access> read_text(std::string_view text)
         access.load = access.ordered = true;
     } else if (all_of({"stlur", "stllr", "stlr"})) {
         access.store = access.ordered = true;
-    } else if (all_of({"ldraa", "ldrab"})) {
-        access.load = true;
     } else if (all_of({"ldnp", "ldp"})) {
         access.load = true;
         access.registers = 2;
     } else if (all_of({"stnp", "stp", "stgp"})) {
         access.store = true;
         access.registers = 2;
-    } else if (all_of({"ldur", "ldtr", "ldr"})) {
+    } else if (all_of({"ldraa", "ldrab", "ldur", "ldtr", "ldr"})) {
         access.load = true;
     } else if (all_of({"stur", "sttr", "str"})) {
         access.store = true;

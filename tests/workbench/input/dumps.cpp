@@ -17,7 +17,6 @@ using support::placed_bytes;
 using support::temp_directory;
 using support::write_file;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using vorna::workbench::dump_reading;
 using vorna::workbench::placed_kernel;
@@ -250,7 +249,8 @@ placed_kernel as_its_sections_say(const std::string& image)
     const auto* const header = reinterpret_cast<const Elf64_Ehdr*>(image.data());
     const auto* const sections = reinterpret_cast<const Elf64_Shdr*>(image.data() + header->e_shoff);
     const auto string_at = [&](std::size_t table, std::size_t offset) -> std::string {
-        return std::string(image, std::min(image.size(), sections[table].sh_offset + offset)).c_str();
+        const std::size_t begin = std::min(image.size(), sections[table].sh_offset + offset);
+        return image.substr(begin, std::min(image.find('\0', begin), image.size()) - begin);
     };
     placed_kernel kernel;
     for (std::size_t i = 0; i < header->e_shnum; ++i) {

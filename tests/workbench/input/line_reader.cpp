@@ -51,7 +51,7 @@ TEST(LineReader, KeepsTheEndOfALongLine)
                     ElementsAre("1:" + std::string(95, 'a') + "01234", truncated, "3:c"))
             << piece;
     const std::string endless(100000, 'x');
-    for (const std::size_t piece : {1, 99, 100, 101, 199, 201, 100000})
+    for (const std::size_t piece : std::initializer_list<std::size_t>{1, 99, 100, 101, 199, 201, 100000})
         EXPECT_THAT(lines_of(endless, piece),
                     ElementsAre("1:" + std::string(100, 'x') + " (truncated) (not ended)"))
             << piece;

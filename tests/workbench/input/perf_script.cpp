@@ -12,7 +12,6 @@ namespace {
 
 using namespace vorna::workbench;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 std::string text_of(const perf_sample& sample)
 {

@@ -58,7 +58,7 @@ TEST(KernelSet, FindsTheFirstKernelOfAName)
 {
     const kernel_set set = make_kernel_set(
         {placed_bytes("k", 0x2000, 4), placed_bytes("k", 0x1000, 4), placed_bytes("", 0x3000, 4)});
-    EXPECT_EQ(find_kernel(set, "k"), &set.kernels[0]);
+    EXPECT_EQ(find_kernel(set, "k"), set.kernels.data());
     EXPECT_EQ(find_kernel(set, ""), &set.kernels[2]);
     EXPECT_EQ(find_kernel(set, "K"), nullptr);
 }
