@@ -385,10 +385,11 @@ private:
 
     [[nodiscard]] register_and_value computed(const instruction& at, size_t index) const
     {
-        if (at.kind == instruction_kind::adr)
+        if (at.kind == instruction_kind::adr) {
             return std::pair{operands_of(code_, at)[0].registers[0],
                              register_value{kind::address, std::nullopt, 0,
                                             static_cast<int64_t>(4 * index) + *at.pc_relative}};
+        }
         if (const std::optional<register_sum> added = register_sum_of(code_, at))
             return std::pair{added->to, sum(get(added->from), added->constant, added->wide)};
         if (const std::optional<register_number> number = register_number_of(code_, at)) {

@@ -518,10 +518,11 @@ private:
                    "files' times another dump is newer"
                  : "the last dump written, and its relocations fail in this way");
         for (const std::size_t i : matching) {
-            if (i != chosen && !is_newer(chosen, i))
+            if (i != chosen && !is_newer(chosen, i)) {
                 note(fmt::format(
                     "{} would fail in this way too: the files' times do not tell which was written last",
                     printable(set().kernels[i].name)));
+            }
         }
     }
 

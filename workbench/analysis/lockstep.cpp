@@ -136,7 +136,7 @@ private:
         for (bool first = true;; first = false, ++index) {
             if (index >= a_.instructions.size() || left-- == 0)
                 return false;
-            if (!first && leaders_.count(index) != 0) {
+            if (!first && leaders_.contains(index)) {
                 meet_at(index, registers_);
                 return true;
             }
@@ -196,10 +196,11 @@ private:
             return false;
         if (a.relocated != word_relocation::none)
             return step_with_relocation(a, b, from, to);
-        if (a.kind == instruction_kind::adr)
+        if (a.kind == instruction_kind::adr) {
             return form_address(from, to, relation::address, true,
                                 static_cast<std::int64_t>(4 * index) + *a.pc_relative,
                                 static_cast<std::int64_t>(4 * index) + *b.pc_relative);
+        }
         if (a.kind == instruction_kind::adrp)
             return false; // an ADRP without a relocation: what is there is unknown
         if (const auto access = memory_access_of(a_, a);
@@ -314,7 +315,7 @@ private:
             const std::vector<register_id> loaded = moved_registers(from);
             for (std::size_t i = 0; i < loaded.size(); ++i) {
                 const bool is_returned_to =
-                    registers_.stack.returns.count(*place + 8 * static_cast<std::int64_t>(i)) != 0;
+                    registers_.stack.returns.contains(*place + 8 * static_cast<std::int64_t>(i));
                 if (is_returned_to && loaded[i] < register_count)
                     made.set(loaded[i]);
             }
