@@ -27,7 +27,7 @@ expect_first_kernel "$PWD/planner" "$elf"
 # What comes with the program is of the program: the manual page names each command, and completion offers it.
 if [ "$workbench" = ON ]; then
     PATH=$work/debian/usr/bin:$PATH
-    commands=$(vorna-kernels --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p')
+    commands=$(vorna-kernels --help | sed -n '/^Commands:/,/^$/s/^  \([a-z]*\) .*/\1/p')
     [ -n "$commands" ] || fail "no commands in the help"
     manual=$(zcat "$work/debian/usr/share/man/man1/vorna-kernels.1.gz")
     for command in $commands; do

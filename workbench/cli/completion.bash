@@ -8,7 +8,7 @@ _vorna_kernels() {
 
     # The words of the command, which may have commands of its own.
     local command="" at=1 names
-    while names=$("$1" $command --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p') && [[ $names ]]; do
+    while names=$("$1" $command --help 2>/dev/null | sed -n '/^Commands:/,/^$/s/^  \([a-z]*\) .*/\1/p') && [[ $names ]]; do
         if [[ $cword -eq $at && $cur != -* ]]; then
             # shellcheck disable=SC2207
             COMPREPLY=($(compgen -W "$names" -- "$cur"))
