@@ -47,7 +47,7 @@ TEST(ValidUtf8, ReplacesWhatIsNotACharacterOnceEach)
 
 bool is_utf8_for_iconv(std::string text)
 {
-    const iconv_t converter = iconv_open("UTF-32LE", "UTF-8");
+    void* const converter = iconv_open("UTF-32LE", "UTF-8");
     std::string output(4 * text.size() + 4, '\0');
     char* in = text.data();
     char* out = output.data();
