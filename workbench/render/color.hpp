@@ -8,7 +8,8 @@ namespace vorna::workbench {
 
 enum class color { none, red, yellow, green, cyan, bold, dim };
 
-/// The text with the terminal's escape sequences for the colour; unchanged if `enabled` is false.
+/// The text with the terminal's escape sequences for the colour; unchanged if it is empty or
+/// `enabled` is false.
 std::string colorize(std::string_view text, color c, bool enabled);
 
 } // namespace vorna::workbench

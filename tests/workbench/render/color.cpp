@@ -21,6 +21,7 @@ TEST(Colorize, LeavesPlainTextAlone)
 {
     EXPECT_EQ(colorize("a", color::none, true), "a");
     EXPECT_EQ(colorize("a", color::red, false), "a");
+    EXPECT_EQ(colorize("", color::red, true), "");
 }
 
 } // namespace

@@ -13,7 +13,7 @@ Not in a file or a pipe, unless asked for:
    +00  d65f03c0  ret
   $ vorna-kernels show --color=always dumps
   \x1b[1mk  0x10000  4 bytes, 1 instruction\x1b[0m (esc)
-   +00  d65f03c0  ret\x1b[32m\x1b[0m (esc)
+   +00  d65f03c0  ret
 
 On a terminal, unless the environment forbids it:
 
