@@ -1,13 +1,25 @@
 // Formats numbers and names for messages.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace vorna::wfta {
 
-/// The name on one line: control characters escaped ("\n", "\x1b"), everything else unchanged.
+/// The first character of the bytes, or what is not UTF-8.
+struct utf8_sequence {
+    std::size_t size;
+    bool valid;
+};
+
+/// There must be at least one byte. An invalid sequence ends before the first byte that cannot continue it,
+/// as the Unicode standard recommends for substitution.
+utf8_sequence first_sequence(std::string_view bytes);
+
+/// The name on one line, in UTF-8: control characters and invalid bytes escaped ("\n", "\x1b", "\xff"),
+/// everything else unchanged.
 std::string printable(std::string_view name);
 
 /// The printable name in quotes; truncated if very long, since names in dumps may have any length.

@@ -611,15 +611,16 @@ TEST_F(ShowCommand, PrintsEachKernel)
     const child_result show = this->show({});
     EXPECT_EQ(show.exit_status, 0);
     EXPECT_EQ(show.err, "");
-    EXPECT_EQ(show.out, "caller  0x10000  16 bytes, 4 instructions; data 0x10040, 8 bytes; calls odd\\n\xff\n"
-                        " +00  b4000040  cbz   x0, .L8\n"
-                        " +04  94000007  bl    odd\\n\xff\n"
-                        ".L8:\n"
-                        " +08  100001c3  adr   x3, .rodata\n"
-                        " +0c  f9400061  ldr   x1, [x3]                     ; .rodata  7\n"
-                        "\n"
-                        "odd\\n\xff  0x10020  4 bytes, 1 instruction; called by caller\n"
-                        " +00  d65f03c0  ret\n");
+    EXPECT_EQ(show.out,
+              "caller  0x10000  16 bytes, 4 instructions; data 0x10040, 8 bytes; calls odd\\n\\xff\n"
+              " +00  b4000040  cbz   x0, .L8\n"
+              " +04  94000007  bl    odd\\n\\xff\n"
+              ".L8:\n"
+              " +08  100001c3  adr   x3, .rodata\n"
+              " +0c  f9400061  ldr   x1, [x3]                     ; .rodata  7\n"
+              "\n"
+              "odd\\n\\xff  0x10020  4 bytes, 1 instruction; called by caller\n"
+              " +00  d65f03c0  ret\n");
     EXPECT_THAT(this->show({"caller", "--color=always"}).out, HasSubstr("\x1b[32m; .rodata  7\x1b[0m\n"));
     EXPECT_THAT(this->show({"caller", "--unlinked"}).out, HasSubstr(" +04  94000000  bl    0x10004  "));
 }

@@ -10,7 +10,7 @@ namespace {
 using vorna::workbench::printable;
 using vorna::workbench::valid_utf8;
 
-TEST(Printable, EscapesControlCharactersOnly)
+TEST(Printable, EscapesControlCharacters)
 {
     EXPECT_EQ(printable("wfta_12 ä\\"), "wfta_12 ä\\");
     EXPECT_EQ(printable("a\nb\tc\x1b[31m\x7f"), "a\\nb\\tc\\x1b[31m\\x7f");
@@ -21,7 +21,22 @@ TEST(Printable, EscapesC1ControlsOfUtf8)
 {
     EXPECT_EQ(printable("\xc2\x9b"), "\\x9b"); // CSI
     EXPECT_EQ(printable("\xc2\xa0"), "\xc2\xa0");
-    EXPECT_EQ(printable("\x9b"), "\x9b"); // not a character by itself
+}
+
+TEST(Printable, EscapesEachByteThatIsNotUtf8)
+{
+    EXPECT_EQ(printable("\x9b"), "\\x9b");
+    EXPECT_EQ(printable("a\xff\xfe\xc3\xa4"), "a\\xff\\xfe\xc3\xa4");
+    EXPECT_EQ(printable("\xe2\x82z"), "\\xe2\\x82z"); // truncated
+    EXPECT_EQ(printable("\xc0\x9f"), "\\xc0\\x9f");   // overlong
+    EXPECT_EQ(printable("\xf0\x9f\x98"), "\\xf0\\x9f\\x98");
+}
+
+TEST(Quoted, IsTruncatedBetweenCharacters)
+{
+    EXPECT_EQ(vorna::wfta::quoted(std::string(254, 'a') + "\xc3\xa4"), "'" + std::string(254, 'a') + "...'");
+    EXPECT_EQ(vorna::wfta::quoted(std::string(253, 'a') + "\xc3\xa4"),
+              "'" + std::string(253, 'a') + "\xc3\xa4'");
 }
 
 const std::string replacement = "\xef\xbf\xbd";
@@ -71,6 +86,7 @@ TEST(ValidUtf8, LeavesTextThatIconvTakesAndMakesItOfAllOther)
         const std::string made = valid_utf8(bytes);
         ASSERT_TRUE(is_utf8_for_iconv(made));
         ASSERT_EQ(made == bytes, is_utf8_for_iconv(bytes));
+        ASSERT_TRUE(is_utf8_for_iconv(printable(bytes)));
         valid += made == bytes;
     }
     EXPECT_GT(valid, 100);

@@ -27,7 +27,7 @@ A name cannot break out of its place in a workflow command or in Markdown:
   ::notice title=a\nb\x1b[31m%25%3A%3Aerror%3A%3A::a\nb\x1b[31m%25::error::: added; instructions 0 -> 1 (+1), code bytes 0 -> 4 (+4), constant bytes 0
   ::warning title=a%2Cb::a,b: code; instructions 1 -> 2 (+1), code bytes 4 -> 8 (+4), constant bytes 0
   ::warning title=a|`<b>::a|`<b>: code; instructions 2 -> 3 (+1), code bytes 8 -> 12 (+4), constant bytes 0
-  ::warning title=fixes #1%2C \xff::fixes #1, \xff: code; instructions 2 -> 1 (-1), code bytes 8 -> 4 (-4), constant bytes 0 (esc)
+  ::warning title=fixes #1%2C \xff::fixes #1, \xff: code; instructions 2 -> 1 (-1), code bytes 8 -> 4 (-4), constant bytes 0
   0 same
   [1]
   $ vorna-kernels diff --format=markdown before after
@@ -36,15 +36,15 @@ A name cannot break out of its place in a workflow command or in Markdown:
   | <code>a&#92;nb&#92;x1b&#91;31m%&#58;&#58;error&#58;&#58;</code> | added | 0 -> 1 (+1) | 0 -> 4 (+4) | 0 |
   | <code>a,b</code> | code | 1 -> 2 (+1) | 4 -> 8 (+4) | 0 |
   | <code>a&#124;&#96;&#60;b&#62;</code> | code | 2 -> 3 (+1) | 8 -> 12 (+4) | 0 |
-  | <code>fixes &#35;1, \xef\xbf\xbd</code> | code | 2 -> 1 (-1) | 8 -> 4 (-4) | 0 | (esc)
+  | <code>fixes &#35;1, &#92;xff</code> | code | 2 -> 1 (-1) | 8 -> 4 (-4) | 0 |
   
   0 same
   
-  <details><summary><code>fixes &#35;1, \xef\xbf\xbd</code>: code</summary> (esc)
+  <details><summary><code>fixes &#35;1, &#92;xff</code>: code</summary>
   
   ```diff
-  --- fixes #1, \xef\xbf\xbd (before) (esc)
-  +++ fixes #1, \xef\xbf\xbd (after) (esc)
+  --- fixes #1, \xff (before)
+  +++ fixes #1, \xff (after)
   @@ +00 +00 @@
   - +00  d503201f  nop
     +00  d65f03c0  ret
