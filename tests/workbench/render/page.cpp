@@ -2,10 +2,9 @@
 // and works in a browser is tested by page_browser.py.
 
 #include "workbench/render/page/page.hpp"
-#include "jit/elf.hpp"
 #include "tests/support/a64.hpp"
+#include "tests/support/dumps.hpp"
 #include "tests/support/files.hpp"
-#include "tests/support/kernels.hpp"
 #include "tests/support/temp_directory.hpp"
 #include "tests/support/tool.hpp"
 #include "workbench/analysis/difference.hpp"
@@ -27,20 +26,13 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
 
-placed_kernel placed(const std::string& name, std::uint64_t text, const std::vector<std::uint32_t>& words,
-                     std::uint64_t data = 0, std::vector<std::uint8_t> data_bytes = {},
-                     std::vector<tessjit::reloc_info> relocs = {})
-{
-    return {name, text, code(words), data, std::move(data_bytes), std::move(relocs), 0, ""};
-}
-
 /// wfta_3 and wfta_12, which calls it, with a loop and constants.
 kernel_set two_kernels()
 {
     return make_kernel_set(
-        {placed("wfta_3", 0x10000, {a64::nop(), a64::ret()}, 0x10080, {1, 2, 3, 4, 5, 6, 7, 8}),
-         placed("wfta_12", 0x10020, {a64::nop(), a64::bl(), 0xb5ffffc5, a64::ret()}, 0x10088, {9},
-                {{"wfta_3", 4, R_AARCH64_CALL26, 0}})});
+        {placed("wfta_3", 0x10000, {a64::nop(), a64::ret()}, {}, {1, 2, 3, 4, 5, 6, 7, 8}, 0x10080),
+         placed("wfta_12", 0x10020, {a64::nop(), a64::bl(), 0xb5ffffc5, a64::ret()},
+                {{"wfta_3", 4, R_AARCH64_CALL26, 0}}, {9}, 0x10088)});
 }
 
 page_input input_of(const kernel_set& set)
@@ -61,7 +53,7 @@ nlohmann::json listing_of(const page_input& input, std::size_t kernel)
     return nlohmann::json::parse(make_page_model(input).listings.at(kernel));
 }
 
-/// The element of the page with that id, of which there is one.
+/// The element of the page with that id; there must be exactly one.
 std::string element_of(const std::string& page, const std::string& id)
 {
     const std::string begin = "<script type=\"application/json\" id=\"" + id + "\">";
@@ -101,18 +93,18 @@ TEST(PageModel, HoldsTheFactsOfEachKernel)
 
 TEST(PageModel, CountsWhatLiesBetweenNeighboursAsPaddingAndTheRestAsUnknown)
 {
-    // Gaps of 31 and 32 bytes, one in front of the first kernel of the mapping, and one before the constants.
+    // Gaps of 31 and 32 bytes, one before the first kernel of the mapping, and one before the constants.
     const kernel_set set = make_kernel_set({
-        placed("a", 0x10040, {a64::ret()}, 0x10200, {1, 2, 3, 4}),
-        {"b", 0x10044 + 31, {1}, 0x10210, {5, 6}, {}, 0, ""},
-        {"c", 0x10064 + 32, {1}, 0x10212, {}, {}, 0, ""},
+        placed("a", 0x10040, {a64::ret()}, {}, {1, 2, 3, 4}, 0x10200),
+        placed_bytes("b", 0x10044 + 31, 1, 0x10210, 2),
+        placed_bytes("c", 0x10064 + 32, 1, 0x10212),
     });
     ASSERT_EQ(set.mappings.size(), 1U);
     const nlohmann::json mapping = overview_of(input_of(set))["mappings"][0];
     EXPECT_EQ(mapping["address"], "0x10000");
     EXPECT_EQ(mapping["size"], 0x212);
-    EXPECT_EQ(mapping["padding"], 31 + 12); // behind a's code, behind a's data
-    // In front of a; between b and c; between c and the first constants.
+    EXPECT_EQ(mapping["padding"], 31 + 12); // after a's code, after a's data
+    // Before a; between b and c; between c and the first constants.
     EXPECT_EQ(mapping["unknown"], array({{0, 0x40}, {0x64, 32}, {0x85, 0x200 - 0x85}}));
 }
 
@@ -146,11 +138,11 @@ TEST(PageModel, ListsRowsWithLabelsTargetsAndCalls)
 TEST(PageModel, HoldsBothSidesOfAChangedKernelAndHowTheirRowsAlign)
 {
     const kernel_set before = make_kernel_set(
-        {placed("k", 0x10000, {a64::nop(), 0xaa0003e2, 0xaa0003e3, 0xaa0003e4, a64::ret()}, 0x10020, {1}),
+        {placed("k", 0x10000, {a64::nop(), 0xaa0003e2, 0xaa0003e3, 0xaa0003e4, a64::ret()}, {}, {1}, 0x10020),
          placed("removed", 0x10040, {a64::ret()}), placed("same", 0x10060, {a64::ret()})});
     const kernel_set set = make_kernel_set(
-        {placed("k", 0x20000, {a64::nop(), 0xaa0003e2, 0x910042b5, 0xaa0003e4, a64::nop(), a64::ret()},
-                0x20020, {2}),
+        {placed("k", 0x20000, {a64::nop(), 0xaa0003e2, 0x910042b5, 0xaa0003e4, a64::nop(), a64::ret()}, {},
+                {2}, 0x20020),
          placed("added", 0x20040, {a64::ret()}), placed("same", 0x20060, {a64::ret()})});
     page_input input = input_of(set);
     input.against = &before;
@@ -268,7 +260,7 @@ TEST(PageModel, DoesNotListAKernelThatIsTooLong)
 TEST(PageModel, HoldsTheFirstBytesOfLongConstants)
 {
     const kernel_set set =
-        make_kernel_set({placed("k", 0x10000, {a64::ret()}, 0x10020, std::vector<std::uint8_t>(20000, 7))});
+        make_kernel_set({placed("k", 0x10000, {a64::ret()}, {}, std::vector<std::uint8_t>(20000, 7))});
     EXPECT_EQ(listing_of(input_of(set), 0)["constants"].get<std::string>().size(), 2U * 16384);
 }
 
@@ -286,12 +278,12 @@ TEST(PageModel, GivesKernelsOfOneNameAndOfNoNameIdsOfTheirOwn)
 
 TEST(PageModel, SurvivesASetOfOddKernels)
 {
-    // No code at all, no mapping's length, a circle of calls, bytes behind the last word, a call of nobody.
-    const kernel_set set =
-        make_kernel_set({placed("empty", 0, {}),
-                         placed("a", 0x10000, {a64::bl()}, 0x10020, {}, {{"b", 0, R_AARCH64_CALL26, 0}}),
-                         placed("b", 0x10010, {a64::bl(), a64::bl()}, 0x10020, {},
-                                {{"a", 0, R_AARCH64_CALL26, 0}, {"nobody", 4, R_AARCH64_CALL26, 0}})});
+    // No code at all, no mapping's length, a circle of calls, bytes after the last word, a call of nobody.
+    const kernel_set set = make_kernel_set(
+        {placed("empty", 0, {}),
+         placed("a", 0x10000, {a64::bl()}, {{"b", 0, R_AARCH64_CALL26, 0}}, {}, 0x10020),
+         placed("b", 0x10010, {a64::bl(), a64::bl()},
+                {{"a", 0, R_AARCH64_CALL26, 0}, {"nobody", 4, R_AARCH64_CALL26, 0}}, {}, 0x10020)});
     const nlohmann::json kernels = overview_of(input_of(set))["kernels"];
     EXPECT_EQ(kernels[1]["callees"], array({2}));
     EXPECT_EQ(kernels[2]["callees"], array({1}));
@@ -304,9 +296,10 @@ TEST(Page, HoldsNamesThatCannotEndTheirElement)
 {
     const kernel_set set = make_kernel_set({placed("</script><!--<script>\n\xff", 0x10000, {a64::ret()})});
     const std::string page = make_page(input_of(set));
-    EXPECT_THAT(element_of(page, ":model"), HasSubstr(R"("name":"\u003c/script>\u003c!--\u003cscript>\\n)"));
+    EXPECT_THAT(element_of(page, ":model"),
+                HasSubstr(R"("name":"\u003c/script>\u003c!--\u003cscript>\\n\\xff)"));
     EXPECT_EQ(nlohmann::json::parse(element_of(page, ":model"))["kernels"][0]["name"],
-              "</script><!--<script>\\n\xef\xbf\xbd");
+              "</script><!--<script>\\n\\xff");
     EXPECT_THAT(page, Not(HasSubstr("</script><!")));
 }
 
@@ -336,10 +329,8 @@ protected:
 
     void dump(const std::string& file, const std::string& name, std::uint64_t text) const
     {
-        tessjit::elf_data elf;
-        elf.fns.emplace_back(name, address(text), code({a64::ret()}), address(text + 0x80),
-                             std::vector<std::uint8_t>(8, 1), std::vector<tessjit::reloc_info>());
-        write_file(directory.path() / file, to_string(tessjit::emit_elf(elf)));
+        write_file(directory.path() / file, dump_of({placed(name, text, {a64::ret()}, {},
+                                                            std::vector<std::uint8_t>(8, 1), text + 0x80)}));
     }
 
     [[nodiscard]] child_result run(std::vector<std::string> arguments) const
@@ -434,7 +425,7 @@ TEST_F(ReportCommand, ShowsNoShareOfSamplesWithoutWeight)
     EXPECT_EQ(kernel["time_text"], "0.0");
 }
 
-TEST_F(ReportCommand, LeavesTheOldPageInTrouble)
+TEST_F(ReportCommand, LeavesTheOldPageAfterAnError)
 {
     write_file(directory.path() / "page.html", "old");
     std::filesystem::create_directory(directory.path() / "none");

@@ -577,7 +577,7 @@ class Page(unittest.TestCase):
     def test_fragment_of_a_folded_row_unfolds_it(self):
         self.open(self.comparison, "kernel_5+0x4")
         self.wait_until_here("kernel_5+0x4")
-        self.run_script("location.hash = 'kernel_6+0x8'")  # a kernel of which all rows are equal
+        self.run_script("location.hash = 'kernel_6+0x8'")  # all rows of this kernel are equal
         self.wait_until_here("kernel_6+0x8")
 
     def test_changed_constants_are_shown_beside_what_they_were(self):
@@ -653,7 +653,7 @@ class Page(unittest.TestCase):
     def test_hostile_names_stay_text(self):
         dumps = make_dumps(self.path("hostile"), 8, [name.encode() for name in HOSTILE_NAMES] + [INVALID_UTF8])
         page = make_report(dumps, self.path("hostile.html"), "--against", make_dumps(self.path("harmless"), 8))
-        shown = [name or "(no name)" for name in HOSTILE_NAMES] + ["bad\ufffd\ufffdname"]
+        shown = [name or "(no name)" for name in HOSTILE_NAMES] + ["bad\\xff\\xfename"]
         self.open(page)
         self.click("th[data-key=address] button")
         self.assertEqual(self.column("name")[-len(shown):], shown)
@@ -724,7 +724,7 @@ class Page(unittest.TestCase):
             for width in (1400, 800, 400):
                 self.size(width, 900)
                 self.assertLessEqual(self.value("document.documentElement.scrollWidth"), width, page)
-                # But for what scrolls by itself, nothing reaches beyond the right edge.
+                # Except for what scrolls by itself, nothing reaches beyond the right edge.
                 beyond = self.run_script("""
                     return [...document.querySelectorAll('body *')].filter((element) =>
                         !element.closest('.wide, .strips, .listing, .constants, dialog') &&
