@@ -53,6 +53,24 @@ const char* name_of(finding_id id)
         return "data-alignment";
     case finding_id::erratum_843419:
         return "erratum-843419";
+    case finding_id::abi_callee_saved:
+        return "abi-callee-saved";
+    case finding_id::abi_stack_pointer:
+        return "abi-stack-pointer";
+    case finding_id::abi_return_address:
+        return "abi-return-address";
+    case finding_id::abi_platform_register:
+        return "abi-platform-register";
+    case finding_id::abi_below_stack:
+        return "abi-below-stack";
+    case finding_id::reads_unset:
+        return "reads-unset";
+    case finding_id::reads_flags_unset:
+        return "reads-flags-unset";
+    case finding_id::unreachable_code:
+        return "unreachable-code";
+    case finding_id::unfollowed:
+        return "unfollowed";
     }
     return "";
 }

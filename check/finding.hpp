@@ -43,6 +43,15 @@ enum class finding_id {
     writes_constants,
     data_alignment,
     erratum_843419,
+    abi_callee_saved,
+    abi_stack_pointer,
+    abi_return_address,
+    abi_platform_register,
+    abi_below_stack,
+    reads_unset,
+    reads_flags_unset,
+    unreachable_code,
+    unfollowed,
 };
 
 /// The id as it is printed: "duplicate-name" for finding_id::duplicate_name. The string is static.

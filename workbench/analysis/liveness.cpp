@@ -1,0 +1,214 @@
+// The usual backward analysis over basic blocks. Before it, a forward analysis finds which argument registers
+// the kernel may have set: these are what a call or a return uses.
+
+#include "workbench/analysis/liveness.hpp"
+
+#include "workbench/analysis/address_tracking.hpp"
+#include "workbench/analysis/calling_convention.hpp"
+#include "workbench/disasm/register_effect.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+namespace vorna::workbench {
+
+namespace {
+
+using std::size_t;
+using std::uint32_t;
+
+constexpr uint32_t no_block = ~uint32_t{0};
+
+struct block {
+    size_t begin = 0;
+    size_t end = 0;
+    register_set set;  // argument registers that may be set before it
+    register_set live; // before it
+    std::vector<uint32_t> before;
+    std::vector<uint32_t> after;
+};
+
+// The instructions between the branch targets and branches of a kernel.
+std::vector<block> find_blocks(const decoded_kernel& code, const code_map& map)
+{
+    const size_t words = code.instructions.size();
+    std::vector<block> blocks;
+    std::vector<uint32_t> block_of(words, no_block);
+    const auto is_code = [&](size_t i) { return i < words && map.uses[i] == word_use::code; };
+    for (size_t i = 0; i < words; ++i) {
+        if (!is_code(i))
+            continue;
+        if (map.leaders[i] || i == 0 || !is_code(i - 1) || code.instructions[i - 1].is_terminator()) {
+            if (blocks.size() == most_followed_blocks)
+                return {};
+            blocks.emplace_back();
+            blocks.back().begin = i;
+        }
+        block_of[i] = static_cast<uint32_t>(blocks.size() - 1);
+        blocks.back().end = i + 1;
+    }
+    for (uint32_t number = 0; number < blocks.size(); ++number) {
+        const size_t last = blocks[number].end - 1;
+        successors flow = successors_of(code, last);
+        if (code.instructions[last].is_call())
+            flow.target.reset(); // of the kernel's own code: returns
+        const auto connect = [&](size_t to) {
+            blocks[number].after.push_back(block_of[to]);
+            blocks[block_of[to]].before.push_back(number);
+        };
+        if (flow.target && is_code(*flow.target))
+            connect(*flow.target);
+        if (flow.next && is_code(last + 1))
+            connect(last + 1);
+    }
+    return blocks;
+}
+
+class analysis {
+public:
+    analysis(const decoded_kernel& code, const code_map& map) : code_(code), blocks_(find_blocks(code, map))
+    {
+    }
+
+    std::vector<register_set> run()
+    {
+        std::vector<register_set> live(code_.instructions.size());
+        find_set();
+        find_live();
+        for (const block& b : blocks_) {
+            const std::vector<register_set> set = set_in(b);
+            register_set after = live_after(b);
+            for (size_t i = b.end; i-- > b.begin;)
+                live[i] = after = live_before(i, after, set[i - b.begin]);
+        }
+        return live;
+    }
+
+private:
+    // Argument registers that the kernel may have set after an instruction.
+    [[nodiscard]] register_set set_after(size_t index, const register_set& before) const
+    {
+        const instruction& at = code_.instructions[index];
+        static const register_set results = register_set().set(general_register(0)).set(vector_register(0));
+        if (at.is_call())
+            return results;
+        register_set defs = defs_of(code_, at);
+        if (const auto access = memory_access_of(code_, at);
+            access && access->moves_base() && access->base < register_count)
+            defs.reset(access->base);
+        return before | (defs & argument_registers());
+    }
+
+    [[nodiscard]] std::vector<register_set> set_in(const block& b) const
+    {
+        std::vector<register_set> set;
+        set.reserve(b.end - b.begin);
+        register_set now = b.set;
+        for (size_t i = b.begin; i < b.end; ++i) {
+            set.push_back(now);
+            now = set_after(i, now);
+        }
+        return set;
+    }
+
+    void find_set()
+    {
+        std::vector<uint32_t> pending(blocks_.size());
+        for (uint32_t i = 0; i < blocks_.size(); ++i)
+            pending[i] = static_cast<uint32_t>(blocks_.size()) - 1 - i;
+        std::vector<bool> waits(blocks_.size(), true);
+        while (!pending.empty()) {
+            const uint32_t number = pending.back();
+            pending.pop_back();
+            waits[number] = false;
+            register_set now = blocks_[number].set;
+            for (size_t i = blocks_[number].begin; i < blocks_[number].end; ++i)
+                now = set_after(i, now);
+            for (const uint32_t to : blocks_[number].after) {
+                const register_set joined = blocks_[to].set | now;
+                if (joined == blocks_[to].set)
+                    continue;
+                blocks_[to].set = joined;
+                if (!waits[to]) {
+                    waits[to] = true;
+                    pending.push_back(to);
+                }
+            }
+        }
+    }
+
+    [[nodiscard]] register_set live_after(const block& b) const
+    {
+        register_set live;
+        for (const uint32_t to : b.after)
+            live |= blocks_[to].live;
+        return live;
+    }
+
+    [[nodiscard]] register_set live_before(size_t index, register_set live, const register_set& set) const
+    {
+        const instruction& at = code_.instructions[index];
+        const bool leaves = at.flow == control_flow::jump ||
+                            (at.flow == control_flow::branch && at.relocated != word_relocation::none);
+        if (at.is_call())
+            live &= preserved_registers();
+        if (at.is_call() || leaves)
+            live |= set;
+        if (at.flow == control_flow::exit) {
+            for (const register_id result : {general_register(0), vector_register(0)}) {
+                if (set[result])
+                    live.set(result);
+            }
+        }
+        live &= ~defs_of(code_, at);
+        live |= values_used(code_, at);
+        return live;
+    }
+
+    void find_live()
+    {
+        std::vector<uint32_t> pending(blocks_.size());
+        for (uint32_t i = 0; i < blocks_.size(); ++i)
+            pending[i] = i;
+        std::vector<bool> waits(blocks_.size(), true);
+        while (!pending.empty()) {
+            const uint32_t number = pending.back();
+            pending.pop_back();
+            waits[number] = false;
+            block& b = blocks_[number];
+            const std::vector<register_set> set = set_in(b);
+            register_set live = live_after(b);
+            for (size_t i = b.end; i-- > b.begin;)
+                live = live_before(i, live, set[i - b.begin]);
+            if (live == b.live)
+                continue;
+            b.live = live;
+            for (const uint32_t from : b.before) {
+                if (!waits[from]) {
+                    waits[from] = true;
+                    pending.push_back(from);
+                }
+            }
+        }
+    }
+
+    const decoded_kernel& code_;
+    std::vector<block> blocks_;
+};
+
+} // namespace
+
+register_set values_used(const decoded_kernel& code, const instruction& instruction)
+{
+    if (effect_of(code, instruction) == register_effect::clear)
+        return implicit_uses_of(instruction);
+    return uses_of(code, instruction);
+}
+
+std::vector<register_set> find_live_registers(const decoded_kernel& code, const code_map& map)
+{
+    return analysis(code, map).run();
+}
+
+} // namespace vorna::workbench
