@@ -7,12 +7,12 @@
 #include "workbench/input/abort_log.hpp"
 #include "workbench/os/file.hpp"
 #include "workbench/render/color.hpp"
+#include "workbench/render/excerpt.hpp"
 #include "workbench/render/listing.hpp"
 #include "workbench/text/counts.hpp"
 #include "workbench/text/place.hpp"
 #include "workbench/text/printable.hpp"
 
-#include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
 #include <memory>
@@ -81,7 +81,6 @@ void print_instructions(const kernel_set& set, const abort_location& found, bool
 {
     if (set.kernels[*found.dump].text.size() > largest_decoded_code)
         return;
-    constexpr std::size_t neighbours = 2;
     disassembler disassembler;
     std::vector<listing_row> rows = list_generated(set, set.kernels[*found.dump], disassembler).rows;
     const auto at = static_cast<std::size_t>(*found.offset) / 4;
@@ -90,12 +89,7 @@ void print_instructions(const kernel_set& set, const abort_location& found, bool
     const wfta::relocation_kind* const kind = wfta::find_relocation_kind(found.type.value_or(0));
     if (kind != nullptr && !is_instruction_of(*kind, rows[at].word))
         rows[at].comment = fmt::format("not {}", wfta::with_article(kind->instruction));
-    for (std::size_t i = at - std::min(at, neighbours); i < std::min(rows.size(), at + neighbours + 1); ++i) {
-        if (!rows[i].label.empty())
-            fmt::print("    {}:\n", rows[i].label);
-        const std::string text = row_text(rows[i], offset_digits(set.kernels[*found.dump]));
-        fmt::print("{}\n", i == at ? colorize("  > " + text, color::bold, colour_enabled) : "    " + text);
-    }
+    fmt::print("{}", excerpt_text(rows, at, offset_digits(set.kernels[*found.dump]), colour_enabled));
 }
 
 // "answer+0x8, relocation 2 of 2 (log:1)"

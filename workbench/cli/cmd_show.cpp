@@ -40,13 +40,8 @@ void print_text(const listed_kernel& listed, bool colored)
 json to_json(const listed_kernel& listed)
 {
     json rows = json::array();
-    for (const listing_row& row : listed.listing.rows) {
-        rows.push_back({{"offset", row.offset},
-                        {"word", fmt::format("0x{:0{}x}", row.word, 2 * row.size)},
-                        {"text", row.text},
-                        {"comment", row.comment},
-                        {"label", row.label}});
-    }
+    for (const listing_row& row : listed.listing.rows)
+        rows.push_back(row_to_json(row));
     return {{"kernel", listed.kernel.name},
             {"address", fmt::format("{:#x}", listed.kernel.text_address)},
             {"bytes", listed.kernel.text.size()},

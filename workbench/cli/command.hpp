@@ -64,6 +64,7 @@ void add_diff(command_line& program, int& status);
 void add_profile(command_line& program, int& status);
 void add_report(command_line& program, int& status);
 void add_show(command_line& program, int& status);
+void add_where(command_line& program, int& status);
 void add_link(command_line& program, int& status);
 void add_objdump(
     command_line& program); ///< replaces the process by another program, with its own exit status

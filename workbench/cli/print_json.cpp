@@ -11,6 +11,15 @@ void print_json(const json& members)
     fmt::print("{}\n", document.dump(2));
 }
 
+json row_to_json(const listing_row& row)
+{
+    return {{"offset", row.offset},
+            {"word", fmt::format("0x{:0{}x}", row.word, 2 * row.size)},
+            {"text", row.text},
+            {"comment", row.comment},
+            {"label", row.label}};
+}
+
 json_array_document::json_array_document(const std::string& member)
 {
     fmt::print("{{\n  \"version\": {},\n  \"{}\": [", json_version, member);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "workbench/render/json.hpp"
+#include "workbench/render/listing.hpp"
 
 #include <string>
 
@@ -9,6 +10,9 @@ namespace vorna::workbench {
 
 /// Prints {"version": 2} and the object's members on stdout, indented by two spaces.
 void print_json(const json& members);
+
+/// A row of a listing, as an object.
+json row_to_json(const listing_row& row);
 
 /// Prints {"version": 2, "MEMBER": [...]} in the same form, one element at a time, so that the document need
 /// not fit in memory.

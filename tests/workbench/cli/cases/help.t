@@ -13,6 +13,7 @@ What each command says of itself:
     explain                     Explain why the finaliser aborted a process
     check                       Check kernels for mistakes
     show                        Disassemble kernels, with names and constants
+    where                       Say which kernel and instruction an address is in
     link                        Link kernels into one ELF image, for gdb and perf
     objdump                     Stand in for objdump, so that perf annotate can show kernels
     diff                        Compare two sets of kernels, wherever they are placed
@@ -76,6 +77,22 @@ What each command says of itself:
     --verbose                   Report skipped files
   
   Exit status: 0 success, 2 error.
+
+  $ vorna-kernels where --help
+  Say which kernel and instruction an address is in
+  Usage: vorna-kernels where [OPTIONS] DUMPS [ADDRESS...]
+  
+  Arguments:
+    DUMPS                       Directory of dumps, or one dump
+    ADDRESS                     Hexadecimal addresses (default: one a line from standard input)
+  
+  Options:
+    -h,--help                   Print this help and exit
+    --format {text,json}        Output format (default: text)
+    --color {always,never,auto} Use colour (default: auto, on a terminal)
+    --verbose                   Report skipped files
+  
+  Exit status: 0 all found, 1 an address is in no kernel's mapping, 2 error.
 
   $ vorna-kernels link --help
   Link kernels into one ELF image, for gdb and perf
