@@ -143,6 +143,8 @@ TEST(CodeMap, KnowsThatARetMayLeadToAnAddressMovedToX30)
     EXPECT_TRUE(map_of({"adr x9, #12", "mov x30, x9", "ret", "nop"}).any_entry);
     EXPECT_FALSE(map_of({"adr x9, #12", "mov x30, x10", "ret", "nop"}).any_entry);
     EXPECT_FALSE(map_of({"adr x9, #12", "mov x29, x9", "ret", "nop"}).any_entry);
+    EXPECT_EQ(uses({"adr x9, #16", "mov x30, x19", "ldr w0, [x9]", "ret", "nop"}), "ccccd");
+    EXPECT_EQ(uses({"adr x9, #16", "mov x30, x9", "ldr w0, [x1]", "ret", "nop", "ret"}), "ccccuu");
 }
 
 // 0xd6a00000 has the encoding of a branch to a register but is not allocated; 0xd4000000 of an exception.
