@@ -186,7 +186,7 @@ Names with characters that cannot be printed:
   > END
   $ vorna-kernels link odd -o image | head -n 2
   1 mapping, 1 kernel, 4 bytes of code, 0 of data -> image
-    0x10000  odd="name" \xc3\xa9\xff\\n (esc)
+    0x10000  odd="name" \xc3\xa9\\xff\\n (esc)
 
 Dumps of two runs:
 
