@@ -170,6 +170,18 @@ private:
 
 } // namespace
 
+std::vector<code_entry> find_entries(const kernel_set& set, const placed_kernel& kernel)
+{
+    std::vector<code_entry> entries;
+    for (const std::size_t caller : set.callers[static_cast<std::size_t>(&kernel - set.kernels.data())]) {
+        for (const tessjit::reloc_info& reloc : set.kernels[caller].relocs) {
+            if (reloc.addend != 0 && reloc.name == kernel.name && set.kernels[caller].name != kernel.name)
+                entries.push_back({reloc.addend, reloc.type == R_AARCH64_CALL26});
+        }
+    }
+    return entries;
+}
+
 code_map map_code(const decoded_kernel& code, const std::vector<code_entry>& entries)
 {
     return mapper(code, nullptr).run(entries);

@@ -17,6 +17,9 @@ struct code_entry {
     bool called; ///< by a BL; otherwise just the address is taken
 };
 
+/// The offsets at which relocations of the set's other kernels enter this one.
+std::vector<code_entry> find_entries(const kernel_set& set, const placed_kernel& kernel);
+
 enum class word_use : std::uint8_t {
     unknown, ///< not reached by direct branches: dead code, or the target of an indirect branch
     code,    ///< may be executed

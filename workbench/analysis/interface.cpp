@@ -26,16 +26,6 @@ std::string name_of_register(std::size_t r)
     return "p" + std::to_string(r - predicate_register(0));
 }
 
-std::vector<std::string> names_of(const register_set& set)
-{
-    std::vector<std::string> names;
-    for (std::size_t r = 0; r < register_count; ++r) {
-        if (set[r])
-            names.push_back(name_of_register(r));
-    }
-    return names;
-}
-
 void add_once(std::vector<std::string>& names, const std::string& name)
 {
     if (std::find(names.begin(), names.end(), name) == names.end())
@@ -66,6 +56,16 @@ void find_peaks(const decoded_kernel& code, const code_map& map, kernel_interfac
 }
 
 } // namespace
+
+std::vector<std::string> names_of(const register_set& set)
+{
+    std::vector<std::string> names;
+    for (std::size_t r = 0; r < register_count; ++r) {
+        if (set[r])
+            names.push_back(name_of_register(r));
+    }
+    return names;
+}
 
 kernel_interface interface_of(const decoded_kernel& code, const code_map& map)
 {

@@ -46,4 +46,7 @@ struct kernel_interface {
 
 kernel_interface interface_of(const decoded_kernel& code, const code_map& map);
 
+/// Their names, in the order of their numbers: "x0", "sp", "v0", "p0", "ffr", "nzcv".
+std::vector<std::string> names_of(const register_set& set);
+
 } // namespace vorna::workbench

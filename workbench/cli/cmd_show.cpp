@@ -1,8 +1,13 @@
+#include "workbench/analysis/code_map.hpp"
+#include "workbench/analysis/interface.hpp"
+#include "workbench/analysis/liveness.hpp"
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/print_json.hpp"
 #include "workbench/render/color.hpp"
+#include "workbench/render/interface_text.hpp"
 #include "workbench/render/listing.hpp"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <memory>
 #include <optional>
@@ -17,21 +22,54 @@ struct show_options {
     std::string dumps;
     std::vector<std::string> kernels;
     bool unlinked = false;
+    bool live = false;
 };
 
 struct listed_kernel {
     const placed_kernel& kernel;
     kernel_listing listing;
+    kernel_interface interface;
+    std::vector<register_set> live; ///< before each instruction, if asked for
 };
+
+listed_kernel list(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
+                   const show_options& options)
+{
+    listed_kernel listed = {kernel, list_kernel(set, kernel, disassembler, !options.unlinked), {}, {}};
+    const decoded_kernel code = decode_kernel(kernel);
+    const code_map map = map_code(code, find_entries(set, kernel));
+    listed.interface = interface_of(code, map);
+    if (options.live)
+        listed.live = find_live_registers(code, map);
+    return listed;
+}
+
+/// The live registers beside each row, all of the same width.
+std::vector<std::string> live_column(const std::vector<register_set>& live)
+{
+    std::vector<std::string> column;
+    std::size_t width = 0;
+    for (const register_set& registers : live) {
+        column.push_back("| " + register_list(registers));
+        width = std::max(width, column.back().size());
+    }
+    for (std::string& cell : column)
+        cell.resize(width, ' ');
+    return column;
+}
 
 void print_text(const listed_kernel& listed, bool colored)
 {
     fmt::print("{}\n", colorize(headline(listed.kernel, listed.listing), color::bold, colored));
     const int digits = offset_digits(listed.kernel);
-    for (const listing_row& row : listed.listing.rows) {
+    for (const std::string& line : interface_lines(listed.interface, digits))
+        fmt::print("{}\n", colorize(line, color::dim, colored));
+    const std::vector<std::string> live = live_column(listed.live);
+    for (std::size_t i = 0; i < listed.listing.rows.size(); ++i) {
+        const listing_row& row = listed.listing.rows[i];
         if (!row.label.empty())
             fmt::print("{}\n", colorize(row.label + ":", color::cyan, colored));
-        const std::string text = row_text(row, digits);
+        const std::string text = row_text(row, digits, i < live.size() ? live[i] : "");
         const std::size_t comment = row.comment.empty() ? text.size() : text.size() - row.comment.size() - 2;
         fmt::print(" {}{}\n", text.substr(0, comment), colorize(text.substr(comment), color::green, colored));
     }
@@ -40,8 +78,12 @@ void print_text(const listed_kernel& listed, bool colored)
 json to_json(const listed_kernel& listed)
 {
     json rows = json::array();
-    for (const listing_row& row : listed.listing.rows)
-        rows.push_back(row_to_json(row));
+    for (std::size_t i = 0; i < listed.listing.rows.size(); ++i) {
+        json row = row_to_json(listed.listing.rows[i]);
+        if (i < listed.live.size())
+            row["live"] = names_of(listed.live[i]);
+        rows.push_back(std::move(row));
+    }
     return {{"kernel", listed.kernel.name},
             {"address", fmt::format("{:#x}", listed.kernel.text_address)},
             {"bytes", listed.kernel.text.size()},
@@ -49,6 +91,7 @@ json to_json(const listed_kernel& listed)
             {"data_bytes", listed.kernel.data.size()},
             {"calls", listed.listing.calls},
             {"called_by", listed.listing.callers},
+            {"interface", interface_json(listed.interface)},
             {"rows", rows}};
 }
 
@@ -65,22 +108,22 @@ int show(const show_options& options)
         document.emplace("kernels");
     bool first = true;
     for (const placed_kernel* kernel : select_kernels(read.set, options.kernels, read.had_errors)) {
-        listed_kernel listed = {*kernel, {}};
+        std::optional<listed_kernel> listed;
         try {
-            listed.listing = list_kernel(read.set, *kernel, disassembler, !options.unlinked);
+            listed.emplace(list(read.set, *kernel, disassembler, options));
         } catch (const std::runtime_error& error) {
             print_error(error.what());
             read.had_errors = true;
             continue;
         }
         if (document) {
-            document->add(to_json(listed));
+            document->add(to_json(*listed));
             continue;
         }
         if (!first)
             fmt::print("\n");
         first = false;
-        print_text(listed, colored);
+        print_text(*listed, colored);
     }
     if (document)
         document->finish();
@@ -97,6 +140,7 @@ void add_show(command_line& program, int& status)
     command.add_option("KERNEL", options->kernels, "Kernels to show (default: all)");
     command.add_flag("--unlinked", options->unlinked,
                      "Show the code as generated, before relocations are applied");
+    command.add_flag("--live", options->live, "Show the live registers before each instruction");
     add_common_options(command, options->common, {"text", "json"});
     command.footer("Exit status: 0 success, 2 error.");
     command.run([options, &status] { status = show(*options); });

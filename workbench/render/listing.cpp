@@ -92,19 +92,6 @@ void name_target(const placed_kernel& kernel, const instruction& at, listing_row
     }
 }
 
-/// The offsets at which other kernels' relocations enter this one.
-std::vector<code_entry> entries_by_others(const kernel_set& set, const placed_kernel& kernel)
-{
-    std::vector<code_entry> entries;
-    for (const std::size_t caller : set.callers[static_cast<std::size_t>(&kernel - set.kernels.data())]) {
-        for (const tessjit::reloc_info& reloc : set.kernels[caller].relocs) {
-            if (reloc.addend != 0 && reloc.name == kernel.name && set.kernels[caller].name != kernel.name)
-                entries.push_back({reloc.addend, reloc.type == R_AARCH64_CALL26});
-        }
-    }
-    return entries;
-}
-
 /// The kernel that a BL without a relocation calls; empty if its target is in no kernel's code.
 std::string callee_at(const kernel_set& set, const placed_kernel& kernel, const listing_row& row,
                       const instruction& call)
@@ -193,7 +180,7 @@ kernel_listing list_rows(const kernel_set* set, const placed_kernel& kernel, dis
     kernel_listing listing;
     const decoded_kernel code = decode_kernel(kernel);
     const code_map map =
-        map_code(code, set == nullptr ? std::vector<code_entry>{} : entries_by_others(*set, kernel));
+        map_code(code, set == nullptr ? std::vector<code_entry>{} : find_entries(*set, kernel));
     listing.instructions =
         map.uses.size() -
         static_cast<std::size_t>(std::count(map.uses.begin(), map.uses.end(), word_use::data));
@@ -304,7 +291,7 @@ int offset_digits(const placed_kernel& kernel)
     return std::max(2, static_cast<int>(fmt::formatted_size("{:x}", last)));
 }
 
-std::string row_text(const listing_row& row, int offset_digits)
+std::string row_text(const listing_row& row, int offset_digits, std::string_view column)
 {
     const std::size_t blank = row.text.find(' ');
     const std::string_view mnemonic = std::string_view(row.text).substr(0, blank);
@@ -316,9 +303,11 @@ std::string row_text(const listing_row& row, int offset_digits)
         text += mnemonic;
     else
         text += fmt::format("{:<5} {}", mnemonic, operands);
-    if (!row.comment.empty())
-        text = fmt::format("{:<48}  ; {}", text, row.comment);
-    return text;
+    if (!column.empty())
+        text = fmt::format("{:<48}  {}", text, column);
+    if (row.comment.empty())
+        return text.substr(0, text.find_last_not_of(' ') + 1);
+    return fmt::format("{:<48}  ; {}", text, row.comment);
 }
 
 std::string headline(const placed_kernel& kernel, const kernel_listing& listing)
@@ -328,8 +317,6 @@ std::string headline(const placed_kernel& kernel, const kernel_listing& listing)
                     pluralize(kernel.text.size(), "byte"), pluralize(listing.instructions, "instruction"));
     if (!kernel.data.empty())
         text += fmt::format("; data {:#x}, {}", kernel.data_address, pluralize(kernel.data.size(), "byte"));
-    if (!listing.calls.empty())
-        text += "; calls " + join_some(listing.calls);
     if (!listing.callers.empty())
         text += "; called by " + join_some(listing.callers);
     return text;

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace vorna::workbench {
@@ -53,13 +54,13 @@ std::string generated_text(const placed_kernel& kernel, std::size_t offset, disa
 kernel_listing list_without_addresses(const placed_kernel& kernel, disassembler& disassembler);
 
 /// The row as `show` prints it, without colour, label and newline, and with at least that many digits of the
-/// offset.
-std::string row_text(const listing_row& row, int offset_digits = 2);
+/// offset. `column` goes before the comment.
+std::string row_text(const listing_row& row, int offset_digits = 2, std::string_view column = {});
 
 /// The number of digits of the kernel's last offset.
 int offset_digits(const placed_kernel& kernel);
 
-/// The line above a kernel's rows in `show`: name, address, sizes, and the first few calls and callers.
+/// The line above a kernel's rows in `show`: name, address, sizes, and the first few callers.
 std::string headline(const placed_kernel& kernel, const kernel_listing& listing);
 
 } // namespace vorna::workbench

@@ -7,12 +7,15 @@ Not in a file or a pipe, unless asked for:
 
   $ vorna-kernels show dumps
   k  0x10000  4 bytes, 1 instruction
+    stack unknown; max live 1 general (+00)
    +00  d65f03c0  ret
   $ vorna-kernels show --color=never dumps
   k  0x10000  4 bytes, 1 instruction
+    stack unknown; max live 1 general (+00)
    +00  d65f03c0  ret
   $ vorna-kernels show --color=always dumps
   \x1b[1mk  0x10000  4 bytes, 1 instruction\x1b[0m (esc)
+  \x1b[2m  stack unknown; max live 1 general (+00)\x1b[0m (esc)
    +00  d65f03c0  ret
 
 On a terminal, unless the environment forbids it:
