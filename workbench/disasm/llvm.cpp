@@ -32,13 +32,31 @@ static const llvm::Target& the_target()
     return found;
 }
 
-bool llvm_aarch64::decode(std::uint32_t word, llvm::MCInst& instruction) const
+std::unique_ptr<llvm::MCSubtargetInfo> make_subtarget(const std::string& processor)
+{
+    return std::unique_ptr<llvm::MCSubtargetInfo>(the_target().createMCSubtargetInfo(triple, processor, ""));
+}
+
+std::unique_ptr<const llvm::MCDisassembler> make_disassembler(const llvm::MCSubtargetInfo& subtarget,
+                                                              llvm::MCContext& context)
+{
+    return std::unique_ptr<const llvm::MCDisassembler>(the_target().createMCDisassembler(subtarget, context));
+}
+
+bool decode_with(const llvm::MCDisassembler& disassembler, std::uint32_t word, llvm::MCInst& instruction)
 {
     std::uint8_t bytes[sizeof word];
     std::memcpy(bytes, &word, sizeof word);
     std::uint64_t size = 0;
-    return disassembler->getInstruction(instruction, size, bytes, 0, llvm::nulls()) ==
+    return disassembler.getInstruction(instruction, size, bytes, 0, llvm::nulls()) ==
            llvm::MCDisassembler::Success;
+}
+
+bool llvm_aarch64::decode(std::uint32_t word, llvm::MCInst& instruction) const
+{
+    static thread_local const std::unique_ptr<const llvm::MCDisassembler> disassembler =
+        make_disassembler(*subtarget, *context);
+    return decode_with(*disassembler, word, instruction);
 }
 
 std::unique_ptr<llvm::MCContext> llvm_aarch64::make_context() const
@@ -63,7 +81,6 @@ const llvm_aarch64& the_llvm()
         llvm.opcodes.reset(target.createMCInstrInfo());
         llvm.subtarget.reset(target.createMCSubtargetInfo(triple, "", "+all"));
         llvm.context = llvm.make_context();
-        llvm.disassembler.reset(target.createMCDisassembler(*llvm.subtarget, *llvm.context));
         return llvm;
     }();
     return made;

@@ -11,6 +11,7 @@
 #include <llvm/MC/MCRegisterInfo.h>
 #include <llvm/MC/MCSubtargetInfo.h>
 #include <memory>
+#include <string>
 
 namespace vorna::workbench {
 
@@ -32,9 +33,8 @@ struct llvm_aarch64 {
     std::unique_ptr<const llvm::MCSubtargetInfo> subtarget;
     any_name_assembly assembly;
     std::unique_ptr<llvm::MCContext> context;
-    std::unique_ptr<const llvm::MCDisassembler> disassembler;
 
-    /// Returns false if the word is not an instruction, or an unpredictable one.
+    /// Returns false if the word is not an instruction, or an unpredictable one. Thread-safe.
     bool decode(std::uint32_t word, llvm::MCInst& instruction) const;
 
     [[nodiscard]] std::unique_ptr<llvm::MCContext> make_context() const;
@@ -43,5 +43,15 @@ struct llvm_aarch64 {
 
 /// Created on first use. Thread-safe.
 const llvm_aarch64& the_llvm();
+
+/// One of LLVM's processors, which must exist.
+std::unique_ptr<llvm::MCSubtargetInfo> make_subtarget(const std::string& processor);
+
+/// A disassembler writes to itself: use one object in one thread at a time. It refers to both arguments.
+std::unique_ptr<const llvm::MCDisassembler> make_disassembler(const llvm::MCSubtargetInfo& subtarget,
+                                                              llvm::MCContext& context);
+
+/// llvm_aarch64::decode, by another disassembler.
+bool decode_with(const llvm::MCDisassembler& disassembler, std::uint32_t word, llvm::MCInst& instruction);
 
 } // namespace vorna::workbench

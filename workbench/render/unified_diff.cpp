@@ -105,7 +105,7 @@ void append_hunks(std::vector<std::string>& lines, const row_alignment& alignmen
         }
         const std::size_t begin = i - std::min(i, context);
         std::size_t last = i; // the hunk's last change
-        for (std::size_t k = i; k < rows.size() && k <= last + 2 * context; ++k) {
+        for (std::size_t k = i; k < rows.size() && k <= last + 1 + 2 * context; ++k) {
             if (!rows[k].same)
                 last = k;
         }

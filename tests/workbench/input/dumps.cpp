@@ -226,6 +226,9 @@ TEST(FileOfNoDump, OfOtherKindsOfElfSaysSo)
     header(other).e_ident[EI_DATA] = ELFDATA2MSB;
     EXPECT_EQ(refusal(other), "not an ELF file for little-endian AArch64");
     other = dump;
+    header(other).e_ident[EI_CLASS] = ELFCLASS32; // e_machine has the same offset in both classes
+    EXPECT_EQ(refusal(other), "not an ELF file for little-endian AArch64");
+    other = dump;
     header(other).e_type = ET_EXEC;
     EXPECT_EQ(refusal(other), "not a relocatable object");
     EXPECT_EQ(refusal(dump_of({})), "no kernel found");
@@ -319,6 +322,28 @@ TEST(HostileDump, WhoseSectionsShareTheirBytesIsRefused)
     for (std::size_t i = 4; i < header(dump).e_shnum; i += 2) {
         section(dump, i).sh_offset = 0;
         section(dump, i).sh_size = dump.size() / 2;
+    }
+    EXPECT_EQ(refusal(dump), "sections that overlap in the file");
+}
+
+TEST(HostileDump, WhoseRelocationSectionsShareTheirBytesIsRefused)
+{
+    // Each kernel has the relocations of the first. An empty name keeps the length of the names out of it.
+    std::vector<placed_kernel> kernels;
+    for (unsigned i = 0; i < 100; ++i)
+        kernels.push_back(placed_bytes(std::to_string(i), i * 0x10000, 4, i * 0x10000 + 0x8000, 0,
+                                       std::vector<tessjit::reloc_info>(i == 0 ? 2000 : 1, {"", 0, 283, 0})));
+    std::string dump = dump_of(kernels);
+    ASSERT_EQ(refusal(dump), "");
+    const Elf64_Shdr* first = nullptr;
+    for (std::size_t i = 0; i < header(dump).e_shnum; ++i) {
+        Elf64_Shdr& relocations = section(dump, i);
+        if (relocations.sh_type != SHT_RELA)
+            continue;
+        if (first == nullptr)
+            first = &relocations;
+        relocations.sh_offset = first->sh_offset;
+        relocations.sh_size = first->sh_size;
     }
     EXPECT_EQ(refusal(dump), "sections that overlap in the file");
 }

@@ -77,7 +77,23 @@ TEST(Mappings, AreSeparateWhereOneBeginsAtTheEndOfTheOther)
     EXPECT_EQ(set.mappings[1].end, 0x2050U);
 }
 
-TEST(Mappings, AreOneAlsoWhereKernelsBetweenHaveNoDump)
+TEST(Mappings, AreSeparateWhereCodeBeginsAtTheEndOfCodeWithoutConstants)
+{
+    EXPECT_THAT(mappings(make_kernel_set({placed_bytes("a", 0x1000, 0x1000, 0x2000, 0),
+                                          placed_bytes("b", 0x2000, 32, 0x2020, 8)})),
+                ElementsAre(0, 1));
+}
+
+TEST(Mappings, AreSeparateWhereCodeComesAfterAnyKernelsConstants)
+{
+    // The constants of the second lie before those of the first.
+    EXPECT_THAT(mappings(make_kernel_set({placed_bytes("a", 0x1000, 32, 0x8000, 8),
+                                          placed_bytes("b", 0x1020, 32, 0x2000, 8),
+                                          placed_bytes("c", 0x3000, 32, 0x9000, 8)})),
+                ElementsAre(0, 0, 1));
+}
+
+TEST(Mappings, AreOneEvenIfKernelsInBetweenHaveNoDump)
 {
     EXPECT_THAT(mappings(make_kernel_set(
                     {placed_bytes("a", 0x1000, 32, 0x9000, 8), placed_bytes("z", 0x8fe0, 32, 0x9100, 8)})),

@@ -178,7 +178,34 @@ What the finaliser would have aborted for, and a call that leads elsewhere:
         perf annotate -i kernels.data
   [1]
 
-What is not written over:
+Names with characters that cannot be printed:
+
+  $ make_dumps odd <<'END'
+  > kernel odd="name" \xc3\xa9\xff\x0a
+  >     ret
+  > END
+  $ vorna-kernels link odd -o image | head -n 2
+  1 mapping, 1 kernel, 4 bytes of code, 0 of data -> image
+    0x10000  odd="name" \xc3\xa9\\xff\\n (esc)
+
+Dumps of two runs:
+
+  $ make_dumps overlapping <<'END'
+  > kernel a
+  >     nop
+  >     ret
+  > mapping 0x10004
+  > kernel b
+  >     ret
+  > END
+  $ vorna-kernels link overlapping -o overlapping/image
+  vorna-kernels: overlapping/a and overlapping/b: a and b are placed in the same memory: dumps of two runs
+  [2]
+  $ ls overlapping
+  a
+  b
+
+What is not overwritten:
 
   $ echo kept > kept
   $ vorna-kernels link dumps -o dumps/callee
@@ -197,8 +224,25 @@ What is not written over:
   $ vorna-kernels link none -o kept
   vorna-kernels: none: no dumps found
   [2]
+  $ make_dumps far <<'END'
+  > kernel far
+  >     ret
+  >     .section .rodata
+  >     .double 1
+  > END
+  $ aarch64-linux-gnu-objcopy --change-section-address .rodata.far=0x100000000000 far/far
+  $ vorna-kernels link far -o kept
+  vorna-kernels: kept: the kernels lie so far apart that the image would be larger than 1 GiB
+  [2]
   $ cat kept
   kept
+
+Any other file is replaced:
+
+  $ vorna-kernels link dumps -o kept | head -n 1
+  2 mappings, 3 kernels, 28 bytes of code, 16 of data -> kept
+  $ head -c 4 kept | od -An -c
+   177   E   L   F
 
 The image of the others where a dump cannot be read:
 
