@@ -1,5 +1,5 @@
-// The page as it is written: its model, what the command says, and what it does with bad input. How it looks
-// and works in a browser is tested by page_browser.py.
+// The page's model, and how the page contains it. How it looks and works in a browser is tested by
+// page_browser.py; what the command prints is in cli/cases/report.t.
 
 #include "workbench/render/page/page.hpp"
 #include "tests/support/a64.hpp"
@@ -21,9 +21,7 @@ namespace {
 using namespace support;
 using namespace vorna::workbench;
 using testing::AllOf;
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 using testing::Not;
 
 /// wfta_3 and wfta_12, which calls it, with a loop and constants.
@@ -339,36 +337,10 @@ protected:
         return run_tool(std::move(arguments), directory.path());
     }
 
-    void expect_error(std::vector<std::string> arguments, const std::string& line) const
-    {
-        const child_result result = run(std::move(arguments));
-        EXPECT_EQ(result.exit_status, 2) << result;
-        EXPECT_EQ(result.out, "");
-        EXPECT_EQ(result.err, "vorna-kernels: " + line + "\n");
-    }
-
     [[nodiscard]] std::string page() const { return contents(directory.path() / "page.html"); }
 
     temp_directory directory;
 };
-
-TEST_F(ReportCommand, WritesThePageAndSaysSo)
-{
-    const child_result result = run({"dumps", "-o", "page.html"});
-    EXPECT_EQ(result.exit_status, 0) << result;
-    EXPECT_THAT(result.out, MatchesRegex("page\\.html: 2 kernels, 1 mapping, [0-9]+ KiB\n"));
-    EXPECT_EQ(result.err, "");
-    EXPECT_EQ(nlohmann::json::parse(element_of(page(), ":model"))["name"], "dumps");
-    EXPECT_THAT(names_in(directory.path()), ElementsAre("dumps", "page.html"));
-
-    const child_result json = run({"dumps", "-o", "page.html", "--format=json"});
-    EXPECT_EQ(nlohmann::json::parse(json.out), nlohmann::json({{"version", 2},
-                                                               {"page", "page.html"},
-                                                               {"bytes", page().size()},
-                                                               {"kernels", 2},
-                                                               {"mappings", 1},
-                                                               {"event", nullptr}}));
-}
 
 TEST_F(ReportCommand, AddsTheFindingsOfCheck)
 {
@@ -403,15 +375,6 @@ TEST_F(ReportCommand, AddsAProfileAndAComparison)
     EXPECT_EQ(nlohmann::json::parse(element_of(page(), ":model"))["kernels"][1]["time"], 100);
 }
 
-TEST_F(ReportCommand, WritesWhatIsLeftWhereADumpIsBad)
-{
-    write_file(directory.path() / "dumps/bad", "\177ELF");
-    const child_result result = run({"dumps", "-o", "page.html"});
-    EXPECT_EQ(result.exit_status, 2);
-    EXPECT_THAT(result.err, MatchesRegex("vorna-kernels: dumps/bad: [^\n]+\n"));
-    EXPECT_EQ(nlohmann::json::parse(element_of(page(), ":model"))["kernels"].size(), 2U);
-}
-
 TEST_F(ReportCommand, ShowsNoShareOfSamplesWithoutWeight)
 {
     write_file(
@@ -425,68 +388,12 @@ TEST_F(ReportCommand, ShowsNoShareOfSamplesWithoutWeight)
     EXPECT_EQ(kernel["time_text"], "0.0");
 }
 
-TEST_F(ReportCommand, LeavesTheOldPageAfterAnError)
-{
-    write_file(directory.path() / "page.html", "old");
-    std::filesystem::create_directory(directory.path() / "none");
-    write_file(
-        directory.path() / "other",
-        "    7     1.000000: PERF_RECORD_MMAP2 7/7: [0x90000(0x1000) @ 0x90000 00:00 0 0]: rwxp //anon\n"
-        "    7     1.100000:        300 cycles:u:             90000\n");
-    expect_error({"none", "-o", "page.html"}, "none: no dumps found");
-    expect_error({"dumps", "-o", "page.html", "--against=none"}, "none: no dumps found");
-    const child_result other = run({"dumps", "-o", "page.html", "--perf-script=other"});
-    EXPECT_EQ(other.exit_status, 2);
-    EXPECT_THAT(other.err, MatchesRegex("vorna-kernels: other: [^\n]+\n"));
-    expect_error({"dumps", "-o", "nowhere/page.html"}, "nowhere/page.html: No such file or directory");
-    expect_error({"dumps", "-o", "/dev/full"}, "/dev/full: not a regular file");
-    EXPECT_EQ(page(), "old");
-}
-
-TEST_F(ReportCommand, DoesNotWriteThePageOverWhatItReads)
-{
-    std::filesystem::copy(directory.path() / "dumps", directory.path() / "before");
-    write_file(directory.path() / "text", "some words\n");
-    for (const char* const dumps : {"dumps", "before"}) {
-        const std::string dump = dumps + ("/" + *names_in(directory.path() / dumps).begin());
-        const std::string bytes = contents(directory.path() / dump);
-        expect_error({"dumps", "--against=before", "-o", dump},
-                     dump + ": is one of the dumps; not overwritten");
-        EXPECT_EQ(contents(directory.path() / dump), bytes);
-    }
-    expect_error({"dumps", "--perf-script=text", "-o", "./text"}, "./text: is the profile; not overwritten");
-    EXPECT_EQ(contents(directory.path() / "text"), "some words\n");
-}
-
-TEST_F(ReportCommand, SaysHowTheTextOfAProfileIsGiven)
-{
-    write_file(directory.path() / "counts", "    7     1.000000:          4 executions:             10000\n");
-    expect_error({"dumps", "-o", "page.html", "--perf-data=counts"},
-                 "counts: text, not what perf record writes: give it with --perf-script=counts");
-}
-
 TEST_F(ReportCommand, NamesTheDirectoryThatIsTheCurrentOne)
 {
     const child_result result =
         run_tool({VORNA_KERNELS, "report", ".", "-o", "../page.html"}, directory.path() / "dumps");
     EXPECT_EQ(result.exit_status, 0) << result;
     EXPECT_EQ(nlohmann::json::parse(element_of(page(), ":model"))["name"], "dumps");
-}
-
-TEST_F(ReportCommand, RefusesDumpsOfTwoRuns)
-{
-    dump("dumps/again", "wfta_3", 0x10060);
-    expect_error({"dumps", "-o", "page.html"},
-                 "dumps of more than one run or registry: two kernels wfta_3 lie in one mapping; use a "
-                 "directory for each");
-}
-
-TEST_F(ReportCommand, RefusesArgumentsThatDoNotGoTogether)
-{
-    expect_error({"dumps"}, "--output is required");
-    expect_error({"dumps", "-o", "page.html", "--event=cycles"}, "--event: requires a profile");
-    expect_error({"dumps", "-o", "page.html", "--perf-data=a", "--perf-script=b"},
-                 "--perf-data excludes --perf-script");
 }
 
 } // namespace
