@@ -74,6 +74,11 @@ TEST(FindingText, AdvisesAboutAFieldThatIsNotZero)
     EXPECT_EQ(
         text(advise_field_filled(twice.site(1))),
         "relocation 1 has filled it: two relocations for one instruction | remove one of the relocations 1 and 2");
+    const broken_kernel neighbours({"bl #0", "bl #-64", "bl #0", "ret"},
+                                   {{"callee", 0, BL, 0}, {"callee", 8, BL, 0}, {"callee", 4, BL, 0}});
+    EXPECT_EQ(
+        text(advise_field_filled(neighbours.site(2))),
+        "the generator has encoded a value in the field | generate the BL with its field zero: 0x94000000");
 }
 
 TEST(FindingText, AdvisesAboutTargets)

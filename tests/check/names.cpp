@@ -65,6 +65,10 @@ TEST(Names, FindsNamesThatFilesCannotHave)
     EXPECT_EQ(name("abc"), "");
     EXPECT_EQ(messages({kernel(std::string(251, 'k'), {ret()})}),
               "the name has 251 bytes, with \".hash\" more than 255, the limit for a file name\n");
+    EXPECT_EQ(messages({kernel(std::string(255, 'k'), {ret()})}),
+              "the name has 255 bytes, with \".hash\" more than 255, the limit for a file name\n");
+    EXPECT_EQ(messages({kernel(std::string(256, 'k'), {ret()})}),
+              "the name has 256 bytes, the limit for a file name is 255\n");
 }
 
 TEST(Names, FindsNamesWhoseFilesCollide)

@@ -75,6 +75,14 @@ TEST(Relocation, EncodesWhatAnAssemblerDoes)
     EXPECT_EQ(applied(BL, 0x8000, 0x10000, "bl #0").word, instruction("bl #-32768"));
 }
 
+TEST(Relocation, FillsNoBitOutsideItsField)
+{
+    for (const std::int32_t type : {ADR, ADRP, ADD, BL}) {
+        const relocation_kind& kind = *find_relocation_kind(type);
+        EXPECT_EQ(relocation_field(kind, ~std::uint64_t{0}), kind.field_mask) << kind.name;
+    }
+}
+
 TEST(Relocation, ReadsBackTheValueThatItEncodes)
 {
     const auto read = [](std::int32_t type, std::int64_t X) {

@@ -58,6 +58,20 @@ inline vorna::workbench::placed_kernel placed_bytes(const std::string& name, std
     return kernel;
 }
 
+/// Places the kernels as the finaliser does: code on 32-byte boundaries, then the constants, packed.
+inline void place_in_mapping(std::vector<vorna::workbench::placed_kernel>& kernels, std::uint64_t begin)
+{
+    std::uint64_t place = begin;
+    for (vorna::workbench::placed_kernel& kernel : kernels) {
+        kernel.text_address = place;
+        place += (kernel.text.size() + 31) / 32 * 32;
+    }
+    for (vorna::workbench::placed_kernel& kernel : kernels) {
+        kernel.data_address = place;
+        place += kernel.data.size();
+    }
+}
+
 /// The dump of these kernels, in one file, as the JIT library writes it.
 inline std::string dump_of(const std::vector<vorna::workbench::placed_kernel>& kernels)
 {
@@ -101,8 +115,8 @@ inline std::string unescaped(std::string text)
 ///         .section .rodata
 ///         .double 2
 ///
-/// They are placed as the finaliser does: all code, then all constants. A line "mapping 0x7f0000000000"
-/// places what follows at another address; the first mapping is at 0x10000. Throws std::runtime_error.
+/// A line "mapping 0x7f0000000000" places what follows at another address; the first mapping is at 0x10000.
+/// Throws std::runtime_error.
 inline std::vector<vorna::workbench::placed_kernel> kernels_of(const std::string& text)
 {
     struct mapping {
@@ -140,16 +154,8 @@ inline std::vector<vorna::workbench::placed_kernel> kernels_of(const std::string
 
     std::vector<vorna::workbench::placed_kernel> all;
     for (mapping& mapping : mappings) {
-        std::uint64_t place = mapping.begin;
-        for (vorna::workbench::placed_kernel& kernel : mapping.kernels) {
-            kernel.text_address = place;
-            place += (kernel.text.size() + 31) / 32 * 32;
-        }
-        for (vorna::workbench::placed_kernel& kernel : mapping.kernels) {
-            kernel.data_address = place;
-            place += kernel.data.size();
-            all.push_back(std::move(kernel));
-        }
+        place_in_mapping(mapping.kernels, mapping.begin);
+        all.insert(all.end(), mapping.kernels.begin(), mapping.kernels.end());
     }
     return all;
 }

@@ -10,6 +10,7 @@ using vorna::workbench::code_row;
 using vorna::workbench::code_rows;
 using vorna::workbench::decode_kernel;
 using vorna::workbench::decoded_kernel;
+using vorna::workbench::equal_references;
 using vorna::workbench::no_row;
 using vorna::workbench::placed_kernel;
 using vorna::workbench::relocations_by_place;
@@ -135,6 +136,18 @@ TEST(RelocationsByPlace, AreSortedByOffsetAndThenInTheirOwnOrder)
     for (const tessjit::reloc_info& reloc : relocations_by_place(kernel))
         names += reloc.name;
     EXPECT_EQ(names, "dcba");
+}
+
+TEST(EqualReferences, HaveAllMembersInTheSameOrder)
+{
+    const std::vector<tessjit::reloc_info> relocs = {{"f", 0, 283, 8}, {"g", 4, 274, 0}};
+    EXPECT_TRUE(equal_references(relocs, relocs));
+    EXPECT_TRUE(equal_references({}, {}));
+    EXPECT_FALSE(equal_references(relocs, {relocs[1], relocs[0]}));
+    EXPECT_FALSE(equal_references(relocs, {relocs[0]}));
+    for (const tessjit::reloc_info& other :
+         {tessjit::reloc_info{"g", 0, 283, 8}, {"f", 4, 283, 8}, {"f", 0, 274, 8}, {"f", 0, 283, 0}})
+        EXPECT_FALSE(equal_references(relocs, {other, relocs[1]}));
 }
 
 } // namespace

@@ -1,13 +1,11 @@
 // Findings in dumps, and how the command check prints them.
 
 #include "workbench/analysis/check_dumps.hpp"
-#include "jit/elf.hpp"
 #include "tests/support/a64.hpp"
 #include "tests/support/assemble.hpp"
 #include "tests/support/broken_sets.hpp"
 #include "tests/support/child.hpp"
-#include "tests/support/files.hpp"
-#include "tests/support/kernels.hpp"
+#include "tests/support/dumps.hpp"
 #include "tests/support/random_seed.hpp"
 #include "tests/support/tool.hpp"
 #include "workbench/input/dumps.hpp"
@@ -37,8 +35,10 @@ placed_kernel placed(const std::string& name, std::uint64_t text, std::uint64_t 
                      const std::vector<std::uint32_t>& words, std::vector<tessjit::reloc_info> relocs = {},
                      std::size_t data_size = 8)
 {
-    return {name, text,           code(words), data, std::vector<std::uint8_t>(data_size), std::move(relocs),
-            0,    "dumps/" + name};
+    placed_kernel kernel =
+        support::placed(name, text, words, std::move(relocs), std::vector<std::uint8_t>(data_size), data);
+    kernel.file = "dumps/" + name;
+    return kernel;
 }
 
 /// The findings, one per line: kernel, relocation, id.
@@ -264,13 +264,7 @@ TEST(Checks, PointAtTheRelocationThatEndedTheProcess)
 
 class CheckCommand : public testing::Test {
 protected:
-    void dump(const placed_kernel& kernel)
-    {
-        tessjit::elf_data elf;
-        elf.fns.emplace_back(kernel.name, address(kernel.text_address), kernel.text,
-                             address(kernel.data_address), kernel.data, kernel.relocs);
-        write_file(directory.path() / kernel.name, to_string(tessjit::emit_elf(elf)));
-    }
+    void dump(const placed_kernel& kernel) { write_file(directory.path() / kernel.name, dump_of({kernel})); }
 
     [[nodiscard]] child_result check(std::vector<std::string> arguments) const
     {

@@ -3,7 +3,7 @@
 #include "workbench/analysis/instruction_findings.hpp"
 #include "tests/support/a64.hpp"
 #include "tests/support/assemble.hpp"
-#include "tests/support/kernels.hpp"
+#include "tests/support/dumps.hpp"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -24,23 +24,13 @@ constexpr std::int32_t ADRP = 275;
 constexpr std::int32_t ADD = 277;
 constexpr std::int32_t BL = 283;
 
-/// The findings in kernels of one mapping: code from a page boundary on, 32-byte aligned, then the constants,
-/// packed.
+/// The findings in kernels of one mapping.
 std::vector<kernel_finding> find(const std::vector<kernel_data>& kernels)
 {
-    constexpr std::uint64_t mapping = 0x100000000;
-    std::uint64_t text_address = mapping;
-    for (const kernel_data& kernel : kernels)
-        text_address = (text_address + kernel.text.size() + 31) / 32 * 32;
-    std::uint64_t data_address = text_address;
-    text_address = mapping;
     std::vector<placed_kernel> placed;
-    for (const kernel_data& kernel : kernels) {
-        placed.push_back(
-            {kernel.name, text_address, kernel.text, data_address, kernel.data, kernel.relocs, 0, ""});
-        text_address = (text_address + kernel.text.size() + 31) / 32 * 32;
-        data_address += kernel.data.size();
-    }
+    for (const kernel_data& kernel : kernels)
+        placed.push_back({kernel.name, 0, kernel.text, 0, kernel.data, kernel.relocs, 0, ""});
+    place_in_mapping(placed, 0x100000000);
     kernel_set set;
     set.kernels = placed;
     return vorna::workbench::find_in_instructions(

@@ -1,10 +1,8 @@
 // A baseline when bless is killed, when the file may not grow, and when branches merge. What the command
 // prints is in cases/baseline.t.
 
-#include "jit/elf.hpp"
 #include "tests/support/a64.hpp"
-#include "tests/support/files.hpp"
-#include "tests/support/kernels.hpp"
+#include "tests/support/dumps.hpp"
 #include "tests/support/random_seed.hpp"
 #include "tests/support/temp_directory.hpp"
 #include "tests/support/tool.hpp"
@@ -31,12 +29,10 @@ protected:
     void dump(const std::string& name, const std::vector<std::uint32_t>& words,
               std::vector<std::uint8_t> data, std::vector<tessjit::reloc_info> relocs = {})
     {
-        tessjit::elf_data elf;
         placed_ += 0x100;
-        elf.fns.emplace_back(name, support::address(placed_), support::code(words),
-                             support::address(placed_ + 0x100000), std::move(data), std::move(relocs));
-        std::filesystem::create_directory(directory.path() / "dumps");
-        support::write_file(directory.path() / "dumps" / name, support::to_string(tessjit::emit_elf(elf)));
+        support::write_dumps(
+            directory.path() / "dumps",
+            {support::placed(name, placed_, words, std::move(relocs), std::move(data), placed_ + 0x100000)});
     }
 
     [[nodiscard]] child_result run(const std::vector<std::string>& arguments) const
