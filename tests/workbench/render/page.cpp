@@ -77,16 +77,56 @@ TEST(Fragment, IsTheNameWhereItCanBe)
 TEST(PageModel, HoldsTheFactsOfEachKernel)
 {
     const kernel_set set = two_kernels();
-    const nlohmann::json model = overview_of(input_of(set));
+    nlohmann::json model = overview_of(input_of(set));
     EXPECT_EQ(model["version"], 2);
     EXPECT_EQ(model["name"], "dumps");
+    EXPECT_EQ(model["kernels"][1]["interface"]["calls"], array({"wfta_3"}));
+    model["kernels"][1].erase("interface");
     EXPECT_EQ(model["kernels"][1], nlohmann::json::parse(R"({
         "id": "wfta_12", "name": "wfta_12", "address": "0x10020", "data_address": "0x10088",
         "mapping": 0, "at": 32, "data_at": 136, "code": 16, "data": 1, "instructions": 4,
-        "load": 0, "store": 0, "fp": 0, "integer": 0, "branch": 3, "callees": [0]})"));
+        "load": 0, "store": 0, "fp": 0, "integer": 0, "branch": 3, "callees": [0], "spills": 0})"));
     EXPECT_EQ(model["kernels"][0]["callees"], array::array());
     EXPECT_FALSE(model.contains("classes"));
     EXPECT_FALSE(model.contains("profile"));
+}
+
+TEST(PageModel, HoldsTheInterfaceOfEachKernel)
+{
+    const std::vector<placed_kernel> kernels = kernels_of(R"(kernel inner
+        fadd v0.2d, v1.2d, v2.2d
+        ret
+kernel outer
+        mov x5, x30
+        blr x3
+        bl inner
+        ptrue p1.d
+        ld1d { z7.d }, p1/z, [x0]
+        ret x5
+)");
+    const kernel_set set = make_kernel_set(kernels);
+    const nlohmann::json model = overview_of(input_of(set));
+    const nlohmann::json inner = model["kernels"][0]["interface"];
+    EXPECT_EQ(inner["reads"], array({"v1", "v2"}));
+    EXPECT_EQ(inner["writes"], array({"v0"}));
+    EXPECT_EQ(inner["calls"], array::array());
+    EXPECT_EQ(inner["live"]["vector"], nlohmann::json({{"most", 2}, {"offset", 0}}));
+    const nlohmann::json outer = model["kernels"][1]["interface"];
+    EXPECT_EQ(outer["calls"], array({"x3", "inner"}));
+    EXPECT_EQ(outer["live"]["predicate"], nlohmann::json({{"most", 1}, {"offset", 16}}));
+    // The page has links to kernels, so only calls through registers are in the text.
+    EXPECT_THAT(listing_of(input_of(set), 1)["interface"],
+                AllOf(HasSubstr("; calls x3; "), HasSubstr(" 1 predicate (+10)")));
+    EXPECT_THAT(listing_of(input_of(set), 0)["interface"], HasSubstr("reads v1, v2; writes v0; "));
+}
+
+TEST(PageModel, HoldsTheInterfaceOfARemovedKernelFromBefore)
+{
+    const kernel_set before = make_kernel_set(kernels_of("kernel old\n ldr x0, [x1]\n ret\n"));
+    const kernel_set set = two_kernels();
+    page_input input = input_of(set);
+    input.against = &before;
+    EXPECT_EQ(overview_of(input)["kernels"][2]["interface"]["reads"], array({"x1"}));
 }
 
 TEST(PageModel, CountsWhatLiesBetweenNeighboursAsPaddingAndTheRestAsUnknown)

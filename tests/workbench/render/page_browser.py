@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What the report's page is in a real browser: page_browser.py VORNA_KERNELS RANDOM_DUMPS PERF_SAMPLE
+"""What the report's page is in a real browser: page_browser.py VORNA_KERNELS RANDOM_DUMPS MAKE_DUMPS PERF_SAMPLE
 
 Exit status 77, and why, where Chromium, its driver or python3-selenium is missing.
 """
@@ -30,7 +30,7 @@ for program, package in ((CHROMIUM, "chromium"), (CHROMEDRIVER, "chromium-driver
         print(f"skipped: no {package} on this machine")
         sys.exit(77)
 
-VORNA_KERNELS, RANDOM_DUMPS, PERF_SAMPLE = sys.argv[1:4]
+VORNA_KERNELS, RANDOM_DUMPS, MAKE_DUMPS, PERF_SAMPLE = sys.argv[1:5]
 PATIENCE = 600  # seconds, for a busy machine: tests wait for what they want, not for a time
 
 HOSTILE_NAMES = [
@@ -46,6 +46,26 @@ HOSTILE_NAMES = [
     "",
     "long" * 100,
 ]
+INTERFACES = """\
+kernel registers
+    ldr x3, [x1]
+    adds x0, x0, x2
+    str x3, [x1, #8]
+    ret
+kernel vectors
+    fadd v0.2d, v0.2d, v1.2d
+    fadd v2.2d, v2.2d, v3.2d
+    fadd v4.2d, v4.2d, v5.2d
+    fadd v0.2d, v0.2d, v2.2d
+    fadd v0.2d, v0.2d, v4.2d
+    str q0, [x0]
+    ret
+kernel predicated
+    ptrue p0.d
+    ld1d { z0.d }, p0/z, [x0]
+    st1d { z0.d }, p0, [x0]
+    ret
+"""
 INVALID_UTF8 = b"bad\xff\xfename"
 
 # The contrast of every element's own text with its ground, as WCAG defines it, where it is less than 4.5.
@@ -416,6 +436,47 @@ class Page(unittest.TestCase):
             self.assertEqual(len(self.column("name")), count, text)
         self.filter(" ")
         self.assertEqual(self.text(":complaint"), "")
+
+    # ---- The interface of kernels
+
+    def test_columns_and_filter_know_the_interface(self):
+        dumps = self.path("interface")
+        subprocess.run([MAKE_DUMPS, dumps], input=INTERFACES, text=True, check=True)
+        self.open(make_report(dumps, self.path("interface.html")))
+        self.assertEqual(self.column("general"), ["5", "2", "2"])
+        self.assertEqual(self.column("vectors"), ["0", "6", "1"])
+        names = {"r": "registers", "v": "vectors", "p": "predicated"}
+        for text, expected in (("vectors>=6", "v"), ("vectors<6", "rp"), ("vector = 1", "p"), ("general>2", "r"), ("gprs>2", "r"),
+                               ("predicates>0", "p"), ("predicates=0", "rv"),
+                               ("needs>=0", "rvp"), ("spills=0", "rvp"),
+                               ("reads:x1", "r"), ("reads:x", ""), ("reads=X2", "r"), ("reads!=x1", "vp"), ("-reads:x1", "vp"),
+                               ("reads:v1", "v"), ("read>5", "v"), ("reads<=3", "rp"), ("writes:nzcv", "r"), ("saves:x19", ""),
+                               ("saves>0", ""), ("saves=0", "rvp"), ("writes>", "rvp")):
+            self.filter(text)
+            self.assertEqual((self.text(":complaint"), self.column("name")), ("", [names[name] for name in expected]), text)
+        for text, complaint in (("reads>x1", "“x1” is not a number: use “reads:x1”."),
+                                ("stack>much", "“much” is not a number, which “stack” is compared with."),
+                                ("stak>0", "“stak” is not a column; there are name, findings, size, ")):
+            self.filter(text)
+            self.assertTrue(self.text(":complaint").startswith(complaint), self.text(":complaint"))
+            self.assertEqual(len(self.column("name")), 3, text)
+        self.filter(" ")
+        self.click("th[data-key=vectors] button")
+        self.assertEqual(self.column("vectors"), ["6", "1", "0"])
+        self.draw_all()
+        self.assertIn("reads x0-x2; writes x0, x3, nzcv; ", self.texts("#registers .facts")[1])
+
+    def test_columns_fit_a_wide_screen_and_the_name_stays_on_a_narrow_one(self):
+        for page in (self.few, self.profile, self.comparison):
+            self.open(page)
+            self.size(1400, 900)
+            box = "document.getElementById(':table-box')"
+            self.assertLessEqual(self.value(f"{box}.scrollWidth - {box}.clientWidth"), 0, page)
+            self.size(400, 900)
+            self.run_script(f"{box}.scrollLeft = 1e6")
+            for left in self.value("[...document.querySelectorAll('.kernels th:first-child')].map((name) =>"
+                                   f" name.getBoundingClientRect().left - {box}.getBoundingClientRect().left)"):
+                self.assertAlmostEqual(left, 0, delta=1)
 
     # ---- Fragments and keyboard
 
@@ -842,4 +903,4 @@ class Page(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1] + sys.argv[4:], verbosity=2)
+    unittest.main(argv=sys.argv[:1] + sys.argv[5:], verbosity=2)

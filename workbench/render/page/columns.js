@@ -16,6 +16,9 @@ const columns = [
     {key: 'fp', title: 'FP, SIMD', meaning: 'instructions on floating-point and vector registers', also: ['simd']},
     {key: 'integer', title: 'Integer', meaning: 'instructions on general registers', also: ['integers', 'int']},
     {key: 'branch', title: 'Branch', meaning: 'branches, calls and returns', also: ['branches']},
+    {key: 'stack', title: 'Stack', meaning: 'bytes, ? if unknown'},
+    {key: 'general', title: 'Live X', meaning: 'most general registers live at one time', also: ['gprs']},
+    {key: 'vectors', title: 'Live V', meaning: 'most vector registers live at one time', also: ['vector']},
     {key: 'calls', title: 'Calls', meaning: 'kernels that it calls', also: ['callees']},
     {key: 'callers', title: 'Callers', meaning: 'kernels that call it'},
     {key: 'address', title: 'Address', meaning: 'of its code'},
@@ -23,10 +26,16 @@ const columns = [
     {key: 'warnings', hidden: true, also: ['warning']},
     {key: 'notes', hidden: true, also: ['note']},
     {key: 'samples', hidden: true, there: Boolean(model.profile)},
+    {key: 'predicates', hidden: true, also: ['predicate']},
+    {key: 'spills', hidden: true, also: ['spill']},
+    {key: 'reads', hidden: true, list: true, also: ['read']},
+    {key: 'writes', hidden: true, list: true, also: ['write']},
+    {key: 'saves', hidden: true, list: true, also: ['save']},
+    {key: 'needs', hidden: true, list: true, also: ['need']},
 ].filter(({there = true}) => there);
 const columnOf = (name) => columns.find(({key, also = []}) => key === name || also.includes(name));
 
-// A number, a string, or null.
+// A number, a string, an array of strings, or null.
 function valueOf(kernel, {key}) {
     return key === 'address' ? Number(kernel.address) : kernel[key] ?? null;
 }

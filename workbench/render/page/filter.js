@@ -45,13 +45,22 @@ function condition(word, complain) {
             complain(`“${value}” is not a class; there are ${[...classes.keys()].join(', ')}.`);
             return everything;
         }
-        if (!column.text && Number.isNaN(number)) {
+        const members = column.list && Number.isNaN(number);
+        if (members && /[<>]/.test(relation)) {
+            complain(`“${value}” is not a number: use “${name}:${value}”.`);
+            return everything;
+        }
+        if (!column.text && !column.list && Number.isNaN(number)) {
             complain(`“${value}” is not a number, which “${name}” is compared with.`);
             return everything;
         }
         const test = relations[relation];
         holds = (kernel) => {
             const has = valueOf(kernel, column);
+            if (members)
+                return has.includes(value) === (relation !== '!=');
+            if (column.list)
+                return test(has.length, number);
             return column.text ? test(has.toLowerCase(), value) : has !== null && test(has, number);
         };
     }

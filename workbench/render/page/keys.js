@@ -133,6 +133,9 @@ function startKeys() {
         ...model.classes ? [[['class:code'], `one of ${[...classes.keys()].join(', ')}`]] : [],
         ...model.profile ? [[['time>1'], `more than 1 ${ofAll}`]] : [],
         [['findings>0'], 'found by check'],
+        [['stack>0'], 'takes stack; also spills>0'],
+        [['vectors>=30'], 'at least so many vector registers live at one time; also general, predicates'],
+        [['saves:x19'], 'saves this register; also reads, writes, and needs:dotprod'],
         [['-short'], 'a minus in front: all others'],
     ].flatMap(entry));
     byId(':columns').textContent = `${columnNames()}.`;

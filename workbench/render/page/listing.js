@@ -329,6 +329,7 @@ function drawArticle(kernel, article) {
         ...model.classes ? [chip(kernel.class)] : [],
         ...kernel.time_text ? [make('span', {class: 'facts'}, `${kernel.time_text} ${ofAll}`)] : []);
     article.replaceChildren(heading, make('p', {class: 'facts'}, ...factsOf(kernel)),
+        make('p', {class: 'facts'}, listing.interface),
         ...kernel.found.length ? [make('ul', {class: 'findings'}, ...kernel.found.map(findingItem))] : [], place,
         ...listing.complete === false ? [make('p', {class: 'facts'}, 'The two differ too much to find all equal rows.')] : [],
         ...constantsOf(kernel, listing));

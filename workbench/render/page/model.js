@@ -54,6 +54,9 @@ kernels.forEach((kernel, index) => {
     kernel.index = index;
     kernel.size = kernel.code + kernel.data;
     kernel.calls = kernel.callees.length;
+    const {stack, live, reads, writes, saves, needs} = kernel.interface;
+    Object.assign(kernel, {stack, reads, writes, saves, needs, general: live.general.most,
+        vectors: live.vector.most, predicates: live.predicate.most});
     kernel.callersOf = [];
     kernel.found = [];
     kernel.rank = classes.get(kernel.class)?.rank ?? 0;

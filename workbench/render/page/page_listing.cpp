@@ -1,6 +1,7 @@
 #include "workbench/render/page/page_listing.hpp"
 
 #include "workbench/analysis/difference.hpp"
+#include "workbench/render/interface_text.hpp"
 #include "workbench/render/json.hpp"
 #include "workbench/render/listing.hpp"
 #include "workbench/text/constants.hpp"
@@ -97,7 +98,11 @@ std::string constants_text(std::span<const std::uint8_t> bytes)
 std::string make_page_listing(const page_listing_input& input, disassembler& disassembler)
 {
     const placed_kernel& kernel = *input.kernel;
-    json made = json::object();
+    kernel_interface interface = *input.interface;
+    std::erase_if(interface.calls, [&](const std::string& name) { // the page has links to these
+        return input.index->count(name) != 0;
+    });
+    json made = {{"interface", interface_text(interface)}};
     const bool too_long = kernel.text.size() > most_text_bytes ||
                           (input.before != nullptr && input.before->text.size() > most_text_bytes);
     if (!too_long)

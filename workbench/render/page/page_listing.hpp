@@ -1,6 +1,7 @@
 // A kernel's listing, for the page's model.
 #pragma once
 
+#include "workbench/analysis/interface.hpp"
 #include "workbench/analysis/profile.hpp"
 #include "workbench/disasm/disassembler.hpp"
 #include "workbench/kernels/kernel_set.hpp"
@@ -14,6 +15,7 @@ namespace vorna::workbench {
 struct page_listing_input {
     const kernel_set* set = nullptr;
     const placed_kernel* kernel = nullptr;
+    const kernel_interface* interface = nullptr;
     const kernel_set* set_before = nullptr;  ///< the set of `before`, or null
     const placed_kernel* before = nullptr;   ///< the kernel before a change, or null
     const kernel_profile* profile = nullptr; ///< or null

@@ -1,8 +1,11 @@
 #include "workbench/render/page/page_model.hpp"
 
+#include "workbench/analysis/code_map.hpp"
 #include "workbench/analysis/difference.hpp"
+#include "workbench/analysis/interface.hpp"
 #include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/kernels/linking.hpp"
+#include "workbench/render/interface_text.hpp"
 #include "workbench/render/json.hpp"
 #include "workbench/render/page/page_listing.hpp"
 #include "workbench/text/percent.hpp"
@@ -52,6 +55,8 @@ struct entry {
     change_class change = change_class::same;
     std::string id;
     const kernel_profile* profile = nullptr;
+    kernel_interface interface = {};
+    std::array<std::size_t, 6> counts = {}; ///< of instructions, by class
 };
 
 struct model {
@@ -64,12 +69,12 @@ void add_entries(model& model)
 {
     const kernel_set& set = *model.input->set;
     for (const placed_kernel& kernel : set.kernels)
-        model.entries.push_back({&kernel, nullptr, change_class::same, "", nullptr});
+        model.entries.push_back({&kernel, nullptr, change_class::same, ""});
     if (model.input->against == nullptr)
         return;
     for (const kernel_difference& difference : compare_sets(*model.input->against, set)) {
         if (difference.after == nullptr) {
-            model.entries.push_back({difference.before, nullptr, change_class::removed, "", nullptr});
+            model.entries.push_back({difference.before, nullptr, change_class::removed, ""});
             continue;
         }
         entry& one = model.entries[static_cast<std::size_t>(difference.after - set.kernels.data())];
@@ -90,12 +95,22 @@ void choose_ids(model& model)
     }
 }
 
+void analyse(const kernel_set& set, entry& one)
+{
+    const decoded_kernel code = decode_kernel(*one.kernel);
+    for (const instruction& at : code.instructions)
+        ++one.counts[static_cast<std::size_t>(class_of(code, at))];
+    one.interface = interface_of(code, map_code(code, find_entries(set, *one.kernel)));
+}
+
 model collect(const page_input& input)
 {
     model model;
     model.input = &input;
     add_entries(model);
     choose_ids(model);
+    for (entry& one : model.entries)
+        analyse(one.change == change_class::removed ? *input.against : *input.set, one);
     if (input.profile != nullptr) {
         for (const kernel_profile& kernel : input.profile->kernels)
             model.entries[kernel.kernel].profile = &kernel;
@@ -167,19 +182,9 @@ std::vector<std::size_t> find_callees(const model& model, const placed_kernel& k
     return {callees.begin(), callees.end()};
 }
 
-std::array<std::size_t, 6> count_instructions(const placed_kernel& kernel)
-{
-    std::array<std::size_t, 6> counts{};
-    const decoded_kernel code = decode_kernel(kernel);
-    for (const instruction& at : code.instructions)
-        ++counts[static_cast<std::size_t>(class_of(code, at))];
-    return counts;
-}
-
 json kernel_json(const model& model, const entry& one)
 {
     const placed_kernel& kernel = *one.kernel;
-    const std::array<std::size_t, 6> counts = count_instructions(kernel);
     const bool removed = one.change == change_class::removed;
     json made = {{"id", one.id},
                  {"name", kernel.name.empty() ? "(no name)" : printable(kernel.name)},
@@ -194,12 +199,14 @@ json kernel_json(const model& model, const entry& one)
     made["code"] = kernel.text.size();
     made["data"] = kernel.data.size();
     made["instructions"] = kernel.text.size() / 4;
-    made["load"] = counts[0];
-    made["store"] = counts[1];
-    made["fp"] = counts[2];
-    made["integer"] = counts[3];
-    made["branch"] = counts[4];
+    made["load"] = one.counts[0];
+    made["store"] = one.counts[1];
+    made["fp"] = one.counts[2];
+    made["integer"] = one.counts[3];
+    made["branch"] = one.counts[4];
     made["callees"] = find_callees(model, kernel);
+    made["interface"] = interface_json(one.interface);
+    made["spills"] = one.interface.spill_stores + one.interface.spill_loads;
     if (model.input->profile != nullptr && !removed) {
         const sample_count count = one.profile == nullptr ? sample_count() : one.profile->count;
         const std::uint64_t whole = model.input->profile->total.period;
@@ -292,6 +299,7 @@ page_listing_input listing_input(const model& model, const entry& one)
         input.before = one.before;
     }
     input.profile = one.profile;
+    input.interface = &one.interface;
     input.index = &model.index;
     return input;
 }

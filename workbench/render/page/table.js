@@ -16,7 +16,7 @@ function cell(kernel, column) {
             make('span', {class: `count ${severity}`, title: pluralize(kernel[`${severity}s`], severity)},
                 `${signs[severity]} ${kernel[`${severity}s`]}`)));
     if (!value)
-        return make('td', {class: 'none'}, value === null ? '' : '0');
+        return make('td', {class: 'none'}, value !== null ? '0' : key === 'stack' ? '?' : '');
     if (key === 'delta')
         return make('td', {}, `${value > 0 ? '+' : '−'}${withSeparators(Math.abs(value))}`);
     if (key === 'time') {
