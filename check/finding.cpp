@@ -53,6 +53,10 @@ const char* name_of(finding_id id)
         return "data-alignment";
     case finding_id::erratum_843419:
         return "erratum-843419";
+    case finding_id::erratum_835769:
+        return "erratum-835769";
+    case finding_id::missing_feature:
+        return "missing-feature";
     case finding_id::abi_callee_saved:
         return "abi-callee-saved";
     case finding_id::abi_stack_pointer:

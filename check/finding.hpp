@@ -37,12 +37,14 @@ enum class finding_id {
     opcode,
     call_target,
     pair,
-    // Found by `vorna-kernels check` in dumps only: they need instructions decoded.
+    // Found by analyse_kernels and `vorna-kernels check`: they need instructions decoded.
     falls_through,
     outside_constants,
     writes_constants,
     data_alignment,
     erratum_843419,
+    erratum_835769,
+    missing_feature,
     abi_callee_saved,
     abi_stack_pointer,
     abi_return_address,

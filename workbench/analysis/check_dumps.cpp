@@ -42,7 +42,7 @@ static std::vector<bool> find_last_kernels(const kernel_set& set)
     return last;
 }
 
-std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set)
+std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set, const wfta::analysis_options& options)
 {
     std::unordered_map<std::string_view, std::vector<std::size_t>> by_name;
     by_name.reserve(set.kernels.size());
@@ -79,13 +79,8 @@ std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set)
         return {where::placed, set.kernels[target].text_address,
                 set.kernels[target].mapping != set.kernels[kernel].mapping};
     };
-    std::vector<wfta::kernel_finding> findings = check_placed(checked, find, {}, wfta::address_kind::real);
-    std::vector<wfta::kernel_finding> in_instructions = find_in_instructions(set, find);
-    findings.insert(findings.end(), std::make_move_iterator(in_instructions.begin()),
-                    std::make_move_iterator(in_instructions.end()));
-    std::stable_sort(findings.begin(), findings.end(),
-                     [](const auto& a, const auto& b) { return a.index < b.index; });
-    return findings;
+    return with_instruction_findings(check_placed(checked, find, {}, wfta::address_kind::real), set, find,
+                                     options);
 }
 
 std::optional<std::string> find_mixture(const kernel_set& set,

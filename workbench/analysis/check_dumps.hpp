@@ -1,7 +1,8 @@
 // Checks dumps: the findings of check_kernels, and those that need instructions decoded.
 #pragma once
 
-#include "check/check_kernels.hpp"
+#include "check/finding.hpp"
+#include "workbench/analysis/analyse_kernels.hpp"
 #include "workbench/kernels/kernel_set.hpp"
 
 #include <optional>
@@ -16,7 +17,8 @@ namespace vorna::workbench {
 /// A relocation against a kernel that is not in the set is an error only if it aborted the process: if the
 /// kernel with the relocation is the last of its mapping and the set has all kernels before it. Other kernels
 /// were linked, or may have been; then the target may just not have been dumped, which is a note.
-std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set);
+std::vector<wfta::kernel_finding> check_dumps(const kernel_set& set,
+                                              const wfta::analysis_options& options = {});
 
 /// If the dumps cannot all be from one process with one registry, the reason, in one line. `findings` are
 /// those of check_dumps. A process aborts once, at the last kernel of a mapping. Neither a missing target nor

@@ -9,6 +9,7 @@
 #include "workbench/analysis/code_map.hpp"
 #include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/disasm/disassembler.hpp"
+#include "workbench/disasm/features.hpp"
 #include "workbench/text/place.hpp"
 
 #include <algorithm>
@@ -81,9 +82,12 @@ private:
 
 class instruction_checker {
 public:
-    instruction_checker(const kernel_set& set, const target_finder& find)
-        : kernels_(set.kernels), find_(find), entries_(set.kernels, find)
+    instruction_checker(const kernel_set& set, const target_finder& find,
+                        const wfta::analysis_options& options)
+        : kernels_(set.kernels), find_(find), options_(options), entries_(set.kernels, find)
     {
+        if (!options.cpu.empty())
+            lacking_.emplace(find_processor(options.cpu).value());
     }
 
     std::vector<wfta::kernel_finding> run()
@@ -94,6 +98,8 @@ public:
             check_end_of_code();
             check_accesses();
             check_erratum();
+            check_multiply_adds();
+            check_features();
         }
         return findings_.take();
     }
@@ -132,11 +138,11 @@ private:
         if (instruction_at(last).instructions.front().is_barrier() || code() == nullptr ||
             code()->map.uses.back() != word_use::code)
             return;
-        findings_.add(finding_id::falls_through, severity::error, false, {}, static_cast<int64_t>(last), {},
-                      {disassembler_.text(word_at(text, last), kernel().text_address + last) +
-                           " is the last instruction, and control continues past the end of the code",
-                       {},
-                       "end the code with RET, a branch or a trap"});
+        findings_.add(
+            finding_id::falls_through, severity::error, false, {}, static_cast<int64_t>(last), {},
+            {text_at(last) + " is the last instruction, and control continues past the end of the code",
+             {},
+             "end the code with RET, a branch or a trap"});
     }
 
     // The address of a relocation's target, if it is placed.
@@ -261,21 +267,23 @@ private:
     }
 
     // The second instruction of the sequence: a load, store or prefetch of one register, a store of a pair,
-    // or ST1. The processor implements Armv8.0 only.
+    // or ST1.
     static bool is_erratum_access(const decoded_kernel& code)
     {
         const instruction& at = code.instructions.front();
-        const std::string_view name = opcode_name(at.opcode);
-        if (name.starts_with("PRFM") || name.starts_with("PRFUM"))
-            return true;
         const std::optional<memory_access> access = memory_access_of(code, at);
         if (!access)
-            return false;
-        if (access->structure)
-            return name.starts_with("ST1");
-        const bool later = access->authenticates || name.starts_with("LDAP") || name.starts_with("STLUR") ||
-                           (access->atomic && !name.starts_with("CAS"));
-        return !later && (access->registers == 1 || access->store);
+            return is_prefetch(at) && has_cortex_a53(at);
+        const bool found = access->structure ? access->store && access->interleaved == 1
+                                             : access->registers == 1 || access->store;
+        return found && has_cortex_a53(at);
+    }
+
+    // Whether the processor with the errata has an instruction.
+    static bool has_cortex_a53(const instruction& at)
+    {
+        static const feature_set present = find_processor("cortex-a53").value();
+        return (features_of(at) & ~present).none();
     }
 
     static bool is_branch(const instruction& at)
@@ -299,9 +307,7 @@ private:
         if (code.instructions.empty())
             return false;
         const instruction& at = code.instructions.front();
-        return at.decoded && opcode_name(at.opcode).ends_with("ui") &&
-               (memory_access_of(code, at) || opcode_name(at.opcode) == "PRFMui") &&
-               operands_of(code, at)[1].registers[0] == page;
+        return has_unsigned_offset(at) && operands_of(code, at)[1].registers[0] == page;
     }
 
     void check_erratum_at(size_t offset)
@@ -328,8 +334,78 @@ private:
         }
     }
 
+    // The same notice, 835769: a 64-bit multiply-add directly after a load, a store or a prefetch. Not if it
+    // uses what the load put into a general register, since it then waits for the load.
+    void check_multiply_adds()
+    {
+        for (size_t offset = 4; offset + 4 <= kernel().text.size(); offset += 4) {
+            if (multiplies_and_adds(word_at(kernel().text, offset)))
+                check_multiply_add(offset);
+        }
+    }
+
+    void check_multiply_add(size_t offset)
+    {
+        const decoded_kernel first = instruction_at(offset - 4);
+        const instruction& before = first.instructions.front();
+        const std::optional<memory_access> access = memory_access_of(first, before);
+        if (!(access || is_prefetch(before)) || !has_cortex_a53(before))
+            return;
+        const decoded_kernel second = instruction_at(offset);
+        if (access && access->load && !access->fp_simd) {
+            register_set loaded = defs_of(first, before);
+            if (access->moves_base() && access->base != access->first_register)
+                loaded.reset(access->base);
+            if ((loaded & uses_of(second, second.instructions.front())).any())
+                return;
+        }
+        if (code() != nullptr && (code()->map.uses[offset / 4] == word_use::data ||
+                                  code()->map.uses[offset / 4 - 1] == word_use::data))
+            return;
+        findings_.add(
+            finding_id::erratum_835769, severity::warning, false, {}, static_cast<int64_t>(offset), {},
+            {text_at(offset) + " directly after " + text_at(offset - 4) +
+                 ", whose result Cortex-A53 may get wrong",
+             {},
+             "put an instruction that is not a load, a store or a prefetch between them, such as NOP"});
+    }
+
+    void check_features()
+    {
+        if (!lacking_ || code() == nullptr)
+            return;
+        for (size_t i = 0; i < code()->map.uses.size(); ++i) {
+            if (code()->map.uses[i] != word_use::code)
+                continue;
+            const feature_set& missing = lacking_->missing(code()->code.instructions[i]);
+            if (missing.none())
+                continue;
+            std::string names;
+            for (const std::string& name : feature_names(missing))
+                names += (names.empty() ? "" : " and ") + name;
+            findings_.add(
+                finding_id::missing_feature, severity::error, false, {}, static_cast<int64_t>(4 * i), names,
+                {fmt::format("{} needs {}, which {} does not have", text_at(4 * i), names, options_.cpu),
+                 "executing it raises SIGILL there",
+                 fmt::format("generate the kernel without {} for this processor", names)});
+        }
+    }
+
+    // The instruction at an offset, as generated. PC-relative targets are offsets in the code, since the
+    // address of the code may be an assumption.
+    std::string text_at(size_t offset)
+    {
+        const uint32_t word = word_at(kernel().text, offset);
+        const std::optional<std::int32_t> distance = decode_word(word).instructions.front().pc_relative;
+        return distance ? disassembler_.text_with_symbol(word,
+                                                         signed_hex(static_cast<int64_t>(offset) + *distance))
+                        : disassembler_.text(word, offset);
+    }
+
     const std::vector<placed_kernel>& kernels_;
     const target_finder& find_;
+    const wfta::analysis_options& options_;
+    std::optional<feature_search> lacking_; // of the processor that is checked for
     entries_by_others entries_;
     std::optional<mapped_code> code_; // of the current kernel
     disassembler disassembler_;
@@ -339,9 +415,22 @@ private:
 
 } // namespace
 
-std::vector<wfta::kernel_finding> find_in_instructions(const kernel_set& set, const target_finder& find)
+std::vector<wfta::kernel_finding> find_in_instructions(const kernel_set& set, const target_finder& find,
+                                                       const wfta::analysis_options& options)
 {
-    return instruction_checker(set, find).run();
+    return instruction_checker(set, find, options).run();
+}
+
+std::vector<wfta::kernel_finding> with_instruction_findings(std::vector<wfta::kernel_finding> findings,
+                                                            const kernel_set& set, const target_finder& find,
+                                                            const wfta::analysis_options& options)
+{
+    std::vector<wfta::kernel_finding> more = find_in_instructions(set, find, options);
+    findings.insert(findings.end(), std::make_move_iterator(more.begin()),
+                    std::make_move_iterator(more.end()));
+    std::stable_sort(findings.begin(), findings.end(),
+                     [](const auto& a, const auto& b) { return a.index < b.index; });
+    return findings;
 }
 
 } // namespace vorna::workbench

@@ -22,6 +22,7 @@ struct check_options {
     common_options common;
     std::vector<std::string> dumps;
     bool strict = false;
+    wfta::analysis_options analysis;
 };
 
 struct severity_words {
@@ -143,7 +144,7 @@ int check(const check_options& options)
     const read_result read = read_set(options.dumps, options.common);
     if (!require_kernels(read, join_some(options.dumps)))
         return exit_error;
-    checked_set checked = {read.set, check_dumps(read.set)};
+    checked_set checked = {read.set, check_dumps(read.set, options.analysis)};
     refuse_mixture(read.set, checked.findings);
     for (const placed_kernel& kernel : read.set.kernels)
         checked.relocations += kernel.relocs.size();
@@ -167,6 +168,7 @@ void add_check(command_line& program, int& status)
     command.add_option("DUMPS", options->dumps, "Directories of dumps, or dumps, all of one process")
         .required();
     command.add_flag("--strict", options->strict, "Exit with 1 on warnings as well");
+    add_processor_option(command, options->analysis.cpu, "Report instructions that this processor lacks");
     add_common_options(command, options->common, {"text", "json", "github"});
     command.footer("Exit status: 0 no errors, 1 errors found, 2 dumps could not be read.");
     command.run([options, &status] { status = check(*options); });

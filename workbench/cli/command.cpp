@@ -1,5 +1,7 @@
 #include "workbench/cli/command.hpp"
 
+#include "check/nearest_name.hpp"
+#include "workbench/disasm/features.hpp"
 #include "workbench/input/dumps.hpp"
 #include "workbench/os/file.hpp"
 #include "workbench/text/printable.hpp"
@@ -9,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -85,6 +88,25 @@ void refuse_dump(const kernel_set& set, const std::string& file)
         if (std::filesystem::equivalent(file, kernel.file, error))
             throw std::runtime_error(file + ": is one of the dumps; not overwritten");
     }
+}
+
+void add_processor_option(command_line& command, std::string& processor, const std::string& description)
+{
+    command.add_option("--cpu", processor, description + "; \"help\" lists the names")
+        .type_name("NAME")
+        .help([] { return fmt::format("{}", fmt::join(processor_names(), "\n")); })
+        .check(
+            [](const std::string& name) {
+                if (find_processor(name))
+                    return std::string();
+                wfta::nearest_name_search search(name, wfta::name_candidates::all);
+                for (const std::string& known : processor_names())
+                    search.offer(known);
+                return fmt::format("no processor {}; {}", name,
+                                   search.nearest().empty() ? "--cpu=help lists them"
+                                                            : "did you mean " + search.nearest() + "?");
+            },
+            "");
 }
 
 std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const std::vector<std::string>& names,

@@ -51,6 +51,9 @@ bool require_kernels(const read_result& read, const std::string& path);
 /// Throws std::runtime_error if the output file `file` is one of the dumps.
 void refuse_dump(const kernel_set& set, const std::string& file);
 
+/// Adds --cpu, the name of one of LLVM's processors; "help" lists them.
+void add_processor_option(command_line& command, std::string& processor, const std::string& description);
+
 /// The kernels with these names, or all if no names are given. Reports an unknown name, with the nearest
 /// known one, and sets `had_errors`.
 std::vector<const placed_kernel*> select_kernels(const kernel_set& set, const std::vector<std::string>& names,

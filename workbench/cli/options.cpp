@@ -42,6 +42,18 @@ command_option& command_option::excludes(command_option other)
     return *this;
 }
 
+command_option& command_option::help(const std::function<std::string()>& text)
+{
+    option_->check(
+        [text](const std::string& value) {
+            if (value == "help")
+                throw CLI::CallForVersion(text(), 0); // printed as it is
+            return std::string();
+        },
+        "");
+    return *this;
+}
+
 command_option& command_option::check(const std::function<std::string(const std::string& value)>& wrong,
                                       const std::string& name)
 {

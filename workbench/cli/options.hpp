@@ -24,6 +24,8 @@ public:
     command_option& delimiter(char between);            ///< separates several values in one argument
     command_option& one_of(const std::vector<std::string>& values);
     command_option& excludes(command_option other);
+    /// The value "help" prints this text and ends the program, whatever else is missing.
+    command_option& help(const std::function<std::string()>& text);
     /// `wrong` returns what is wrong with a value; empty if nothing is.
     command_option& check(const std::function<std::string(const std::string& value)>& wrong,
                           const std::string& name);

@@ -39,6 +39,8 @@ struct known_opcode {
     bool tells_general_defs = true;
     bool keeps_a_part = false; // partial def: also uses the register, without an operand for it
     bool is_prefetch = false;
+    bool has_unsigned_offset = false;
+    bool multiplies_and_adds = false; // 64-bit, perhaps with XZR as the addend
     bool is_hint = false;
     bool is_literal = false; // LDR, LDRSW and PRFM (literal)
     bool wide = false;       // for a kind: 64 bits
@@ -223,6 +225,9 @@ known_opcode opcode_of(std::string_view name, const llvm::MCInstrDesc& descripti
     if (name.starts_with("CTERM"))
         found.implicit_uses.set(condition_flags);
     found.is_prefetch = name.starts_with("PRF");
+    found.has_unsigned_offset = (found.is_prefetch || memory_form_of(name)) && name.ends_with("ui");
+    found.multiplies_and_adds = name == "MADDXrrr" || name == "MSUBXrrr" ||
+                                begins_with_one_of(name, {"SMADDL", "SMSUBL", "UMADDL", "UMSUBL"});
     found.is_hint = name == "HINT";
     const auto add_implicit = [&](unsigned llvm_register, register_set& to) {
         const known_register& implied = registers[llvm_register];
@@ -463,6 +468,26 @@ register_set defs_of(const decoded_kernel& kernel, const instruction& instructio
 bool tells_general_defs(const instruction& instruction)
 {
     return instruction.decoded && (instruction.modelled || opcode_of(instruction).tells_general_defs);
+}
+
+bool is_prefetch(const instruction& instruction)
+{
+    return instruction.decoded && opcode_of(instruction).is_prefetch;
+}
+
+bool has_unsigned_offset(const instruction& instruction)
+{
+    return instruction.decoded && opcode_of(instruction).has_unsigned_offset;
+}
+
+bool multiplies_and_adds(std::uint32_t word)
+{
+    if (word >> 24 != 0x9b) // 64-bit instructions of three sources: saves decoding the others
+        return false;
+    const decoded_kernel code = decode_word(word);
+    const instruction& at = code.instructions.front();
+    return at.decoded && opcode_of(at).multiplies_and_adds &&
+           operands_of(code, at).back().registers[0] != zero_register;
 }
 
 std::string_view opcode_name(std::uint32_t opcode)

@@ -180,6 +180,16 @@ register_set defs_of(const decoded_kernel& kernel, const instruction& instructio
 /// that are not modelled: MRS, MSR, SYS.
 bool tells_general_defs(const instruction& instruction);
 
+/// PRFM and its variants.
+bool is_prefetch(const instruction& instruction);
+
+/// A load, store or prefetch of one register at a base register and an unsigned offset: LDR (immediate).
+bool has_unsigned_offset(const instruction& instruction);
+
+/// A 64-bit multiplication whose product is added to or subtracted from a register: MADD, SMSUBL. Not their
+/// aliases without an addend, as MUL.
+bool multiplies_and_adds(std::uint32_t word);
+
 /// LLVM's name of an opcode: "LDRDui".
 std::string_view opcode_name(std::uint32_t opcode);
 

@@ -275,7 +275,7 @@ std::optional<memory_form> structure(scanner name)
     if (digit == nullptr)
         return std::nullopt;
     form.structure = form.fp_simd = true;
-    form.registers = *digit;
+    form.registers = form.interleaved = *digit;
     if (const std::uint8_t* const lane = name.take_one(lanes)) {
         form.element_bytes = *lane;
         form.bytes = static_cast<std::uint8_t>(*lane * *digit);

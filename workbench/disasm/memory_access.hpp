@@ -25,6 +25,7 @@ struct memory_form {
     bool ordered = false; ///< has acquire or release semantics
     bool atomic = false;
     bool structure = false;         ///< LD1 to LD4, ST1 to ST4
+    std::uint8_t interleaved = 0;   ///< of a structure: 1 to 4
     bool fp_simd = false;           ///< transfers FP or SIMD registers
     bool sign_extended = false;     ///< a load that sign-extends to the general register
     bool authenticates = false;     ///< authenticates the address: LDRAA, LDRAB

@@ -1,6 +1,7 @@
 // Findings in dumps, and how the command check prints them.
 
 #include "workbench/analysis/check_dumps.hpp"
+#include "check/check_kernels.hpp"
 #include "tests/support/a64.hpp"
 #include "tests/support/assemble.hpp"
 #include "tests/support/broken_sets.hpp"

@@ -25,7 +25,8 @@ constexpr std::int32_t ADD = 277;
 constexpr std::int32_t BL = 283;
 
 /// The findings in kernels of one mapping.
-std::vector<kernel_finding> find(const std::vector<kernel_data>& kernels)
+std::vector<kernel_finding> find(const std::vector<kernel_data>& kernels,
+                                 const vorna::wfta::analysis_options& options = {})
 {
     std::vector<placed_kernel> placed;
     for (const kernel_data& kernel : kernels)
@@ -34,13 +35,15 @@ std::vector<kernel_finding> find(const std::vector<kernel_data>& kernels)
     kernel_set set;
     set.kernels = placed;
     return vorna::workbench::find_in_instructions(
-        set, [&](std::size_t, const std::string& name) -> relocation_target {
+        set,
+        [&](std::size_t, const std::string& name) -> relocation_target {
             for (const placed_kernel& kernel : placed) {
                 if (kernel.name == name)
                     return {relocation_target::where::placed, kernel.text_address};
             }
             return {relocation_target::where::nowhere, 0};
-        });
+        },
+        options);
 }
 
 /// The findings, one per line: severity, kernel, offset, id.
@@ -59,10 +62,11 @@ std::string found(const std::vector<kernel_data>& kernels)
 }
 
 /// The messages, one per line.
-std::string messages(const std::vector<kernel_data>& kernels)
+std::string messages(const std::vector<kernel_data>& kernels,
+                     const vorna::wfta::analysis_options& options = {})
 {
     std::string lines;
-    for (const kernel_finding& finding : find(kernels))
+    for (const kernel_finding& finding : find(kernels, options))
         lines += finding.message + "\n";
     return lines;
 }
@@ -172,6 +176,117 @@ TEST(InstructionFindings, KnowsWhereInThePageAKernelOfTheSetLies)
         << "on the next 32-byte boundary";
     EXPECT_EQ(found({filler(0xfc0), sequence}), "");
     EXPECT_EQ(found({filler(0xfe4), sequence}), "");
+}
+
+/// A kernel of these lines and a RET.
+kernel_data kernel_of(std::vector<std::string> lines)
+{
+    lines.emplace_back("ret");
+    return kernel("one", assemble(lines));
+}
+
+/// The second instructions that have erratum 835769 after the first one, or the first ones of several.
+std::vector<std::string> with_erratum(const std::vector<std::string>& first,
+                                      const std::vector<std::string>& second)
+{
+    std::vector<std::string> lines = first;
+    lines.insert(lines.end(), second.begin(), second.end());
+    const std::vector<std::uint32_t> words = assemble(lines);
+    EXPECT_EQ(words.size(), lines.size());
+    std::vector<std::string> found_in;
+    for (std::size_t i = 0; i < first.size(); ++i) {
+        for (std::size_t k = first.size(); k < words.size(); ++k) {
+            const std::string text = found({kernel("one", {nop(), words[i], words[k], ret()})});
+            EXPECT_TRUE(text.empty() || text == "warning one+8 erratum-835769\n") << text;
+            if (!text.empty())
+                found_in.push_back(first.size() == 1 ? lines[k] : lines[i]);
+        }
+    }
+    return found_in;
+}
+
+TEST(InstructionFindings, FindsMultiplyAddsAfterMemoryAccesses)
+{
+    using lines = std::vector<std::string>;
+    const lines products = {"madd x0, x1, x2, x3",   "msub x0, x1, x2, x3",   "smaddl x0, w1, w2, x3",
+                            "smsubl x0, w1, w2, x3", "umaddl x0, w1, w2, x3", "umsubl x0, w1, w2, x3"};
+    EXPECT_EQ(with_erratum({"ldr x4, [x5]"}, products), products);
+    EXPECT_EQ(with_erratum({"ldr x4, [x5]"}, {"madd w0, w1, w2, w3", "mul x0, x1, x2", "mneg x0, x1, x2",
+                                              "smull x0, w1, w2", "umull x0, w1, w2", "smulh x0, x1, x2",
+                                              "umulh x0, x1, x2", "fmadd d0, d1, d2, d3", "nop"}),
+              lines());
+
+    const lines product = {"madd x0, x1, x2, x3"};
+    const lines accesses = {"str x4, [x5]",
+                            "str x1, [x5]",
+                            "stp x1, x2, [x5]",
+                            "ldr x4, [x1], #8",
+                            "ldp x4, x5, [x6]",
+                            "ldr d1, [x5]",
+                            "ldp q1, q2, [x5]",
+                            "ld1 {v1.4s}, [x5]",
+                            "ld4 {v1.s, v2.s, v3.s, v4.s}[0], [x5]",
+                            "st1 {v1.4s}, [x1], #16",
+                            "ldxr x4, [x5]",
+                            "stxr w1, x2, [x5]",
+                            "ldar x4, [x5]",
+                            "stlr x1, [x5]",
+                            "prfm pldl1keep, [x5]",
+                            "prfm #1, [x5]",
+                            "prfum pldl1keep, [x5, #-8]",
+                            "prfm pldl1keep, #8",
+                            "ldr x4, #8",
+                            "ldrsb w4, [x5, x6]"};
+    EXPECT_EQ(with_erratum(accesses, product), accesses);
+    EXPECT_EQ(
+        with_erratum({"ldr x1, [x5]", "ldr x2, [x5]", "ldr x3, [x5]", "ldr w1, [x5], #4", "ldp x4, x2, [x5]",
+                      "ldrsw x3, [x5, x6]", "ldxr x1, [x5]", "ldaxp x4, x1, [x5]", "ldr x1, #8"},
+                     product),
+        lines())
+        << "the product waits for what it needs of the load";
+    EXPECT_EQ(with_erratum({"add x1, x2, x3", "nop", "dmb ish", "ldadd x4, x5, [x6]", "ldapr x4, [x5]",
+                            "ldff1d { z0.d }, p0/z, [x5]"},
+                           product),
+              lines());
+
+    EXPECT_EQ(
+        messages({kernel_of({"ldr x4, [x5]", product[0], "str x0, [x5]", "madd x0, x0, x1, x2"})}),
+        "madd x0, x1, x2, x3 directly after ldr x4, [x5], whose result Cortex-A53 may get wrong; also at +0xc\n");
+    EXPECT_EQ(found({kernel_of({"ldr x4, [x5]", "nop", product[0]})}), "");
+    EXPECT_EQ(found({kernel_of(product)}), "") << "the first instruction";
+    EXPECT_EQ(found({kernel_of({"ldr x4, #12", "ldr x6, #12", "b #12", "ldr x0, [x5]", product[0]})}), "")
+        << "constants in the code";
+}
+
+TEST(InstructionFindings, FindsInstructionsThatTheProcessorLacks)
+{
+    const kernel_data one =
+        kernel_of({"fmla v0.4s, v1.4s, v2.4s", "sdot v0.4s, v1.16b, v2.16b", "ldadd x0, x1, [x2]",
+                   "cbz x0, #12", "nop", "sdot v3.4s, v1.16b, v2.16b", "fmla v0.8h, v1.8h, v2.8h"});
+    EXPECT_EQ(found({one}), "");
+    EXPECT_EQ(messages({one}, {"cortex-a53"}),
+              "sdot v0.4s, v1.16b, v2.16b needs dotprod, which cortex-a53 does not have; also at +0x14\n"
+              "ldadd x0, x1, [x2] needs lse, which cortex-a53 does not have\n"
+              "fmla v0.8h, v1.8h, v2.8h needs fullfp16, which cortex-a53 does not have\n");
+    EXPECT_EQ(messages({one}, {"cortex-a76"}), "");
+    const std::vector<kernel_finding> findings = find({one}, {"cortex-a53"});
+    ASSERT_EQ(findings.size(), 3U);
+    EXPECT_EQ(findings[1].severity, vorna::wfta::finding_severity::error);
+    EXPECT_EQ(findings[1].id, vorna::wfta::finding_id::missing_feature);
+    EXPECT_EQ(findings[1].offset, 8);
+    EXPECT_FALSE(findings[1].aborts);
+    EXPECT_EQ(findings[1].note, "executing it raises SIGILL there");
+    EXPECT_EQ(findings[1].help, "generate the kernel without lse for this processor");
+
+    EXPECT_EQ(messages({kernel_of({"ret", "sdot v0.4s, v1.16b, v2.16b"})}, {"cortex-a53"}), "")
+        << "not executed";
+    EXPECT_EQ(messages({kernel_of({"paciasp", "prfm pldl1keep, [x0]"})}, {"cortex-a53"}), "");
+}
+
+TEST(InstructionFindings, NamesTargetsByTheirOffset)
+{
+    EXPECT_EQ(messages({kernel("before", {ret()}), kernel("one", assemble({"nop", "cbz x0, #-4"}))}),
+              "cbz x0, +0x0 is the last instruction, and control continues past the end of the code\n");
 }
 
 TEST(InstructionFindings, FindsTextsThatDoNotEnd)

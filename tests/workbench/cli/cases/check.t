@@ -178,3 +178,51 @@ Dumps that one process cannot have written:
   $ vorna-kernels check mixed
   vorna-kernels: dumps of more than one run or registry: caller+0x0 would have ended the process [callee-order], but callee was placed after it; use a directory for each
   [2]
+
+Whether a processor has the instructions:
+
+  $ make_dumps newer <<'END'
+  > kernel sums
+  >     sdot v0.4s, v1.16b, v2.16b
+  >     ldadd x0, x1, [x2]
+  >     sdot v3.4s, v1.16b, v2.16b
+  >     ret
+  > END
+  $ vorna-kernels check newer
+  1 kernel, 0 relocations: no findings
+  $ vorna-kernels check --cpu=cortex-a76 newer
+  1 kernel, 0 relocations: no findings
+  $ vorna-kernels check --cpu=cortex-a53 newer
+  sums+0x0: error: sdot v0.4s, v1.16b, v2.16b needs dotprod, which cortex-a53 does not have; also at +0x8 [missing-feature]
+      4e829420  sdot v0.4s, v1.16b, v2.16b
+      note: executing it raises SIGILL there
+      help: generate the kernel without dotprod for this processor
+  sums+0x4: error: ldadd x0, x1, [x2] needs lse, which cortex-a53 does not have [missing-feature]
+      f8200041  ldadd x0, x1, [x2]
+      note: executing it raises SIGILL there
+      help: generate the kernel without lse for this processor
+  1 kernel, 0 relocations: 2 errors
+  [1]
+  $ vorna-kernels check --cpu=cortex-a5 newer
+  vorna-kernels: --cpu: no processor cortex-a5; did you mean cortex-a35?
+  [2]
+  $ vorna-kernels check --cpu=x newer
+  vorna-kernels: --cpu: no processor x; --cpu=help lists them
+  [2]
+  $ vorna-kernels check --cpu=help | sed -n '/^cortex-a53$/,/^cortex-a55$/p'
+  cortex-a53
+  cortex-a55
+
+A load directly before a multiply-add:
+
+  $ make_dumps product <<'END'
+  > kernel product
+  >     ldr x4, [x1]
+  >     madd x0, x1, x2, x3
+  >     ret
+  > END
+  $ vorna-kernels check product
+  product+0x4: warning: madd x0, x1, x2, x3 directly after ldr x4, [x1], whose result Cortex-A53 may get wrong [erratum-835769]
+      9b020c20  madd x0, x1, x2, x3
+      help: put an instruction that is not a load, a store or a prefetch between them, such as NOP
+  1 kernel, 0 relocations: 1 warning

@@ -55,6 +55,7 @@ What each command says of itself:
   Options:
     -h,--help                   Print this help and exit
     --strict                    Exit with 1 on warnings as well
+    --cpu NAME                  Report instructions that this processor lacks; "help" lists the names
     --format {text,json,github} Output format (default: text)
     --color {always,never,auto} Use colour (default: auto, on a terminal)
     --verbose                   Report skipped files
