@@ -67,7 +67,7 @@ TEST(KernelCheck, FindsNothingInAGoodSet)
               "");
 }
 
-TEST(KernelCheck, FindsTakenNames)
+TEST(KernelCheck, FindsNamesThatAreTaken)
 {
     EXPECT_EQ(found({kernel("same", {ret()}), kernel("same", {ret()}), kernel("same", {ret()})}),
               "ABORT same duplicate-name\nABORT same duplicate-name\n");
@@ -78,7 +78,7 @@ TEST(KernelCheck, FindsTakenNames)
               "a second kernel of this name: the first is in the registry\n");
 }
 
-TEST(KernelCheck, FindsTargetsThatAreNowhereOrComeLater)
+TEST(KernelCheck, FindsTargetsThatDoNotExistOrComeLater)
 {
     EXPECT_EQ(found({kernel("caller", {bl(), bl(), ret()}, {{"callee", 0, BL, 0}, {"nobody", 4, BL, 0}}),
                      kernel("callee", {ret()})}),
@@ -94,7 +94,7 @@ TEST(KernelCheck, FindsTargetsThatAreNowhereOrComeLater)
         << "the registry's is there first";
 }
 
-TEST(KernelCheck, FindsDataOfOthers)
+TEST(KernelCheck, FindsReferencesToConstantsOfOtherKernels)
 {
     EXPECT_EQ(found({kernel("other", {ret()}, {}, {1, 2, 3, 4}),
                      kernel("user", {adr(0), adr(1), ret()},
@@ -116,7 +116,7 @@ TEST(KernelCheck, FindsTargetsAtNull)
               "error empty+0 #0 offset\n");
 }
 
-TEST(KernelCheck, FindsOtherTypes)
+TEST(KernelCheck, FindsUnsupportedTypes)
 {
     EXPECT_EQ(found({kernel("jumps", {0x14000000, ret()}, {{"jumps", 0, 282, 0}})}),
               "ABORT jumps+0 #0 unhandled-type\n");
@@ -125,7 +125,7 @@ TEST(KernelCheck, FindsOtherTypes)
         << "the name comes before the type";
 }
 
-TEST(KernelCheck, FindsFilledFieldsByTheFinalisersMasks)
+TEST(KernelCheck, FindsFilledFields)
 {
     const auto filled = [](word w, std::int32_t type) {
         return found({kernel("one", {w, ret()}, {{"one", 0, type, 0}})}).find("field-filled") !=
@@ -142,7 +142,7 @@ TEST(KernelCheck, FindsFilledFieldsByTheFinalisersMasks)
               "relocation R_AARCH64_CALL26 against 'one': field not zero in 0x94000001\n");
 }
 
-TEST(KernelCheck, FindsFieldsThatAnEarlierRelocationHasFilled)
+TEST(KernelCheck, FindsFieldsFilledByAnEarlierRelocation)
 {
     EXPECT_EQ(found({kernel("twice", {nop(), bl(), ret()}, {{"twice", 4, BL, 0}, {"twice", 4, BL, 0}})}),
               "ABORT twice+4 #1 field-filled\n");
@@ -230,7 +230,7 @@ TEST(KernelCheck, NotesWhatDependsOnPlacement)
         << "no multiple of 4 wherever it is placed";
 }
 
-TEST(KernelCheck, FindsPlacesOutsideTheText)
+TEST(KernelCheck, FindsOffsetsOutsideTheCode)
 {
     const auto at = [](std::int32_t offset) {
         return found({kernel("one", {ret(), ret()}, {{".rodata.one", offset, ADR, 0}}, {1})});
@@ -244,7 +244,7 @@ TEST(KernelCheck, FindsPlacesOutsideTheText)
               "warning three+0 text-length\nerror three+0 #0 offset\n");
 }
 
-TEST(KernelCheck, FindsPlacesThatAreNoInstruction)
+TEST(KernelCheck, FindsOffsetsBetweenInstructions)
 {
     EXPECT_EQ(found({kernel("one", {0, 0, ret()}, {{"one", 2, ADD, 0}})}),
               "error one+2 #0 unaligned-offset\n");
@@ -252,7 +252,7 @@ TEST(KernelCheck, FindsPlacesThatAreNoInstruction)
               "error one+1 #0 unaligned-offset\nABORT one+1 #0 field-filled\nwarning one+1 #0 call-target\n");
 }
 
-TEST(KernelCheck, FindsOtherInstructionsThanTheRelocationFills)
+TEST(KernelCheck, FindsRelocationsOfAnotherInstruction)
 {
     const auto opcode = [](const std::string& text, std::int32_t type) {
         std::string lines;
@@ -329,7 +329,7 @@ TEST(KernelCheck, FindsHalvesOfPairs)
               "error one+8 #1 opcode\n");
 }
 
-TEST(KernelCheck, FindsCallsOfWhatIsNoKernel)
+TEST(KernelCheck, FindsCallsOfWhatIsNotAKernel)
 {
     EXPECT_EQ(found({kernel("one", {bl(), ret()}, {{".rodata.one", 0, BL, 0}}, {1, 2, 3, 4})}),
               "error one+0 #0 call-target\n");
@@ -341,7 +341,7 @@ TEST(KernelCheck, FindsCallsOfWhatIsNoKernel)
     EXPECT_EQ(found({kernel("one", {adr(0), ret()}, {{"one", 0, ADR, 4}})}), "") << "no call";
 }
 
-TEST(KernelCheck, FindsTheBitThatTheFinaliserDoesNotTest)
+TEST(KernelCheck, FindsCallsWhoseUntestedTopBitIsSet)
 {
     // ORed to a positive distance, the bit subtracts 128 MiB; in a negative one it is already set.
     const auto call = [](const std::string& target, const kernel_registry_map& registry = {}) {
@@ -374,14 +374,14 @@ TEST(KernelCheck, FindsTheBitThatTheFinaliserDoesNotTest)
               "ABORT one+0 #0 field-filled\n");
 }
 
-TEST(KernelCheck, FindsTextsThatAreNotWholeWords)
+TEST(KernelCheck, FindsCodeThatIsNotWholeWords)
 {
     EXPECT_EQ(found({kernel_data{nullptr, "one", std::vector<std::uint8_t>(6), {}, {}}}),
               "warning one+4 text-length\n");
     EXPECT_EQ(found({kernel("one", {})}), "");
 }
 
-TEST(KernelCheck, LeavesWhatNeedsToKnowInstructionsToTheCommand)
+TEST(KernelCheck, DoesNotDecodeInstructions)
 {
     EXPECT_EQ(
         found({kernel("one", assemble({"adr x1, #0", "ldaxr x0, [x1]", "ldr x0, [x1, #64]", "str x0, [x1]"}),
@@ -390,7 +390,7 @@ TEST(KernelCheck, LeavesWhatNeedsToKnowInstructionsToTheCommand)
         << "data-alignment, outside-constants, writes-constants, falls-through";
 }
 
-TEST(KernelCheck, SaysOnceWhatHasOneCause)
+TEST(KernelCheck, MergesFindingsWithOneCause)
 {
     std::vector<std::uint32_t> words(20, adr(0));
     words.push_back(ret());
@@ -409,7 +409,7 @@ TEST(KernelCheck, SaysOnceWhatHasOneCause)
               "ABORT one+0 #0 range\n");
 }
 
-TEST(KernelCheck, DoesNotGrowWithWhatIsMadeUp)
+TEST(KernelCheck, BoundsTheSizeOfItsFindings)
 {
     // A small relocation in a file may name a target of 64 KiB, and its kernel's name may be as long.
     const std::string name(65536, 'n');
@@ -434,7 +434,7 @@ TEST(KernelCheck, ChangesNothing)
     EXPECT_EQ(registry.size(), 1U);
 }
 
-TEST(KernelCheck, TakesLargeSets)
+TEST(KernelCheck, ChecksLargeSetsInLinearTime)
 {
     kernels_t kernels;
     kernels.reserve(50'000);

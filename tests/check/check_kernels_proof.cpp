@@ -254,7 +254,7 @@ std::string compare(const progress& shared, const std::string& report, const ran
     return "";
 }
 
-TEST(KernelCheckProof, SaysWhatTheFinaliserDoes)
+TEST(KernelCheckProof, PredictsWhatTheFinaliserDoes)
 {
     const unsigned seed = random_seed();
     SCOPED_TRACE("WFTA_TEST_SEED=" + std::to_string(seed));

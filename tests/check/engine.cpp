@@ -53,7 +53,7 @@ TEST(Engine, NotesATargetThatIsNotAmongTheKernels)
               "relocation R_AARCH64_CALL26 against 'callee': target not found in the dumps");
 }
 
-TEST(Engine, KnowsNamesThatATargetCanBeAMisspellingOf)
+TEST(Engine, SuggestsOtherNamesForAMisspeltTarget)
 {
     const relocation_target nowhere = {where::nowhere, 0, false};
     const auto findings = check(nowhere, {{"calle", {address(0x1000), 4, address(0x1004), 0}}});

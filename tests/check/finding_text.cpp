@@ -49,7 +49,7 @@ TEST(FindingText, NamesTypesThatAreNotSupported)
     EXPECT_EQ(relocation_subject(9999, "two\nlines", -8), "relocation type 9999 against 'two\\nlines'-0x8");
 }
 
-TEST(FindingText, AdvisesTheRelocationThatTheInstructionsWaitFor)
+TEST(FindingText, AdvisesTheRelocationThatTheInstructionsNeed)
 {
     const broken_kernel next({"mov x29, x30", "bl #0", "ret"}, {{"callee", 0, BL, 0}});
     EXPECT_EQ(text(advise_field_filled(next.site())),

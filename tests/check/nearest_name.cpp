@@ -19,7 +19,7 @@ std::string nearest(const std::vector<std::string>& candidates, const std::strin
     return search.nearest();
 }
 
-TEST(IsMisspelling, IsASlipOfThePen)
+TEST(IsMisspelling, AllowsOneTypingError)
 {
     EXPECT_TRUE(is_misspelling("wfta_short_3", "wfta_shor_3"));
     EXPECT_TRUE(is_misspelling("wfta_short_3", "wfta_sohrt_3"));
@@ -30,7 +30,7 @@ TEST(IsMisspelling, IsASlipOfThePen)
     EXPECT_FALSE(is_misspelling("", ""));
 }
 
-TEST(NearestName, HasAThirdOfOtherCharactersAtMost)
+TEST(NearestName, DiffersInAtMostAThirdOfItsCharacters)
 {
     EXPECT_EQ(nearest({"abcdef"}, "abcdxy"), "abcdef");
     EXPECT_EQ(nearest({"abcdef"}, "abcxyz"), "");
@@ -46,7 +46,7 @@ TEST(NearestName, IsTheFirstOfThoseWithTheLeastDistance)
     EXPECT_EQ(nearest({}, "callee"), "");
 }
 
-TEST(NearestName, MayDifferInANumberUnlessMisspellingsAreSought)
+TEST(NearestName, MayDifferInANumberUnlessItIsForAMisspelling)
 {
     EXPECT_EQ(nearest({"short_3", "shor_16"}, "short_4"), "short_3");
     EXPECT_EQ(nearest({"short_3", "shor_4"}, "short_4", name_candidates::misspellings), "shor_4");

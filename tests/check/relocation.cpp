@@ -37,7 +37,7 @@ TEST(Relocation, IsOneOfFourKinds)
         EXPECT_EQ(find_relocation_kind(type), nullptr) << type;
 }
 
-TEST(Relocation, HasABitThatIsNotTestedInBLOnly)
+TEST(Relocation, HasAnUntestedBitOnlyInBL)
 {
     const std::pair<std::int32_t, std::uint32_t> untested[] = {
         {ADR, 0}, {ADRP, 0}, {ADD, 0}, {BL, 0x02000000}};
@@ -50,7 +50,7 @@ TEST(Relocation, HasABitThatIsNotTestedInBLOnly)
     }
 }
 
-TEST(Relocation, IsOfTheInstructionThatItFills)
+TEST(Relocation, FillsOneKindOfInstruction)
 {
     const std::pair<const char*, std::int32_t> instructions[] = {{"adr x1, #4", ADR},
                                                                  {"adrp x1, #4096", ADRP},
@@ -127,7 +127,7 @@ TEST(Relocation, LeavesAWordWhoseFieldIsNotZero)
     EXPECT_EQ(far.word, instruction("bl #0"));
 }
 
-TEST(Relocation, LeadsElsewhereIfTheBitThatIsNotTestedWasSet)
+TEST(Relocation, LeadsElsewhereIfTheUntestedBitWasSet)
 {
     const relocation_kind& kind = *find_relocation_kind(BL);
     const applied_relocation ahead = apply(kind, 0x10010, 0x10000, 0x96000000);
@@ -157,7 +157,7 @@ TEST(Relocation, NamesAKernelOrItsOwnConstants)
     EXPECT_FALSE(is_own_data("k", ".rodata.kk"));
 }
 
-TEST(Relocation, LiesInAWholeWord)
+TEST(Relocation, NeedsAWholeWordInTheCode)
 {
     const std::vector<std::uint8_t> code(8);
     EXPECT_TRUE(lies_within(code, 0) && lies_within(code, 4) && lies_within(code, 3));

@@ -453,7 +453,7 @@ TEST(Comparison, IsTheLargestDifferenceRelativeToTheLargestValue)
     EXPECT_EQ(wfta_host::largest_error({{1, 2}, {0, 9}}, {{8, 0}, {0, 0}}), 9.0 / 8);
 }
 
-TEST(Comparison, IsNeverPassedByWhatIsNotANumber)
+TEST(Comparison, IsNeverPassedByNan)
 {
     const complex nan{0, std::numeric_limits<double>::quiet_NaN()};
     for (const auto& got : {std::vector<complex>{nan, 1}, std::vector<complex>{1, nan}})
@@ -496,7 +496,7 @@ TEST(Program, RunsAllLengthsInBothDirections)
     EXPECT_EQ(count_of(run_program("--all --inverse").output, ", inverse\n"), 59U);
 }
 
-TEST(Program, IsEndedByTheFinaliserWhenItBreaksARelocation)
+TEST(Program, IsAbortedByTheFinaliserWhenItBreaksARelocation)
 {
     const program_result result = run_program("--break 12");
     EXPECT_EQ(result.status, 128 + SIGABRT) << result.output; // as the shell says it
@@ -517,7 +517,7 @@ TEST(Program, ListsTheMistakesThatItCanMake)
     EXPECT_EQ(unknown.output, "wfta_host: no mistake everything, --break=help lists them\n");
 }
 
-TEST(Breakages, LeadToWhatTheirListSays)
+TEST(Breakages, HaveTheEffectThatTheirListSays)
 {
     for (const wfta_host::breakage& breakage : wfta_host::breakages()) {
         const program_result result = run_program("--break=" + breakage.kind + " 12");
@@ -680,7 +680,7 @@ TEST(Program, WritesHowOftenEachInstructionRan)
     EXPECT_THAT(expected, IsEmpty());
 }
 
-TEST(Program, SaysThatItCannotWriteTheProfile)
+TEST(Program, ReportsThatItCannotWriteTheProfile)
 {
     if (!wfta_host::machine_counts)
         GTEST_SKIP() << "nothing is counted on this machine";
@@ -693,7 +693,7 @@ TEST(Program, SaysThatItCannotWriteTheProfile)
     }
 }
 
-TEST(Program, NamesThePossibleLengthsNearestToABadOne)
+TEST(Program, NamesTheSupportedLengthsNearestToAnUnsupportedOne)
 {
     const std::pair<const char*, const char*> cases[] = {
         {"1000", "wfta_host: length 1000 is not possible, the nearest are 840 and 1008\n"},

@@ -382,7 +382,7 @@ TEST(ElfWriter, AFunctionRefersToItselfAndItsDataByItsOwnSymbols)
                                                          relocation{4, o.symbol_index(".rodata.k"), 275, 0}));
 }
 
-TEST(ElfWriter, ATargetMayBeAFunctionBeforeOrBehind)
+TEST(ElfWriter, ATargetMayBeAnEarlierOrALaterFunction)
 {
     const object o = emit({function("a", {{"b", 0, 283, 0}}), function("b", {{"a", 0, 283, 0}})});
     EXPECT_THAT(o.relocations_of(".text.a"), ElementsAre(relocation{0, o.symbol_index("b"), 283, 0}));

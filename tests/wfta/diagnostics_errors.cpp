@@ -122,7 +122,7 @@ std::size_t lines(const perf_map& map)
     return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
-TEST(DiagnosticsErrors, NoneIsTheBaseline)
+TEST(DiagnosticsErrors, DoNotOccurNormally)
 {
     const temp_directory directory;
     with_all_on(directory.path(), both_announced, [](const perf_map& map) {
@@ -387,7 +387,7 @@ TEST(SizeLimit, FilesStayEmpty)
     }
 }
 
-TEST(SizeLimit, LinesToAFullStderrAreLostQuietly)
+TEST(SizeLimit, LinesToAFullStderrAreDropped)
 {
     with_all_on({}, "", [](const perf_map&) {
         limit_file_size(0);
@@ -396,7 +396,7 @@ TEST(SizeLimit, LinesToAFullStderrAreLostQuietly)
     });
 }
 
-TEST(SizeLimit, FilesAreCutAtTheLimit)
+TEST(SizeLimit, FilesAreTruncatedAtTheLimit)
 {
     const temp_directory directory;
     with_all_on(directory.path(), "", [](const perf_map& map) {

@@ -116,7 +116,7 @@ TEST(Order, WithThePerfMapOnEachKernelIsDumpedListedAndThenLinked)
                                              });
 }
 
-TEST(Order, HashCheckComesBehindDumpAndMapLineAndBeforeLinking)
+TEST(Order, HashCheckComesAfterDumpAndMapLineAndBeforeLinking)
 {
     emit_a_and_b({{"VORNA_WFTA_PERF", "1"}, {"VORNA_WFTA_CHECK_HASH", "1"}},
                  {

@@ -159,7 +159,7 @@ TEST(Execution, AKernelCallsItself)
     EXPECT_EQ(run(registry, "sum", 100), 5050U);
 }
 
-TEST(Execution, ACallMayEnterAKernelBehindItsStart)
+TEST(Execution, ACallMayEnterAKernelAfterItsStart)
 {
     kernel_registry_map registry;
     finalise_kernels(registry,

@@ -195,7 +195,7 @@ TEST(KernelHash, LongFileWithTheRightHashKeepsItsBytes)
     EXPECT_EQ(hash_file(directory), stored(0x21) + "more");
 }
 
-TEST(KernelHash, LongFileWithAnotherHashIsCutToEightBytes)
+TEST(KernelHash, LongFileWithAnotherHashIsTruncatedToEightBytes)
 {
     const temp_directory directory;
     write_file(directory.path() / "k.hash", stored(0x22) + std::string(20'000, 'x'));

@@ -169,7 +169,7 @@ void expect_null_mapping_and_flush(const platform_spy& spy, std::size_t length)
     EXPECT_EQ(spy.flushes[0].end, nullptr);
 }
 
-TEST(RefusedMapping, AnEmptySetAsksForNothingIsRefusedAndDoesNoHarm)
+TEST(RefusedMapping, OfAnEmptySetDoesNoHarm)
 {
     kernel_registry_map registry = {{"host", {address(1), 2, address(3), 4}}};
     platform_spy spy;
@@ -218,12 +218,12 @@ void expect_death_of_the_first_copy(const std::vector<kernel_data>& kernels)
     EXPECT_EQ(child.err, "");
 }
 
-TEST(RefusedMapping, CodeDiesOfItsFirstCopy)
+TEST(RefusedMapping, CrashesWhenCodeIsCopied)
 {
     expect_death_of_the_first_copy({kernel("k", {a64::ret()})});
 }
 
-TEST(RefusedMapping, DataDiesOfItsFirstCopy)
+TEST(RefusedMapping, CrashesWhenDataIsCopied)
 {
     expect_death_of_the_first_copy({kernel("k", {}, {}, {1})});
 }

@@ -32,7 +32,7 @@ kernel_data sized_kernel(const std::string& name, std::size_t text_len, std::siz
             {}};
 }
 
-TEST(Placement, CodeStartsOnMultiplesOf32AndDataIsPackedBehindAllCode)
+TEST(Placement, CodeStartsOnMultiplesOf32AndDataIsPackedAfterAllCode)
 {
     kernel_registry_map registry;
     platform_spy spy;

@@ -148,7 +148,7 @@ TEST_P(RelocationField, AFilledWordIsRejectedWithTheWordAsFound)
     k.expect_rejected(0xffffffff, f.type, target_for(0), 0, filled_message(f.type_name, k.P(), 0xffffffff));
 }
 
-TEST_P(RelocationField, AFilledWordIsReportedBeforeARangeIsLookedAt)
+TEST_P(RelocationField, AFilledWordIsReportedBeforeTheRangeIsChecked)
 {
     const field& f = GetParam();
     const std::uint64_t far = k.P() + 0x7000000000000002;
@@ -223,7 +223,7 @@ TEST(RelocationFields, RelocationsAreAppliedInListOrder)
                           listed));
 }
 
-TEST(RelocationFields, TheOpcodeIsNotLookedAt)
+TEST(RelocationFields, TheOpcodeIsNotChecked)
 {
     one_word_kernel k;
     EXPECT_EQ(k.link(0, CALL, k.P() + 4), 1U);
@@ -260,7 +260,7 @@ TEST(RelocationPlaces, AnUnalignedPlaceCountsInTheDistance)
     EXPECT_EQ(word_at(registry.at("k").text_ptr + 3), 0x20ffffe0U); // -3: immlo 1, immhi -1
 }
 
-TEST(RelocationPlaces, AnOffsetBehindTheCodeIsNotChecked)
+TEST(RelocationPlaces, AnOffsetPastTheCodeIsNotChecked)
 {
     kernel_registry_map registry;
     finalise_kernels(registry, {kernel("k", {a64::ret()}, {{"k", 32, CALL, 0}}, {0, 0, 0, 0x94})});

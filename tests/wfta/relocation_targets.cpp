@@ -195,7 +195,7 @@ TEST(RelocationTargets, TheAddendDoesNotMakeATargetNull)
     EXPECT_EQ(word_at(registry.at("k").text_ptr), a64::add(0, 0, 0));
 }
 
-TEST(RelocationTypes, OthersThanTheFourAreFatal)
+TEST(RelocationTypes, OtherThanTheFourAreFatal)
 {
     constexpr std::int32_t least = std::numeric_limits<std::int32_t>::min();
     constexpr std::int32_t most = std::numeric_limits<std::int32_t>::max();
@@ -206,7 +206,7 @@ TEST(RelocationTypes, OthersThanTheFourAreFatal)
     }
 }
 
-TEST(RelocationTypes, AreLookedAtAfterTheTarget)
+TEST(RelocationTypes, AreCheckedAfterTheTarget)
 {
     expect_fatal({}, {kernel("k", {a64::bl()}, {{"unknown", 0, -1, 0}})}, unknown_target_report());
     expect_fatal({}, {kernel("k", {a64::bl()}, {{".rodata.x", 0, -1, 0}})}, wrong_owner);
@@ -214,7 +214,7 @@ TEST(RelocationTypes, AreLookedAtAfterTheTarget)
                  null_target);
 }
 
-TEST(RelocationTypes, AreLookedAtBeforeTheWord)
+TEST(RelocationTypes, AreCheckedBeforeTheWord)
 {
     address_range range(0x10000);
     platform_spy spy;

@@ -278,7 +278,7 @@ INSTANTIATE_TEST_SUITE_P(Switches, MalformedPattern,
                          testing::Values("(", ")", "[", "*", "a{2", "a{2,1}", "\\", "[[:none:]]"));
 
 #ifdef _LIBCPP_VERSION
-TEST(ReversedRange, IsNoErrorForLibcxx)
+TEST(ReversedRange, IsNotAnErrorInLibcxx)
 {
     EXPECT_THAT(traces_of({{dump, "[b-a]"}}, [] { emit({"k"}); }).files, IsEmpty());
 }
@@ -318,7 +318,7 @@ TEST(AfterAMalformedPattern, KernelsOfEarlierRegistriesStay)
     });
 }
 
-TEST(AfterAMalformedPattern, ABetterOneIsNotRead)
+TEST(AfterAMalformedPattern, ACorrectedOneIsNotRead)
 {
     const traces left = traces_of({{dump, "("}}, [] {
         EXPECT_THROW(emit({"k"}), std::regex_error);

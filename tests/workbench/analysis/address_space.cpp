@@ -101,7 +101,7 @@ TEST(AddressSpaces, KeepTheSamplesOfMemoryThatMergesWithItsNeighbour)
     EXPECT_EQ(counts(spaces), pair(1, 0));
 }
 
-TEST(AddressSpaces, SayHowManyMappingsAProcessHas)
+TEST(AddressSpaces, CountTheMappingsOfAProcess)
 {
     address_spaces spaces(two_mappings());
     spaces.map(kernels_at(5, 0x10000));

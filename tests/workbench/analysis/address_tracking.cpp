@@ -73,7 +73,7 @@ TEST(KnownAddresses, FollowAnAdrpWithItsAdd)
         << "half an address";
 }
 
-TEST(KnownAddresses, OfAPageAreKnownOnlyWhereItIsPlaced)
+TEST(KnownAddresses, OfAPageNeedAPlacedTarget)
 {
     const std::vector<std::string> lines = {"adrp x3, #0", "ldr d0, [x3, #24]"};
     const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, page, 8}};
@@ -166,7 +166,7 @@ TEST(KnownAddresses, OutliveCallsInRegistersThatCalleesPreserve)
               "12: 0, 16\n");
 }
 
-TEST(KnownAddresses, AreWhatAllWaysThatMeetAgreeOn)
+TEST(KnownAddresses, AreThoseThatHoldOnAllPaths)
 {
     const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, adr, 0}};
     EXPECT_EQ(known({"adr x3, #0", "b #4", "ldr d0, [x3]"}, relocs), "8: 0, 8\n");
@@ -186,7 +186,7 @@ TEST(KnownAddresses, AreWhatAllWaysThatMeetAgreeOn)
         << "moves in the loop, and is unknown after it";
 }
 
-TEST(KnownAddresses, EndWhereOtherCodeMayLeadTo)
+TEST(KnownAddresses, EndWhereTheCodeMayBeEntered)
 {
     const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, adr, 0}};
     EXPECT_EQ(known({"adr x3, #0", "ret", "ldr d0, [x3]"}, relocs), "");
@@ -230,7 +230,7 @@ std::string walks(const std::vector<std::string>& lines, const std::vector<tessj
     return found;
 }
 
-TEST(KnownAddresses, WalkInLoopsThatAreEnteredByOneWay)
+TEST(KnownAddresses, AdvanceInLoopsWithOneEntry)
 {
     const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, adr, 0}};
     const std::string first = "adr x3, #0";
@@ -254,7 +254,7 @@ TEST(KnownAddresses, WalkInLoopsThatAreEnteredByOneWay)
               "4: 0, 4, ?\n");
 }
 
-TEST(KnownAddresses, WalkAsManyTurnsAsTheLoopCounts)
+TEST(KnownAddresses, AdvanceForAsManyIterationsAsTheLoopCounts)
 {
     const std::vector<tessjit::reloc_info> relocs = {{".rodata.k", 0, adr, 0}};
     const auto turns = [&](const std::string& counter, std::vector<std::string> end) {
@@ -283,7 +283,7 @@ TEST(KnownAddresses, WalkAsManyTurnsAsTheLoopCounts)
     EXPECT_EQ(turns("mov x5, #7", {"sub x5, x5, x9", "cbnz x5, #-8"}), "?");
 }
 
-TEST(KnownAddresses, AreFollowedInCodeOfAnyShape)
+TEST(KnownAddresses, AreFollowedThroughAnyControlFlow)
 {
     // Overlapping branches back and forth, with different known registers in each block.
     std::vector<std::uint32_t> words;
@@ -310,7 +310,7 @@ TEST(KnownAddresses, DoNotComeFromWordsWithSeveralRelocations)
     EXPECT_EQ(known({"adr x3, #0", "ldr d0, [x3]"}, {{"callee", 0, call, 0}}), "");
 }
 
-TEST(KnownAddresses, AreNotLookedForBeyondTheText)
+TEST(KnownAddresses, AreNotSoughtOutsideTheCode)
 {
     const auto known_in = [](const placed_kernel& kernel) { return known_accesses(decode_kernel(kernel)); };
     EXPECT_TRUE(known_in(placed({}, {{".rodata.k", 0, adr, 0}})).empty());

@@ -21,7 +21,7 @@ placed_kernel two_calls()
             0,      ""};
 }
 
-TEST(Fingerprint, TellsCodeReferencesAndConstantsApart)
+TEST(Fingerprint, DistinguishesCodeRelocationsAndConstants)
 {
     const kernel_fingerprint before = fingerprint_of(two_calls());
     EXPECT_EQ(before.instructions, 4U);
@@ -54,7 +54,7 @@ TEST(Fingerprint, TellsCodeReferencesAndConstantsApart)
     EXPECT_NE(fingerprint_of(kernel).relocations, before.relocations);
 }
 
-TEST(Fingerprint, DoesNotDependOnPlacesOrOnTheOrderOfRelocationsElsewhere)
+TEST(Fingerprint, DoesNotDependOnAddressesOrOnTheOrderOfUnrelatedRelocations)
 {
     placed_kernel kernel = two_calls();
     kernel.text_address += 0x7f0000000000;
@@ -86,7 +86,7 @@ TEST(Fingerprint, OfReferencesCoversWhatTheDocumentSays)
     EXPECT_EQ(fingerprint_of(kernel).relocations, "07a542c4bc085fc1810ebe27902160ff");
 }
 
-TEST(Fingerprint, KnowsTheOwnConstantsByNoName)
+TEST(Fingerprint, DoesNotContainTheNameOfTheKernelsOwnConstants)
 {
     placed_kernel kernel = two_calls();
     kernel.name = "renamed";
@@ -110,7 +110,7 @@ placed_kernel named(const std::string& name, std::vector<std::uint8_t> data = {}
     return kernel;
 }
 
-TEST(BaselineDifference, TellsWhichPartsChanged)
+TEST(BaselineDifference, HasThePartsThatChanged)
 {
     baseline_difference difference;
     difference.before = difference.after = kernel_fingerprint{"code", "relocations", "constants", 5};
@@ -151,7 +151,7 @@ TEST(CompareWithBaseline, FindsEveryKernelOfEitherByName)
                                             "e removed 4", "f added 4"));
 }
 
-TEST(CompareWithBaseline, PutsKernelsThatAreAddedToAnEmptyBaselineInItsFirstLine)
+TEST(CompareWithBaseline, PlacesKernelsAddedToAnEmptyBaselineInItsFirstLine)
 {
     const auto differences = compare_with_baseline({}, make_kernel_set({named("a"), named("b")}));
     ASSERT_EQ(differences.size(), 2U);

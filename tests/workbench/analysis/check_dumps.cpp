@@ -87,7 +87,7 @@ TEST(Checks, KnowTheOrderWithinAMapping)
         << "of another mapping, which may be the earlier one";
 }
 
-TEST(Checks, SayWhereACallLeadsWhoseTopBitIsSet)
+TEST(Checks, SayWhereACallWithItsTopBitSetLeads)
 {
     const auto message = [](std::uint64_t callee) {
         const auto findings = check_dumps(make_kernel_set(
@@ -108,7 +108,7 @@ TEST(Checks, SayWhereACallLeadsWhoseTopBitIsSet)
                         "test: the call is right only because its target lies before it");
 }
 
-TEST(Checks, TakeOneNameTwiceForTwoRegistriesButInAMapping)
+TEST(Checks, AllowOneNameTwiceUnlessInOneMapping)
 {
     EXPECT_EQ(found({placed("same", 0x1000, 0x1080, {ret()}), placed("same", 0x1020, 0x1088, {ret()})}),
               "ABORT same duplicate-name\n");
@@ -133,7 +133,7 @@ std::string mixed(const std::string& why)
     return "dumps of more than one run or registry: " + why + "; use a directory for each";
 }
 
-TEST(Mixture, IsCertainWhereAKernelFollowsOneThatEndsTheProcess)
+TEST(Mixture, IsCertainIfAKernelFollowsOneThatEndsTheProcess)
 {
     const placed_kernel callee = placed("callee", 0xa900001000, 0xa900001020, {ret()});
     const placed_kernel caller =
@@ -148,7 +148,7 @@ TEST(Mixture, IsCertainWhereAKernelFollowsOneThatEndsTheProcess)
               mixed("early+0x0 would have ended the process [callee-order], but next was placed after it"));
 }
 
-TEST(Mixture, IsCertainWhereTheProcessWouldHaveEndedTwice)
+TEST(Mixture, IsCertainIfTheProcessWouldHaveEndedTwice)
 {
     const placed_kernel callee = placed("callee", 0xa900001000, 0xa900001020, {ret()});
     const placed_kernel one =
@@ -159,7 +159,7 @@ TEST(Mixture, IsCertainWhereTheProcessWouldHaveEndedTwice)
               mixed("one+0x4 [range] and two+0x0 [range] would each have ended the process"));
 }
 
-TEST(Mixture, IsNotSeenWhereTwoRegistriesOrAFilterExplainIt)
+TEST(Mixture, IsNotReportedIfTwoRegistriesOrAFilterExplainIt)
 {
     const placed_kernel near = placed("same", 0x1000, 0x1020, {ret()});
     const placed_kernel far = placed("same", 0xa900001000, 0xa900001020, {ret()});
@@ -360,7 +360,7 @@ TEST_F(CheckCommand, PrintsAnnotationsOfTheSame)
     EXPECT_THAT(result.out, testing::EndsWith("4 kernels, 3 relocations: 3 errors, 1 note\n"));
 }
 
-TEST_F(CheckCommand, FailsForAnErrorBesideANoteOfTheSameAddress)
+TEST_F(CheckCommand, FailsForAnErrorEvenWithANoteAtTheSameAddress)
 {
     placed_kernel kernel =
         placed("aligned", 0x1000, 0x1080, assemble({"adr x3, #0", "ldr x0, [x3]", "ldar x1, [x3]", "ret"}),
@@ -416,7 +416,7 @@ TEST_F(CheckCommand, FailsForWarningsIfItIsStrict)
     EXPECT_EQ(check({".", "--strict"}).exit_status, 0);
 }
 
-TEST_F(CheckCommand, TakesFilesAndDirectoriesAndGoesOnBehindTrouble)
+TEST_F(CheckCommand, TakesFilesAndDirectoriesAndContinuesAfterErrors)
 {
     dump_broken();
     write_file(directory.path() / "cut", "\177ELF");
@@ -427,7 +427,7 @@ TEST_F(CheckCommand, TakesFilesAndDirectoriesAndGoesOnBehindTrouble)
     EXPECT_THAT(result.err, testing::HasSubstr("vorna-kernels: absent: "));
 }
 
-TEST_F(CheckCommand, TakesDirectoriesWithoutDumpsForTrouble)
+TEST_F(CheckCommand, ReportsDirectoriesWithoutDumps)
 {
     std::filesystem::create_directory(directory.path() / "none");
     const child_result one = check({"none"});
@@ -439,7 +439,7 @@ TEST_F(CheckCommand, TakesDirectoriesWithoutDumpsForTrouble)
     EXPECT_EQ(check({"none", "."}).exit_status, 0);
 }
 
-TEST_F(CheckCommand, MakesNamesPrintable)
+TEST_F(CheckCommand, EscapesNames)
 {
     placed_kernel kernel = placed("two\nlines", 0x1000, 0x1080, {ret()});
     dump(kernel);

@@ -50,7 +50,7 @@ TEST(Alignment, PairsRowsAroundWhatWasInsertedAndRemoved)
     EXPECT_EQ(signs(align_rows(before, after)), "=-=+=");
 }
 
-TEST(Alignment, TellsReferencesApart)
+TEST(Alignment, DistinguishesRelocations)
 {
     const placed_kernel before = kernel("k", {a64::adr(3), a64::ret()}, {{".rodata.k", 0, 274, 0}});
     for (const tessjit::reloc_info& other : {tessjit::reloc_info{".rodata.k", 0, 274, 8},
@@ -63,7 +63,7 @@ TEST(Alignment, TellsReferencesApart)
     }
 }
 
-TEST(Alignment, TakesABranchForTheSameWhenItLeadsToTheSameRow)
+TEST(Alignment, PairsBranchesByTheirTarget)
 {
     const placed_kernel before = kernel("k", {a64::cbz(0, 2), a64::nop(), a64::ret()});
     const placed_kernel longer = kernel("k", {a64::cbz(0, 3), a64::nop(), a64::movz(1, 1), a64::ret()});
@@ -114,7 +114,7 @@ TEST(Sets, HaveTheirKernelsOfOneNameComparedInOrder)
     EXPECT_EQ(differences[1].after->data.size(), 1U);
 }
 
-TEST(Alignment, ShowsAsChangedALoadThatGetsAnotherConstant)
+TEST(Alignment, DistinguishesLoadsOfDifferentConstants)
 {
     // adr x3, .rodata; ldr d7, [x3, #8]; ret
     const placed_kernel before =
@@ -169,7 +169,7 @@ std::string change(const std::vector<std::string>& before, const std::vector<std
 
 using lines = std::vector<std::string>;
 
-TEST(Classes, TellWordsReferencesAndConstantsApart)
+TEST(Classes, DistinguishWordsRelocationsAndConstants)
 {
     const lines code = {"adr x3, data", "ldr d0, [x3]", "bl f", "ret"};
     const lines calls_other = {"adr x3, data", "ldr d0, [x3]", "bl g", "ret"};
@@ -183,7 +183,7 @@ TEST(Classes, TellWordsReferencesAndConstantsApart)
     EXPECT_EQ(change(code, {"adr x3, data", "ldr d0, [x3]", "nop", "bl f", "ret"}, {1, 2}, {1, 2}), "code");
 }
 
-TEST(Classes, TakeConstantsForMovedIfEveryLoadGetsTheSame)
+TEST(Classes, CallConstantsMovedIfEveryLoadGetsTheSame)
 {
     const lines code = {"adr x3, data", "ldr d0, [x3, #8]", "str d0, [x1]", "ret"};
     const lines first = {"adr x3, data", "ldr d0, [x3]", "str d0, [x1]", "ret"};
@@ -204,7 +204,7 @@ TEST(Classes, TakeConstantsForMovedIfEveryLoadGetsTheSame)
               "layout");
 }
 
-TEST(Classes, DoNotCallConstantsMovedThatAreUsedOtherwise)
+TEST(Classes, DoNotCallConstantsMovedIfTheirAddressIsUsedOtherwise)
 {
     const auto with = [](const lines& rest, const std::string& offset) {
         lines all = {"adr x3, data", "ldr d0, [x3, " + offset + "]", "str d0, [x1]"};
@@ -234,7 +234,7 @@ TEST(Classes, DoNotCallConstantsMovedThatAreUsedOtherwise)
     EXPECT_EQ(change({"adr x3, data", "ret"}, {"adr x3, data8", "ret"}, {1, 2}, {2, 1}), "relocations");
 }
 
-TEST(Classes, CallRegistersRenamedThatAreExchangedThroughout)
+TEST(Classes, CallRegistersRenamedIfTheyAreExchangedThroughout)
 {
     const lines code = {"ldr q4, [x0]", "fadd v5.2d, v4.2d, v4.2d", "str q5, [x1]", "ret"};
     EXPECT_EQ(change(code, {"ldr q16, [x0]", "fadd v5.2d, v16.2d, v16.2d", "str q5, [x1]", "ret"}),
@@ -253,7 +253,7 @@ TEST(Classes, CallRegistersRenamedThatAreExchangedThroughout)
               "code");
 }
 
-TEST(Classes, DoNotTakeRegistersForRenamedThatHaveARole)
+TEST(Classes, DoNotCallRegistersRenamedIfTheyHaveARole)
 {
     const auto renamed = [](const lines& before, const lines& after) { return change(before, after); };
     // Arguments.

@@ -16,7 +16,7 @@ using vorna::workbench::placed_kernel;
 
 using lines = std::vector<std::string>;
 
-TEST(Equivalence, HoldsForEveryEntryOfOtherKernels)
+TEST(Equivalence, HoldsAtEveryEntryOfOtherKernels)
 {
     const lines before = {"mov x10, #7", "mov x9, #1", "str x9, [x1]", "ret"};
     const lines after = {"mov x10, #7", "mov x10, #1", "str x10, [x1]", "ret"};

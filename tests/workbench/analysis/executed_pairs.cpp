@@ -1265,7 +1265,7 @@ void print_pair(const pair_of_kernels& pair)
     }
 }
 
-TEST(ExecutedPairs, AreTheSameWhereTheyAreSaidToBe)
+TEST(ExecutedPairs, ComputeTheSameIfTheyAreSaidTo)
 {
     const unsigned seed = support::random_seed();
     const char* const wanted = std::getenv("WFTA_PAIRS");

@@ -163,7 +163,7 @@ TEST(InstructionFindings, FindsTheSequencesOfErratum843419)
     EXPECT_FALSE(has_erratum({"adrp x0, #0"})) << "the end of the text";
 }
 
-TEST(InstructionFindings, KnowsWhereInThePageAKernelOfTheSetLies)
+TEST(InstructionFindings, DependsOnWhereInThePageTheKernelIs)
 {
     std::vector<std::uint32_t> words = assemble({"adrp x0, #0", "ldr x1, [x2]", "ldr x3, [x0, #8]", "ret"});
     words.insert(words.begin(), 6, nop());
@@ -289,7 +289,7 @@ TEST(InstructionFindings, NamesTargetsByTheirOffset)
               "cbz x0, +0x0 is the last instruction, and control continues past the end of the code\n");
 }
 
-TEST(InstructionFindings, FindsTextsThatDoNotEnd)
+TEST(InstructionFindings, FindsCodeThatFallsThrough)
 {
     EXPECT_EQ(found({kernel_data{nullptr, "one", std::vector<std::uint8_t>(6), {}, {}}}), "");
     EXPECT_EQ(found({kernel("one", {})}), "");
@@ -304,7 +304,7 @@ TEST(InstructionFindings, FindsTextsThatDoNotEnd)
               "sha1h s1, s0 is the last instruction, and control continues past the end of the code\n");
 }
 
-TEST(InstructionFindings, TakesPaddingAndLiteralsAfterTheCodeAsTheyAre)
+TEST(InstructionFindings, AllowsPaddingAndLiteralsAfterTheCode)
 {
     constexpr std::uint32_t literal = 0x3d2aaaab;
     const auto with = [&](const std::vector<std::string>& lines, std::vector<std::uint32_t> more) {
@@ -363,7 +363,7 @@ TEST(InstructionFindings, FindsAccessesOutsideTheConstants)
     EXPECT_EQ(constants({"mov x3, x0", "ldr x0, [x3, #32]"}), "") << "another address";
 }
 
-TEST(InstructionFindings, FindsWhatKeepsAnAddressFromBeingWhole)
+TEST(InstructionFindings, FindsIncompleteAddresses)
 {
     const auto accessed = [](const std::vector<std::string>& lines,
                              const std::vector<tessjit::reloc_info>& relocs) {
@@ -413,7 +413,7 @@ TEST(InstructionFindings, ForgetsAddressesWhereAnotherKernelEnters)
     EXPECT_EQ(loads({{"one", 0, ADR, 12}}), "error one+8 outside-constants\n");
 }
 
-TEST(InstructionFindings, TellsAnErrorFromANoteOfTheSameAddress)
+TEST(InstructionFindings, DistinguishesAnErrorFromANoteAtTheSameAddress)
 {
     EXPECT_EQ(found({kernel("one", assemble({"adr x3, #0", "ldr x0, [x3]", "ldar x1, [x3]", "ret"}),
                             {{".rodata.one", 0, ADR, 4}}, std::vector<std::uint8_t>(16))}),

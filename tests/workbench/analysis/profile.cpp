@@ -107,7 +107,7 @@ std::string summary(const kernel_set& set, const std::string& text)
 
 const std::string whole = mapped(5, "10000", "2000");
 
-TEST(Profile, WeighsSamplesByKernelAndByOffset)
+TEST(Profile, AddsUpPeriodsByKernelAndByOffset)
 {
     EXPECT_EQ(summary(one_mapping(), whole + sample(5, "1005c", 10) + sample(5, "10000", 3) +
                                          sample(5, "10040", 20) + sample(5, "1005c", 5) +
@@ -115,7 +115,7 @@ TEST(Profile, WeighsSamplesByKernelAndByOffset)
               "5/39 = 5/39 + 0/0 + 0/0; b 3/35 (+0 1/20 +28 2/15) a 2/4 (+0 1/3 +1 1/1)");
 }
 
-TEST(Profile, TellsKernelsWithoutADumpFromElsewhere)
+TEST(Profile, DistinguishesKernelsWithoutADumpFromElsewhere)
 {
     // The ends of kernels and of the mapping, a gap between kernels, constants, the system.
     EXPECT_EQ(summary(one_mapping(), whole + sample(5, "1003f", 1) + sample(5, "1005f", 2) +
@@ -139,7 +139,7 @@ TEST(Profile, CountsSamplesFromTheMappingOn)
               "2/12 = 1/4 + 0/0 + 1/8; a 1/4 (+0 1/4)");
 }
 
-TEST(Profile, TakesMemoryThatPerfFoundWhenItWasAttached)
+TEST(Profile, KnowsMemoryThatWasMappedBeforePerfWasAttached)
 {
     const std::string found = mapped(5, "10000", "2000", "rwxp //anon", "0.000000");
     EXPECT_EQ(summary(one_mapping(),
@@ -189,7 +189,7 @@ TEST(Profile, FollowsForks)
               "3/7 = 3/7 + 0/0 + 0/0; a 3/7 (+0 3/7)");
 }
 
-TEST(Profile, KeepsWhatAChildRanThatWasForkedBeforeTheLastMapping)
+TEST(Profile, KeepsTheSamplesOfAChildForkedBeforeTheLastMapping)
 {
     EXPECT_EQ(summary(two_mappings(), whole + forked(6, 5) + mapped(5, "30000", "1000") +
                                           sample(6, "10000", 2) + sample(6, "30000", 4) +
@@ -197,7 +197,7 @@ TEST(Profile, KeepsWhatAChildRanThatWasForkedBeforeTheLastMapping)
               "3/14 = 2/10 + 0/0 + 1/4; d 1/8 (+0 1/8) a 1/2 (+0 1/2)");
 }
 
-TEST(Profile, KeepsWhatAProcessRanThatHasEnded)
+TEST(Profile, KeepsTheSamplesOfAProcessThatHasEnded)
 {
     EXPECT_EQ(summary(one_mapping(), whole + sample(5, "10000", 2) +
                                          "5 7.000001: PERF_RECORD_EXIT(5:5):(1:1)\n" +
@@ -214,7 +214,7 @@ TEST(Profile, DoesNotTakeAThreadForAProcess)
               "2/6 = 2/6 + 0/0 + 0/0; a 2/6 (+0 2/6)");
 }
 
-TEST(Profile, LeavesTheMemoryBehindAtAnExec)
+TEST(Profile, ForgetsTheMemoryAtAnExec)
 {
     EXPECT_EQ(summary(one_mapping(), whole + sample(5, "10000", 1) + executed(5) + sample(5, "10000", 2) +
                                          mapped(5, "10000", "1000", "r-xp /usr/bin/other") +
@@ -232,7 +232,7 @@ TEST(Profile, DoesNotTakeANewNameForAnExec)
         "1/1 = 1/1 + 0/0 + 0/0; a 1/1 (+0 1/1)");
 }
 
-TEST(Profile, DoesNotTakeAProcessThatWasThereBeforeForAChild)
+TEST(Profile, DoesNotTakeAnEarlierProcessForAChild)
 {
     // perf synthesizes forks of running processes at time 0, though they may have executed another program.
     const std::string found = mapped(5, "10000", "2000", "rwxp //anon", "0.000000");
@@ -241,14 +241,14 @@ TEST(Profile, DoesNotTakeAProcessThatWasThereBeforeForAChild)
               "2/6 = 1/4 + 0/0 + 1/2; a 1/4 (+0 1/4)");
 }
 
-TEST(Profile, KnowsAProcessNumberThatIsUsedAgain)
+TEST(Profile, AllowsAReusedProcessId)
 {
     EXPECT_EQ(summary(one_mapping(), whole + sample(5, "10000", 1) + forked(5, 1) + sample(5, "10000", 2) +
                                          mapped(5, "10000", "1000") + sample(5, "10000", 4)),
               "3/7 = 1/1 + 0/0 + 2/6; a 1/1 (+0 1/1)");
 }
 
-TEST(Profile, KnowsAnAddressThatIsUsedAgain)
+TEST(Profile, AllowsAReusedAddress)
 {
     // Another code cache, unmapped before the kernels were mapped at the same address.
     EXPECT_EQ(summary(one_mapping(),
@@ -268,7 +268,7 @@ TEST(Profile, KnowsAnAddressThatIsUsedAgain)
               "2/3 = 1/2 + 0/0 + 1/1; a 1/2 (+0 1/2)");
 }
 
-TEST(Profile, DoesNotHandDownMemoryThatWasUnmappedBeforeAFork)
+TEST(Profile, DoesNotInheritMemoryThatWasUnmappedBeforeAFork)
 {
     // The child appears to inherit the code cache at d's address, and maps one at a's address.
     EXPECT_EQ(summary(two_mappings(), mapped(5, "30000", "1000") + forked(6, 5) + whole +
@@ -278,7 +278,7 @@ TEST(Profile, DoesNotHandDownMemoryThatWasUnmappedBeforeAFork)
               "3/7 = 1/4 + 0/0 + 2/3; d 1/4 (+0 1/4)");
 }
 
-TEST(Profile, KnowsAnotherFileInThePlaceOfACodeCache)
+TEST(Profile, NoticesAFileMappedOverTheKernels)
 {
     EXPECT_EQ(summary(two_mappings(), mapped(5, "30000", "1000") + sample(5, "30000", 1) +
                                           mapped(5, "30000", "1000", "r-xp /lib/x.so") +
@@ -287,7 +287,7 @@ TEST(Profile, KnowsAnotherFileInThePlaceOfACodeCache)
               "3/7 = 1/4 + 0/0 + 2/3; d 1/4 (+0 1/4)");
 }
 
-TEST(Profile, KeepsMemoryOfWhichTheProtectionChanges)
+TEST(Profile, KeepsMemoryWhoseProtectionChanges)
 {
     for (const char* const what : {"r-xp //anon", "rw-p //anon", "r-xp [anon:kernels]"}) {
         EXPECT_EQ(summary(one_mapping(), whole + sample(5, "10000", 1) + mapped(5, "10000", "1000", what) +
@@ -297,7 +297,7 @@ TEST(Profile, KeepsMemoryOfWhichTheProtectionChanges)
     }
 }
 
-TEST(Profile, CountsEveryProcessThatHoldsTheKernels)
+TEST(Profile, CountsEveryProcessThatMapsTheKernels)
 {
     // Two runs of a host without address-space randomization.
     EXPECT_EQ(summary(one_mapping(), whole + sample(5, "10000", 1) + mapped(6, "10000", "2000") +
@@ -306,7 +306,7 @@ TEST(Profile, CountsEveryProcessThatHoldsTheKernels)
               "3/7 = 2/3 + 0/0 + 1/4; a 2/3 (+0 2/3)");
 }
 
-TEST(Profile, TellsEventsApart)
+TEST(Profile, KeepsEventsApart)
 {
     const kernel_set set = one_mapping();
     const profile made =
@@ -328,7 +328,7 @@ TEST(Profile, TellsEventsApart)
     EXPECT_EQ(find_event(made, "r1"), nullptr);
 }
 
-TEST(Profile, IsTheSameWhereverTheTextIsCut)
+TEST(Profile, IsTheSameInPiecesOfAnySize)
 {
     const kernel_set set = two_mappings();
     const std::string text = whole + mapped(5, "30000", "1000") + forked(6, 5) + sample(6, "10010", 12345) +
@@ -342,13 +342,13 @@ TEST(Profile, IsTheSameWhereverTheTextIsCut)
     }
 }
 
-TEST(Profile, TakesAMappingUpToTheLastAddress)
+TEST(Profile, AllowsAMappingUpToTheLastAddress)
 {
     EXPECT_EQ(summary(one_mapping(), mapped(5, "10000", "ffffffffffffffff") + sample(5, "10000")),
               "1/1 = 1/1 + 0/0 + 0/0; a 1/1 (+0 1/1)");
 }
 
-TEST(Profile, TakesPeriodsUpToTheLargestAndNoSumBeyond)
+TEST(Profile, SaturatesPeriodsThatOverflow)
 {
     EXPECT_EQ(summary(one_mapping(), whole + sample(5, "10000", std::numeric_limits<std::uint64_t>::max()) +
                                          sample(5, "10000", 5) + sample(9, "10000", 5)),
@@ -356,7 +356,7 @@ TEST(Profile, TakesPeriodsUpToTheLargestAndNoSumBeyond)
               "2/18446744073709551615)");
 }
 
-TEST(Profile, IsOfAnotherRunIfNoProcessHoldsTheKernels)
+TEST(Profile, IsOfAnotherRunIfNoProcessMapsTheKernels)
 {
     const std::string nowhere =
         "dumps and profile are of different runs: no process maps the memory of the kernels";
@@ -374,7 +374,7 @@ TEST(Profile, IsOfAnotherRunIfNoProcessHoldsTheKernels)
         "dumps and profile are of different runs: no process maps all of the kernels; process 5 has 1 of their 2 mappings");
 }
 
-TEST(Profile, NeedsOnlyTheKernelsThatThereAreDumpsOf)
+TEST(Profile, NeedsOnlyKernelsWithADump)
 {
     const kernel_set set = make_kernel_set({placed_bytes("b", 0x10040, 0x20, 0x11008, 0)});
     EXPECT_EQ(summary(set, mapped(5, "10000", "2000") + mapped(5, "30000", "1000") + sample(5, "10000", 1) +
@@ -382,7 +382,7 @@ TEST(Profile, NeedsOnlyTheKernelsThatThereAreDumpsOf)
               "3/7 = 1/2 + 1/1 + 1/4; b 1/2 (+0 1/2)");
 }
 
-TEST(Profile, NeedsTheConstantsInTheMappingToo)
+TEST(Profile, NeedsTheConstantsInTheMappingAsWell)
 {
     const kernel_set set = make_kernel_set({placed_bytes("a", 0x10000, 0x40, 0x12000, 8)});
     EXPECT_NE(refusal(set, mapped(5, "10000", "2000") + sample(5, "10000")), "");
@@ -399,7 +399,7 @@ TEST(Profile, NeedsKernels)
     EXPECT_EQ(refusal({}, whole), "there are no kernels to look for in it");
 }
 
-TEST(Profile, KeepsWhatTheTextSaysBesides)
+TEST(Profile, KeepsLostSamplesAndBadLines)
 {
     const profile made = read(one_mapping(), whole + sample(5, "10000") + "bad\n" +
                                                  "5 12.000000001: PERF_RECORD_LOST lost 12\n");
@@ -416,7 +416,7 @@ TEST(Profile, HasThePeriodOfEachRowOfAListing)
     EXPECT_EQ(periods_by_row(made, 11), (std::vector<std::uint64_t>{5, 5, 0, 10, 22}));
 }
 
-TEST(Profile, RefusesMoreEventsThanAnyRecordingHas)
+TEST(Profile, RefusesTooManyEvents)
 {
     std::string text = whole;
     for (int event = 0; event < 1024; ++event)
@@ -425,7 +425,7 @@ TEST(Profile, RefusesMoreEventsThanAnyRecordingHas)
     EXPECT_EQ(refusal(one_mapping(), text + sample(5, "10000", 1, "one more")), "more than 1024 events");
 }
 
-TEST(Profile, RefusesMappingsMadeToKeepItBusy)
+TEST(Profile, RefusesTooManyMappings)
 {
     // Each process gets a copy with one VMA per page.
     kernel_set set = make_kernel_set({placed_bytes("a", 0x1000000, 0x1000000, 0x2000000, 8)});

@@ -353,7 +353,7 @@ long peak_kilobytes()
     return usage.ru_maxrss;
 }
 
-TEST(ProfileSamples, TakeNoMemoryEach)
+TEST(ProfileSamples, NeedNoMemoryEach)
 {
     const unsigned seed = support::random_seed();
     SCOPED_TRACE("WFTA_TEST_SEED=" + std::to_string(seed));

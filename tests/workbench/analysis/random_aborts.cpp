@@ -371,7 +371,7 @@ void expect_place_of_message(const explained_abort& found, const broken_place& b
     }
 }
 
-TEST(RandomAborts, AreLedBackToTheirPlace)
+TEST(RandomAborts, AreLocated)
 {
     const unsigned seed = support::random_seed();
     std::mt19937 random(seed);
@@ -444,7 +444,7 @@ void follow(const std::string& advice, kernel_data& kernel)
     }
 }
 
-TEST(RelocationInHelp, IsTakenByTheFinaliserAndRightByTheChecks)
+TEST(RelocationInHelp, IsAcceptedByTheFinaliserAndTheChecks)
 {
     const std::uint32_t words[] = {a64::adr(3),        a64::adrp(3), a64::add(3, 3, 0),
                                    a64::add(3, 3, 16), a64::bl(),

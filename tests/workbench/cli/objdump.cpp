@@ -38,7 +38,7 @@ protected:
     temp_directory directory;
 };
 
-TEST_F(Objdump, PutsTheImageInThePlaceOfThePerfMapAndPassesAllElseOn)
+TEST_F(Objdump, ReplacesThePerfMapByTheImageAndPassesOtherArgumentsOn)
 {
     const child_result echo =
         objdump({"--image=image", "--objdump=./echo", "--start-address=0x10", "-l", "-h", "-d", "-S",
@@ -50,7 +50,7 @@ TEST_F(Objdump, PutsTheImageInThePlaceOfThePerfMapAndPassesAllElseOn)
               "/bin/true\n-x.map\n\n");
 }
 
-TEST_F(Objdump, RunsTheOneThatKnowsTheMachine)
+TEST_F(Objdump, RunsTheObjdumpOfTheFilesMachine)
 {
     const child_result kernel = objdump({"--image=image", "--start-address=0x10004", "--stop-address=0x10008",
                                          "-d", "--no-show-raw-insn", "-C", "/tmp/perf-12.map"});
@@ -61,7 +61,7 @@ TEST_F(Objdump, RunsTheOneThatKnowsTheMachine)
     EXPECT_THAT(program.out, HasSubstr("\n/bin/true:     file format elf64-"));
 }
 
-TEST_F(Objdump, SaysWhatKeepsItFromRunning)
+TEST_F(Objdump, SaysWhyItCannotRun)
 {
     const child_result none = objdump({"--image=image", "--objdump=./none", "-d"});
     EXPECT_EQ(none.exit_status, 2);

@@ -180,7 +180,7 @@ void run_some(std::size_t first, std::size_t count, record* records, unsigned se
     _exit(0);
 }
 
-TEST(DecodedInstructions, ReadAndWriteWhatTheyDoInASimulator)
+TEST(DecodedInstructions, HaveTheUsesAndDefsSeenInASimulator)
 {
     const unsigned seed = support::random_seed();
     SCOPED_TRACE("WFTA_TEST_SEED=" + std::to_string(seed));
@@ -262,7 +262,7 @@ std::string registers_of(const std::string& line)
 }
 
 // According to the Arm Architecture Reference Manual.
-TEST(DecodedInstructions, HaveTheRegistersOfTheManual)
+TEST(DecodedInstructions, HaveTheUsesAndDefsOfTheManual)
 {
     EXPECT_EQ(registers_of("add x1, x2, x3"), "x2 x3 -> x1");
     EXPECT_EQ(registers_of("adds wzr, w2, w3"), "x2 x3 -> nzcv");
@@ -291,7 +291,7 @@ TEST(DecodedInstructions, HaveTheRegistersOfTheManual)
     EXPECT_EQ(registers_of("ctermne w1, w2"), "x1 x2 nzcv -> nzcv");
 }
 
-TEST(DecodedInstructions, OfUnknownEffectsAreToldApart)
+TEST(DecodedInstructions, AreNotModelledIfTheirEffectsAreUnknown)
 {
     const auto modelled = [](const std::string& line) {
         return decode_kernel(support::assembled_kernel("k", {line})).instructions.front().modelled;

@@ -90,7 +90,7 @@ TEST(AbortReports, OfAValueOutOfRangeHaveKindAndOperands)
     }
 }
 
-TEST(AbortReports, WhoseBytesAreMixedAreNone)
+TEST(AbortReports, WithInterleavedBytesAreIgnored)
 {
     EXPECT_THAT(
         ids(read_abort_log("resolving R_AARCH64_CALL26 reloc but dst address 0x was already filled\n"
@@ -119,7 +119,7 @@ const assertion_case assertions[] = {
     {"unhandled-type", support::resolve_relocation_signature, "false && \"unhandled reloc type\""},
 };
 
-TEST(AbortReports, OfAnAssertionAreKnownInEveryCLibrarysWords)
+TEST(AbortReports, OfAnAssertionAreRecognisedInEveryCLibrarysFormat)
 {
     for (const auto& [id, function, expression] : assertions) {
         const std::string texts[] = {
@@ -153,7 +153,7 @@ TEST(AbortReports, AreNotThoseOfOtherAssertions)
         ElementsAre());
 }
 
-TEST(AbortReports, ReadTheListingFromTheRightWhateverANameHolds)
+TEST(AbortReports, AllowAnyCharactersInKernelNames)
 {
     const std::vector<std::string> names = {"",
                                             "a",
@@ -193,7 +193,7 @@ TEST(AbortReports, ReadNullPointersOfEveryCLibrary)
     EXPECT_FALSE(log.registries[0].complete); // no assertion
 }
 
-TEST(AbortReports, PassOverLinesInTheListingThatAreNoKernels)
+TEST(AbortReports, SkipOtherLinesInTheListing)
 {
     const abort_log log =
         read_abort_log("noise\n" + message + "==7==ERROR: AddressSanitizer: ABRT\n    #0 0x7f in abort\n" +
@@ -205,7 +205,7 @@ TEST(AbortReports, PassOverLinesInTheListingThatAreNoKernels)
     EXPECT_THAT(listing(log), ElementsAre("a|0x7f0000|0x10|0x7f0020|0x4", "a|0x7f0000|0x10|0x7f0020|0x4"));
 }
 
-TEST(AbortReports, AreReadBehindThePrefixesOfALogsLines)
+TEST(AbortReports, MayHaveAPrefixOnEachLine)
 {
     const std::string lines[] = {message, "  a b  c \t 0x7f0000 0x10 0x7f0020 0x4\n",
                                  "  d \t 0x7f0000 0x10 0x7f0020 0x4\n", end_of_listing};
@@ -237,7 +237,7 @@ TEST(AbortReports, AreReadBehindThePrefixesOfALogsLines)
     EXPECT_THAT(listing(log), ElementsAre("a b  c|0x7f0000|0x10|0x7f0020|0x4"));
 }
 
-TEST(AbortReports, AreReadWhateverALogsLinesEndWith)
+TEST(AbortReports, MayHaveAnyLineEnds)
 {
     for (const std::string end : {"\r", "\x1b[0m", "\x1b[0m\x1b[K", "\x1b[0;39m\r"}) {
         std::string text;
@@ -286,7 +286,7 @@ TEST(AbortReports, OfSeveralProcessesHaveAListingEach)
     EXPECT_EQ(truncated.registries.at(0).kernels.size(), 1U);
 }
 
-TEST(AbortReports, WithoutTheirMessageAreFoundToo)
+TEST(AbortReports, AreFoundWithoutTheirMessage)
 {
     const abort_log log = read_abort_log(line_of_a + end_of_listing);
     EXPECT_THAT(ids(log), ElementsAre(""));
@@ -318,7 +318,7 @@ TEST(AbortReports, AreFoundAtTheEndOfAnEndlessLine)
     EXPECT_TRUE(log.registries[0].complete);
 }
 
-TEST(AbortReports, AreAHundredAtMost)
+TEST(AbortReports, AreAtMostAHundred)
 {
     const std::string report = message + line_of_a + end_of_listing;
     std::string text;
@@ -330,7 +330,7 @@ TEST(AbortReports, AreAHundredAtMost)
     EXPECT_EQ(log.registries.size(), 100U);
 }
 
-TEST(AbortReports, ThatFillTheMemoryAreCut)
+TEST(AbortReports, AreTruncatedBeforeTheyFillTheMemory)
 {
     // 200 MiB of kernels, only 128 MiB of them kept, and endless names.
     const std::string line = "  " + std::string(100000, 'k') + " \t 0x7f0000 0x10 0x7f0020 0x4\n";

@@ -13,14 +13,14 @@ using namespace vorna::workbench;
 const std::string hash_of_nothing = "99aa06d3014798d86001c324468d497f"; // XXH3's test vector
 const kernel_fingerprint of_nothing = {hash_of_nothing, hash_of_nothing, hash_of_nothing, 0};
 
-TEST(BaselineFile, HasOneLineAKernel)
+TEST(BaselineFile, HasALineForEachKernel)
 {
     const std::string text = format_baseline({{"wfta_short_3", of_nothing}});
     EXPECT_EQ(text, "vorna-kernels baseline 1\nwfta_short_3 " + hash_of_nothing + " " + hash_of_nothing +
                         " " + hash_of_nothing + " 0\n");
 }
 
-TEST(BaselineFile, KeepsAnyNameInOneLine)
+TEST(BaselineFile, KeepsAnyNameOnOneLine)
 {
     std::string every_byte;
     for (int byte = 0; byte < 256; ++byte)

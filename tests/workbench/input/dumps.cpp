@@ -118,7 +118,7 @@ TEST(Dumps, OfAnyNameAreRead)
     }
 }
 
-TEST(Dumps, WhatAProcessPlacedIsWhatIsRead)
+TEST(Dumps, HoldWhatAProcessPlaced)
 {
     temp_directory directory;
     support::child_options options;
@@ -154,7 +154,7 @@ TEST(Dumps, WhatAProcessPlacedIsWhatIsRead)
     EXPECT_TRUE(child.succeeded()) << child;
 }
 
-TEST(DumpsOfTwoRuns, AreATroubleThatNamesBothKernels)
+TEST(DumpsOfTwoRuns, AreReportedWithBothKernels)
 {
     const dump_directory directory(
         {placed_bytes("a", 0x1000, 64, 0x1040, 8), placed_bytes("b", 0x1020, 32, 0x1080, 8)});
@@ -164,7 +164,7 @@ TEST(DumpsOfTwoRuns, AreATroubleThatNamesBothKernels)
     EXPECT_THAT(reading.set.kernels, IsEmpty());
 }
 
-TEST(DumpsOfTwoRuns, AreFoundWhereAnEmptyKernelLiesBetween)
+TEST(DumpsOfTwoRuns, AreFoundEvenIfAnEmptyKernelLiesBetween)
 {
 
     const dump_directory directory({placed_bytes("a", 0x1000, 0x100, 0x2000, 8),
@@ -180,7 +180,7 @@ TEST(DumpsOfTwoRuns, AreFoundByTheirDataAlone)
     EXPECT_EQ(directory.read().errors.size(), 1U);
 }
 
-TEST(DirectoryOfDumps, PassesOverWhatIsNotElfAndNamesIt)
+TEST(DirectoryOfDumps, SkipsFilesThatAreNotElfAndNamesThem)
 {
     const dump_directory directory({placed_bytes("k", 0x1000, 4, 0x1020, 1)});
     write_file(directory.path() / "k.hash", "12345678");
@@ -194,7 +194,7 @@ TEST(DirectoryOfDumps, PassesOverWhatIsNotElfAndNamesIt)
                                              directory.file("pipe") + ": not an ELF file"));
 }
 
-TEST(DirectoryOfDumps, ReadsTheOthersWhereOneIsBad)
+TEST(DirectoryOfDumps, ReadsTheOthersIfOneIsBad)
 {
     const dump_directory directory(
         {placed_bytes("a", 0x1000, 4, 0x1020, 1), placed_bytes("c", 0x2000, 4, 0x2020, 1)});
@@ -206,7 +206,7 @@ TEST(DirectoryOfDumps, ReadsTheOthersWhereOneIsBad)
                                             directory.file("d") + ": empty"));
 }
 
-TEST(FileOfNoDump, IsATroubleWhereItIsNamed)
+TEST(OtherFile, IsReportedIfItIsNamed)
 {
     temp_directory directory;
     const std::string path = (directory.path() / "k").string();
@@ -216,7 +216,7 @@ TEST(FileOfNoDump, IsATroubleWhereItIsNamed)
     EXPECT_THAT(read_dumps({"/dev/zero"}).errors, ElementsAre("/dev/zero: not an ELF file"));
 }
 
-TEST(FileOfNoDump, OfOtherKindsOfElfSaysSo)
+TEST(OtherFile, OfAnotherKindOfElfIsRefused)
 {
     std::string dump = dump_of({placed_bytes("k", 0x1000, 4, 0x1020, 1)});
     std::string other = dump;
@@ -235,7 +235,7 @@ TEST(FileOfNoDump, OfOtherKindsOfElfSaysSo)
     EXPECT_EQ(refusal(""), "truncated, or not an ELF file");
 }
 
-TEST(HostileDump, OfAnyLengthIsRefusedInAFewWords)
+TEST(HostileDump, TruncatedAnywhereIsRefusedInOneLine)
 {
     const std::string dump = dump_of({placed_bytes("k", 0x1000, 4, 0x1020, 1, {{"callee", 0, 283, 0}})});
     ASSERT_EQ(refusal(dump), "");
@@ -283,7 +283,7 @@ placed_kernel as_its_sections_say(const std::string& image)
     return kernel;
 }
 
-TEST(HostileDump, WithAnyByteChangedIsReadCorrectlyOrRefused)
+TEST(HostileDump, WithOneByteChangedIsReadCorrectlyOrRefused)
 {
     const std::string dump = dump_of({placed_bytes("k", 0x1000, 4, 0x1020, 1, {{"callee", 0, 283, 0}})});
     std::size_t read = 0;

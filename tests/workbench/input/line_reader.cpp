@@ -36,7 +36,7 @@ TEST(LineReader, FindsLinesInPiecesOfAnySize)
             << piece;
 }
 
-TEST(LineReader, HasNoLineAfterTheLastNewline)
+TEST(LineReader, FindsNoLineAfterTheLastNewline)
 {
     EXPECT_THAT(lines_of("", 1), IsEmpty());
     EXPECT_THAT(lines_of("\n", 1), ElementsAre("1:"));
@@ -57,7 +57,7 @@ TEST(LineReader, KeepsTheEndOfALongLine)
             << piece;
 }
 
-TEST(LineReader, DoesNotCopyALineThatIsWholeInItsPiece)
+TEST(LineReader, DoesNotCopyALineThatIsWithinOnePiece)
 {
     const std::string_view text = "one\ntwo\n";
     std::vector<const char*> begins;

@@ -106,7 +106,7 @@ TEST(PerfScript, HasMappings)
               "map of 5: 0x1000 to 0xffffffffffffffff, anonymous, executable");
 }
 
-TEST(PerfScript, HasForksOfProcessesWhileItWasRecorded)
+TEST(PerfScript, HasForksOfRecordedProcesses)
 {
     EXPECT_THAT(records_of("5 7.1: PERF_RECORD_FORK(6:6):(5:5)\n"
                            "5 7.1: PERF_RECORD_FORK(5:8):(5:5)\n" // a thread
@@ -197,7 +197,7 @@ TEST(PerfScript, IsTheSameInPiecesOfAnySize)
     }
 }
 
-TEST(PerfScript, SaysWhatOtherFilesAre)
+TEST(PerfScript, SaysWhatElseAFileIs)
 {
     const std::string no_line = "no line of the text of perf script -F pid,time,event,period,ip";
     EXPECT_EQ(refusal(""), no_line);

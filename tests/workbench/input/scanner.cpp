@@ -37,7 +37,7 @@ TEST(Scanner, SkipsBlanks)
     EXPECT_TRUE(trailing.at_end());
 }
 
-TEST(Scanner, TakesNumbersThatFit)
+TEST(Scanner, ReadsNumbersThatFit)
 {
     std::int32_t number = 0;
     EXPECT_TRUE(scanner("-12/").take(number));

@@ -29,7 +29,7 @@ std::vector<std::size_t> mappings(const kernel_set& set)
     return all;
 }
 
-TEST(KernelSet, IsInTheOrderOfTheAddresses)
+TEST(KernelSet, IsSortedByAddress)
 {
     const kernel_set set =
         make_kernel_set({placed_bytes("a", 0x1040, 4, 0x1062, 1), placed_bytes("c", 0x1000, 4, 0x1060, 2),
@@ -100,7 +100,7 @@ TEST(Mappings, AreOneEvenIfKernelsInBetweenHaveNoDump)
                 ElementsAre(0, 0));
 }
 
-TEST(Mappings, HoldKernelsWithoutCodeAndData)
+TEST(Mappings, ContainKernelsWithoutCodeAndData)
 {
     EXPECT_THAT(mappings(make_kernel_set(
                     {placed_bytes("a", 0x1000, 32, 0x1020, 0), placed_bytes("empty", 0x1020, 0, 0x1020, 0)})),
@@ -112,7 +112,7 @@ TEST(Mappings, BeginOnThePageOfTheirFirstKernel)
     EXPECT_EQ(make_kernel_set({placed_bytes("a", 0x1fe0, 32, 0x2000, 8)}).mappings.at(0).begin, 0x1000U);
 }
 
-TEST(Overlap, IsOfTheTwoKernelsThatHaveAByteInCommon)
+TEST(Overlap, IsOfTwoKernelsThatShareAByte)
 {
     const auto overlap = [](std::vector<placed_kernel> kernels) {
         const kernel_set set = make_kernel_set(std::move(kernels));
@@ -132,7 +132,7 @@ TEST(Overlap, IsOfTheTwoKernelsThatHaveAByteInCommon)
               "ac");
 }
 
-TEST(NearestName, IsTheOneOfTheFewestChanges)
+TEST(NearestName, HasTheLeastEditDistance)
 {
     const kernel_set set =
         make_kernel_set({placed_bytes("wfta_short_3", 0x1000, 4), placed_bytes("wfta_short_16", 0x1020, 4)});
@@ -141,7 +141,7 @@ TEST(NearestName, IsTheOneOfTheFewestChanges)
     EXPECT_EQ(nearest_name(kernel_set{}, "k"), "");
 }
 
-TEST(NearestName, HasAThirdOfOtherCharactersAtMost)
+TEST(NearestName, DiffersInAtMostAThirdOfItsCharacters)
 {
     const auto nearest = [](const std::string& kernel, std::string_view name) {
         return nearest_name(make_kernel_set({placed_bytes(kernel, 0x1000, 4)}), name);
@@ -159,7 +159,7 @@ TEST(NearestName, HasAThirdOfOtherCharactersAtMost)
     EXPECT_EQ(nearest(std::string(300, 'x'), std::string(256, 'x')), std::string(300, 'x'));
 }
 
-TEST(KernelByAddress, IsTheOneWhoseBytesLieThere)
+TEST(KernelByAddress, IsTheOneWithAByteThere)
 {
     const kernel_set set =
         make_kernel_set({placed_bytes("a", 0x1000, 4, 0x1040, 2), placed_bytes("none", 0x1020, 0, 0x1042, 0),

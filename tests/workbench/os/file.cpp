@@ -34,7 +34,7 @@ bool is_open(int descriptor)
     return fcntl(descriptor, F_GETFD) >= 0;
 }
 
-TEST(FileDescriptor, IsClosedOnceWhereItEndsUp)
+TEST(FileDescriptor, IsClosedOnceByItsLastOwner)
 {
     int number = -1;
     {
@@ -64,7 +64,7 @@ TEST(OpenInput, LeavesStandardInputOpen)
     EXPECT_EQ(input_name("a/-"), "a/-");
 }
 
-TEST(OpenInput, SaysWhyItCannot)
+TEST(OpenInput, SaysWhyItFails)
 {
     EXPECT_EQ(error_of([] { open_input("/nowhere/file"); }), "No such file or directory");
 }
@@ -74,7 +74,7 @@ struct close_stream {
 };
 using stream = std::unique_ptr<std::FILE, close_stream>;
 
-TEST(IsTerminal, IsTrueOfATerminalOnly)
+TEST(IsTerminal, IsTrueOnlyOfATerminal)
 {
     const file_descriptor pseudo_terminal(posix_openpt(O_RDWR | O_NOCTTY));
     ASSERT_GE(pseudo_terminal.number(), 0);
@@ -91,7 +91,7 @@ TEST(IsTerminal, IsTrueOfATerminalOnly)
     EXPECT_FALSE(is_terminal(stream(fdopen(pipe_ends[1], "w")).get()));
 }
 
-TEST(OpenRegularFile, TellsFilesApartAndNoOthers)
+TEST(OpenRegularFile, IdentifiesFilesByDeviceAndInode)
 {
     const temp_directory directory;
     const std::string path = directory.path() / "file";
@@ -129,7 +129,7 @@ TEST(ReadPieces, PassesAllBytesOfAPipe)
     EXPECT_TRUE(read == text);
 }
 
-TEST(ReadPieces, SaysWhyItCannot)
+TEST(ReadPieces, SaysWhyItFails)
 {
     EXPECT_EQ(error_of([] { read_pieces(open_input("/"), [](std::string_view) {}); }), "Is a directory");
 }
@@ -147,7 +147,7 @@ TEST(ReadAt, ReadsFewerBytesWhereTheFileEnds)
     EXPECT_EQ(read_at(file, bytes, 8, 10), 0U);
 }
 
-TEST(ReadFile, ReadsARegularFileWhole)
+TEST(ReadFile, ReadsAWholeFile)
 {
     const temp_directory directory;
     const std::string path = directory.path() / "file";
@@ -157,7 +157,7 @@ TEST(ReadFile, ReadsARegularFileWhole)
     EXPECT_EQ(read_file(path, 100), std::string("a\0b", 3));
 }
 
-TEST(ReadFile, RefusesWhatIsTooLarge)
+TEST(ReadFile, RefusesFilesThatAreTooLarge)
 {
     const temp_directory directory;
     const std::string path = directory.path() / "file";

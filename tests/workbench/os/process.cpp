@@ -72,7 +72,7 @@ TEST(RunChild, SaysWhyAProgramCannotBeStarted)
     }
 }
 
-TEST(IsOnPath, FindsProgramsThatCanBeRun)
+TEST(IsOnPath, FindsExecutablePrograms)
 {
     EXPECT_TRUE(is_on_path("sh"));
     EXPECT_FALSE(is_on_path("no-such-program"));

@@ -28,7 +28,7 @@ std::string error_of(const std::string& path, const std::string& content)
     return "";
 }
 
-TEST(ReplaceFile, MakesAFileAndGivesItNewContent)
+TEST(ReplaceFile, CreatesOrReplacesAFile)
 {
     const temp_directory directory;
     const std::string path = directory.path() / "page.html";
@@ -39,7 +39,7 @@ TEST(ReplaceFile, MakesAFileAndGivesItNewContent)
     EXPECT_THAT(names_in(directory.path()), ElementsAre("page.html"));
 }
 
-TEST(ReplaceFile, KeepsThePermissionsAndTheLinkThatLeadsToIt)
+TEST(ReplaceFile, KeepsThePermissionsAndTheSymbolicLink)
 {
     using std::filesystem::perms;
     const temp_directory directory;
@@ -52,7 +52,7 @@ TEST(ReplaceFile, KeepsThePermissionsAndTheLinkThatLeadsToIt)
     EXPECT_EQ(status(directory.path() / "real").permissions(), perms::owner_read | perms::owner_write);
 }
 
-TEST(ReplaceFile, LeavesTheOldContentWhereTheNewDoesNotFit)
+TEST(ReplaceFile, LeavesTheOldContentIfTheNewDoesNotFit)
 {
     const temp_directory directory;
     write_file(directory.path() / "page", "old");
@@ -71,7 +71,7 @@ TEST(ReplaceFile, LeavesTheOldContentWhereTheNewDoesNotFit)
     EXPECT_THAT(names_in(directory.path()), ElementsAre("page"));
 }
 
-TEST(ReplaceFile, LeavesTheOldContentWhenKilledBeforeTheEnd)
+TEST(ReplaceFile, LeavesTheOldContentWhenItIsKilled)
 {
     const temp_directory directory;
     write_file(directory.path() / "page", "old");

@@ -38,7 +38,7 @@ TEST(BaselineListing, HasWordsRelocationsAndConstantsWithoutAddresses)
     EXPECT_EQ(baseline_listing(kernel, disassembler), expected);
 }
 
-TEST(ListingFiles, HaveNamesThatEverySystemTakes)
+TEST(ListingFiles, HaveNamesThatEveryFileSystemAllows)
 {
     EXPECT_EQ(listing_file_name("wfta_short_3"), "wfta_short_3.txt");
     EXPECT_EQ(listing_file_name("a.b"), "a.b.txt");

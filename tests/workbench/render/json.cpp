@@ -10,7 +10,7 @@ namespace {
 
 using vorna::workbench::json;
 
-TEST(Json, KeepsMembersInTheOrderInWhichTheyAreAdded)
+TEST(Json, KeepsTheOrderOfItsMembers)
 {
     json object = {{"z", 1}, {"a", true}};
     object["m"] = nullptr;

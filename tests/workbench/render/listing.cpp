@@ -78,7 +78,7 @@ TEST(Listing, NamesTheTargetsOfRelocations)
               "callee  0x10000  8 bytes, 2 instructions; called by k");
 }
 
-TEST(Listing, ShowsWhereACallLeadsWhoseTopBitWasSet)
+TEST(Listing, ShowsWhereACallLeadsIfItsTopBitWasSet)
 {
     const kernel_set set =
         make_kernel_set({placed("below", 0x10000, {a64::nop(), a64::ret()}),
@@ -98,7 +98,7 @@ TEST(Listing, ShowsWhereACallLeadsWhoseTopBitWasSet)
     EXPECT_THAT(list(set, "k", false).calls, ElementsAre("k"));
 }
 
-TEST(Listing, ShowsTheCodeAsGeneratedWithRelocationsBeside)
+TEST(Listing, ShowsTheCodeAsGeneratedWithRelocationsAsComments)
 {
     const kernel_set set = make_kernel_set({placed("k", 0x10000, {a64::adrp(3), a64::add(3, 3, 0), a64::bl()},
                                                    {{".rodata.k", 0, R_AARCH64_ADR_PREL_PG_HI21, 16},
@@ -136,7 +136,7 @@ TEST(Listing, SaysWhichRelocationsCannotBeApplied)
                             ".L1c: adr x0, .L1c ; R_AARCH64_CALL26 k, field not zero"));
 }
 
-TEST(Listing, ShowsARelocationOfAnotherInstructionBesideIt)
+TEST(Listing, ShowsARelocationOfAnotherInstructionAsAComment)
 {
     const kernel_set set = make_kernel_set(
         {placed("k", 0x10000, {a64::bl(), 0xd4000000}, // of no field that its kind tests
@@ -146,7 +146,7 @@ TEST(Listing, ShowsARelocationOfAnotherInstructionBesideIt)
     EXPECT_EQ(texts(list(set, "k", false)).front(), "bl 0x10000 ; R_AARCH64_ADR_PREL_LO21 .rodata");
 }
 
-TEST(Listing, HasTheDigitsOfTheLastOffset)
+TEST(Listing, HasAsManyDigitsAsTheLastOffset)
 {
     placed_kernel kernel;
     for (const auto& [size, digits] : {std::pair(0U, 2), {1, 2}, {256, 2}, {257, 3}, {4096, 3}, {4097, 4}}) {
@@ -155,7 +155,7 @@ TEST(Listing, HasTheDigitsOfTheLastOffset)
     }
 }
 
-TEST(Listing, CountsNoCallOfConstants)
+TEST(Listing, DoesNotCountCallsOfConstants)
 {
     const kernel_set set =
         make_kernel_set({placed("k", 0x10000, {a64::bl()}, {{".rodata.k", 0, R_AARCH64_CALL26, 0}})});
@@ -193,7 +193,7 @@ TEST(Listing, ShowsWhereInstructionsWithoutRelocationsLead)
                             ".L10: ldr q3, .L10"));
 }
 
-TEST(Listing, ShowsWhatIsNoInstruction)
+TEST(Listing, ShowsWordsAndBytesThatAreNotInstructions)
 {
     placed_kernel kernel = placed("k", 0x10000, {0x00000001 | 0xffu << 24, a64::ret()});
     kernel.text.push_back(0xab);
@@ -240,7 +240,7 @@ TEST(Listing, ShowsLiteralsInTheCodeAsData)
         ElementsAre("adr x0, .L8", "br x0", ".L8: nop", "ret"));
 }
 
-TEST(Listing, KnowsThatOtherKernelsEnter)
+TEST(Listing, ForgetsAddressesWhereOtherKernelsEnter)
 {
     const auto comment = [](std::vector<tessjit::reloc_info> others) {
         const kernel_set set =
@@ -268,7 +268,7 @@ TEST(Listing, OfMoreThanItsLargestSizeIsRefused)
 }
 
 // What a generator or a hostile file may contain: random words, any offsets and addends.
-TEST(Listing, TakesAnySet)
+TEST(Listing, AcceptsAnySet)
 {
     const unsigned seed = random_seed();
     SCOPED_TRACE("seed " + std::to_string(seed));
@@ -364,7 +364,7 @@ TEST_F(ShowCommand, PrintsEachKernel)
     EXPECT_THAT(this->show({"caller", "--unlinked"}).out, HasSubstr(" +04  94000000  bl    0x10004  "));
 }
 
-TEST_F(ShowCommand, NamesTheNearestOfANameThatIsNotThere)
+TEST_F(ShowCommand, SuggestsTheNearestNameForAnUnknownOne)
 {
     const child_result show = this->show({"calle", "caller"});
     EXPECT_EQ(show.exit_status, 2);
@@ -372,7 +372,7 @@ TEST_F(ShowCommand, NamesTheNearestOfANameThatIsNotThere)
     EXPECT_THAT(show.out, testing::StartsWith("caller  0x10000"));
 }
 
-TEST_F(ShowCommand, ListsTheOthersWhereAKernelIsTooLarge)
+TEST_F(ShowCommand, ListsTheOthersIfAKernelIsTooLarge)
 {
     write_file(directory.path() / "large",
                dump_of({placed_bytes("large", 0x1000000, largest_decoded_code + 4, 0x10000000)}));

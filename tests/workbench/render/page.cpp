@@ -66,7 +66,7 @@ using array = nlohmann::json;
 
 // ---- Text
 
-TEST(Fragment, IsTheNameWhereItCanBe)
+TEST(Fragment, IsTheNameIfPossible)
 {
     EXPECT_EQ(fragment("wfta_short-3.a"), "wfta_short-3.a");
     EXPECT_EQ(fragment("a+0x4: %\xff"), "a%2B0x4%3A%20%25%FF");
@@ -74,7 +74,7 @@ TEST(Fragment, IsTheNameWhereItCanBe)
 
 // ---- The model
 
-TEST(PageModel, HoldsTheFactsOfEachKernel)
+TEST(PageModel, HasTheFactsOfEachKernel)
 {
     const kernel_set set = two_kernels();
     nlohmann::json model = overview_of(input_of(set));
@@ -129,7 +129,7 @@ TEST(PageModel, HoldsTheInterfaceOfARemovedKernelFromBefore)
     EXPECT_EQ(overview_of(input)["kernels"][2]["interface"]["reads"], array({"x1"}));
 }
 
-TEST(PageModel, CountsWhatLiesBetweenNeighboursAsPaddingAndTheRestAsUnknown)
+TEST(PageModel, CountsGapsBetweenNeighboursAsPaddingAndOthersAsUnknown)
 {
     // Gaps of 31 and 32 bytes, one before the first kernel of the mapping, and one before the constants.
     const kernel_set set = make_kernel_set({
@@ -146,7 +146,7 @@ TEST(PageModel, CountsWhatLiesBetweenNeighboursAsPaddingAndTheRestAsUnknown)
     EXPECT_EQ(mapping["unknown"], array({{0, 0x40}, {0x64, 32}, {0x85, 0x200 - 0x85}}));
 }
 
-TEST(PageModel, SpansEveryByteOfAMapping)
+TEST(PageModel, AccountsForEveryByteOfAMapping)
 {
     const kernel_set set = two_kernels();
     const nlohmann::json model = overview_of(input_of(set));
@@ -173,7 +173,7 @@ TEST(PageModel, ListsRowsWithLabelsTargetsAndCalls)
     EXPECT_FALSE(listing.contains("heat"));
 }
 
-TEST(PageModel, HoldsBothSidesOfAChangedKernelAndHowTheirRowsAlign)
+TEST(PageModel, HasBothSidesOfAChangedKernelAndTheirAlignment)
 {
     const kernel_set before = make_kernel_set(
         {placed("k", 0x10000, {a64::nop(), 0xaa0003e2, 0xaa0003e3, 0xaa0003e4, a64::ret()}, {}, {1}, 0x10020),
@@ -214,7 +214,7 @@ TEST(PageModel, HoldsBothSidesOfAChangedKernelAndHowTheirRowsAlign)
         EXPECT_FALSE(nlohmann::json::parse(made.listings[unchanged]).contains("before"));
 }
 
-TEST(PageModel, GivesEveryClassOfChangesALook)
+TEST(PageModel, HasALookForEachClassOfChanges)
 {
     const kernel_set set = two_kernels();
     page_input input = input_of(set);
@@ -229,7 +229,7 @@ TEST(PageModel, GivesEveryClassOfChangesALook)
     EXPECT_THAT(names, testing::UnorderedElementsAreArray(expected));
 }
 
-TEST(PageModel, HoldsTheHeatOfTheProfileToTheLastSample)
+TEST(PageModel, HasEverySampleOfTheProfile)
 {
     const kernel_set set = two_kernels();
     event_profile profile;
@@ -264,7 +264,7 @@ TEST(PageModel, HoldsTheHeatOfTheProfileToTheLastSample)
     }
 }
 
-TEST(PageModel, HoldsFindingsWithTheirKernels)
+TEST(PageModel, HasFindingsWithTheirKernels)
 {
     const kernel_set set = two_kernels();
     page_input input = input_of(set);
@@ -295,14 +295,14 @@ TEST(PageModel, DoesNotListAKernelThatIsTooLong)
     EXPECT_EQ(listing_of(input_of(longest), 0)["rows"]["words"].size(), 50000U);
 }
 
-TEST(PageModel, HoldsTheFirstBytesOfLongConstants)
+TEST(PageModel, HasTheFirstBytesOfLongConstants)
 {
     const kernel_set set =
         make_kernel_set({placed("k", 0x10000, {a64::ret()}, {}, std::vector<std::uint8_t>(20000, 7))});
     EXPECT_EQ(listing_of(input_of(set), 0)["constants"].get<std::string>().size(), 2U * 16384);
 }
 
-TEST(PageModel, GivesKernelsOfOneNameAndOfNoNameIdsOfTheirOwn)
+TEST(PageModel, GivesEachKernelAnIdEvenWithoutAUniqueName)
 {
     const kernel_set set = make_kernel_set(
         {placed("twice", 0x10000, {a64::ret()}), placed("twice", 0x10020, {a64::ret()}),
@@ -314,7 +314,7 @@ TEST(PageModel, GivesKernelsOfOneNameAndOfNoNameIdsOfTheirOwn)
     EXPECT_EQ(kernels[2]["name"], "(no name)");
 }
 
-TEST(PageModel, SurvivesASetOfOddKernels)
+TEST(PageModel, AcceptsUnusualKernels)
 {
     // No code at all, no mapping's length, a circle of calls, bytes after the last word, a call of nobody.
     const kernel_set set = make_kernel_set(
@@ -330,7 +330,7 @@ TEST(PageModel, SurvivesASetOfOddKernels)
 
 // ---- The page
 
-TEST(Page, HoldsNamesThatCannotEndTheirElement)
+TEST(Page, EscapesNamesThatCouldEndTheirElement)
 {
     const kernel_set set = make_kernel_set({placed("</script><!--<script>\n\xff", 0x10000, {a64::ret()})});
     const std::string page = make_page(input_of(set));
@@ -341,7 +341,7 @@ TEST(Page, HoldsNamesThatCannotEndTheirElement)
     EXPECT_THAT(page, Not(HasSubstr("</script><!")));
 }
 
-TEST(Page, IsTheModelAndTheListingsInElementsOfTheirOwnAndTheSameEachTime)
+TEST(Page, HasAnElementForTheModelAndForEachListing)
 {
     const kernel_set set = two_kernels();
     const std::string page = make_page(input_of(set));
@@ -415,7 +415,7 @@ TEST_F(ReportCommand, AddsAProfileAndAComparison)
     EXPECT_EQ(nlohmann::json::parse(element_of(page(), ":model"))["kernels"][1]["time"], 100);
 }
 
-TEST_F(ReportCommand, ShowsNoShareOfSamplesWithoutWeight)
+TEST_F(ReportCommand, ShowsNoShareIfAllPeriodsAreZero)
 {
     write_file(
         directory.path() / "text",
@@ -428,7 +428,7 @@ TEST_F(ReportCommand, ShowsNoShareOfSamplesWithoutWeight)
     EXPECT_EQ(kernel["time_text"], "0.0");
 }
 
-TEST_F(ReportCommand, NamesTheDirectoryThatIsTheCurrentOne)
+TEST_F(ReportCommand, HasTheNameOfTheCurrentDirectory)
 {
     const child_result result =
         run_tool({VORNA_KERNELS, "report", ".", "-o", "../page.html"}, directory.path() / "dumps");

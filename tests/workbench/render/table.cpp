@@ -64,7 +64,7 @@ TEST(TextTable, AlignsItsColumnsToTheWidestCell)
               "2 same\n");
 }
 
-TEST(TextTable, CountsColumnsOfTheTerminalAndNotBytes)
+TEST(TextTable, CountsColumnsNotBytes)
 {
     // Two bytes and one column, three bytes and two columns, and a byte that is not UTF-8.
     EXPECT_EQ(format_table(sizes({size_row("größere", "code", "1"), size_row("核心核心", "code", "2"),
@@ -77,7 +77,7 @@ TEST(TextTable, CountsColumnsOfTheTerminalAndNotBytes)
               "2 same\n");
 }
 
-TEST(TextTable, LetsANameOfMoreThan40ColumnsPushItsOwnLineOnly)
+TEST(TextTable, ShiftsOnlyTheRowOfANameLongerThan40Columns)
 {
     EXPECT_EQ(format_table(sizes({size_row(std::string(41, 'a'), "code", "1"), size_row("b", "code", "2")}),
                            "text", false),
@@ -101,7 +101,7 @@ TEST(TextTable, IsColoredOnlyWhenAskedTo)
                   std::string::npos);
 }
 
-TEST(TextTable, PrintsWhatExplainsAFindingUnderIt)
+TEST(TextTable, PrintsEvidenceAndRemarksUnderAFinding)
 {
     table_row explained = finding("b", "changed");
     explained.evidence = "    d65f03c0  ret";
@@ -147,7 +147,7 @@ TEST(MarkdownTable, AlignsNumbersRightAndShowsNamesAsCode)
               "a &#60; b: 1 finding\n");
 }
 
-TEST(MarkdownTable, EscapesWhatWouldEndACellOrBeMarkup)
+TEST(MarkdownTable, EscapesMarkupAndCellSeparators)
 {
     const auto row_of = [](const std::string& name, const std::string& text) {
         const std::string all = format_table(findings({finding(name, text)}), "markdown", false);
@@ -165,7 +165,7 @@ TEST(MarkdownTable, EscapesWhatWouldEndACellOrBeMarkup)
     EXPECT_EQ(row_of("\xff", "\xc3"), "| <code>\xef\xbf\xbd</code> | changed | \xef\xbf\xbd |");
 }
 
-TEST(Annotations, HaveTheirLevelAndAsTitleTheName)
+TEST(Annotations, HaveALevelAndTheNameAsTitle)
 {
     table_row row = finding("k", "text");
     EXPECT_EQ(annotation(row), "::error title=k::k: text\n\n");
@@ -177,7 +177,7 @@ TEST(Annotations, HaveTheirLevelAndAsTitleTheName)
     EXPECT_EQ(annotation(row), "::notice file=base,line=7,title=k::k: text\n\n");
 }
 
-TEST(Annotations, GiveTheTitlesOfNumbers)
+TEST(Annotations, HaveTheHeadingsOfNumbers)
 {
     EXPECT_EQ(format_table(sizes({size_row("b", "code", "12 -> 8 (-4)")}), "github", true),
               "::error title=b::b: code; code bytes 12 -> 8 (-4), data 0\n"
@@ -191,7 +191,7 @@ TEST(Annotations, LeaveOutEmptyCells)
               "2 same\n");
 }
 
-TEST(Annotations, EscapeWhatWouldEndAPropertyOrTheMessage)
+TEST(Annotations, EscapeCharactersThatEndAPropertyOrTheMessage)
 {
     table_row row = finding("a,b:c%\n", "d,e:f%\r\n");
     row.file = "g:h";

@@ -27,7 +27,7 @@ TEST(SplitConstants, AreLittleEndianAndTheLastMayBeShorter)
     EXPECT_THAT(split_constants({}), IsEmpty());
 }
 
-TEST(Hexadecimal, HasTwoDigitsAByte)
+TEST(Hexadecimal, HasTwoDigitsForEachByte)
 {
     EXPECT_EQ(hexadecimal(constant{0x3ff8000000000000, 8}), "3ff8000000000000");
     EXPECT_EQ(hexadecimal(constant{1, 8}), "0000000000000001");
@@ -48,7 +48,7 @@ TEST(ProbableDouble, IsTheShortestTextThatReadsBack)
     EXPECT_EQ(probable_double(of(-0.0)), "-0");
 }
 
-TEST(ProbableDouble, IsEmptyForWhatIsProbablyNone)
+TEST(ProbableDouble, IsEmptyIfItIsUnlikelyToBeADouble)
 {
     using limits = std::numeric_limits<double>;
     for (const double value : {limits::quiet_NaN(), limits::infinity(), -limits::infinity(),

@@ -7,7 +7,7 @@ namespace {
 using vorna::workbench::percent;
 using vorna::workbench::percent_text;
 
-TEST(Percent, HasOneDecimalAndNeverShowsSomethingAsNothing)
+TEST(Percent, HasOneDecimalAndNeverRoundsToZero)
 {
     EXPECT_EQ(percent_text(0, 1000), "0.0");
     EXPECT_EQ(percent_text(0, 0), "0.0");

@@ -49,7 +49,7 @@ TEST(ValidUtf8, KeepsCharactersOfEveryLength)
     EXPECT_EQ(valid_utf8(""), "");
 }
 
-TEST(ValidUtf8, ReplacesWhatIsNotACharacterOnceEach)
+TEST(ValidUtf8, ReplacesEachInvalidSequence)
 {
     EXPECT_EQ(valid_utf8("a\xff\n\xc3\xa4"), "a" + replacement + "\n\xc3\xa4");
     EXPECT_EQ(valid_utf8("\xf0\x9f\x98"), replacement); // truncated
@@ -73,7 +73,7 @@ bool is_utf8_for_iconv(std::string text)
     return valid;
 }
 
-TEST(ValidUtf8, LeavesTextThatIconvTakesAndMakesItOfAllOther)
+TEST(ValidUtf8, AgreesWithIconv)
 {
     std::mt19937 random(1);
     const std::string interesting = "a\x7f\x80\x8f\x90\x9f\xa0\xbf\xc0\xc2\xdf\xe0\xed\xef\xf0\xf4\xf5\xff";
