@@ -8,13 +8,12 @@
 // WFTA_PAIRS is the number of pairs, WFTA_TEST_SEED repeats a run, WFTA_PAIR runs one pair only.
 
 #include "tests/support/random_seed.hpp"
+#include "tests/support/simulated_cpu.hpp"
 #include "workbench/analysis/difference.hpp"
 #include "workbench/disasm/disassembler.hpp"
 #include "workbench/kernels/linking.hpp"
 
-#include <aarch64/disasm-aarch64.h>
 #include <aarch64/macro-assembler-aarch64.h>
-#include <aarch64/simulator-aarch64.h>
 #include <algorithm>
 #include <array>
 #include <csignal>
@@ -33,7 +32,6 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <unordered_map>
 
 namespace {
 
@@ -745,11 +743,16 @@ constexpr std::size_t stack_at = 0x44000;
 constexpr std::size_t stack_end = 0x48000;
 constexpr std::size_t caller_frame = 256;
 
-std::uint8_t* arena = nullptr;
+// The programs and their addresses are made before a child runs them.
+support::guarded_memory& arena()
+{
+    static support::guarded_memory memory(arena_size);
+    return memory;
+}
 
 std::uint64_t address(std::size_t at)
 {
-    return reinterpret_cast<std::uint64_t>(arena + at);
+    return arena().address(at);
 }
 
 struct naming {
@@ -998,33 +1001,28 @@ std::uint64_t mixed(std::uint64_t hash, std::uint64_t value)
 
 class machine {
 public:
-    machine() : simulator_(&decoder_)
-    {
-        simulator_.SetCPUFeatures(vixl::CPUFeatures::All());
-        names_decoder_.AppendVisitor(&names_);
-    }
-
     run_result run(const std::vector<std::uint8_t>& text, const std::vector<std::uint8_t>& data,
                    const machine_state& start, bool clobbers_with_temporaries)
     {
-        madvise(arena, arena_size, MADV_DONTNEED); // zeros where the run before may have stored
-        std::memcpy(arena + text_at, text.data(), text.size());
-        std::memcpy(arena + data_at, data.data(), data.size());
-        std::memcpy(arena + buffers_at, start.memory.data(), start.memory.size());
-        simulator_.ResetState();
+        arena().clear();
+        std::uint8_t* const memory = arena().begin();
+        std::memcpy(memory + text_at, text.data(), text.size());
+        std::memcpy(memory + data_at, data.data(), data.size());
+        std::memcpy(memory + buffers_at, start.memory.data(), start.memory.size());
+        cpu_.simulator().ResetState();
         for (unsigned i = 0; i < 31; ++i)
-            simulator_.WriteXRegister(i, static_cast<std::int64_t>(start.general[i]));
-        simulator_.WriteSp(start.general[31]);
+            cpu_.write_x(i, start.general[i]);
+        cpu_.simulator().WriteSp(start.general[31]);
         for (unsigned i = 0; i < 32; ++i)
-            write_vector(i, start.vector[i]);
-        simulator_.ReadNzcv().SetRawValue(start.flags << 28);
-        simulator_.WriteXRegister(30, 0); // ends the simulation
-        simulator_.WritePc(reinterpret_cast<const a64::Instruction*>(arena + text_at));
+            cpu_.write_v(i, start.vector[i]);
+        cpu_.write_flags(start.flags);
+        cpu_.write_x(30, 0); // ends the simulation
+        cpu_.write_pc(address(text_at));
         run_result result;
         const std::uint64_t begin = address(text_at);
         const std::uint64_t end = begin + text.size();
         for (int left = 20000;; --left) {
-            const auto pc = reinterpret_cast<std::uint64_t>(simulator_.ReadPc());
+            const std::uint64_t pc = cpu_.pc();
             if (pc == 0)
                 break;
             if (pc == address(callees_at) || pc == address(callees_at + 0x100)) {
@@ -1035,89 +1033,53 @@ public:
                 result.end = left == 0 ? ending::too_long : ending::elsewhere;
                 return result;
             }
-            if (!is_known(simulator_.ReadPc())) {
+            if (!cpu_.knows_instruction_here()) {
                 result.end = ending::unknown_instruction;
                 return result;
             }
-            simulator_.ExecuteInstruction();
+            cpu_.simulator().ExecuteInstruction();
         }
         for (unsigned i = 0; i < 31; ++i)
-            result.state.general[i] = static_cast<std::uint64_t>(simulator_.ReadXRegister(i));
-        result.state.general[31] =
-            static_cast<std::uint64_t>(simulator_.ReadXRegister(31, a64::Reg31IsStackPointer));
+            result.state.general[i] = cpu_.x(i);
+        result.state.general[31] = cpu_.sp();
         for (unsigned i = 0; i < 32; ++i)
-            result.state.vector[i] = read_vector(i);
-        result.state.memory.assign(arena + buffers_at, arena + stack_end);
+            result.state.vector[i] = cpu_.v(i);
+        result.state.memory.assign(memory + buffers_at, memory + stack_end);
         return result;
     }
 
 private:
-    [[nodiscard]] std::array<std::uint64_t, 2> read_vector(unsigned i) const
-    {
-        const auto value = simulator_.ReadVRegister<a64::Simulator::qreg_t>(i);
-        std::array<std::uint64_t, 2> words{};
-        std::memcpy(words.data(), &value, sizeof value);
-        return words;
-    }
-    void write_vector(unsigned i, const std::array<std::uint64_t, 2>& words)
-    {
-        a64::Simulator::qreg_t value;
-        std::memcpy(&value, words.data(), sizeof value);
-        simulator_.WriteQRegister(i, value);
-    }
-
     // The callee's results depend on its arguments, and it fills each register that it may clobber with a
     // value that depends on the old one.
     void callee(run_result& result, bool takes_all, bool clobbers_with_temporaries)
     {
         std::uint64_t seen = result.seen.size();
         std::uint64_t left = 1;
-        const auto x = [&](unsigned i) { return static_cast<std::uint64_t>(simulator_.ReadXRegister(i)); };
         for (unsigned i = 0; i < (takes_all ? 9U : 2U); ++i)
-            seen = mixed(seen, x(i));
+            seen = mixed(seen, cpu_.x(i));
         for (unsigned i = 0; i < (takes_all ? 8U : 2U); ++i)
-            seen = mixed(mixed(seen, read_vector(i)[0]), read_vector(i)[1]);
-        const auto sp = static_cast<std::uint64_t>(simulator_.ReadXRegister(31, a64::Reg31IsStackPointer));
-        seen = mixed(mixed(seen, x(18)), sp);
+            seen = mixed(mixed(seen, cpu_.v(i)[0]), cpu_.v(i)[1]);
+        seen = mixed(mixed(seen, cpu_.x(18)), cpu_.sp());
         for (unsigned i = 9; i < 18; ++i)
-            left = mixed(left, x(i));
+            left = mixed(left, cpu_.x(i));
         for (unsigned i = 16; i < 32; ++i)
-            left = mixed(mixed(left, read_vector(i)[0]), read_vector(i)[1]);
+            left = mixed(mixed(left, cpu_.v(i)[0]), cpu_.v(i)[1]);
         result.seen.push_back(seen);
         const std::uint64_t arguments_left = clobbers_with_temporaries ? left : seen;
-        const std::uint64_t back = x(30);
+        const std::uint64_t back = cpu_.x(30);
         for (unsigned i = 0; i < 18; ++i)
-            simulator_.WriteXRegister(i, static_cast<std::int64_t>(mixed(i < 2   ? seen
-                                                                         : i < 9 ? arguments_left
-                                                                                 : left,
-                                                                         i)));
+            cpu_.write_x(i, mixed(i < 2 ? seen : i < 9 ? arguments_left : left, i));
         for (unsigned i = 0; i < 32; ++i) {
             const std::uint64_t from = i < 4 ? seen : i < 8 ? arguments_left : left;
             const bool kept = i >= 8 && i < 16;
-            write_vector(i, {kept ? read_vector(i)[0] : mixed(from, 100 + i), mixed(from, 200 + i)});
+            cpu_.write_v(i, {kept ? cpu_.v(i)[0] : mixed(from, 100 + i), mixed(from, 200 + i)});
         }
-        simulator_.ReadNzcv().SetRawValue(static_cast<std::uint32_t>(left & 15) << 28);
-        simulator_.WriteXRegister(30, static_cast<std::int64_t>(left));
-        simulator_.WritePc(reinterpret_cast<const a64::Instruction*>(back));
+        cpu_.write_flags(static_cast<unsigned>(left & 15));
+        cpu_.write_x(30, left);
+        cpu_.write_pc(back);
     }
 
-    // The simulator skips instructions that it does not implement.
-    bool is_known(const a64::Instruction* instruction)
-    {
-        const auto [known, is_new] = known_words_.try_emplace(instruction->GetInstructionBits(), true);
-        if (is_new) {
-            names_decoder_.Decode(instruction);
-            const std::string text = names_.GetOutput();
-            known->second = text.compare(0, 3, "una") != 0 && text.compare(0, 3, "uni") != 0;
-        }
-        return known->second;
-    }
-
-    a64::Decoder decoder_;
-    a64::Simulator simulator_;
-    a64::Decoder names_decoder_;
-    a64::Disassembler names_;
-    std::unordered_map<std::uint32_t, bool> known_words_;
+    support::simulated_cpu cpu_;
 };
 
 machine_state random_state(random_engine& random)
@@ -1272,13 +1234,7 @@ TEST(ExecutedPairs, ComputeTheSameIfTheyAreSaidTo)
     const std::size_t count = wanted != nullptr ? std::stoul(wanted) : 2600;
     std::cout << count << " pairs, WFTA_TEST_SEED=" << seed << std::endl;
     constexpr int shared = MAP_SHARED | MAP_ANONYMOUS;
-    // Nothing nearby that a wrong kernel could overwrite.
-    constexpr std::size_t guard = std::size_t{1} << 28;
-    void* const around =
-        mmap(nullptr, arena_size + 2 * guard, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    ASSERT_NE(around, MAP_FAILED);
-    arena = static_cast<std::uint8_t*>(around) + guard;
-    ASSERT_EQ(mprotect(arena, arena_size, PROT_READ | PROT_WRITE), 0);
+    arena(); // which the children share
     void* const memory = mmap(nullptr, count * sizeof(record), PROT_READ | PROT_WRITE, shared, -1, 0);
     ASSERT_NE(memory, MAP_FAILED);
     auto* const records = static_cast<record*>(memory);
