@@ -12,10 +12,12 @@
 #include "check/names.hpp"
 #include "check/nearest_name.hpp"
 
-#include <cstdio>
+#include <algorithm>
 #include <elf.h>
 #include <optional>
 #include <set>
+#include <string_view>
+#include <tuple>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -24,6 +26,7 @@ namespace vorna::wfta {
 
 namespace {
 
+using std::int32_t;
 using std::int64_t;
 using std::size_t;
 using std::uint32_t;
@@ -363,15 +366,14 @@ private:
 
     void check_call_target(const relocation_target& target)
     {
-        const auto report = [this](severity level, finding_text text) {
+        const auto report = [this](severity level, finding_text (*text)(const std::string&)) {
             add(finding_id::call_target, level, false, with_addend(reloc().name, reloc().addend),
-                std::move(text));
+                text(relocation_subject(reloc())));
         };
-        const std::string subject = relocation_subject(reloc());
         if (names_data(reloc().name))
-            report(severity::error, call_of_constants_text(subject));
+            report(severity::error, call_of_constants_text);
         else if (reloc().addend != 0 && !starts_.contains(value_of(target)))
-            report(severity::warning, call_amid_kernel_text(subject));
+            report(severity::warning, call_amid_kernel_text);
     }
 
     // Applies the relocation to the copy of the code. An unknown distance certainly fills the field, but with
@@ -390,22 +392,25 @@ private:
 
     void check_pairs()
     {
-        std::unordered_set<std::string> pages;
-        std::unordered_set<std::string> completed;
-        const auto key = [](const reloc_info& r) { return r.name + '\0' + std::to_string(r.addend); };
+        // Type, target and addend of the kernel's ADRPs and ADDs, sorted.
+        using half = std::tuple<int32_t, std::string_view, int32_t>;
+        std::vector<half> halves;
         for (const reloc_info& r : *kernel().relocs) {
-            if (r.type == R_AARCH64_ADR_PREL_PG_HI21)
-                pages.insert(key(r));
-            if (r.type == R_AARCH64_ADD_ABS_LO12_NC)
-                completed.insert(key(r));
+            if (r.type == R_AARCH64_ADR_PREL_PG_HI21 || r.type == R_AARCH64_ADD_ABS_LO12_NC)
+                halves.emplace_back(r.type, r.name, r.addend);
         }
+        std::sort(halves.begin(), halves.end());
+        const auto has = [&](int32_t type) {
+            return std::binary_search(halves.begin(), halves.end(), half{type, reloc().name, reloc().addend});
+        };
+        const auto cause = [this] { return reloc().name + '\0' + std::to_string(reloc().addend); };
         for (relocation_ = 0; relocation_ < kernel().relocs->size(); ++relocation_) {
-            if (reloc().type == R_AARCH64_ADR_PREL_PG_HI21 && completed.count(key(reloc())) == 0) {
-                add(finding_id::pair, severity::error, false, "ADRP" + key(reloc()),
+            if (reloc().type == R_AARCH64_ADR_PREL_PG_HI21 && !has(R_AARCH64_ADD_ABS_LO12_NC)) {
+                add(finding_id::pair, severity::error, false, "ADRP" + cause(),
                     missing_add_text(relocation_subject(reloc())));
             }
-            if (reloc().type == R_AARCH64_ADD_ABS_LO12_NC && pages.count(key(reloc())) == 0) {
-                add(finding_id::pair, severity::warning, false, "ADD" + key(reloc()),
+            if (reloc().type == R_AARCH64_ADD_ABS_LO12_NC && !has(R_AARCH64_ADR_PREL_PG_HI21)) {
+                add(finding_id::pair, severity::warning, false, "ADD" + cause(),
                     missing_adrp_text(relocation_subject(reloc())));
             }
         }

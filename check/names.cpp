@@ -2,8 +2,10 @@
 
 #include "check/format.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <string_view>
+#include <utility>
 
 namespace vorna::wfta {
 
@@ -29,8 +31,6 @@ static void check_file_name(const std::string& name, finding_list& findings)
     const auto add = [&](const std::string& message) {
         warn(findings, finding_id::name_file, message, "choose a name that is a valid file name");
     };
-    const std::string length = "the name has " + std::to_string(name.size()) + " bytes";
-    const std::string limit = std::to_string(longest_file_name);
     if (name.empty())
         add("the name is empty: no dump can be written");
     if (name.find('\0') != std::string::npos)
@@ -39,10 +39,13 @@ static void check_file_name(const std::string& name, finding_list& findings)
         add("the name contains a \"/\": its files go into another directory, if that exists");
     if (name == "." || name == "..")
         add("the name is that of a directory: no dump can be written");
-    if (name.size() > longest_file_name)
-        add(length + ", the limit for a file name is " + limit);
-    else if (name.size() + hash_suffix.size() > longest_file_name)
-        add(length + ", with \".hash\" more than " + limit + ", the limit for a file name");
+    if (name.size() + hash_suffix.size() > longest_file_name) {
+        const std::string length = "the name has " + std::to_string(name.size()) + " bytes";
+        const std::string limit = std::to_string(longest_file_name);
+        add(name.size() > longest_file_name
+                ? length + ", the limit for a file name is " + limit
+                : length + ", with \".hash\" more than " + limit + ", the limit for a file name");
+    }
 }
 
 static void check_symbol(const std::string& name, finding_list& findings)
@@ -66,8 +69,10 @@ void check_name(const std::string& name, finding_list& findings)
 
 void file_names::add(const std::string& name)
 {
-    if (names_.insert(name).second)
-        by_lower_case_.emplace(lower_case(name), name);
+    if (!names_.insert(name).second)
+        return;
+    if (std::string lower = lower_case(name); lower != name)
+        with_capitals_.emplace(std::move(lower), name);
 }
 
 void file_names::check(const std::string& name, finding_list& findings) const
@@ -84,13 +89,16 @@ void file_names::check(const std::string& name, finding_list& findings) const
         if (names_.count(other) != 0)
             add("its dump is the hash file of " + quoted(other));
     }
-    const auto [begin, end] = by_lower_case_.equal_range(lower_case(name));
-    for (auto other = begin; other != end; ++other) {
-        if (other->second != name) {
-            add("the name differs from " + quoted(other->second) + " in case only");
-            break;
-        }
-    }
+    const auto add_other = [&](const std::string& other) {
+        add("the name differs from " + quoted(other) + " in case only");
+    };
+    const std::string lower = lower_case(name);
+    if (lower != name && names_.count(lower) != 0)
+        return add_other(lower);
+    const auto [begin, end] = with_capitals_.equal_range(lower);
+    const auto other = std::find_if(begin, end, [&](const auto& entry) { return entry.second != name; });
+    if (other != end)
+        add_other(other->second);
 }
 
 } // namespace vorna::wfta

@@ -22,7 +22,7 @@ public:
 
 private:
     std::unordered_set<std::string> names_;
-    std::unordered_multimap<std::string, std::string> by_lower_case_;
+    std::unordered_multimap<std::string, std::string> with_capitals_; // of them, by lower case
 };
 
 } // namespace vorna::wfta

@@ -119,13 +119,6 @@ applied_relocation apply(const relocation_kind& kind, std::uint64_t S, std::uint
     return result;
 }
 
-std::uint32_t word_at(const std::vector<std::uint8_t>& code, std::size_t offset)
-{
-    std::uint32_t word = 0;
-    std::memcpy(&word, code.data() + offset, sizeof word);
-    return word;
-}
-
 void set_word(std::vector<std::uint8_t>& code, std::size_t offset, std::uint32_t word)
 {
     std::memcpy(code.data() + offset, &word, sizeof word);

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -72,7 +73,12 @@ struct applied_relocation {
 applied_relocation apply(const relocation_kind& kind, std::uint64_t S, std::uint64_t P, std::uint32_t word);
 
 /// The instruction word at `offset`; all four bytes must exist.
-std::uint32_t word_at(const std::vector<std::uint8_t>& code, std::size_t offset);
+inline std::uint32_t word_at(const std::vector<std::uint8_t>& code, std::size_t offset)
+{
+    std::uint32_t word = 0;
+    std::memcpy(&word, code.data() + offset, sizeof word);
+    return word;
+}
 void set_word(std::vector<std::uint8_t>& code, std::size_t offset, std::uint32_t word);
 
 /// Whether a whole word at `offset` lies within the code.

@@ -88,9 +88,15 @@ std::optional<std::string> find_mixture(const kernel_set& set,
 {
     constexpr const char* what = "dumps of more than one run or registry";
     constexpr const char* remedy = "use a directory for each";
-    std::unordered_map<std::string_view, std::size_t> names;
-    for (const placed_kernel& kernel : set.kernels)
-        ++names[kernel.name];
+    std::unordered_map<std::string_view, std::size_t> names; // kernels of each name; filled on first use
+    const auto is_unambiguous = [&](std::string_view name) {
+        if (names.empty()) {
+            for (const placed_kernel& kernel : set.kernels)
+                ++names[kernel.name];
+        }
+        const auto found = names.find(name);
+        return found == names.end() || found->second == 1;
+    };
     const wfta::kernel_finding* end = nullptr; // where the process aborted, as far as known
     const auto place = [](const wfta::kernel_finding& finding) {
         return finding.offset ? place_text(finding.kernel, *finding.offset) : place_text(finding.kernel);
@@ -103,10 +109,8 @@ std::optional<std::string> find_mixture(const kernel_set& set,
                                remedy);
         const placed_kernel& kernel = set.kernels[finding.index];
         const std::string& target = kernel.relocs[*finding.relocation].name;
-        const auto targets = names.find(target);
-        // Ambiguous: several kernels have the name.
-        if (names[kernel.name] != 1 ||
-            (finding.id == wfta::finding_id::range && targets != names.end() && targets->second != 1))
+        if (!is_unambiguous(kernel.name) ||
+            (finding.id == wfta::finding_id::range && !is_unambiguous(target)))
             continue;
         const auto next = finding.index + 1;
         if (next < set.kernels.size() && set.kernels[next].mapping == kernel.mapping) {

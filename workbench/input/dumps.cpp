@@ -78,6 +78,7 @@ std::vector<elf_section> read_sections(Elf* elf, budget& names_left)
     if (elf_getshdrstrndx(elf, &names) != 0)
         fail_with_elf_error("no section names");
     std::vector<elf_section> sections;
+    sections.reserve(16); // the dump of one kernel has fewer
     for (Elf_Scn* section = elf_nextscn(elf, nullptr); section != nullptr;
          section = elf_nextscn(elf, section)) {
         GElf_Shdr header;
@@ -169,7 +170,7 @@ std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
     std::vector<placed_kernel> kernels;
     std::vector<bool> has_data;
     std::unordered_map<std::string, std::size_t> by_name; // the last kernel of each
-    std::unordered_map<std::size_t, std::size_t> by_text_section;
+    std::vector<std::size_t> text_sections;               // of each kernel, ascending
     budget bytes(size);
     for (const elf_section& section : sections) {
         if (starts_with(section.name, text_prefix)) {
@@ -178,7 +179,7 @@ std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
             kernel.text_address = section.header.sh_addr;
             kernel.text = bytes_of(section, bytes);
             by_name[kernel.name] = kernels.size();
-            by_text_section[section.index] = kernels.size();
+            text_sections.push_back(section.index);
             kernels.push_back(std::move(kernel));
             has_data.push_back(false);
         } else if (starts_with(section.name, data_prefix)) {
@@ -202,11 +203,13 @@ std::vector<placed_kernel> parse_dump(const void* image, std::size_t size)
     for (const elf_section& section : sections) {
         if (section.header.sh_type != SHT_RELA)
             continue;
-        const auto owner = by_text_section.find(section.header.sh_info);
-        if (owner == by_text_section.end())
+        const auto owner =
+            std::lower_bound(text_sections.begin(), text_sections.end(), section.header.sh_info);
+        if (owner == text_sections.end() || *owner != section.header.sh_info)
             throw std::runtime_error("relocations for a section that is not a kernel's code");
         bytes.take(section.header.sh_size, "sections that overlap in the file");
-        read_relocations(elf.get(), section, kernels[owner->second].relocs, names);
+        read_relocations(elf.get(), section,
+                         kernels[static_cast<std::size_t>(owner - text_sections.begin())].relocs, names);
     }
     return kernels;
 }
@@ -226,6 +229,7 @@ using file_set = std::unordered_set<file_id, file_hash>;
 file_kind read_file(const std::string& path, std::vector<placed_kernel>& kernels, std::vector<char>& buffer,
                     file_set& files_read)
 {
+    constexpr std::size_t first_read = 65'536; // most dumps, but not all of a large file of another kind
     constexpr std::size_t largest = std::size_t{1} << 30;
     const std::optional<regular_file> file = open_regular_file(path);
     if (!file)
@@ -235,13 +239,14 @@ file_kind read_file(const std::string& path, std::vector<placed_kernel>& kernels
     const std::size_t size = file->size;
     if (size == 0)
         return file_kind::empty;
-    char magic[SELFMAG];
-    if (read_at(file->descriptor, magic, SELFMAG, 0) != SELFMAG || std::memcmp(magic, ELFMAG, SELFMAG) != 0)
+    buffer.resize(std::min(size, first_read));
+    const std::size_t got = read_at(file->descriptor, buffer.data(), buffer.size(), 0);
+    if (got < SELFMAG || std::memcmp(buffer.data(), ELFMAG, SELFMAG) != 0)
         return file_kind::not_elf;
     if (size > largest)
         throw std::runtime_error("file exceeds the 1 GiB limit for dumps");
     buffer.resize(size);
-    if (read_at(file->descriptor, buffer.data(), size, 0) != size)
+    if (got + read_at(file->descriptor, buffer.data() + got, size - got, static_cast<off_t>(got)) != size)
         throw std::runtime_error("file shrank while it was read");
     Elf64_Half type = ET_REL;
     if (size >= offsetof(Elf64_Ehdr, e_type) + sizeof type)

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <tuple>
+#include <utility>
 
 namespace vorna::workbench {
 
@@ -52,13 +53,19 @@ kernel_extent extent_of(const placed_kernel& kernel)
 kernel_set make_kernel_set(std::vector<placed_kernel> kernels)
 {
     kernel_set set;
-    set.kernels = std::move(kernels);
-    std::stable_sort(set.kernels.begin(), set.kernels.end(),
-                     [](const auto& a, const auto& b) { return lies_before(extent_of(a), extent_of(b)); });
+    std::vector<std::pair<kernel_extent, std::size_t>> order;
+    order.reserve(kernels.size());
+    for (const placed_kernel& kernel : kernels)
+        order.emplace_back(extent_of(kernel), order.size());
+    std::stable_sort(order.begin(), order.end(),
+                     [](const auto& a, const auto& b) { return lies_before(a.first, b.first); });
     std::vector<kernel_extent> extents;
-    extents.reserve(set.kernels.size());
-    for (const placed_kernel& kernel : set.kernels)
-        extents.push_back(extent_of(kernel));
+    extents.reserve(kernels.size());
+    set.kernels.reserve(kernels.size());
+    for (const auto& [extent, index] : order) {
+        extents.push_back(extent);
+        set.kernels.push_back(std::move(kernels[index]));
+    }
     mapping_partition found = find_mappings(extents);
     set.mappings = std::move(found.mappings);
     set.by_name.reserve(set.kernels.size());
