@@ -82,8 +82,10 @@ bool names_own(const placed_kernel& kernel, std::string_view target)
 
 class tracker {
 public:
-    tracker(const decoded_kernel& code, const code_map& map, const target_address& address_of)
-        : kernel_(*code.kernel), relocs_(kernel_.relocs), code_(code), map_(map), address_of_(address_of)
+    tracker(const decoded_kernel& code, decoded_kernel* to_decode, const code_map& map,
+            const target_address& address_of)
+        : kernel_(*code.kernel), relocs_(kernel_.relocs), code_(code), to_decode_(to_decode), map_(map),
+          address_of_(address_of)
     {
         // Equal targets get equal numbers; the kernel's own code is number 0.
         std::unordered_map<std::string_view, uint32_t> numbers{{kernel_.name, 0}};
@@ -273,12 +275,19 @@ private:
         return is_general(number) && known_[number] ? registers_[number] : register_value{};
     }
 
+    void decode(size_t index)
+    {
+        if (to_decode_ != nullptr)
+            decode_instruction(*to_decode_, index);
+    }
+
     void step(size_t index)
     {
         const instruction& at = code_.instructions[index];
         const bool relocated = at.relocated == word_relocation::fits;
         if (known_.none() && !relocated && at.kind == instruction_kind::other)
             return;
+        decode(index);
         if (at.relocated == word_relocation::unclear || !at.decoded) {
             known_.reset();
             return;
@@ -441,6 +450,7 @@ private:
     {
         if (known_.none())
             return;
+        decode(index);
         const instruction& at = code_.instructions[index];
         const std::optional<memory_access> access = access_at(index);
         if (!access) {
@@ -513,6 +523,7 @@ private:
         std::vector<access_in_loop> accesses;
         bool leaves_elsewhere = false;
         for (size_t i = head.begin; i <= last; ++i) {
+            decode(i);
             const std::optional<memory_access> access = access_at(i);
             if (access && access->addressing != addressing_mode::register_index)
                 accesses.push_back({i, *access, get(access->base)});
@@ -586,6 +597,7 @@ private:
     const placed_kernel& kernel_;
     const std::vector<tessjit::reloc_info>& relocs_;
     const decoded_kernel& code_;
+    decoded_kernel* to_decode_; // the same, if some of its words are still to be decoded
     const code_map& map_;
     const target_address& address_of_;
     std::vector<uint32_t> targets_; // by source
@@ -616,7 +628,7 @@ known_addresses find_known_addresses(const decoded_kernel& code, const code_map&
         }
         return nothing;
     }
-    tracker tracker(code, map, address_of);
+    tracker tracker(code, nullptr, map, address_of);
     known_addresses found = tracker.run();
     // A store that walks through the data a known number of times writes to known addresses.
     for (const size_t offset : tracker.somewhere_written()) {
@@ -627,6 +639,14 @@ known_addresses find_known_addresses(const decoded_kernel& code, const code_map&
             found.writes_somewhere = true;
     }
     return found;
+}
+
+std::vector<known_access> decode_and_find_accesses(decoded_kernel& code, const code_map& map,
+                                                   const target_address& address_of)
+{
+    if (map.any_entry)
+        return {};
+    return tracker(code, &code, map, address_of).run().accesses;
 }
 
 std::vector<known_access> known_accesses(const decoded_kernel& code, const target_address& address_of)

@@ -63,6 +63,10 @@ inline constexpr std::size_t most_followed_blocks = 65'536;
 known_addresses find_known_addresses(const decoded_kernel& code, const code_map& map,
                                      const target_address& address_of = {});
 
+/// The accesses only, of a kernel that decode_and_map has mapped: decodes further words where it has to.
+std::vector<known_access> decode_and_find_accesses(decoded_kernel& code, const code_map& map,
+                                                   const target_address& address_of);
+
 /// The accesses through relocations that have the same address each time they are executed. Assumes that
 /// other kernels enter this one at its beginning only.
 std::vector<known_access> known_accesses(const decoded_kernel& code, const target_address& address_of = {});

@@ -60,7 +60,7 @@ private:
         if (map_.uses[index] != word_use::code) {
             map_.uses[index] = word_use::code;
             pending_.push_back(index);
-            if (to_decode_ != nullptr)
+            if (to_decode_ != nullptr && !is_plain(code_.instructions[index].word))
                 decode_instruction(*to_decode_, index);
         }
     }
@@ -106,8 +106,7 @@ private:
                     takes_own_address = true;
                 }
                 holds_own_address |= defs_of(code_, at);
-            } else if (const auto sum = register_sum_of(code_, at);
-                       sum && at.kind == instruction_kind::copy && sum->to == link_register) {
+            } else if (at.kind == instruction_kind::copy && register_sum_of(code_, at)->to == link_register) {
                 moved_to_x30 |= uses_of(code_, at);
             }
             takes_own_address = takes_own_address || (flow.target && at.is_call());
@@ -190,6 +189,14 @@ code_map map_code(const decoded_kernel& code, const std::vector<code_entry>& ent
 code_map decode_and_map(decoded_kernel& code, const std::vector<code_entry>& entries)
 {
     return mapper(code, &code).run(entries);
+}
+
+void decode_reached(decoded_kernel& code, const code_map& map)
+{
+    for (std::size_t i = 0; i < map.uses.size(); ++i) {
+        if (map.uses[i] == word_use::code)
+            decode_instruction(code, i);
+    }
 }
 
 successors successors_of(const decoded_kernel& code, std::size_t index)

@@ -38,9 +38,12 @@ struct code_map {
 /// always entries.
 code_map map_code(const decoded_kernel& code, const std::vector<code_entry>& entries);
 
-/// The same for a kernel that is prepared for decoding: decodes the words that may be executed, and no
-/// others.
+/// The same for a kernel that is prepared for decoding: of the words that may be executed, decodes those that
+/// are not plain, and no others.
 code_map decode_and_map(decoded_kernel& code, const std::vector<code_entry>& entries);
+
+/// Decodes the rest of the words that may be executed.
+void decode_reached(decoded_kernel& code, const code_map& map);
 
 /// Where control continues after an instruction, apart from calls of other kernels.
 struct successors {

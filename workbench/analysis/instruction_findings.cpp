@@ -94,7 +94,7 @@ public:
     {
         for (index_ = 0; index_ < kernels_.size(); ++index_) {
             findings_.begin_kernel(index_, kernel().name);
-            code_.reset();
+            is_mapped_ = false;
             check_end_of_code();
             check_accesses();
             check_erratum();
@@ -112,14 +112,23 @@ private:
         code_map map;
     };
 
-    // The kernel decoded where it may be executed, on first use; null if it is too large.
+    // The kernel mapped, on first use, with its plain words not yet decoded; null if it is too large.
+    mapped_code* mapped()
+    {
+        if (!is_mapped_ && kernel().text.size() <= largest_decoded_code) {
+            mapped_.code = prepare_decoding(kernel(), std::move(mapped_.code));
+            mapped_.map = decode_and_map(mapped_.code, entries_.of(index_));
+            is_mapped_ = true;
+        }
+        return is_mapped_ ? &mapped_ : nullptr;
+    }
+
+    // The same with all words decoded that may be executed.
     const mapped_code* code()
     {
-        if (!code_ && kernel().text.size() <= largest_decoded_code) {
-            code_ = mapped_code{prepare_decoding(kernel()), code_map()};
-            code_->map = decode_and_map(code_->code, entries_.of(index_));
-        }
-        return code_ ? &*code_ : nullptr;
+        if (mapped() != nullptr)
+            decode_reached(mapped_.code, mapped_.map);
+        return mapped();
     }
 
     // The instruction at an offset; empty past the end.
@@ -135,8 +144,8 @@ private:
         if (text.empty() || text.size() % 4 != 0)
             return;
         const size_t last = text.size() - 4;
-        if (instruction_at(last).instructions.front().is_barrier() || code() == nullptr ||
-            code()->map.uses.back() != word_use::code)
+        if (instruction_at(last).instructions.front().is_barrier() || mapped() == nullptr ||
+            mapped()->map.uses.back() != word_use::code)
             return;
         findings_.add(
             finding_id::falls_through, severity::error, false, {}, static_cast<int64_t>(last), {},
@@ -164,11 +173,11 @@ private:
         };
         if (!std::any_of(k.relocs.begin(), k.relocs.end(), gives_address))
             return;
-        if (code() == nullptr)
+        if (mapped() == nullptr)
             return;
-        const known_addresses known = find_known_addresses(
-            code()->code, code()->map, [this](const std::string& name) { return address_of(name); });
-        for (const known_access& access : known.accesses) {
+        for (const known_access& access :
+             decode_and_find_accesses(mapped()->code, mapped()->map,
+                                      [this](const std::string& name) { return address_of(name); })) {
             if (access.relocation && check_constants(access))
                 check_alignment(access);
         }
@@ -323,7 +332,7 @@ private:
             !writes_register(second, page) && !third.instructions.empty() &&
             (completes(third, page) ||
              (!is_branch(third.instructions.front()) && completes(instruction_at(offset + 12), page))) &&
-            (code() == nullptr || code()->map.uses[offset / 4] != word_use::data);
+            (mapped() == nullptr || mapped()->map.uses[offset / 4] != word_use::data);
         if (found) {
             findings_.add(
                 finding_id::erratum_843419, severity::warning, false, {}, static_cast<int64_t>(offset), {},
@@ -407,7 +416,8 @@ private:
     const wfta::analysis_options& options_;
     std::optional<feature_search> lacking_; // of the processor that is checked for
     entries_by_others entries_;
-    std::optional<mapped_code> code_; // of the current kernel
+    mapped_code mapped_; // of the current kernel, or one before it
+    bool is_mapped_ = false;
     disassembler disassembler_;
     finding_list findings_;
     size_t index_ = 0;

@@ -317,10 +317,18 @@ operand operand_of(const llvm::MCOperand& from, bool defined, bool& modelled)
     return made;
 }
 
-void decode(std::uint32_t word, instruction& result, std::vector<operand>& operands)
+// One word, decoded by itself: its operands begin at 0.
+struct decoded_word {
+    instruction result;
+    std::vector<operand> operands;
+};
+
+void decode(std::uint32_t word, decoded_word& made)
 {
+    auto& [result, operands] = made;
+    result = {};
     result.word = word;
-    result.first_operand = static_cast<std::uint32_t>(operands.size());
+    operands.clear();
     llvm::MCInst decoded;
     if (!the_llvm().decode(word, decoded)) {
         // All branches of A64, including future ones, have 0b101x in bits 28 to 25.
@@ -341,14 +349,14 @@ void decode(std::uint32_t word, instruction& result, std::vector<operand>& opera
     for (unsigned i = 0; i < decoded.getNumOperands(); ++i)
         operands.push_back(operand_of(decoded.getOperand(i), i < description.getNumDefs(), result.modelled));
     if (known.keeps_a_part) {
-        operand kept = operands[result.first_operand];
+        operand kept = operands.front();
         kept.defined = false;
         operands.push_back(kept);
     }
-    result.operand_count = static_cast<std::uint8_t>(operands.size() - result.first_operand);
+    result.operand_count = static_cast<std::uint8_t>(operands.size());
     if (known.is_hint)
         result.modelled = is_plain_hint(decoded.getOperand(0).getImm());
-    if (result.operand_count == 0)
+    if (operands.empty())
         return;
     const operand& last = operands.back();
     if (result.kind == instruction_kind::adr)
@@ -357,8 +365,32 @@ void decode(std::uint32_t word, instruction& result, std::vector<operand>& opera
              result.flow == control_flow::call || known.is_literal)
         result.pc_relative = static_cast<std::int32_t>(4 * last.immediate);
     if (result.kind == instruction_kind::copy && // ORR xd, xzr, xm
-        (operands[result.first_operand + 1].registers[0] != zero_register || last.immediate != 0))
+        (operands[1].registers[0] != zero_register || last.immediate != 0))
         result.kind = instruction_kind::other;
+}
+
+// LLVM takes some thousand instructions for a word, and kernels repeat their words.
+const decoded_word& find_decoded(std::uint32_t word)
+{
+    constexpr unsigned bits = 10; // more do not help
+    thread_local std::vector<decoded_word> last_decoded(std::size_t{1} << bits);
+    decoded_word& found = last_decoded[word * 0x9e3779b1U >> (32 - bits)]; // Fibonacci hashing
+    if (!found.result.looked_up || found.result.word != word) {
+        decode(word, found);
+        found.result.looked_up = true;
+    }
+    return found;
+}
+
+void decode_into(instruction& at, std::vector<operand>& operands)
+{
+    const decoded_word& known = find_decoded(at.word);
+    const instruction before = at;
+    at = known.result;
+    at.relocated = before.relocated;
+    at.relocation = before.relocation;
+    at.first_operand = static_cast<std::uint32_t>(operands.size());
+    operands.insert(operands.end(), known.operands.begin(), known.operands.end());
 }
 
 register_set registers_of(const decoded_kernel& kernel, const instruction& instruction, bool defined)
@@ -406,11 +438,11 @@ void add_relocations(decoded_kernel& result, const std::vector<tessjit::reloc_in
 
 } // namespace
 
-decoded_kernel prepare_decoding(const placed_kernel& kernel)
+decoded_kernel prepare_decoding(const placed_kernel& kernel, decoded_kernel result)
 {
-    decoded_kernel result;
     result.kernel = &kernel;
-    result.instructions.resize(kernel.text.size() / 4);
+    result.instructions.assign(kernel.text.size() / 4, {});
+    result.operands.clear();
     for (std::size_t i = 0; i < result.instructions.size(); ++i)
         result.instructions[i].word = word_at(kernel.text, 4 * i);
     add_relocations(result, kernel.relocs);
@@ -420,7 +452,20 @@ decoded_kernel prepare_decoding(const placed_kernel& kernel)
 void decode_instruction(decoded_kernel& code, std::size_t index)
 {
     instruction& at = code.instructions[index];
-    decode(at.word, at, code.operands);
+    if (!at.looked_up)
+        decode_into(at, code.operands);
+}
+
+bool is_plain(std::uint32_t word)
+{
+    const bool branch = (word & 0x1c000000) == 0x14000000; // or a system instruction
+    const bool adr = (word & 0x1f000000) == 0x10000000;
+    const bool add_constant = (word & 0x1f800000) == 0x11000000;
+    const bool set_constant = (word & 0x1f800000) == 0x12800000;
+    const bool copy = (word & 0x7f000000) == 0x2a000000;
+    const bool literal = (word & 0x3b000000) == 0x18000000;
+    const bool trap = word >> 16 == 0;
+    return !branch && !adr && !add_constant && !set_constant && !copy && !literal && !trap;
 }
 
 decoded_kernel decode_kernel(const placed_kernel& kernel)
@@ -436,7 +481,8 @@ decoded_kernel decode_word(std::uint32_t word)
 {
     decoded_kernel result;
     result.instructions.resize(1);
-    decode(word, result.instructions.front(), result.operands);
+    result.instructions.front().word = word;
+    decode_into(result.instructions.front(), result.operands);
     return result;
 }
 

@@ -115,6 +115,7 @@ struct instruction {
     std::uint32_t word = 0;
     std::uint16_t opcode = 0; ///< LLVM's number: mnemonic and form
     bool decoded = false;     ///< false if the word is not an instruction, or an unpredictable one
+    bool looked_up = false;   ///< false before decode_instruction: the kernel is only prepared
     control_flow flow = control_flow::next;
     instruction_kind kind = instruction_kind::other;
     bool may_load = false;
@@ -155,11 +156,15 @@ inline constexpr std::size_t largest_decoded_code = std::size_t{4} << 20;
 
 decoded_kernel decode_kernel(const placed_kernel& kernel);
 
-/// The kernel with its words and relocations, but no word decoded yet.
-decoded_kernel prepare_decoding(const placed_kernel& kernel);
+/// The kernel with its words and relocations, but no word decoded yet. Reuses the memory of another one.
+decoded_kernel prepare_decoding(const placed_kernel& kernel, decoded_kernel reused = {});
 
-/// Decodes one of its words.
+/// Decodes one of its words, unless it is decoded already.
 void decode_instruction(decoded_kernel& code, std::size_t index);
+
+/// Whether a word, decoded or not, certainly continues at the next one, is `instruction_kind::other`, and is
+/// not PC-relative. Tells without decoding it; most words are plain.
+bool is_plain(std::uint32_t word);
 
 /// Decodes a single word, without a kernel.
 decoded_kernel decode_word(std::uint32_t word);

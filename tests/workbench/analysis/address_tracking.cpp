@@ -3,8 +3,10 @@
 #include "workbench/analysis/address_tracking.hpp"
 #include "tests/support/assemble.hpp"
 #include "tests/support/kernels.hpp"
+#include "tests/support/random_seed.hpp"
 
 #include <gtest/gtest.h>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -317,6 +319,101 @@ TEST(KnownAddresses, AreNotSoughtOutsideTheCode)
     EXPECT_TRUE(known_in(placed({1, 2, 3}, {{".rodata.k", -4, adr, 0}})).empty());
     EXPECT_TRUE(
         known_in(placed(std::vector<std::uint8_t>(8), {{"k", 2147483647, adr, -2147483648}})).empty());
+}
+
+/// An access as text, with all that is known of it.
+std::string text_of(const known_access& access)
+{
+    const auto number = [](const auto& value) { return value ? std::to_string(*value) : std::string("?"); };
+    return std::to_string(access.offset) + ": " + number(access.relocation) + " " +
+           number(access.target_offset) + " " + number(access.address) +
+           (access.through_page ? " page" : "") +
+           (access.walk
+                ? " by " + std::to_string(access.walk->stride) + " times " + number(access.walk->iterations)
+                : "") +
+           "\n";
+}
+
+TEST(KnownAddresses, AreTheSameIfWordsAreDecodedOnDemand)
+{
+    const unsigned seed = support::random_seed();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const auto pick = [&](std::uint32_t count) { return static_cast<std::uint32_t>(random() % count); };
+    // Words on X0 to X3: ADR, MOV, ADD, MOVZ, SUBS, loads and stores, branches to the words around, BLR, an
+    // undefined word and one of an unknown branch.
+    const auto make_word = [&]() -> std::uint32_t {
+        const std::uint32_t registers = pick(4) | pick(4) << 5;
+        const std::uint32_t distance = (pick(9) - 4) & 0x7ffff;
+        switch (pick(40)) {
+        case 0:
+        case 1:
+            return 0x10000000 | pick(4);
+        case 2:
+            return 0xaa0003e0 | pick(4) | pick(4) << 16;
+        case 3:
+            return 0xd2800040 | pick(4);
+        case 4:
+            return 0x54000000 | distance << 5 | 1;
+        case 5:
+            return 0xb5000000 | distance << 5 | pick(4);
+        case 6:
+            return 0x14000000 | ((pick(9) - 4) & 0x3ffffff);
+        case 7:
+            return pick(8) == 0 ? 0xd63f0000 : 0x58000040;
+        case 8:
+            return pick(8) == 0 ? 0x54000010 : 0xd65f03c0;
+        case 9:
+            return pick(4) == 0 ? 0x00010000 : 0xf1000400 | pick(4) * 0x21;
+        case 10:
+            return 0xf8008400 | registers; // str x, [x], #8
+        case 11:
+            return 0xf8408c00 | registers; // ldr x, [x, #8]!
+        case 12:
+            return 0xf8606800 | registers; // ldr x, [x, x0]
+        case 13:
+            return 0x91002000 | registers;
+        default:
+            return pick(2) == 0 ? 0x1e602800 : 0xfd400000 | pick(4) << 5; // fadd, ldr d
+        }
+    };
+    const target_address address_of = [](const std::string&) { return 0x10000; };
+    std::size_t found_any = 0;
+    std::size_t left = 0;
+    for (std::size_t round = 0; round < support::test_size(1'000, 100'000); ++round) {
+        std::vector<std::uint32_t> words;
+        for (std::uint32_t count = 10 + pick(60); count > 0; --count)
+            words.push_back(make_word());
+        words.push_back(0xd65f03c0);
+        const placed_kernel kernel = placed(support::code(words), {{".rodata.k", 0, adr, 8}});
+        const decoded_kernel whole = decode_kernel(kernel);
+        const code_map map = map_code(whole, {});
+        decoded_kernel on_demand = prepare_decoding(kernel);
+        const code_map same_map = decode_and_map(on_demand, {});
+        ASSERT_EQ(same_map.uses, map.uses);
+        ASSERT_EQ(same_map.any_entry, map.any_entry);
+        std::string expected;
+        for (const known_access& access : find_known_addresses(whole, map, address_of).accesses)
+            expected += text_of(access);
+        std::string found;
+        for (const known_access& access : decode_and_find_accesses(on_demand, same_map, address_of))
+            found += text_of(access);
+        ASSERT_EQ(found, expected) << "round " << round;
+        found_any += found.empty() ? 0 : 1;
+        for (std::size_t i = 0; i < words.size(); ++i)
+            left += map.uses[i] == word_use::code && !on_demand.instructions[i].looked_up ? 1 : 0;
+        decode_reached(on_demand, same_map);
+        for (std::size_t i = 0; i < words.size(); ++i) {
+            ASSERT_EQ(on_demand.instructions[i].looked_up, map.uses[i] == word_use::code || i == 0);
+            if (map.uses[i] == word_use::code) {
+                ASSERT_EQ(on_demand.instructions[i].opcode, whole.instructions[i].opcode);
+                ASSERT_EQ(uses_of(on_demand, on_demand.instructions[i]),
+                          uses_of(whole, whole.instructions[i]));
+            }
+        }
+    }
+    EXPECT_GT(found_any, 100);
+    EXPECT_GT(left, 1'000) << "words that need not be decoded";
 }
 
 } // namespace

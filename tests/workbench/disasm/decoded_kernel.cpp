@@ -304,4 +304,61 @@ TEST(DecodedInstructions, AreNotModelledIfTheirEffectsAreUnknown)
         EXPECT_FALSE(modelled(line)) << line;
 }
 
+TEST(DecodedInstructions, ContinueAtTheNextOneAndAreNotInterpretedIfPlain)
+{
+    const unsigned seed = support::random_seed();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    std::size_t plain = 0;
+    const auto check = [&](std::uint32_t word) {
+        if (!vorna::workbench::is_plain(word))
+            return;
+        ++plain;
+        const decoded_kernel code = vorna::workbench::decode_word(word);
+        const instruction& at = code.instructions.front();
+        ASSERT_EQ(at.flow, control_flow::next) << std::hex << word;
+        ASSERT_EQ(at.kind, vorna::workbench::instruction_kind::other) << std::hex << word;
+        ASSERT_FALSE(at.pc_relative) << std::hex << word;
+    };
+    const std::size_t count = support::test_size(400'000, 10'000'000);
+    for (std::size_t i = 0; i < count; ++i)
+        check(static_cast<std::uint32_t>(random()));
+    for (std::uint32_t word = 0; word < 0x20000; word += 0x101)
+        check(word);
+    EXPECT_GT(plain, count / 2);
+    EXPECT_LT(plain, count);
+}
+
+// Words whose entries in the cache of decoded words collide, or are used again.
+TEST(DecodedInstructions, AreTheSameEachTime)
+{
+    std::mt19937 random(1);
+    std::vector<std::uint32_t> words(5'000);
+    for (std::uint32_t& word : words)
+        word = 0x8b000000 | (static_cast<std::uint32_t>(random()) & 0x1f03ff); // add xd, xn, xm
+    placed_kernel kernel;
+    for (int repeat = 0; repeat < 2; ++repeat) {
+        for (const std::uint32_t word : words) {
+            for (unsigned byte = 0; byte < 4; ++byte)
+                kernel.text.push_back(static_cast<std::uint8_t>(word >> 8 * byte));
+        }
+    }
+    kernel.relocs = {{"k", 8, 283, 0}};
+    const decoded_kernel code = decode_kernel(kernel);
+    for (std::size_t i = 0; i < code.instructions.size(); ++i) {
+        const instruction& at = code.instructions[i];
+        const std::uint32_t word = words[i % words.size()];
+        ASSERT_EQ(at.word, word);
+        ASSERT_EQ(opcode_name(at.opcode), "ADDXrs");
+        const auto operands = operands_of(code, at);
+        const auto name = [](std::uint32_t number) {
+            return number == 31 ? vorna::workbench::zero_register : static_cast<register_id>(number);
+        };
+        ASSERT_EQ(operands[0].registers[0], name(word & 31));
+        ASSERT_EQ(operands[1].registers[0], name(word >> 5 & 31));
+        ASSERT_EQ(operands[2].registers[0], name(word >> 16 & 31));
+        ASSERT_EQ(at.relocated != vorna::workbench::word_relocation::none, i == 2);
+    }
+}
+
 } // namespace
