@@ -162,6 +162,8 @@ class Page(unittest.TestCase):
         shutil.copytree(cls.few_dumps, after)
         os.remove(os.path.join(after, "38"))
         cls.comparison = make_report(after, cls.path("comparison.html"), "--against", before)
+        cls.all_columns = make_report(os.path.join(PERF_SAMPLE, "dumps"), cls.path("all.html"), "--perf-script", text,
+                                      "--against", os.path.join(PERF_SAMPLE, "dumps"))
 
     @classmethod
     def path(cls, name):
@@ -467,7 +469,7 @@ class Page(unittest.TestCase):
         self.assertIn("reads x0-x2; writes x0, x3, nzcv; ", self.texts("#registers .facts")[1])
 
     def test_columns_fit_a_wide_screen_and_the_name_stays_on_a_narrow_one(self):
-        for page in (self.few, self.profile, self.comparison):
+        for page in (self.few, self.comparison, self.all_columns):
             self.open(page)
             self.size(1400, 900)
             box = "document.getElementById(':table-box')"

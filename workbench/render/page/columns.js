@@ -13,7 +13,7 @@ const columns = [
     {key: 'delta', title: '± Instr.', meaning: 'instructions more or fewer than before', there: Boolean(model.classes)},
     {key: 'load', title: 'Load', meaning: 'instructions that read memory', also: ['loads']},
     {key: 'store', title: 'Store', meaning: 'instructions that write memory only', also: ['stores']},
-    {key: 'fp', title: 'FP, SIMD', meaning: 'instructions on floating-point and vector registers', also: ['simd']},
+    {key: 'fp', title: 'FP', meaning: 'instructions on floating-point and vector registers', also: ['simd']},
     {key: 'integer', title: 'Integer', meaning: 'instructions on general registers', also: ['integers', 'int']},
     {key: 'branch', title: 'Branch', meaning: 'branches, calls and returns', also: ['branches']},
     {key: 'stack', title: 'Stack', meaning: 'bytes, ? if unknown'},

@@ -78,7 +78,7 @@ function drawMap() {
             addUnknown(zoomed, dataAt);
             const link = svg('svg', {class: 'beam', viewBox: '0 0 100 10', preserveAspectRatio: 'none', 'aria-hidden': true},
                 svg('path', {d: `M0 0H100L${100 * share * dataAt / size} 10H0z`}));
-            strips.append(make('p', {class: 'note-of-strip'}, `code, enlarged ${withSeparators(Math.round(size / dataAt / share))} times; the whole to scale below`),
+            strips.append(make('p', {}, `code, enlarged ${withSeparators(Math.round(size / dataAt / share))} times; the whole to scale below`),
                 zoomed, link);
         }
         for (const isData of [false, true])
