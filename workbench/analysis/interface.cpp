@@ -2,6 +2,7 @@
 
 #include "workbench/analysis/calling_convention.hpp"
 #include "workbench/analysis/liveness.hpp"
+#include "workbench/disasm/features.hpp"
 
 #include <algorithm>
 #include <elf.h>
@@ -73,11 +74,13 @@ kernel_interface interface_of(const decoded_kernel& code, const code_map& map)
     const std::vector<register_set> live = find_live_registers(code, map);
     find_peaks(code, map, made, live);
     register_set written;
+    feature_set needed;
     for (std::size_t i = 0; i < code.instructions.size(); ++i) {
         const instruction& at = code.instructions[i];
         if (map.uses[i] != word_use::code)
             continue;
         written |= defs_of(code, at);
+        needed |= features_of(at);
         made.followed = made.followed && at.decoded && at.flow != control_flow::jump;
         if (at.flow == control_flow::indirect_call)
             add_once(made.calls, name_of_register(operands_of(code, at)[0].registers[0]));
@@ -92,6 +95,7 @@ kernel_interface interface_of(const decoded_kernel& code, const code_map& map)
     read.reset(link_register);
     read.reset(stack_pointer);
     made.reads = names_of(read & ~preserved_registers());
+    made.needs = feature_names(needed);
     made.writes = names_of(written & ~preserved_registers());
     return made;
 }

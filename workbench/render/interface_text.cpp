@@ -50,6 +50,7 @@ std::string run_text(const std::vector<std::string>& names, std::size_t begin, s
 std::string saves_text(const std::vector<saved_register>& saves)
 {
     std::vector<std::string> names;
+    names.reserve(saves.size());
     for (const saved_register& saved : saves)
         names.push_back(saved.name);
     std::string text;

@@ -118,7 +118,7 @@ TEST(InterfaceLines, HaveAtMost100Columns)
 
 TEST(InterfaceLines, FillALineToItsLastColumn)
 {
-    for (const std::size_t size : {75, 76, 77}) {
+    for (const std::size_t size : {75U, 76U, 77U}) {
         kernel_interface made;
         made.stack = 0;
         made.needs = {std::string(size, 'f')}; // with "  stack 0 bytes; needs ": 98 columns and more

@@ -110,9 +110,11 @@ kernel outer
     EXPECT_EQ(inner["reads"], array({"v1", "v2"}));
     EXPECT_EQ(inner["writes"], array({"v0"}));
     EXPECT_EQ(inner["calls"], array::array());
+    EXPECT_EQ(inner["needs"], array({"neon"}));
     EXPECT_EQ(inner["live"]["vector"], nlohmann::json({{"most", 2}, {"offset", 0}}));
     const nlohmann::json outer = model["kernels"][1]["interface"];
     EXPECT_EQ(outer["calls"], array({"x3", "inner"}));
+    EXPECT_EQ(outer["needs"], array({"sve"}));
     EXPECT_EQ(outer["live"]["predicate"], nlohmann::json({{"most", 1}, {"offset", 16}}));
     // The page has links to kernels, so only calls through registers are in the text.
     EXPECT_THAT(listing_of(input_of(set), 1)["interface"],

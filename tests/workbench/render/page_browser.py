@@ -450,7 +450,7 @@ class Page(unittest.TestCase):
         names = {"r": "registers", "v": "vectors", "p": "predicated"}
         for text, expected in (("vectors>=6", "v"), ("vectors<6", "rp"), ("vector = 1", "p"), ("general>2", "r"), ("gprs>2", "r"),
                                ("predicates>0", "p"), ("predicates=0", "rv"),
-                               ("needs>=0", "rvp"), ("spills=0", "rvp"),
+                               ("needs:sve", "p"), ("needs:neon", "v"), ("needs:sv", ""), ("needs=0", "r"), ("spills=0", "rvp"),
                                ("reads:x1", "r"), ("reads:x", ""), ("reads=X2", "r"), ("reads!=x1", "vp"), ("-reads:x1", "vp"),
                                ("reads:v1", "v"), ("read>5", "v"), ("reads<=3", "rp"), ("writes:nzcv", "r"), ("saves:x19", ""),
                                ("saves>0", ""), ("saves=0", "rvp"), ("writes>", "rvp")):
