@@ -10,6 +10,7 @@
 #include <cstring>
 #include <elf.h>
 #include <gtest/gtest.h>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -32,22 +33,36 @@ inline std::string run_assembler(const std::string& source, const std::vector<st
     return contents(directory.path() / "result");
 }
 
-/// The words of lines of assembly.
+/// The words of lines of assembly, one instruction each. Throws std::runtime_error. A process assembles each
+/// distinct line once.
 inline std::vector<std::uint32_t> assemble(const std::vector<std::string>& lines)
 {
+    static std::map<std::string, std::uint32_t> known;
     std::string source;
-    for (const std::string& line : lines)
-        source += line + "\n";
-    const std::string listing = run_assembler(source, {"-show-encoding"});
-    std::vector<std::uint32_t> words;
+    std::vector<std::string> unknown;
+    for (const std::string& line : lines) {
+        if (known.count(line) == 0) {
+            unknown.push_back(line);
+            source += line + "\n";
+        }
+    }
+    const std::string listing = unknown.empty() ? "" : run_assembler(source, {"-show-encoding"});
     const std::string mark = "encoding: [";
-    for (std::size_t at = 0; (at = listing.find(mark, at)) != std::string::npos;) {
+    std::size_t at = 0;
+    for (const std::string& line : unknown) {
+        at = listing.find(mark, at);
+        if (at == std::string::npos)
+            throw std::runtime_error("not an instruction: " + line);
         std::uint32_t word = 0;
         at += mark.size();
         for (unsigned byte = 0; byte < 4; ++byte, at = listing.find_first_of(",]", at) + 1)
             word |= static_cast<std::uint32_t>(std::stoul(listing.substr(at, 4), nullptr, 0)) << 8 * byte;
-        words.push_back(word);
+        known[line] = word;
     }
+    std::vector<std::uint32_t> words;
+    words.reserve(lines.size());
+    for (const std::string& line : lines)
+        words.push_back(known.at(line));
     return words;
 }
 

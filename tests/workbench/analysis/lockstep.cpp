@@ -286,6 +286,14 @@ TEST(Lockstep, ForgetsRegistersThatACallMayChange)
         "doubt");
     EXPECT_EQ(change_of_layout(around({"adr x9, dataAT"}, {"ldr x10, [x9]", "str x10, [x0]"})), "doubt");
     EXPECT_EQ(change_of_layout(around({"adr x7, dataAT", "ldr x9, [x7]"}, nothing)), "doubt"); // an argument
+    // A load that keeps a part of its register, and one with a register as the offset of writeback.
+    EXPECT_EQ(change_of_layout(around(nothing, {"adr x9, dataAT", "ld1r {v16.2d}, [x9]", "str q16, [x0]"})),
+              "layout");
+    EXPECT_EQ(change_of_layout(around(nothing, {"adr x9, dataAT", "ld1 {v16.d}[1], [x9]", "str q16, [x0]"})),
+              "doubt");
+    EXPECT_EQ(
+        change_of_layout(around(nothing, {"adr x9, dataAT", "ld1r {v16.2d}, [x9], x10", "str q16, [x0]"})),
+        "doubt");
     EXPECT_EQ(change_of_names(around({"mov xA, #1", "str xA, [x1]"}, nothing)), "registers");
     EXPECT_EQ(change_of_names(around({"mov xA, #1", "mov xB, #1"}, {"str xA, [x0]"})), "code");
     EXPECT_EQ(change_of_names(around({"mov xA, #1"}, {"mov xA, #2", "str xA, [x0]"})), "registers");
