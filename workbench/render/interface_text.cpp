@@ -152,9 +152,11 @@ std::vector<std::string> interface_lines(const kernel_interface& interface, int 
     };
     for (std::string_view field : fields_of(interface, offset_digits)) {
         add(field, "; ", "  ");
-        // A field that is longer than a line is broken after commas.
+        // A field that is longer than a line is broken after the last comma that fits, or the first one.
         while (line.size() > most_columns) {
-            const std::size_t comma = line.rfind(", ", most_columns - 1);
+            std::size_t comma = line.rfind(", ", most_columns - 1);
+            if (comma == std::string::npos)
+                comma = line.find(", ");
             if (comma == std::string::npos)
                 break;
             lines.push_back(line.substr(0, comma + 1));

@@ -89,6 +89,14 @@ TEST(InterfaceText, SaysWhereRegistersAreSavedInRunsOfOneStride)
               "cfa-96, v12 at cfa-72, x30 at cfa+16; stack 112 bytes");
 }
 
+TEST(InterfaceText, JoinsNoRegistersThatLieInDescendingOrder)
+{
+    kernel_interface made;
+    made.stack = 32;
+    made.saves = {{"x19", -8, 0}, {"x20", -16, 4}, {"x21", -24, 8}};
+    EXPECT_EQ(interface_text(made), "saves x19 at cfa-8, x20 at cfa-16, x21 at cfa-24; stack 32 bytes");
+}
+
 TEST(InterfaceLines, HaveAtMost100Columns)
 {
     EXPECT_THAT(
@@ -114,6 +122,21 @@ TEST(InterfaceLines, HaveAtMost100Columns)
             "    " + std::string(120, 'c') + ";",
             "  may return otherwise than by x30; max live 5 general (+10), 1 vector (+04), 2 predicate (+1c);",
             "  needs neon, dotprod; incomplete, see 'unfollowed' in check"));
+}
+
+TEST(InterfaceLines, AreBrokenAfterTheFirstCommaWhereNoneFits)
+{
+    kernel_interface made;
+    made.stack = 0;
+    for (const std::size_t size : {91U, 92U, 120U}) { // with "  calls " and a comma: 100 columns and more
+        made.calls = {std::string(size, 'a'), "b", "c"};
+        EXPECT_THAT(interface_lines(made),
+                    ElementsAre("  stack 0 bytes;", "  calls " + std::string(size, 'a') + ",", "    b, c"));
+    }
+    made.calls = {std::string(45, 'a'), std::string(45, 'b'), "c"}; // the second comma is in column 101
+    EXPECT_THAT(interface_lines(made),
+                ElementsAre("  stack 0 bytes;", "  calls " + std::string(45, 'a') + ",",
+                            "    " + std::string(45, 'b') + ", c"));
 }
 
 TEST(InterfaceLines, FillALineToItsLastColumn)
