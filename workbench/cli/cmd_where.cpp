@@ -1,3 +1,5 @@
+#include "workbench/analysis/code_map.hpp"
+#include "workbench/analysis/interface.hpp"
 #include "workbench/analysis/locate_address.hpp"
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/print_json.hpp"
@@ -6,6 +8,7 @@
 #include "workbench/os/file.hpp"
 #include "workbench/render/color.hpp"
 #include "workbench/render/excerpt.hpp"
+#include "workbench/render/interface_text.hpp"
 #include "workbench/render/listing.hpp"
 #include "workbench/text/constants.hpp"
 
@@ -37,14 +40,20 @@ std::optional<std::uint64_t> parse_address(std::string_view text)
     return address;
 }
 
+struct listed_kernel {
+    const placed_kernel* kernel = nullptr;
+    kernel_listing listing;
+    kernel_interface interface;
+};
+
 /// An address, and what lies there.
 struct found_address {
     const kernel_set& set;
     address_location location;
-    const kernel_listing* listing = nullptr; ///< of the kernel whose code contains the address
-    std::size_t row = 0;                     ///< in the listing
-    std::size_t value_offset = 0;            ///< in the constants, of the value there
-    std::optional<constant> value;           ///< eight bytes, counted from the first constant
+    const listed_kernel* listed = nullptr; ///< the kernel whose code contains the address
+    std::size_t row = 0;                   ///< in the listing
+    std::size_t value_offset = 0;          ///< in the constants, of the value there
+    std::optional<constant> value;         ///< eight bytes, counted from the first constant
 };
 
 constant constant_at(const placed_kernel& kernel, std::size_t offset)
@@ -58,9 +67,11 @@ void print_text(const found_address& found, bool colored)
     const address_location& at = found.location;
     fmt::print("{}  {}\n", colorize(fmt::format("{:#x}", at.address), color::bold, colored),
                location_text(found.set, at));
-    if (found.listing != nullptr) {
-        const placed_kernel& kernel = found.set.kernels[*at.kernel];
-        fmt::print("{}", excerpt_text(found.listing->rows, found.row, offset_digits(kernel), colored));
+    if (found.listed != nullptr) {
+        const int digits = offset_digits(*found.listed->kernel);
+        for (const std::string& line : interface_lines(found.listed->interface, digits))
+            fmt::print("{}\n", colorize(line, color::dim, colored));
+        fmt::print("{}", excerpt_text(found.listed->listing.rows, found.row, digits, colored));
     }
     if (found.value) {
         const std::string number = probable_double(*found.value);
@@ -82,10 +93,13 @@ json to_json(const found_address& found)
                                                                                        : json("code");
     object["value"] = found.value ? json("0x" + hexadecimal(*found.value)) : json();
     object["rows"] = json::array();
-    if (found.listing != nullptr) {
-        const row_range range = excerpt_range(found.listing->rows.size(), found.row);
+    object["interface"] = json();
+    if (found.listed != nullptr) {
+        object["interface"] = interface_json(found.listed->interface);
+        const std::vector<listing_row>& rows = found.listed->listing.rows;
+        const row_range range = excerpt_range(rows.size(), found.row);
         for (std::size_t i = range.begin; i < range.end; ++i) {
-            json row = row_to_json(found.listing->rows[i]);
+            json row = row_to_json(rows[i]);
             row["marked"] = i == found.row;
             object["rows"].push_back(row);
         }
@@ -114,9 +128,9 @@ public:
         found_address found{read_.set, locate_address(read_.set, *address), nullptr, 0, 0, std::nullopt};
         const address_location& at = found.location;
         if (at.part == address_part::code) {
-            found.listing = listing_of(read_.set.kernels[*at.kernel]);
-            if (found.listing != nullptr)
-                found.row = row_at(found.listing->rows, at.offset);
+            found.listed = list(read_.set.kernels[*at.kernel]);
+            if (found.listed != nullptr)
+                found.row = row_at(found.listed->listing.rows, at.offset);
         }
         if (at.part == address_part::constants) {
             found.value_offset = static_cast<std::size_t>(at.offset) / 8 * 8;
@@ -140,19 +154,22 @@ public:
 
 private:
     // The last one is kept, since neighbouring addresses are often of one kernel.
-    const kernel_listing* listing_of(const placed_kernel& kernel)
+    const listed_kernel* list(const placed_kernel& kernel)
     {
-        if (&kernel == listed_)
-            return &listing_;
+        if (listed_.kernel == &kernel)
+            return &listed_;
         try {
-            listing_ = list_kernel(read_.set, kernel, disassembler_);
+            listed_.listing = list_kernel(read_.set, kernel, disassembler_);
         } catch (const std::runtime_error& error) {
+            listed_.kernel = nullptr;
             print_error(error.what());
             read_.had_errors = true;
             return nullptr;
         }
-        listed_ = &kernel;
-        return &listing_;
+        listed_.kernel = &kernel;
+        const decoded_kernel code = decode_kernel(kernel);
+        listed_.interface = interface_of(code, map_code(code, find_entries(read_.set, kernel)));
+        return &listed_;
     }
 
     const where_options& options_;
@@ -160,8 +177,7 @@ private:
     bool colored_;
     bool all_found_ = true;
     disassembler disassembler_;
-    const placed_kernel* listed_ = nullptr;
-    kernel_listing listing_;
+    listed_kernel listed_;
     std::optional<json_array_document> document_;
 };
 

@@ -22,6 +22,8 @@ An address in a kernel's code, with "0x" and zeros in front or without:
   > END
   $ vorna-kernels where dumps 0x7f000000100c
   0x7f000000100c  twice+0xc
+    reads x0, v0, .rodata; writes x0, x1, v0, v1, nzcv; stack unknown;
+    max live 3 general (+04), 2 vector (+0c)
       +04  91010021  add   x1, x1, :lo12:.rodata
       .L8:
       +08  fd400421  ldr   d1, [x1, #8]                 ; .rodata+0x8  2.0
@@ -30,11 +32,14 @@ An address in a kernel's code, with "0x" and zeros in front or without:
       +14  54ffffa1  b.ne  .L8
   $ vorna-kernels where dumps 7f0000001000 0x00007f0000001024
   0x7f0000001000  twice+0x0
+    reads x0, v0, .rodata; writes x0, x1, v0, v1, nzcv; stack unknown;
+    max live 3 general (+04), 2 vector (+0c)
     > +00  90000001  adrp  x1, .rodata
       +04  91010021  add   x1, x1, :lo12:.rodata
       .L8:
       +08  fd400421  ldr   d1, [x1, #8]                 ; .rodata+0x8  2.0
   0x7f0000001024  caller+0x4
+    writes x30; stack unknown; calls twice; max live 2 general (+00), 1 vector (+08)
       +00  a9bf7bfd  stp   x29, x30, [sp, #-16]!
     > +04  97fffff7  bl    twice
       +08  a8c17bfd  ldp   x29, x30, [sp], #16
@@ -65,6 +70,8 @@ From standard input, one a line:
 
   $ printf '  0x7f0000001008\t\n\n400a3c\r\n' | vorna-kernels where dumps
   0x7f0000001008  twice+0x8
+    reads x0, v0, .rodata; writes x0, x1, v0, v1, nzcv; stack unknown;
+    max live 3 general (+04), 2 vector (+0c)
       +00  90000001  adrp  x1, .rodata
       +04  91010021  add   x1, x1, :lo12:.rodata
       .L8:
@@ -147,7 +154,34 @@ As JSON, and in colour:
             "label": "",
             "marked": false
           }
-        ]
+        ],
+        "interface": {
+          "reads": [],
+          "writes": [
+            "x30"
+          ],
+          "saves": [],
+          "calls": [
+            "twice"
+          ],
+          "stack": null,
+          "needs": [],
+          "live": {
+            "general": {
+              "most": 2,
+              "offset": 0
+            },
+            "vector": {
+              "most": 1,
+              "offset": 8
+            },
+            "predicate": {
+              "most": 0,
+              "offset": 0
+            }
+          },
+          "followed": true
+        }
       },
       {
         "address": "0x7f0000001048",
@@ -156,7 +190,8 @@ As JSON, and in colour:
         "offset": 8,
         "after": null,
         "value": "0x4000000000000000",
-        "rows": []
+        "rows": [],
+        "interface": null
       },
       {
         "address": "0x7f000000103c",
@@ -165,7 +200,8 @@ As JSON, and in colour:
         "offset": 28,
         "after": "code",
         "value": null,
-        "rows": []
+        "rows": [],
+        "interface": null
       },
       {
         "address": "0x0",
@@ -174,13 +210,15 @@ As JSON, and in colour:
         "offset": null,
         "after": null,
         "value": null,
-        "rows": []
+        "rows": [],
+        "interface": null
       }
     ]
   }
   [1]
   $ vorna-kernels where dumps --color=always 7f0000001020
   \x1b[1m0x7f0000001020\x1b[0m  caller+0x0 (esc)
+  \x1b[2m  writes x30; stack unknown; calls twice; max live 2 general (+00), 1 vector (+08)\x1b[0m (esc)
   \x1b[1m  > +00  a9bf7bfd  stp   x29, x30, [sp, #-16]!\x1b[0m (esc)
       +04  97fffff7  bl    twice
       +08  a8c17bfd  ldp   x29, x30, [sp], #16
