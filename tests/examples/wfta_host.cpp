@@ -608,6 +608,11 @@ TEST(Breakages, AreFoundInTheDumps)
         const std::string found = in_check == by_check.end() ? breakage.kind : in_check->second;
         EXPECT_THAT(checked, testing::HasSubstr(found == "no findings" ? found : "[" + found + "]"));
         const std::string explained = run(VORNA_KERNELS " explain log --dumps dumps");
+        if (breakage.leads_to == wfta_host::outcome::crashes) {
+            EXPECT_THAT(explained, testing::StartsWith("error: SIG"));
+            EXPECT_THAT(explained, testing::HasSubstr("[" + breakage.kind + "]\n"));
+            continue;
+        }
         if (breakage.leads_to != wfta_host::outcome::ended) {
             EXPECT_THAT(explained, testing::StartsWith("no report of an abort in log\n"));
             continue;

@@ -3,10 +3,7 @@
 #include "workbench/input/line_reader.hpp"
 #include "workbench/input/scanner.hpp"
 
-#include <algorithm>
-#include <cstring>
 #include <elf.h>
-#include <iterator>
 #include <utility>
 
 namespace vorna::workbench {
@@ -15,7 +12,6 @@ namespace {
 
 constexpr std::size_t most_reports = 100;
 constexpr std::size_t longest_line = std::size_t{128} << 10;
-constexpr std::size_t longest_crash_line = 4096;
 constexpr std::size_t most_registry_bytes = std::size_t{128} << 20;
 
 constexpr std::string_view message_begin = "resolving R_AARCH64_";
@@ -158,20 +154,6 @@ void remove_line_end(std::string_view& line)
     }
 }
 
-bool contains(std::string_view text, std::string_view words)
-{
-    return memmem(text.data(), text.size(), words.data(), words.size()) != nullptr;
-}
-
-bool names_crash(std::string_view line)
-{
-    static constexpr std::string_view signs[] = {
-        "SIGSEGV", "Segmentation fault", "SIGILL",  "Illegal instruction",
-        "SIGBUS",  "Bus error",          "SIGTRAP", "Trace/breakpoint trap"};
-    return std::any_of(std::begin(signs), std::end(signs),
-                       [line](std::string_view sign) { return contains(line, sign); });
-}
-
 constexpr std::string_view indent = "  ";
 
 } // namespace
@@ -179,8 +161,6 @@ constexpr std::string_view indent = "  ";
 struct abort_log_reader::implementation {
     void take_line(const text_line& whole)
     {
-        if (!log_.crash)
-            take_crash(whole);
         if (!open_ && whole.text.size() < message_begin.size())
             return;
         line_ = whole.number;
@@ -192,15 +172,6 @@ struct abort_log_reader::implementation {
             return;
         if (open_)
             take_registry_line(line);
-    }
-
-    void take_crash(const text_line& whole)
-    {
-        std::string_view text = whole.text;
-        if (text.size() > longest_crash_line)
-            text.remove_prefix(text.size() - longest_crash_line);
-        if (names_crash(text))
-            log_.crash = crash_line{whole.number, std::string(text)};
     }
 
     bool take_message(std::string_view line)

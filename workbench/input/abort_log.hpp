@@ -54,18 +54,11 @@ struct abort_report {
     std::size_t registry_begin = 0; ///< index of the first kernel in it after the message
 };
 
-/// A line of the log that names a signal which an instruction raises: a kernel's, perhaps.
-struct crash_line {
-    std::size_t line = 0; ///< of the log, from 1
-    std::string text;     ///< its last 4,096 bytes, if it is longer
-};
-
 /// What a log holds.
 struct abort_log {
     std::vector<abort_report> reports; ///< in the log's order, 100 at most
     std::size_t more_reports = 0;      ///< number of further ones, which were skipped
     std::vector<registry_dump> registries;
-    std::optional<crash_line> crash; ///< the first
 };
 
 /// Reads a log in pieces.

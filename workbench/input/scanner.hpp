@@ -4,10 +4,25 @@
 #include <algorithm>
 #include <charconv>
 #include <cstddef>
+#include <cstring>
 #include <string_view>
 #include <system_error>
 
 namespace vorna::workbench {
+
+/// Where the text contains the words, or npos. Much faster than string_view::find where their first letter is
+/// frequent.
+inline std::size_t find(std::string_view text, std::string_view words)
+{
+    const void* const at = memmem(text.data(), text.size(), words.data(), words.size());
+    return at == nullptr ? std::string_view::npos
+                         : static_cast<std::size_t>(static_cast<const char*>(at) - text.data());
+}
+
+inline bool contains(std::string_view text, std::string_view words)
+{
+    return find(text, words) != std::string_view::npos;
+}
 
 /// Functions that return a bool leave the rest of the line as it was when they return false.
 class scanner {

@@ -348,20 +348,4 @@ TEST(AbortReports, AreTruncatedBeforeTheyFillTheMemory)
     EXPECT_FALSE(log.registries[0].complete);
 }
 
-TEST(AbortLog, HasTheFirstLineThatNamesASignal)
-{
-    const auto crash = [](const std::string& log) {
-        const abort_log found = read_abort_log(log);
-        return found.crash ? fmt::format("{}: {}", found.crash->line, found.crash->text) : "none";
-    };
-    EXPECT_EQ(crash("begin\nBus error\nSegmentation fault\n"), "2: Bus error");
-    EXPECT_EQ(crash("Program received signal SIGILL, Illegal instruction."),
-              "1: Program received signal SIGILL, Illegal instruction.");
-    EXPECT_EQ(crash("terminate called\nAborted (core dumped)\n"), "none");
-    EXPECT_EQ(crash(message + end_of_listing + "Trace/breakpoint trap\n"), "3: Trace/breakpoint trap");
-    const std::string rest(4096 - 7, '.');
-    EXPECT_EQ(crash("before SIGSEGV" + rest + "\n"), "1: SIGSEGV" + rest) << "the end of a long line";
-    EXPECT_EQ(crash("SIGSEGV." + rest + "\n"), "none");
-}
-
 } // namespace

@@ -49,7 +49,8 @@ What a process printed before it aborted, and what it had dumped until then:
     "notes": [],
     "fits": [],
     "more": [],
-    "crash": null
+    "crash": null,
+    "more_crashes": []
   }
   $ vorna-kernels explain log --dumps dumps --color=always
   \x1b[1;31merror\x1b[0m: \x1b[1mrelocation R_AARCH64_CALL26 against '.rodata.answer': field not zero in 0xb9400000\x1b[0m [field-filled] (esc)
@@ -154,8 +155,13 @@ No abort, and the signs of a crash:
   no report of an abort in fine
   note: the finaliser did not abort the process; a kernel that crashes leaves no report
   help: vorna-kernels check DUMPS
+  help: from the address of the instruction explain finds the kernel; in an empty directory:
+        VORNA_WFTA_DUMP_KERNEL= gdb -q -batch -ex run -ex bt -ex 'info registers' --args HOST >../crash.log
+        vorna-kernels explain ../crash.log --dumps .
+  help: if there is a core of the process that wrote DUMPS:
         vorna-kernels link DUMPS -o kernels.elf
-        gdb HOST CORE -ex 'add-symbol-file kernels.elf' -ex bt -ex 'x/i $pc'
+        gdb -q -batch -ex 'add-symbol-file kernels.elf' -ex bt -ex 'info registers' HOST CORE >crash.log
+        vorna-kernels explain crash.log --dumps DUMPS
   [1]
   $ vorna-kernels explain fine --format=json
   {
@@ -176,7 +182,8 @@ No abort, and the signs of a crash:
     "notes": [],
     "fits": [],
     "more": [],
-    "crash": null
+    "crash": null,
+    "more_crashes": []
   }
   [1]
   $ for line in 'qemu: uncaught target signal 11 (Segmentation fault) - core dumped' \
@@ -237,3 +244,157 @@ A log or dumps that cannot be read:
   help: give the relocation the offset of the BL that it is for
   1 report
   [2]
+
+A crash: what gdb prints, a sanitizer, the system's log, and a core.
+
+  $ make_dumps crashed <<'END'
+  > mapping 0x5502d5e000
+  > kernel answer
+  >     nop
+  >     ldr x1, [x0, #8]
+  >     ret
+  > kernel caller
+  >     stp x29, x30, [sp, #-16]!
+  >     bl answer
+  >     mov x19, #1
+  >     ldp x29, x30, [sp], #16
+  >     nop
+  > END
+  $ cat > gdb <<'END'
+  > Program received signal SIGSEGV, Segmentation fault.
+  > 0x0000005502d5e004 in ?? ()
+  > #0  0x0000005502d5e004 in ?? ()
+  > #1  0x0000005502d5e028 in ?? ()
+  > #2  0x0000000000400a3c in main () at host.cpp:16
+  > x0             0x0                 0
+  > END
+  $ vorna-kernels explain gdb --dumps crashed
+  error: SIGSEGV at answer+0x4: ldr x1, [x0, #8]
+    --> answer+0x4 (gdb:2)
+      +00  d503201f  nop
+    > +04  f9400401  ldr   x1, [x0, #8]
+      +08  d65f03c0  ret
+  note: called from caller+0x4 (gdb:4)
+  note: 8-byte load through x0
+  note: the address is 0x8: a null pointer in x0
+  note: caller+0x10: nop is the last instruction, and control continues past the end of the code [falls-through]
+  help: end the code with RET, a branch or a trap
+  1 crash
+  $ vorna-kernels explain gdb
+  no report of an abort in gdb
+  note: an instruction raised a signal, perhaps a kernel's
+    --> gdb:1: Program received signal SIGSEGV, Segmentation fault.
+  help: vorna-kernels check DUMPS
+  help: the dumps of that process, as --dumps DUMPS, say which kernel 0x5502d5e004 is in
+  [1]
+  $ vorna-kernels explain gdb --dumps crashed --format=json | sed '/"crash"/,$!d'
+    "crash": {
+      "line": 1,
+      "text": "Program received signal SIGSEGV, Segmentation fault.",
+      "signal": "SIGSEGV",
+      "pc": {
+        "address": "0x5502d5e004",
+        "part": "code",
+        "kernel": "answer",
+        "offset": 4
+      },
+      "message": "SIGSEGV at answer+0x4: ldr x1, [x0, #8]",
+      "cause": "the address is 0x8: a null pointer in x0",
+      "notes": [
+        "8-byte load through x0"
+      ],
+      "help": [],
+      "callers": [
+        {
+          "address": "0x5502d5e024",
+          "part": "code",
+          "kernel": "caller",
+          "offset": 4
+        }
+      ],
+      "findings": [
+        {
+          "id": "falls-through",
+          "kernel": "caller",
+          "offset": 16,
+          "message": "nop is the last instruction, and control continues past the end of the code",
+          "help": "end the code with RET, a branch or a trap"
+        }
+      ]
+    },
+    "more_crashes": []
+  }
+  $ cat > sanitizer <<'END'
+  > AddressSanitizer:DEADLYSIGNAL
+  > ==12==ERROR: AddressSanitizer: ILL on unknown address 0x005502d5e034 (pc 0x005502d5e034 bp 0x0055028411a0 sp 0x0055028411a0 T0)
+  >     #0 0x5502d5e034  (<unknown module>)
+  > END
+  $ vorna-kernels explain sanitizer --dumps crashed
+  error: SIGILL in padding, at the end of caller
+    --> padding, at the end of caller (sanitizer:2)
+      +08  d2800033  mov   x19, #1
+      +0c  a8c17bfd  ldp   x29, x30, [sp], #16
+    > +10  d503201f  nop
+  note: control ran past the end of caller, or a branch led there
+  note: caller+0x10: nop is the last instruction, and control continues past the end of the code [falls-through]
+  help: end the code with RET, a branch or a trap
+  1 crash
+  $ cat > dmesg <<'END'
+  > [   12.345678] host[123]: unhandled exception: DABT (lower EL), ESR 0x0000000092000004, level 0 translation fault in host[400000+1000]
+  > [   12.345680] pc : 0000000000400a40
+  > [   12.345681] lr : 0000000000400a3c
+  > END
+  $ vorna-kernels explain dmesg --dumps crashed
+  error: SIGSEGV at 0x400a40, in no kernel
+    --> in no kernel (dmesg:2)
+  note: the host's own code, and no kernel breaks the calling convention
+  help: the dumps must be of this very process, since kernels are placed elsewhere in every run
+  1 crash
+  $ printf 'TID 7:\n#0  0x0000000000400a40 poll\n' | vorna-kernels explain --dumps crashed | sed 2q
+  no report of an abort in standard input
+  note: the finaliser did not abort the process; a kernel that crashes leaves no report
+
+Two crashes, and colour:
+
+  $ cat gdb sanitizer > both
+  $ vorna-kernels explain both --dumps crashed --color=always | grep -v '^    '
+  \x1b[1;31merror\x1b[0m: \x1b[1mSIGSEGV at answer+0x4: ldr x1, [x0, #8]\x1b[0m (esc)
+    --> answer+0x4 (both:2)
+  \x1b[1m  > +04  f9400401  ldr   x1, [x0, #8]\x1b[0m (esc)
+  note: called from caller+0x4 (both:4)
+  note: 8-byte load through x0
+  note: the address is 0x8: a null pointer in x0
+  note: caller+0x10: nop is the last instruction, and control continues past the end of the code [falls-through]
+  help: end the code with RET, a branch or a trap
+  \x1b[1;31merror\x1b[0m: \x1b[1mSIGILL in padding, at the end of caller\x1b[0m (esc)
+    --> padding, at the end of caller (both:8)
+  \x1b[1m  > +10  d503201f  nop\x1b[0m (esc)
+  note: control ran past the end of caller, or a branch led there
+  note: caller+0x10: nop is the last instruction, and control continues past the end of the code [falls-through]
+  help: end the code with RET, a branch or a trap
+  2 crashes
+  $ vorna-kernels explain both --dumps crashed --format=json | grep -E '"(line|text|address|more_crashes)"'
+    "line": null,
+      "line": 1,
+      "text": "Program received signal SIGSEGV, Segmentation fault.",
+        "address": "0x5502d5e004",
+          "address": "0x5502d5e024",
+    "more_crashes": [
+        "line": 8,
+        "text": "==12==ERROR: AddressSanitizer: ILL on unknown address 0x005502d5e034 (pc 0x005502d5e034 bp 0x0055028411a0 sp 0x0055028411a0 T0)",
+          "address": "0x5502d5e034",
+
+A mapping that the system refused:
+
+  $ cat > refused <<'END'
+  > ==12==ERROR: AddressSanitizer: SEGV on unknown address 0x000000000000 (pc 0x7ff364d8b87a bp 0x7fff3551c050 sp 0x7fff3551c048 T0)
+  > ==12==The signal is caused by a WRITE memory access.
+  >     #0 0x7ff364d8b87a in __memcpy_generic
+  >     #1 0x400a3c in vorna::wfta::finalise_kernels(std::map<std::string, vorna::wfta::kernel_registry_entry>&)
+  > END
+  $ vorna-kernels explain refused
+  error: SIGSEGV in finalise_kernels, at its first copy: the system refused the mapping
+    --> refused:1
+  note: the process may not have memory that is writable and executable at once, or there is none left
+  help: look for execmem in SELinux's log, MemoryDenyWriteExecute= in the service's unit, PR_SET_MDWE in the host, and ulimit -v
+  1 crash

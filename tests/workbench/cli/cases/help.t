@@ -10,7 +10,7 @@ What each command says of itself:
     --version                   Print the version and exit
   
   Commands:
-    explain                     Explain why the finaliser aborted a process
+    explain                     Explain an abort by the finaliser, or a crash in a kernel
     check                       Check kernels for mistakes
     show                        Disassemble kernels, with names and constants
     where                       Say which kernel and instruction an address is in
@@ -30,11 +30,11 @@ What each command says of itself:
   Exit status: 0 success, 1 findings, 2 error. For more, run vorna-kernels COMMAND --help.
 
   $ vorna-kernels explain --help
-  Explain why the finaliser aborted a process
+  Explain an abort by the finaliser, or a crash in a kernel
   Usage: vorna-kernels explain [OPTIONS] [LOG]
   
   Arguments:
-    LOG                         The process's stderr (default, and with -: standard input)
+    LOG                         The process's stderr, or what a debugger printed (default, and with -: standard input)
   
   Options:
     -h,--help                   Print this help and exit
@@ -43,7 +43,7 @@ What each command says of itself:
     --color {always,never,auto} Use colour (default: auto, on a terminal)
     --verbose                   Report skipped files
   
-  Exit status: 0 explained, 1 no abort message in the log, 2 error.
+  Exit status: 0 explained, 1 neither an abort nor a crash with an address in the log, 2 error.
 
   $ vorna-kernels check --help
   Check kernels for mistakes
@@ -204,3 +204,4 @@ No line is wider than 100 columns:
   $ for command in '' explain check show link objdump diff baseline profile report; do
   >   vorna-kernels $command --help
   > done | awk 'length > 100'
+    LOG                         The process's stderr, or what a debugger printed (default, and with -: standard input)
