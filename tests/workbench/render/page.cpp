@@ -8,6 +8,7 @@
 #include "tests/support/temp_directory.hpp"
 #include "tests/support/tool.hpp"
 #include "workbench/analysis/difference.hpp"
+#include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/render/page/page_model.hpp"
 #include "workbench/text/percent.hpp"
 
@@ -91,7 +92,7 @@ TEST(PageModel, HasTheFactsOfEachKernel)
     EXPECT_FALSE(model.contains("profile"));
 }
 
-TEST(PageModel, HoldsTheInterfaceOfEachKernel)
+TEST(PageModel, HasTheInterfaceOfEachKernel)
 {
     const std::vector<placed_kernel> kernels = kernels_of(R"(kernel inner
         fadd v0.2d, v1.2d, v2.2d
@@ -122,7 +123,7 @@ kernel outer
     EXPECT_THAT(listing_of(input_of(set), 0)["interface"], HasSubstr("reads v1, v2; writes v0; "));
 }
 
-TEST(PageModel, HoldsTheInterfaceOfARemovedKernelFromBefore)
+TEST(PageModel, HasTheInterfaceOfARemovedKernelFromBefore)
 {
     const kernel_set before = make_kernel_set(kernels_of("kernel old\n ldr x0, [x1]\n ret\n"));
     const kernel_set set = two_kernels();
@@ -295,6 +296,19 @@ TEST(PageModel, DoesNotListAKernelThatIsTooLong)
     words.pop_back();
     const kernel_set longest = make_kernel_set({placed("long", 0x10000, words)});
     EXPECT_EQ(listing_of(input_of(longest), 0)["rows"]["words"].size(), 50000U);
+}
+
+TEST(PageModel, DoesNotFollowAKernelThatIsTooLong)
+{
+    std::vector<std::uint32_t> words(largest_decoded_code / 4, 0x8b020020); // add x0, x1, x2
+    const kernel_set longest = make_kernel_set({placed("long", 0x10000, words)});
+    EXPECT_EQ(overview_of(input_of(longest))["kernels"][0]["interface"]["reads"], array({"x1", "x2"}));
+    words.push_back(a64::ret());
+    const kernel_set too_long = make_kernel_set({placed("long", 0x10000, words)});
+    const nlohmann::json kernel = overview_of(input_of(too_long))["kernels"][0];
+    EXPECT_EQ(kernel["integer"], largest_decoded_code / 4);
+    EXPECT_EQ(kernel["interface"]["reads"], array::array());
+    EXPECT_EQ(kernel["interface"]["followed"], false);
 }
 
 TEST(PageModel, HasTheFirstBytesOfLongConstants)

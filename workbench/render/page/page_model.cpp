@@ -100,7 +100,10 @@ void analyse(const kernel_set& set, entry& one)
     const decoded_kernel code = decode_kernel(*one.kernel);
     for (const instruction& at : code.instructions)
         ++one.counts[static_cast<std::size_t>(class_of(code, at))];
-    one.interface = interface_of(code, map_code(code, find_entries(set, *one.kernel)));
+    if (one.kernel->text.size() <= largest_decoded_code)
+        one.interface = interface_of(code, map_code(code, find_entries(set, *one.kernel)));
+    else
+        one.interface.followed = false;
 }
 
 model collect(const page_input& input)
