@@ -103,6 +103,43 @@ if(NOT VORNA_WFTA_WORKBENCH_LINKS)
   return()
 endif()
 
+# `cost` needs LLVM's machine-code analyser as well.
+execute_process(COMMAND ${LLVM_CONFIG} --link-static --libfiles mca aarch64disassembler
+  OUTPUT_VARIABLE llvm_libraries_with_mca ERROR_QUIET OUTPUT_STRIP_TRAILING_WHITESPACE)
+separate_arguments(llvm_libraries_with_mca)
+set(VORNA_WFTA_COST OFF)
+if(llvm_libraries_with_mca)
+  set(CMAKE_REQUIRED_INCLUDES ${llvm_include})
+  set(CMAKE_REQUIRED_LIBRARIES ${llvm_libraries_with_mca} ${llvm_system_libraries})
+  check_cxx_source_compiles("
+#include <llvm/MC/MCSubtargetInfo.h>
+#include <llvm/MC/MCRegisterInfo.h>
+#include <llvm/MCA/Context.h>
+#include <llvm/MCA/CustomBehaviour.h>
+#include <llvm/MCA/InstrBuilder.h>
+int main(int argc, char** argv)
+{
+    const auto* const subtarget = reinterpret_cast<const llvm::MCSubtargetInfo*>(argv);
+    const auto* const registers = reinterpret_cast<const llvm::MCRegisterInfo*>(argv);
+    if (argc < 2)
+        return 0;
+    llvm::mca::Context context(*registers, *subtarget);
+    return subtarget->getAllProcessorDescriptions().size() > 1 ? 1 : 0;
+}" VORNA_WFTA_MCA_LINKS)
+  unset(CMAKE_REQUIRED_INCLUDES)
+  unset(CMAKE_REQUIRED_LIBRARIES)
+  if(VORNA_WFTA_MCA_LINKS)
+    set(llvm_libraries ${llvm_libraries_with_mca})
+    set(VORNA_WFTA_COST ON)
+  endif()
+endif()
+if(NOT VORNA_WFTA_COST)
+  message(STATUS "The workbench is built without cost, since LLVM ${llvm_version} has no usable libLLVMMCA")
+endif()
+
+# The tests compare with programs of the same LLVM.
+execute_process(COMMAND ${LLVM_CONFIG} --bindir OUTPUT_VARIABLE VORNA_WFTA_LLVM_PROGRAMS OUTPUT_STRIP_TRAILING_WHITESPACE)
+
 add_library(vorna_wfta_llvm INTERFACE)
 target_include_directories(vorna_wfta_llvm SYSTEM INTERFACE ${llvm_include})
 target_link_libraries(vorna_wfta_llvm INTERFACE ${llvm_libraries} ${llvm_system_libraries})

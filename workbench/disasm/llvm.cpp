@@ -26,7 +26,7 @@ static const llvm::Target& find_target()
     return *target;
 }
 
-static const llvm::Target& the_target()
+const llvm::Target& the_target()
 {
     static const llvm::Target& found = find_target();
     return found;

@@ -13,6 +13,10 @@
 #include <memory>
 #include <string>
 
+namespace llvm {
+class Target;
+}
+
 namespace vorna::workbench {
 
 /// Allows any characters in symbol names: kernel names are printed unquoted.
@@ -43,6 +47,7 @@ struct llvm_aarch64 {
 
 /// Created on first use. Thread-safe.
 const llvm_aarch64& the_llvm();
+const llvm::Target& the_target();
 
 /// One of LLVM's processors, which must exist.
 std::unique_ptr<llvm::MCSubtargetInfo> make_subtarget(const std::string& processor);
