@@ -6,7 +6,6 @@
 #include "workbench/os/file.hpp"
 #include "workbench/text/printable.hpp"
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -15,6 +14,7 @@
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace vorna::workbench {
 
@@ -45,24 +45,33 @@ void print_error(const std::string& text)
     std::fwrite(line.data(), 1, line.size(), stderr); // an error here cannot be reported
 }
 
+progress_line::progress_line(std::string what) : what_(std::move(what)), terminal_(is_terminal(stderr)) {}
+
+void progress_line::show(std::size_t done, std::size_t all)
+{
+    if (!terminal_)
+        return;
+    const clock::time_point now = clock::now();
+    if (now - start_ < std::chrono::seconds(1) || now - last_ < std::chrono::milliseconds(100))
+        return;
+    last_ = now;
+    shown_ = true;
+    fmt::print(stderr, "\r{} of {} {}\x1b[K", done, all, what_);
+}
+
+void progress_line::clear()
+{
+    if (shown_)
+        fmt::print(stderr, "\r\x1b[K");
+    shown_ = false;
+}
+
 read_result read_set(const std::vector<std::string>& paths, const common_options& options)
 {
-    using clock = std::chrono::steady_clock;
-    const bool terminal = is_terminal(stderr);
-    const clock::time_point start = clock::now();
-    clock::time_point last = start;
-    bool shown = false;
-    const auto progress = [&](std::size_t done, std::size_t all) {
-        const clock::time_point now = clock::now();
-        if (now - start < std::chrono::seconds(1) || now - last < std::chrono::milliseconds(100))
-            return;
-        last = now;
-        shown = true;
-        fmt::print(stderr, "\r{} of {} files\x1b[K", done, all);
-    };
-    dump_reading reading = read_dumps(paths, terminal ? reading_progress(progress) : reading_progress());
-    if (shown)
-        fmt::print(stderr, "\r\x1b[K");
+    progress_line line("files");
+    const auto progress = [&](std::size_t done, std::size_t all) { line.show(done, all); };
+    dump_reading reading = read_dumps(paths, progress);
+    line.clear();
     for (const std::string& error : reading.errors)
         print_error(error);
     if (options.verbose) {

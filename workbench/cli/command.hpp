@@ -4,6 +4,8 @@
 #include "workbench/cli/options.hpp"
 #include "workbench/kernels/kernel_set.hpp"
 
+#include <chrono>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -33,6 +35,22 @@ bool use_color(const common_options& options);
 
 /// Prints "vorna-kernels: " and the text as a line on stderr.
 void print_error(const std::string& text);
+
+/// "12 of 2000 kernels" on a terminal, as the last line of stderr, once a second has passed.
+class progress_line {
+public:
+    explicit progress_line(std::string what);
+    void show(std::size_t done, std::size_t all);
+    void clear();
+
+private:
+    using clock = std::chrono::steady_clock;
+    std::string what_;
+    bool terminal_;
+    clock::time_point start_ = clock::now();
+    clock::time_point last_ = start_;
+    bool shown_ = false;
+};
 
 /// The kernels read from the dumps that a command line names.
 struct read_result {
@@ -67,6 +85,7 @@ void add_diff(command_line& program, int& status);
 void add_profile(command_line& program, int& status);
 void add_report(command_line& program, int& status);
 void add_show(command_line& program, int& status);
+void add_cost(command_line& program, int& status);
 void add_where(command_line& program, int& status);
 void add_link(command_line& program, int& status);
 void add_objdump(

@@ -37,7 +37,7 @@ _vorna_kernels() {
     # Behind a directory of dumps come names of kernels, which are the names of its files.
     local word
     for word in "${words[@]:at:cword-at}"; do
-        if [[ -d $word && $command == @(show|profile|"baseline bless") ]]; then
+        if [[ -d $word && $command == @(show|cost|profile|"baseline bless") ]]; then
             local IFS=$'\n'
             # shellcheck disable=SC2207
             COMPREPLY=($(cd "$word" && compgen -f -- "$cur"))

@@ -30,6 +30,7 @@ static int run(int argc, char** argv)
         add_explain(program, status);
         add_check(program, status);
         add_show(program, status);
+        add_cost(program, status);
         add_where(program, status);
         add_link(program, status);
         add_objdump(program);

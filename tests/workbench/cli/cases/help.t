@@ -13,6 +13,7 @@ What each command says of itself:
     explain                     Explain an abort by the finaliser, or a crash in a kernel
     check                       Check kernels for mistakes
     show                        Disassemble kernels, with names and constants
+    cost                        Estimate the cycles that kernels take
     where                       Say which kernel and instruction an address is in
     link                        Link kernels into one ELF image, for gdb and perf
     objdump                     Stand in for objdump, so that perf annotate can show kernels
@@ -75,6 +76,25 @@ What each command says of itself:
     --unlinked                  Show the code as generated, before relocations are applied
     --live                      Show the live registers before each instruction
     --format {text,json}        Output format (default: text)
+    --color {always,never,auto} Use colour (default: auto, on a terminal)
+    --verbose                   Report skipped files
+  
+  Exit status: 0 success, 2 error.
+
+  $ vorna-kernels cost --help
+  Estimate the cycles that kernels take
+  Usage: vorna-kernels cost [OPTIONS] [DUMPS] [KERNEL...]
+  
+  Arguments:
+    DUMPS                       Directory of dumps, or one dump
+    KERNEL                      Kernels to estimate (default: all)
+  
+  Options:
+    -h,--help                   Print this help and exit
+    --cpu NAME[,NAME...]        Processors; help lists them (default: cortex-a55, neoverse-n1, neoverse-v2)
+    --explain                   List the instructions with latency, throughput, ports and waits
+    --format {text,json,markdown}
+                                Output format (default: text)
     --color {always,never,auto} Use colour (default: auto, on a terminal)
     --verbose                   Report skipped files
   

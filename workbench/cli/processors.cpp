@@ -1,0 +1,55 @@
+#include "workbench/cli/processors.hpp"
+
+#include "workbench/render/cost_text.hpp"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <stdexcept>
+
+namespace vorna::workbench {
+
+command_option add_processors(command_line& command, std::vector<std::string>& names, const std::string& what)
+{
+    return command.add_option("--cpu", names, what).delimiter(',').type_name("NAME[,NAME...]");
+}
+
+bool wants_processor_list(const std::vector<std::string>& names)
+{
+    return names.size() == 1 && names[0] == "help";
+}
+
+void print_processors()
+{
+    for (const processor_model& processor : processor_models()) {
+        const std::string order = processor.in_order ? "in order" : "out of order";
+        const std::string whose = processor.model.empty()  ? "no model"
+                                  : processor.is_its_own() ? order + ", a model of its own"
+                                                           : order + ", the model of " + processor.model;
+        fmt::print("{:<16} {}\n", processor.name, whose);
+    }
+}
+
+std::vector<std::string> default_processors()
+{
+    std::vector<std::string> names = {"cortex-a55", "neoverse-n1", "neoverse-v2"};
+#ifdef __aarch64__
+    const std::string native = native_processor();
+    if (!native.empty() && std::find(names.begin(), names.end(), native) == names.end())
+        names.insert(names.begin(), native);
+#endif
+    return names;
+}
+
+std::vector<std::unique_ptr<block_models>> load_models(const std::vector<std::string>& names)
+{
+    std::vector<std::unique_ptr<block_models>> models;
+    for (const std::string& name : names) {
+        const std::string found = name == "native" ? native_processor() : name;
+        if (found.empty())
+            throw std::runtime_error("LLVM does not know the processor that this program runs on");
+        models.push_back(std::make_unique<block_models>(found));
+    }
+    return models;
+}
+
+} // namespace vorna::workbench

@@ -1,0 +1,28 @@
+// The option --cpu of commands that say what code costs.
+#pragma once
+
+#include "workbench/analysis/cost.hpp"
+#include "workbench/cli/options.hpp"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vorna::workbench {
+
+/// Adds --cpu=NAME[,NAME...], described by `what`.
+command_option add_processors(command_line& command, std::vector<std::string>& names,
+                              const std::string& what);
+
+/// Whether the only name is "help".
+bool wants_processor_list(const std::vector<std::string>& names);
+void print_processors();
+
+/// The processors that are used without --cpu.
+std::vector<std::string> default_processors();
+
+/// A model for each name; "native" is the processor that this program runs on. Throws std::runtime_error for
+/// a name that LLVM does not know.
+std::vector<std::unique_ptr<block_models>> load_models(const std::vector<std::string>& names);
+
+} // namespace vorna::workbench

@@ -1,0 +1,38 @@
+// What a block costs, in words.
+#pragma once
+
+#include "workbench/analysis/cost.hpp"
+#include "workbench/disasm/disassembler.hpp"
+#include "workbench/kernels/kernel_set.hpp"
+
+#include <string>
+
+namespace vorna::workbench {
+
+/// "cortex-a55", "cortex-a72 (model of cortex-a57)".
+std::string processor_text(const processor_model& processor);
+
+/// "loop +0x30", "loop +0x30, depth 2", "outside loops", "all".
+std::string block_text(const cost_block& block);
+
+/// "12", "0.5": rounded to two decimal places.
+std::string cycles_text(double cycles);
+
+/// Why the block cannot be modelled; empty if it has no obstacle. "calls wfta_short_9 at +0x5c".
+std::string obstacle_text(const placed_kernel& kernel, const decoded_kernel& code, const cost_block& block);
+
+/// Why the processor's model does not cover the block; empty if it does.
+std::string gap_text(const placed_kernel& kernel, const cost_block& block, const modelled_block& modelled,
+                     disassembler& disassembler);
+
+/// "dependencies, 9 above the bound: ldr +0x30 > fmul +0x38 > fadd +0x3c".
+std::string limit_text(const placed_kernel& kernel, const cost_block& block, const block_cost& cost,
+                       disassembler& disassembler);
+
+/// The instructions of the chain, as indices in the block, without repetitions in a row.
+std::vector<std::size_t> chain_instructions(const block_cost& cost);
+
+/// "estimated by LLVM 19.1.7's scheduling models, ..."
+std::string cost_disclaimer();
+
+} // namespace vorna::workbench
