@@ -259,18 +259,22 @@ placed_kernel as_its_sections_say(const std::string& image)
     for (std::size_t i = 0; i < header->e_shnum; ++i) {
         const Elf64_Shdr& section = sections[i];
         const std::string name = string_at(header->e_shstrndx, section.sh_name);
-        const auto* const begin = reinterpret_cast<const std::uint8_t*>(image.data()) + section.sh_offset;
+        const auto bytes_of_section = [&] {
+            const auto begin = image.begin() + static_cast<std::ptrdiff_t>(section.sh_offset);
+            return bytes(begin, begin + static_cast<std::ptrdiff_t>(section.sh_size));
+        };
         if (section.sh_type == SHT_PROGBITS && name.rfind(".text.", 0) == 0) {
             kernel.name = name.substr(6);
             kernel.text_address = section.sh_addr;
-            kernel.text.assign(begin, begin + section.sh_size);
+            kernel.text = bytes_of_section();
         } else if (section.sh_type == SHT_PROGBITS && name.rfind(".rodata.", 0) == 0) {
             kernel.data_address = section.sh_addr;
-            kernel.data.assign(begin, begin + section.sh_size);
+            kernel.data = bytes_of_section();
         } else if (section.sh_type == SHT_RELA) {
             const Elf64_Shdr& symbols = sections[section.sh_link];
             for (std::size_t at = 0; at + sizeof(Elf64_Rela) <= section.sh_size; at += sizeof(Elf64_Rela)) {
-                const auto* const rela = reinterpret_cast<const Elf64_Rela*>(begin + at);
+                const auto* const rela =
+                    reinterpret_cast<const Elf64_Rela*>(image.data() + section.sh_offset + at);
                 const auto* const symbol = reinterpret_cast<const Elf64_Sym*>(
                     image.data() + symbols.sh_offset + ELF64_R_SYM(rela->r_info) * sizeof(Elf64_Sym));
                 kernel.relocs.push_back({string_at(symbols.sh_link, symbol->st_name),
