@@ -1,5 +1,5 @@
-# cmake --install: headers, libraries, the CMake package and the pkg-config files `vorna_wfta` and `vorna_wfta_check`. None of them holds an
-# absolute path, so the installed tree can be moved. The target `package` makes the Debian packages of it.
+# cmake --install: headers, libraries, the CMake package and the pkg-config files of the same names. None of them holds an absolute
+# path, so the installed tree can be moved. The target `package` makes the Debian packages of it.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -29,6 +29,9 @@ if(VORNA_WFTA_BUNDLED_WRITER)
 endif()
 
 install_component(wfta_check vorna_wfta_check vorna)
+if(VORNA_WFTA_ANALYSIS)
+  install_component(wfta_analysis vorna_wfta_analysis vorna)
+endif()
 
 set(built_package_dir ${PROJECT_BINARY_DIR}/cmake)
 configure_package_config_file(cmake/vorna_wfta-config.cmake.in ${built_package_dir}/vorna_wfta-config.cmake
@@ -47,6 +50,10 @@ endfunction()
 
 install_pkg_config(vorna_wfta "${PROJECT_DESCRIPTION}" "${pkg_config_libs}")
 install_pkg_config(vorna_wfta_check "Checks kernels before they are finalised" -lvorna_wfta_check)
+if(VORNA_WFTA_ANALYSIS)
+  install_pkg_config(vorna_wfta_analysis "Checks kernels and their instructions before they are finalised"
+                     "-lvorna_wfta_analysis -lvorna_wfta_check")
+endif()
 
 if(VORNA_WFTA_WORKBENCH)
   install(TARGETS vorna-kernels COMPONENT workbench)
@@ -89,7 +96,7 @@ debian_package(libvorna-wfta-dev library libdevel "finaliser of generated machin
   "Places generated AArch64 machine-code kernels in one executable
 mapping, registers them by name, links them to each other and to their
 constants, and publishes their entry addresses. Contains the headers,
-the static library, and the files for CMake and pkg-config.")
+the static libraries, and the files for CMake and pkg-config.")
 set(CPACK_DEBIAN_LIBVORNA-WFTA-DEV_PACKAGE_DEPENDS "libstdc++-12-dev | libstdc++-dev")
 if(VORNA_WFTA_WORKBENCH)
   debian_package(vorna-kernels workbench devel "workbench for generated machine-code kernels"

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Sourced by the tests of this directory, whose environment is: source, the project's directory; work, a directory for
-# all of them; CXX; workbench, whether it is built; and, for a cross build, CMAKE_TOOLCHAIN_FILE and emulator.
+# all of them; CXX; workbench and analysis, whether they are built; and, for a cross build, CMAKE_TOOLCHAIN_FILE and emulator.
 set -euo pipefail
-: "${source:?}" "${work:?}" "${CXX:?}" "${workbench:?}"
+: "${source:?}" "${work:?}" "${CXX:?}" "${workbench:?}" "${analysis:?}"
 shopt -s inherit_errexit
 export CMAKE_GENERATOR=Ninja CMAKE_BUILD_PARALLEL_LEVEL=2
 export HOME=$work/moved # the guides install into $HOME/vorna; install.sh moves that here

@@ -24,6 +24,16 @@ cd "$work/debian"
 g++ "$source/examples/first_kernel/main.cpp" $(pkg-config --cflags --libs vorna_wfta) -o planner
 expect_first_kernel "$PWD/planner" "$elf"
 
+# analyse_kernels comes with the library where LLVM was there.
+if [ "$analysis" = ON ]; then
+    guide=docs/workbench/analyse_kernels.md
+    block $guide '# analyse_kernels: check a set and its instructions' cpp >analysed.cpp
+    # shellcheck disable=SC2046 # the flags are words
+    g++ analysed.cpp $(pkg-config --cflags --libs vorna_wfta_analysis) -o analysed
+    ./analysed | diff - <(block $guide '# analyse_kernels: check a set and its instructions' text) ||
+        fail "analysed prints something else than the guide"
+fi
+
 # What comes with the program is of the program: the manual page names each command, and completion offers it.
 if [ "$workbench" = ON ]; then
     PATH=$work/debian/usr/bin:$PATH

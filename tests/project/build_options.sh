@@ -38,7 +38,7 @@ for above in "$root" "$work/above"; do
                 [ $shared = OFF ] || library=so
                 grep -q "libvorna_wfta\.$library:" <<<"$targets" || fail "$above ${options[*]}: no library"
                 tests=no example=no # which have no other writer
-                ! grep -q 'placement.cpp\.o:' <<<"$targets" || tests=yes
+                ! grep -q 'wfta/placement.cpp\.o:' <<<"$targets" || tests=yes
                 ! grep -q 'wfta_host.dir/main.cpp\.o:' <<<"$targets" || example=yes
                 wanted=no
                 [ $writer$parts != ONON ] || wanted=yes

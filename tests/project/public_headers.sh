@@ -4,7 +4,8 @@
 # usage: public_headers.sh PROJECT COMPILER
 set -euo pipefail
 cd "$1"
-headers=(fft/SRC/wfta/kernel_printer.hpp jit/reloc_info.hpp jit/elf.hpp check/check_kernels.hpp check/finding.hpp)
+headers=(fft/SRC/wfta/kernel_printer.hpp jit/reloc_info.hpp jit/elf.hpp check/check_kernels.hpp check/finding.hpp
+    workbench/analysis/analyse_kernels.hpp)
 
 for header in "${headers[@]}"; do
     for standard in c++17 c++20 c++2b; do
