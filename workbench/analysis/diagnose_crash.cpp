@@ -169,12 +169,18 @@ private:
         return kind == instruction_class::load || kind == instruction_class::store;
     }
 
+    [[nodiscard]] bool is_data() const
+    {
+        if (kernel().text.size() > largest_decoded_code)
+            return false;
+        const code_map map = map_code(decode_kernel(kernel()), find_entries(set_, kernel()));
+        const auto index = static_cast<std::size_t>(result_.at->offset) / 4;
+        return index < map.uses.size() && map.uses[index] == word_use::data;
+    }
+
     void diagnose_illegal(std::uint32_t word)
     {
-        const decoded_kernel code = decode_kernel(kernel());
-        const auto index = static_cast<std::size_t>(result_.at->offset) / 4;
-        if (kernel().text.size() <= largest_decoded_code && index < code.instructions.size() &&
-            map_code(code, find_entries(set_, kernel())).uses[index] == word_use::data) {
+        if (is_data()) {
             result_.cause =
                 "this is data in the code, which control reached: no branch of the kernel leads here";
         } else if (word >> 16 == 0) {
@@ -328,7 +334,7 @@ private:
         result_.message = fmt::format("{} at {:#x}, in no kernel", signal(), pc);
         if (crash_.registers[link_register] == pc) {
             result_.cause = "X30 has this address: a RET returned here, since the return address was lost";
-        } else if (pc < zero_page || pc % 4 != 0 || crash_.fault_address == pc) {
+        } else if (lost_return_address()) {
             result_.cause = "not an address of code: a RET or a branch to a register took a wrong one";
         } else if (!result_.callers.empty()) {
             result_.cause = "a kernel called what is there";
@@ -385,6 +391,14 @@ private:
             "unit, PR_SET_MDWE in the host, and ulimit -v");
     }
 
+    // A RET led to the PC, or another branch to a number that is not an address of code.
+    [[nodiscard]] bool lost_return_address() const
+    {
+        const std::uint64_t pc = *crash_.pc;
+        return crash_.registers[link_register] == pc || pc < zero_page || pc % 4 != 0 ||
+               crash_.fault_address == pc;
+    }
+
     // ---- Findings
 
     // The smaller, the likelier is the finding the cause; nothing if it has nothing to do with the crash.
@@ -409,7 +423,7 @@ private:
         // A kernel that has returned.
         const bool may_have_returned = at.part != address_part::code && at.part != address_part::padding;
         if (may_have_returned && breaks_calling_convention(finding))
-            return 5;
+            return lost_return_address() == (finding.id != finding_id::abi_callee_saved) ? 5 : 6;
         return std::nullopt;
     }
 

@@ -199,11 +199,10 @@ void print_text(const kernel_set& dumps, const explained_crash& found,
     const crash_diagnosis& diagnosis = found.diagnosis;
     fmt::print("{}: {}\n", colorize("error", color::red, colored),
                colorize(printable(diagnosis.message), color::bold, colored));
-    if (diagnosis.at)
-        fmt::print("  --> {} ({}:{})\n", location_text(dumps, *diagnosis.at), printable(log_name),
-                   found.crash->pc_line);
-    else
-        fmt::print("  --> {}:{}\n", printable(log_name), found.crash->line);
+    const std::size_t line = diagnosis.at ? found.crash->pc_line : found.crash->line;
+    const std::string in_log = fmt::format("{}:{}", printable(log_name), line);
+    fmt::print("  --> {}\n",
+               diagnosis.at ? fmt::format("{} ({})", location_text(dumps, *diagnosis.at), in_log) : in_log);
     if (diagnosis.at && diagnosis.at->kernel)
         print_crash_instructions(dumps, *diagnosis.at, colored);
     for (const kernel_caller& caller : diagnosis.callers)
