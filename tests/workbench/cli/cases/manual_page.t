@@ -14,6 +14,9 @@ The manual page is made of what --help prints. groff finds nothing to complain a
   .B vorna\-kernels show
   [\fIOPTIONS\fR] \fIDUMPS\fR [\fIKERNEL...\fR]
   .br
+  .B vorna\-kernels cost
+  [\fIOPTIONS\fR] [\fIDUMPS\fR] [\fIKERNEL...\fR]
+  .br
   .B vorna\-kernels where
   [\fIOPTIONS\fR] \fIDUMPS\fR [\fIADDRESS...\fR]
   .br
@@ -48,6 +51,7 @@ The manual page is made of what --help prints. groff finds nothing to complain a
   .SS explain
   .SS check
   .SS show
+  .SS cost
   .SS where
   .SS link
   .SS objdump
