@@ -241,7 +241,7 @@ kernel_data generate_short_kernel(const short_dft& dft)
     return finish(kernel);
 }
 
-kernel_data generate_driver_kernel(const std::vector<unsigned>& factors, direction dir)
+kernel_data generate_driver_kernel(const std::vector<unsigned>& factors, direction dir, loop_order order)
 {
     const unsigned length = std::accumulate(factors.begin(), factors.end(), 1U, std::multiplies<>());
     const Register in = a64::x0;
@@ -283,9 +283,12 @@ kernel_data generate_driver_kernel(const std::vector<unsigned>& factors, directi
     code.Mov(count, length);
     code.Bind(&gather);
     code.Ldr(index, MemOperand(table, sizeof(std::uint32_t), PostIndex));
+    if (order == loop_order::in_order)
+        code.Sub(count, count, 1);
     code.Ldr(element, MemOperand(in, index, a64::UXTW, complex_size_log2));
     code.Str(element, MemOperand(cursor, complex_size, PostIndex));
-    code.Sub(count, count, 1);
+    if (order == loop_order::plain)
+        code.Sub(count, count, 1);
     code.Cbnz(count, &gather);
 
     // One pass for each dimension: the factor's short kernel on every line along it.
@@ -320,8 +323,11 @@ kernel_data generate_driver_kernel(const std::vector<unsigned>& factors, directi
     code.Bind(&scatter);
     code.Ldr(index, MemOperand(table, sizeof(std::uint32_t), PostIndex));
     code.Ldr(element, MemOperand(work, complex_size, PostIndex));
+    if (order == loop_order::in_order)
+        code.Sub(count, count, 1);
     code.Str(element, MemOperand(out, index, a64::UXTW, complex_size_log2));
-    code.Sub(count, count, 1);
+    if (order == loop_order::plain)
+        code.Sub(count, count, 1);
     code.Cbnz(count, &scatter);
 
     code.Ldr(a64::x23, MemOperand(a64::sp, 48));

@@ -30,6 +30,13 @@ std::string driver_kernel_name(unsigned length, direction dir);
 /// registers at once than there are.
 vorna::wfta::kernel_data generate_short_kernel(const short_dft& dft);
 
+/// The order of the instructions in the loops of a driver that permute its input and output.
+enum class loop_order {
+    plain,   ///< each where its purpose suggests
+    in_order ///< the counter between a load and its use, for processors that issue in the order of the
+             ///< program
+};
+
 /// Generates the driver kernel of the product of `factors`, which must be coprime and have short kernels in
 /// the registry by the time the driver is placed:
 ///
@@ -39,6 +46,7 @@ vorna::wfta::kernel_data generate_short_kernel(const short_dft& dft);
 /// overlap them. The data of the driver holds its index tables and is a multiple of 16 bytes long.
 ///
 /// The entry_out of the result is null.
-vorna::wfta::kernel_data generate_driver_kernel(const std::vector<unsigned>& factors, direction dir);
+vorna::wfta::kernel_data generate_driver_kernel(const std::vector<unsigned>& factors, direction dir,
+                                                loop_order order = loop_order::plain);
 
 } // namespace wfta_host

@@ -20,6 +20,7 @@ using vorna::wfta::kernel_registry_map;
 using wfta_host::complex_signal;
 using wfta_host::direction;
 using wfta_host::instruction_counts;
+using wfta_host::loop_order;
 using wfta_host::plan;
 
 namespace {
@@ -117,6 +118,7 @@ int run(int argc, char** argv)
     bool all = false;
     bool inverse = false;
     bool list = false;
+    bool in_order = false;
     std::string kind;
     std::string profile;
 
@@ -127,6 +129,7 @@ int run(int argc, char** argv)
     app.add_flag("--all", all, "all possible lengths");
     app.add_flag("--inverse", inverse, "transform with the other sign of the exponent");
     app.add_flag("--list", list, "print the kernel registry at the end");
+    app.add_flag("--in-order", in_order, "order loops for processors that issue in the order of the program");
     app.add_flag(
         "--break{field-filled}", kind,
         "make a mistake in each set, as --break=KIND; --break=help lists them; field-filled without");
@@ -167,11 +170,12 @@ int run(int argc, char** argv)
 
     kernel_registry_map registry;
     const direction dir = inverse ? direction::inverse : direction::forward;
+    const loop_order order = in_order ? loop_order::in_order : loop_order::plain;
     std::size_t good = 0;
     std::vector<plan> plans;
     instruction_counts counts;
     for (const std::int64_t length : lengths) {
-        plans.push_back(make_plan(registry, static_cast<unsigned>(length), dir, breakage));
+        plans.push_back(make_plan(registry, static_cast<unsigned>(length), dir, breakage, order));
         const plan& p = plans.back();
         const complex_signal in = random_signal(p.length);
         const complex_signal expected = transform_by_fftw(in, dir);

@@ -49,7 +49,8 @@ const std::vector<unsigned>& possible_lengths()
     return lengths;
 }
 
-plan make_plan(kernel_registry_map& registry, unsigned length, direction dir, const breakage* breakage)
+plan make_plan(kernel_registry_map& registry, unsigned length, direction dir, const breakage* breakage,
+               loop_order order)
 {
     plan result{};
     result.length = length;
@@ -77,7 +78,7 @@ plan make_plan(kernel_registry_map& registry, unsigned length, direction dir, co
             kernels.push_back(generate_short_kernel(dft));
     }
     void* entry = nullptr;
-    kernels.push_back(generate_driver_kernel(result.factors, dir));
+    kernels.push_back(generate_driver_kernel(result.factors, dir, order));
     kernels.back().entry_out = &entry;
     if (breakage != nullptr)
         breakage->apply(registry, kernels);

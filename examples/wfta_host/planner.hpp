@@ -37,6 +37,6 @@ std::vector<unsigned> factors_of(unsigned length);
 ///
 /// With a breakage, the set has that mistake.
 plan make_plan(vorna::wfta::kernel_registry_map& registry, unsigned length, direction dir,
-               const breakage* breakage = nullptr);
+               const breakage* breakage = nullptr, loop_order order = loop_order::plain);
 
 } // namespace wfta_host

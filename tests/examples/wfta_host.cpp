@@ -292,6 +292,19 @@ TEST(DriverKernel, ReachesItsTablesByAdrAndItsShortKernelsByBl)
     EXPECT_THAT(driver.data, SizeIs(2 * 80 * 4));
 }
 
+TEST(DriverKernel, ComputesTheSameInTheOrderForInOrderProcessors)
+{
+    using wfta_host::loop_order;
+    const kernel_data plain = wfta_host::generate_driver_kernel({3, 4}, direction::forward);
+    const kernel_data in_order =
+        wfta_host::generate_driver_kernel({3, 4}, direction::forward, loop_order::in_order);
+    EXPECT_NE(plain.text, in_order.text);
+    kernel_registry_map registry;
+    const std::vector<complex> in = random_values(12);
+    expect_close(run(make_plan(registry, 12, direction::forward, nullptr, loop_order::in_order), in),
+                 dft_by_definition(in, direction::forward));
+}
+
 TEST(Planner, KnowsTheProductsOfMutuallyPrimeShortLengths)
 {
     const unsigned short_lengths[] = {2, 3, 4, 5, 7, 8, 9, 16};

@@ -232,13 +232,19 @@ unsigned iterations_for(std::size_t instructions)
     return static_cast<unsigned>(std::clamp(enough / std::max<std::size_t>(instructions, 1), fewest, most));
 }
 
-const modelled_block& block_models::of(const decoded_kernel& code, const cost_block& block)
+static std::vector<std::uint32_t> words_of(const decoded_kernel& code, const cost_block& block)
 {
-    constexpr std::size_t most_words = std::size_t{1} << 22; // of all blocks that are kept
     std::vector<std::uint32_t> words;
     words.reserve(block.instructions.size());
     for (const std::size_t i : block.instructions)
         words.push_back(code.instructions[i].word);
+    return words;
+}
+
+const modelled_block& block_models::of(const decoded_kernel& code, const cost_block& block)
+{
+    constexpr std::size_t most_words = std::size_t{1} << 22; // of all blocks that are kept
+    std::vector<std::uint32_t> words = words_of(code, block);
     if (const auto found = known_.find(words); found != known_.end())
         return found->second;
     if (kept_words_ + words.size() > most_words) {
@@ -255,6 +261,34 @@ const modelled_block& block_models::of(const decoded_kernel& code, const cost_bl
         made.once = model_.run(words, 1).cost.total_cycles;
     }
     return known_.emplace(std::move(words), std::move(made)).first->second;
+}
+
+std::optional<double> change_of_cycles(const decoded_kernel& before,
+                                       const std::vector<cost_block>& blocks_before,
+                                       const decoded_kernel& after,
+                                       const std::vector<cost_block>& blocks_after, block_models& models)
+{
+    if (blocks_before.size() != blocks_after.size())
+        return std::nullopt;
+    const auto cycles_of = [&](const decoded_kernel& code, const cost_block& block) -> std::optional<double> {
+        if (block.obstacle != cost_obstacle::none)
+            return std::nullopt;
+        const modelled_block& modelled = models.of(code, block);
+        return modelled.gap == model_gap::none ? std::optional(modelled.cost.cycles) : std::nullopt;
+    };
+    double change = 0;
+    for (std::size_t i = 0; i < blocks_before.size(); ++i) {
+        if (blocks_before[i].depth != blocks_after[i].depth)
+            return std::nullopt;
+        if (words_of(before, blocks_before[i]) == words_of(after, blocks_after[i]))
+            continue;
+        const std::optional<double> old_cycles = cycles_of(before, blocks_before[i]);
+        const std::optional<double> new_cycles = cycles_of(after, blocks_after[i]);
+        if (!old_cycles || !new_cycles)
+            return std::nullopt;
+        change += *new_cycles - *old_cycles;
+    }
+    return change;
 }
 
 } // namespace vorna::workbench

@@ -69,4 +69,11 @@ private:
     std::size_t kept_words_ = 0;
 };
 
+/// By how many cycles a kernel got slower: the sum over its blocks, with one iteration of each loop. Nothing
+/// if a block has appeared, disappeared or changed that cannot be modelled.
+std::optional<double> change_of_cycles(const decoded_kernel& before,
+                                       const std::vector<cost_block>& blocks_before,
+                                       const decoded_kernel& after,
+                                       const std::vector<cost_block>& blocks_after, block_models& models);
+
 } // namespace vorna::workbench

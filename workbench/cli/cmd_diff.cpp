@@ -1,15 +1,21 @@
+#include "workbench/analysis/cost.hpp"
 #include "workbench/analysis/difference.hpp"
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/print_json.hpp"
+#include "workbench/cli/processors.hpp"
 #include "workbench/render/color.hpp"
+#include "workbench/render/cost_text.hpp"
 #include "workbench/render/markdown.hpp"
 #include "workbench/render/table.hpp"
 #include "workbench/render/unified_diff.hpp"
 #include "workbench/text/printable.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <fmt/format.h>
+#include <map>
 #include <memory>
+#include <optional>
 #include <tuple>
 
 namespace vorna::workbench {
@@ -22,8 +28,13 @@ struct diff_options {
     std::string after;
     std::vector<std::string> kernels;
     std::vector<std::string> ignored;
+    std::vector<std::string> processors;
     std::size_t limit = 10;
 };
+
+using processor_list = std::vector<std::unique_ptr<block_models>>;
+/// Of each kernel, the change of cycles on each processor.
+using cycle_changes = std::map<const kernel_difference*, std::vector<std::optional<double>>>;
 
 using kernel_differences = std::vector<kernel_difference>;
 
@@ -62,6 +73,37 @@ std::vector<const kernel_difference*> different_kernels(const kernel_differences
     std::stable_sort(different.begin(), different.end(),
                      [&](const auto* a, const auto* b) { return key(a) > key(b); });
     return different;
+}
+
+std::vector<std::optional<double>> changes_of(const kernel_difference& kernel, const kernel_set& before_set,
+                                              const kernel_set& after_set, const processor_list& processors)
+{
+    std::vector<std::optional<double>> changes(processors.size());
+    if (kernel.before == nullptr || kernel.after == nullptr ||
+        kernel.before->text.size() > largest_decoded_code || kernel.after->text.size() > largest_decoded_code)
+        return changes;
+    const decoded_kernel before = decode_kernel(*kernel.before);
+    const decoded_kernel after = decode_kernel(*kernel.after);
+    const auto old_blocks =
+        find_cost_blocks(before, map_code(before, find_entries(before_set, *kernel.before)));
+    const auto new_blocks = find_cost_blocks(after, map_code(after, find_entries(after_set, *kernel.after)));
+    for (std::size_t i = 0; i < processors.size(); ++i)
+        changes[i] = change_of_cycles(before, old_blocks, after, new_blocks, *processors[i]);
+    return changes;
+}
+
+// The largest change on any processor.
+double largest(const std::vector<std::optional<double>>& changes)
+{
+    double most = 0;
+    for (const std::optional<double>& change : changes)
+        most = std::max(most, std::abs(change.value_or(0)));
+    return most;
+}
+
+std::string cycle_change_text(const std::optional<double>& change)
+{
+    return change ? (*change > 0 ? "+" : "") + cycles_text(*change) : "-";
 }
 
 // Kernels that a diff can be shown of, the smallest first.
@@ -115,7 +157,8 @@ color color_of(change_class change)
     return color::none;
 }
 
-table table_of(const kernel_differences& kernels)
+table table_of(const kernel_differences& kernels, const processor_list& processors,
+               const cycle_changes& cycles)
 {
     table made;
     made.columns = {{"kernel", column_kind::name},
@@ -123,7 +166,13 @@ table table_of(const kernel_differences& kernels)
                     {"instructions", column_kind::number},
                     {"code bytes", column_kind::number},
                     {"constant bytes", column_kind::number}};
-    for (const kernel_difference* kernel : different_kernels(kernels)) {
+    for (const auto& processor : processors)
+        made.columns.push_back({"cycles on " + processor_text(processor->processor()), column_kind::number});
+    std::vector<const kernel_difference*> different = different_kernels(kernels);
+    std::stable_sort(different.begin(), different.end(), [&](const auto* a, const auto* b) {
+        return !cycles.empty() && largest(cycles.at(a)) > largest(cycles.at(b));
+    });
+    for (const kernel_difference* kernel : different) {
         const sizes before = sizes_of(kernel->before);
         const sizes after = sizes_of(kernel->after);
         const color paint = color_of(kernel->change);
@@ -135,9 +184,13 @@ table table_of(const kernel_differences& kernels)
                      {change_text(before.instructions, after.instructions)},
                      {change_text(before.code, after.code)},
                      {change_text(before.data, after.data)}};
+        for (std::size_t i = 0; i < processors.size(); ++i)
+            row.cells.push_back({cycle_change_text(cycles.at(kernel)[i])});
         made.rows.push_back(std::move(row));
     }
     made.summary = fmt::format("{} same", count_same(kernels));
+    if (!processors.empty())
+        made.summary += "; cycles " + cost_disclaimer();
     made.aligned = true;
     return made;
 }
@@ -184,16 +237,25 @@ json side_of(const placed_kernel* kernel)
     return {{"code", of_kernel.code}, {"data", of_kernel.data}, {"instructions", of_kernel.instructions}};
 }
 
-void print_differences(const kernel_differences& kernels)
+void print_differences(const kernel_differences& kernels, const processor_list& processors,
+                       const cycle_changes& cycles)
 {
     json list = json::array();
     for (const kernel_difference& kernel : kernels) {
-        list.push_back({{"kernel", kernel.name},
-                        {"class", name_of(kernel.change)},
-                        {"old", side_of(kernel.before)},
-                        {"new", side_of(kernel.after)}});
+        json made = {{"kernel", kernel.name},
+                     {"class", name_of(kernel.change)},
+                     {"old", side_of(kernel.before)},
+                     {"new", side_of(kernel.after)}};
+        for (std::size_t i = 0; i < processors.size() && cycles.count(&kernel) != 0; ++i) {
+            const std::optional<double>& change = cycles.at(&kernel)[i];
+            made["cycles"][processors[i]->processor().name] = change ? json(*change) : json(nullptr);
+        }
+        list.push_back(std::move(made));
     }
-    print_json({{"kernels", list}});
+    json document = {{"kernels", list}};
+    if (!processors.empty())
+        document["llvm"] = llvm_version();
+    print_json(document);
 }
 
 // Leaves only the kernels of these names, all if there are none. Reports the names that no kernel has.
@@ -220,6 +282,11 @@ bool select_by_name(kernel_differences& kernels, const std::vector<std::string>&
 
 int diff(const diff_options& options)
 {
+    if (wants_processor_list(options.processors)) {
+        print_processors();
+        return exit_success;
+    }
+    const processor_list processors = load_models(options.processors);
     const read_result before = read_set({options.before}, options.common);
     const read_result after = read_set({options.after}, options.common);
     const bool had_errors = before.had_errors || after.had_errors;
@@ -235,12 +302,17 @@ int diff(const diff_options& options)
             options.ignored.end())
             kernel.change = change_class::same;
     }
+    cycle_changes cycles;
+    for (const kernel_difference& kernel : kernels) {
+        if (kernel.change != change_class::same && !processors.empty())
+            cycles[&kernel] = changes_of(kernel, before.set, after.set, processors);
+    }
     const std::string& format = options.common.format;
     const bool colored = use_color(options.common);
     if (format == "json")
-        print_differences(kernels);
+        print_differences(kernels, processors, cycles);
     else
-        fmt::print("{}", format_table(table_of(kernels), format, colored));
+        fmt::print("{}", format_table(table_of(kernels, processors, cycles), format, colored));
     if (format == "text" || format == "markdown")
         print_diffs(kernels, options.limit, format == "markdown", colored);
     if (had_errors)
@@ -262,6 +334,7 @@ void add_diff(command_line& program, int& status)
     command.add_option("--ignore", options->ignored, "Classes to treat as same, separated by commas")
         .delimiter(',')
         .one_of({"layout", "registers", "order"});
+    add_processors(command, options->processors, "Show the change of cycles on these processors");
     command
         .add_option("--limit", options->limit,
                     "Changed kernels to show in detail, smallest first (default: 10)")

@@ -157,6 +157,7 @@ What each command says of itself:
     -h,--help                   Print this help and exit
     --ignore {layout,registers,order}
                                 Classes to treat as same, separated by commas
+    --cpu NAME[,NAME...]        Show the change of cycles on these processors
     --limit N                   Changed kernels to show in detail, smallest first (default: 10)
     --format {text,json,github,markdown}
                                 Output format (default: text)
