@@ -4,6 +4,7 @@
 #include "check/finding.hpp"
 #include "fft/SRC/wfta/kernel_printer.hpp"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,13 @@ namespace vorna::wfta {
 struct analysis_options {
     /// One of LLVM's processors ("cortex-a53"), for missing-feature; empty for none.
     std::string cpu;
+
+    /// Whether kernels keep the AAPCS64. If not, the findings abi-*, reads-* and unfollowed are left out.
+    bool aapcs64 = true;
+
+    /// Whether a kernel is called only by other kernels of the set, by a convention of its own. What it reads
+    /// and changes then counts as read and changed by each call of it. Empty: no kernel is.
+    std::function<bool(const std::string& kernel)> is_internal = {};
 };
 
 /// Checks a set of kernels as finalise_kernels(registry, kernels) would place it: the findings of

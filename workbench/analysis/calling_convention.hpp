@@ -1,7 +1,9 @@
-// The base procedure call standard of the AAPCS64: which registers a kernel is given, and which a call
-// preserves.
+// The base procedure call standard of the AAPCS64, and where a kernel does not keep it.
 #pragma once
 
+#include "check/finding_list.hpp"
+#include "workbench/analysis/code_map.hpp"
+#include "workbench/analysis/data_flow.hpp"
 #include "workbench/disasm/decoded_kernel.hpp"
 
 namespace vorna::workbench {
@@ -14,5 +16,20 @@ const register_set& preserved_registers();
 
 /// The registers that may hold arguments and results: X0 to X8, V0 to V7.
 const register_set& argument_registers();
+
+/// Which convention a kernel keeps.
+enum class call_convention {
+    none,     ///< unknown: nothing is reported but unreachable code
+    aapcs64,  ///< also with SVE arguments, see below
+    internal, ///< one of its own, for callers that are kernels: SP and X30 are as in the AAPCS64
+};
+
+/// Adds the findings abi-*, reads-*, unreachable-code and unfollowed of a kernel.
+///
+/// A kernel that uses P0 to P3 without setting them has SVE arguments, so it must preserve Z8 to Z23 and P4
+/// to P15. One that uses the upper parts of Z0 to Z7 may have them: then these findings are warnings, since
+/// code for NEON arguments may use SVE instructions on whole registers. SVE results alone cannot be told.
+void find_convention_findings(const decoded_kernel& code, const code_map& map, const kernel_flow& flow,
+                              call_convention convention, wfta::finding_list& findings);
 
 } // namespace vorna::workbench

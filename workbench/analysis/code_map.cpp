@@ -212,4 +212,41 @@ successors successors_of(const decoded_kernel& code, std::size_t index)
     return found;
 }
 
+std::vector<code_block> find_blocks(const decoded_kernel& code, const code_map& map, std::size_t most)
+{
+    const std::size_t words = code.instructions.size();
+    std::vector<code_block> blocks;
+    std::vector<std::uint32_t> block_of(words);
+    const auto is_code = [&](std::size_t i) { return i < words && map.uses[i] == word_use::code; };
+    const auto ends = [&](std::size_t i) {
+        return code.instructions[i].is_barrier() || code.instructions[i].flow == control_flow::conditional;
+    };
+    for (std::size_t i = 0; i < words; ++i) {
+        if (!is_code(i))
+            continue;
+        if (i == 0 || map.leaders[i] || !is_code(i - 1) || ends(i - 1)) {
+            if (blocks.size() == most)
+                return {};
+            blocks.emplace_back();
+            blocks.back().begin = i;
+        }
+        block_of[i] = static_cast<std::uint32_t>(blocks.size() - 1);
+        blocks.back().end = i + 1;
+    }
+    for (std::uint32_t number = 0; number < blocks.size(); ++number) {
+        const std::size_t last = blocks[number].end - 1;
+        const successors flow = successors_of(code, last);
+        const auto connect = [&](std::size_t to) {
+            blocks[number].after.push_back(block_of[to]);
+            blocks[block_of[to]].before.push_back(number);
+        };
+        const bool branches = flow.target && !code.instructions[last].is_call();
+        if (branches)
+            connect(*flow.target);
+        if (flow.next && is_code(last + 1) && !(branches && *flow.target == last + 1))
+            connect(last + 1);
+    }
+    return blocks;
+}
+
 } // namespace vorna::workbench

@@ -6,6 +6,7 @@
 #include "check/finding_list.hpp"
 #include "check/format.hpp"
 #include "workbench/analysis/address_tracking.hpp"
+#include "workbench/analysis/calling_convention.hpp"
 #include "workbench/analysis/code_map.hpp"
 #include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/disasm/disassembler.hpp"
@@ -80,6 +81,9 @@ private:
     std::unordered_map<size_t, std::vector<code_entry>> entries_;
 };
 
+// Calls of internal kernels by internal kernels that are followed; beyond, they count as recursion.
+constexpr size_t most_nested_calls = 64;
+
 class instruction_checker {
 public:
     instruction_checker(const kernel_set& set, const target_finder& find,
@@ -100,6 +104,7 @@ public:
             check_erratum();
             check_multiply_adds();
             check_features();
+            check_convention();
         }
         return findings_.take();
     }
@@ -129,6 +134,81 @@ private:
         if (mapped() != nullptr)
             decode_reached(mapped_.code, mapped_.map);
         return mapped();
+    }
+
+    void check_convention()
+    {
+        if (mapped() == nullptr) {
+            findings_.add(finding_id::unfollowed, severity::note, false, {}, {}, {},
+                          {"the code is too large to be followed", {}, {}});
+            return;
+        }
+        const call_convention convention = convention_of(index_);
+        if (convention == call_convention::none) {
+            find_convention_findings(mapped()->code, mapped()->map, kernel_flow(), convention, findings_);
+            return;
+        }
+        const kernel_flow flow = follow(*code(), index_);
+        find_convention_findings(code()->code, code()->map, flow, convention, findings_);
+    }
+
+    [[nodiscard]] call_convention convention_of(size_t kernel) const
+    {
+        if (!options_.aapcs64)
+            return call_convention::none;
+        return options_.is_internal && options_.is_internal(kernels_[kernel].name) ? call_convention::internal
+                                                                                   : call_convention::aapcs64;
+    }
+
+    kernel_flow follow(const mapped_code& code, size_t kernel)
+    {
+        flow_options options;
+        options.all_given = convention_of(kernel) == call_convention::internal;
+        if (options_.is_internal) {
+            options.effect_of = [this, kernel](size_t relocation) {
+                return effect_of(kernel, kernels_[kernel].relocs[relocation].name);
+            };
+        }
+        return follow_kernel(code.code, code.map, options);
+    }
+
+    // The effect of calling an internal kernel; null for other kernels.
+    const call_effect* effect_of(size_t caller, const std::string& name)
+    {
+        if (!options_.is_internal(name))
+            return nullptr;
+        static const call_effect unknown = [] {
+            call_effect made;
+            made.followed = false;
+            return made;
+        }();
+        const std::optional<size_t> callee = find_placed(caller, name);
+        if (!callee || kernels_[*callee].text.size() > largest_decoded_code)
+            return &unknown;
+        const auto [at, added] = effects_.try_emplace(*callee, unknown); // until it is known: recursion
+        if (added && effects_.size() - effects_done_ <= most_nested_calls) {
+            mapped_code made{prepare_decoding(kernels_[*callee]), code_map()};
+            made.map = decode_and_map(made.code, entries_.of(*callee));
+            decode_reached(made.code, made.map);
+            call_effect effect = follow(made, *callee).effect;
+            effects_.at(*callee) = std::move(effect);
+            ++effects_done_;
+        }
+        return &effects_.at(*callee);
+    }
+
+    // The kernel that a relocation's target is.
+    std::optional<size_t> find_placed(size_t caller, const std::string& name)
+    {
+        if (kernel_at_.empty()) {
+            for (size_t i = 0; i < kernels_.size(); ++i)
+                kernel_at_.emplace(kernels_[i].text_address, i);
+        }
+        const relocation_target target = find_(caller, name);
+        if (target.state != relocation_target::where::placed)
+            return std::nullopt;
+        const auto found = kernel_at_.find(target.address);
+        return found == kernel_at_.end() ? std::nullopt : std::optional(found->second);
     }
 
     // The instruction at an offset; empty past the end.
@@ -418,6 +498,9 @@ private:
     entries_by_others entries_;
     mapped_code mapped_; // of the current kernel, or one before it
     bool is_mapped_ = false;
+    std::unordered_map<size_t, call_effect> effects_; // of internal kernels
+    size_t effects_done_ = 0;
+    std::unordered_map<uint64_t, size_t> kernel_at_; // by address; filled on first use
     disassembler disassembler_;
     finding_list findings_;
     size_t index_ = 0;

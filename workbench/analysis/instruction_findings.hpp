@@ -10,8 +10,8 @@
 
 namespace vorna::workbench {
 
-/// Finds falls-through, outside-constants, writes-constants, data-alignment, erratum-843419, erratum-835769
-/// and missing-feature, kernel by kernel. `find` is as for wfta::check_placed.
+/// Finds falls-through, outside-constants, writes-constants, data-alignment, erratum-843419, erratum-835769,
+/// missing-feature and those of calling_convention, kernel by kernel. `find` is as for wfta::check_placed.
 std::vector<wfta::kernel_finding> find_in_instructions(const kernel_set& set, const wfta::target_finder& find,
                                                        const wfta::analysis_options& options = {});
 

@@ -26,11 +26,12 @@ struct saved_register {
     std::size_t offset = 0; ///< of the instruction that saves it
 };
 
-/// Register names are "x0", "d8" (the low half of V8), "v8", "z8", "p4", "sp", "nzcv", "ffr", "fpcr".
+/// Register names are "x0", "d8" (the low half of V8), "v8", "z8", "p4", "sp", "nzcv", "ffr", "fpcr"; in
+/// `writes`, "v8.d[1]" if only the upper half of V8 is changed. "sp" in `reads`: arguments on the stack.
 struct kernel_interface {
     std::vector<std::string> reads;  ///< whose value at entry it uses other than to save it
     bool reads_constants = false;    ///< its own
-    std::vector<std::string> writes; ///< that it leaves changed
+    std::vector<std::string> writes; ///< that it leaves changed, other than by calls
     std::vector<saved_register> saves;
     std::vector<std::string> calls;    ///< kernels, and registers for calls through them, each once
     std::optional<std::int64_t> stack; ///< bytes below SP at entry; nothing if unknown

@@ -18,57 +18,17 @@ namespace {
 using std::size_t;
 using std::uint32_t;
 
-constexpr uint32_t no_block = ~uint32_t{0};
-
-struct block {
-    size_t begin = 0;
-    size_t end = 0;
+struct block : code_block {
     register_set set;  // argument registers that may be set before it
     register_set live; // before it
-    std::vector<uint32_t> before;
-    std::vector<uint32_t> after;
 };
-
-// The instructions between the branch targets and branches of a kernel.
-std::vector<block> find_blocks(const decoded_kernel& code, const code_map& map)
-{
-    const size_t words = code.instructions.size();
-    std::vector<block> blocks;
-    std::vector<uint32_t> block_of(words, no_block);
-    const auto is_code = [&](size_t i) { return i < words && map.uses[i] == word_use::code; };
-    for (size_t i = 0; i < words; ++i) {
-        if (!is_code(i))
-            continue;
-        if (map.leaders[i] || i == 0 || !is_code(i - 1) || code.instructions[i - 1].is_terminator()) {
-            if (blocks.size() == most_followed_blocks)
-                return {};
-            blocks.emplace_back();
-            blocks.back().begin = i;
-        }
-        block_of[i] = static_cast<uint32_t>(blocks.size() - 1);
-        blocks.back().end = i + 1;
-    }
-    for (uint32_t number = 0; number < blocks.size(); ++number) {
-        const size_t last = blocks[number].end - 1;
-        successors flow = successors_of(code, last);
-        if (code.instructions[last].is_call())
-            flow.target.reset(); // of the kernel's own code: returns
-        const auto connect = [&](size_t to) {
-            blocks[number].after.push_back(block_of[to]);
-            blocks[block_of[to]].before.push_back(number);
-        };
-        if (flow.target && is_code(*flow.target))
-            connect(*flow.target);
-        if (flow.next && is_code(last + 1))
-            connect(last + 1);
-    }
-    return blocks;
-}
 
 class analysis {
 public:
-    analysis(const decoded_kernel& code, const code_map& map) : code_(code), blocks_(find_blocks(code, map))
+    analysis(const decoded_kernel& code, const code_map& map) : code_(code)
     {
+        for (code_block& found : find_blocks(code, map, most_followed_blocks))
+            blocks_.push_back({std::move(found), {}, {}});
     }
 
     std::vector<register_set> run()

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <memory>
+#include <regex>
 
 namespace vorna::workbench {
 
@@ -22,6 +23,8 @@ struct check_options {
     common_options common;
     std::vector<std::string> dumps;
     bool strict = false;
+    std::string abi = "aapcs64";
+    std::string internal;
     wfta::analysis_options analysis;
 };
 
@@ -139,12 +142,29 @@ void print_findings(const checked_set& checked)
                 {"findings", findings}});
 }
 
+std::string wrong_pattern(const std::string& pattern)
+{
+    try {
+        const std::regex compiled(pattern);
+    } catch (const std::regex_error&) {
+        return fmt::format("'{}' is not a regular expression", pattern);
+    }
+    return {};
+}
+
 int check(const check_options& options)
 {
     const read_result read = read_set(options.dumps, options.common);
     if (!require_kernels(read, join_some(options.dumps)))
         return exit_error;
-    checked_set checked = {read.set, check_dumps(read.set, options.analysis)};
+    wfta::analysis_options analysis = options.analysis;
+    analysis.aapcs64 = options.abi == "aapcs64";
+    if (!options.internal.empty()) {
+        analysis.is_internal = [pattern = std::regex(options.internal)](const std::string& name) {
+            return std::regex_search(name, pattern);
+        };
+    }
+    checked_set checked = {read.set, check_dumps(read.set, analysis)};
     refuse_mixture(read.set, checked.findings);
     for (const placed_kernel& kernel : read.set.kernels)
         checked.relocations += kernel.relocs.size();
@@ -169,6 +189,13 @@ void add_check(command_line& program, int& status)
         .required();
     command.add_flag("--strict", options->strict, "Exit with 1 on warnings as well");
     add_processor_option(command, options->analysis.cpu, "Report instructions that this processor lacks");
+    command.add_option("--abi", options->abi, "The calling convention that kernels keep")
+        .one_of({"aapcs64", "none"});
+    command
+        .add_option("--internal", options->internal,
+                    "Kernels that only others call, by a convention of their own")
+        .type_name("REGEX")
+        .check(wrong_pattern, "REGEX");
     add_common_options(command, options->common, {"text", "json", "github"});
     command.footer("Exit status: 0 no errors, 1 errors found, 2 dumps could not be read.");
     command.run([options, &status] { status = check(*options); });

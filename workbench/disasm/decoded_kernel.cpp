@@ -28,6 +28,7 @@ constexpr register_id unknown_register = 253; // ZA, ZT0, and registers of later
 struct known_register {
     std::uint8_t count = 0;
     bool low_half = false;
+    bool scalable = false;
     std::array<register_id, 8> members{};
 };
 
@@ -88,6 +89,7 @@ known_register register_of(std::string_view name)
 {
     known_register found;
     found.low_half = std::string_view("BHSD").find(name.front()) != std::string_view::npos;
+    found.scalable = name.front() == 'Z';
     for (std::size_t begin = 0; begin < name.size();) {
         const std::size_t end = std::min(name.find('_', begin), name.size());
         const std::string_view part = name.substr(begin, end - begin);
@@ -306,6 +308,7 @@ operand operand_of(const llvm::MCOperand& from, bool defined, bool& modelled)
         const known_register& known = the_names().registers[from.getReg()];
         made.count = known.count;
         made.low_half = known.low_half;
+        made.scalable = known.scalable;
         made.registers = known.members;
         for (std::size_t r = 0; r < made.count; ++r)
             modelled = modelled && (made.registers[r] < register_count || made.registers[r] == zero_register);

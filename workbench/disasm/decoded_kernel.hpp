@@ -52,6 +52,7 @@ struct operand {
     bool is_register = false;
     bool defined = false;   ///< a def, otherwise a use
     bool low_half = false;  ///< of a vector register, at most 64 bits
+    bool scalable = false;  ///< of a vector register, all of Z
     std::uint8_t count = 0; ///< of registers: several in a list or a pair
     std::array<register_id, 8> registers{};
     std::int64_t immediate = 0;

@@ -23,6 +23,7 @@ struct known_effect {
     uint8_t element_bytes = 0; // of lanes
     bool if_same = false;      // only if the last two registers are the same
     bool only_shift_0 = false; // and an immediate after them is 0
+    bool subtracts = false;    // otherwise, SUB Xd, Xn, Xm
     bool key_b = false;
     bool scalable_load = false; // SVE
     bool scalable_store = false;
@@ -72,6 +73,18 @@ bool narrows_to_upper_half(std::string_view name)
            contains(name, "v4f32");
 }
 
+// "_D", "_DtoS", "_StoD", in bytes: the size of the larger elements.
+uint8_t size_in_suffix(std::string_view name)
+{
+    constexpr std::string_view types = "BHSD";
+    uint8_t size = 0;
+    for (const char letter : name.substr(name.rfind('_') + 1)) {
+        if (const std::size_t type = types.find(letter); type != std::string_view::npos)
+            size = std::max(size, static_cast<uint8_t>(1U << type));
+    }
+    return size;
+}
+
 known_effect classify(std::string_view name)
 {
     using enum register_effect;
@@ -82,6 +95,7 @@ known_effect classify(std::string_view name)
     };
     if (is_one_of(name, {"EORWrs", "EORXrs", "SUBWrs", "SUBXrs", "SUBSWrs", "SUBSXrs", "BICWrs", "BICXrs"})) {
         found.if_same = found.only_shift_0 = true;
+        found.subtracts = name == "SUBXrs";
         return is(clear);
     }
     if (name.starts_with("EORv") || name.starts_with("SUBv") || name.starts_with("EOR_ZZZ") ||
@@ -120,8 +134,7 @@ known_effect classify(std::string_view name)
         return is(duplicate_lane);
     }
     if (name.starts_with("DUP_ZZI_") && !name.ends_with('Q')) {
-        constexpr std::string_view types = "BHSD";
-        found.element_bytes = static_cast<uint8_t>(1U << types.find(name.back()));
+        found.element_bytes = size_in_suffix(name);
         return is(duplicate_lane);
     }
     if (name.starts_with("INSvi")) {
@@ -136,13 +149,22 @@ known_effect classify(std::string_view name)
         return is(set_upper_half);
     if (is_one_of(name, {"MOVKWi", "MOVKXi", "BFMWri", "BFMXri"}))
         return is(keep_bits);
+    if (is_one_of(name, {"ADDXrs", "ADDXrx64", "SUBXrx64"}))
+        return is(name.starts_with("ADD") ? add_registers : subtract_registers);
+    if (name.starts_with("PTRUE_")) {
+        found.element_bytes = size_in_suffix(name);
+        return is(all_true);
+    }
+    if (begins_with_one_of(name, {"RDFFR", "SETFFR", "WRFFR", "LDFF1", "LDNF1", "GLDFF1", "SYS"}) ||
+        is_one_of(name, {"IRG", "SB"}))
+        return is(follow_operands);
     if (begins_with_one_of(name,
                            {"CSEL", "CSINC", "CSINV", "CSNEG", "FCSEL", "SEL_", "BSLv", "BITv", "BIFv"}))
         return is(select);
-    if (contains(name, "_ZPm") && !name.starts_with("MOVPRFX"))
+    if (contains(name, "_ZPm")) {
+        found.element_bytes = size_in_suffix(name);
         return is(keep_inactive); // if the operands agree
-    if (name.starts_with("MOVPRFX_ZPmZ"))
-        return is(keep_inactive);
+    }
     if (is_one_of(name, {"ADDVL_XXI", "ADDPL_XXI"}))
         return is(add_vector_lengths);
     if (name == "RDVLI_XI")
@@ -238,7 +260,8 @@ register_effect effect_of(const decoded_kernel& kernel, const instruction& instr
     const known_effect& known = known_effect_of(instruction);
     const operand_range operands = operands_of(kernel, instruction);
     if (known.if_same && !has_same_sources(operands, known.only_shift_0))
-        return register_effect::compute;
+        return known.subtracts && operands.back().immediate == 0 ? register_effect::subtract_registers
+                                                                 : register_effect::compute;
     switch (known.effect) {
     case register_effect::copy: // MOV of a predicate: ORR Pd, Pn/Z, Pn, Pn
         if (operands[0].registers[0] >= predicate_register(0) && !(operands[1] == operands[2]))
@@ -247,6 +270,15 @@ register_effect effect_of(const decoded_kernel& kernel, const instruction& instr
     case register_effect::keep_inactive: // Zd, Zd, Pg, ...; otherwise Zd is a source too
         if (operands.size() < 4 || operands[1].is_register == false || !is_predicate(operands[2]) ||
             operands[1].registers[0] != operands[0].registers[0])
+            return register_effect::compute;
+        break;
+    case register_effect::add_registers:
+    case register_effect::subtract_registers: // the shift is 0, or that of UXTX #0
+        if (operands.back().immediate != 0 && operands.back().immediate != 24)
+            return register_effect::compute;
+        break;
+    case register_effect::all_true:
+        if (operands.back().immediate != 31)
             return register_effect::compute;
         break;
     case register_effect::align_down:
@@ -358,6 +390,11 @@ system_register system_register_of(const decoded_kernel& kernel, const instructi
         }
     }
     return system_register::other;
+}
+
+unsigned element_bytes_of(const instruction& instruction)
+{
+    return known_effect_of(instruction).element_bytes;
 }
 
 bool uses_key_b(const instruction& instruction)

@@ -22,6 +22,8 @@ enum class register_effect : std::uint8_t {
     keep_bits,          ///< MOVK, BFM: keeps some bits of the destination
     keep_inactive,      ///< SVE: keeps the inactive elements of the destination, and uses no other
     select,             ///< CSEL, FCSEL, SEL, BSL and their variants: uses one source or another
+    add_registers,      ///< ADD Xd, Xn, Xm without shift
+    subtract_registers, ///< SUB Xd, Xn, Xm without shift
     add_vector_lengths, ///< ADDVL, ADDPL
     vector_length,      ///< RDVL
     align_down,         ///< AND with an immediate that clears the low bits only
@@ -30,6 +32,8 @@ enum class register_effect : std::uint8_t {
     strip_link,         ///< XPACLRI
     read_system,        ///< MRS
     write_system,       ///< MSR (register)
+    all_true,           ///< PTRUE with the pattern ALL
+    follow_operands,    ///< not modelled, but its operands and implicit registers are complete
 };
 
 register_effect effect_of(const decoded_kernel& kernel, const instruction& instruction);
@@ -71,6 +75,9 @@ std::uint64_t alignment_of(const decoded_kernel& kernel, const instruction& inst
 /// For read_system and write_system: which of the registers that a kernel may use.
 enum class system_register : std::uint8_t { other, nzcv, fpcr, fpsr };
 system_register system_register_of(const decoded_kernel& kernel, const instruction& instruction);
+
+/// For keep_inactive and all_true: the size of the elements in bytes, of the larger ones if it converts.
+unsigned element_bytes_of(const instruction& instruction);
 
 /// For sign_link and authenticate_link: whether it uses key B.
 bool uses_key_b(const instruction& instruction);

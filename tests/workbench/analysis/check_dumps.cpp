@@ -42,11 +42,20 @@ placed_kernel placed(const std::string& name, std::uint64_t text, std::uint64_t 
     return kernel;
 }
 
+/// Everything but what the kernels do to registers and the stack.
+vorna::wfta::analysis_options without_convention()
+{
+    vorna::wfta::analysis_options options;
+    options.aapcs64 = false;
+    return options;
+}
+
 /// The findings, one per line: kernel, relocation, id.
 std::string found(std::vector<placed_kernel> kernels)
 {
     std::string lines;
-    for (const kernel_finding& finding : check_dumps(make_kernel_set(std::move(kernels)))) {
+    for (const kernel_finding& finding :
+         check_dumps(make_kernel_set(std::move(kernels)), without_convention())) {
         const char* const levels[] = {"note ", "warning ", "error "};
         lines += (finding.aborts ? "ABORT " : levels[static_cast<int>(finding.severity)]) + finding.kernel;
         if (finding.relocation)
@@ -90,10 +99,12 @@ TEST(Checks, KnowTheOrderWithinAMapping)
 TEST(Checks, SayWhereACallWithItsTopBitSetLeads)
 {
     const auto message = [](std::uint64_t callee) {
-        const auto findings = check_dumps(make_kernel_set(
-            {placed("there", 0x1000, 0x1020, {nop(), ret()}),
-             placed("callee", callee, callee + 0x20, {ret()}),
-             placed("caller", 0x8000000, 0x8000040, {0x96000000, ret()}, {{"callee", 0, BL, 0}})}));
+        const auto findings =
+            check_dumps(make_kernel_set({placed("there", 0x1000, 0x1020, {nop(), ret()}),
+                                         placed("callee", callee, callee + 0x20, {ret()}),
+                                         placed("caller", 0x8000000, 0x8000040, {0x96000000, ret()},
+                                                {{"callee", 0, BL, 0}})}),
+                        without_convention());
         return findings.size() == 1
                    ? std::string(findings[0].severity == finding_severity::error ? "error: " : "") +
                          name_of(findings[0].id) + ": " + findings[0].message
@@ -125,7 +136,7 @@ TEST(Checks, AllowOneNameTwiceUnlessInOneMapping)
 std::string mixture(std::vector<placed_kernel> kernels)
 {
     const auto set = make_kernel_set(std::move(kernels));
-    return vorna::workbench::find_mixture(set, check_dumps(set)).value_or("");
+    return vorna::workbench::find_mixture(set, check_dumps(set, without_convention())).value_or("");
 }
 
 std::string mixed(const std::string& why)
@@ -255,7 +266,7 @@ TEST(Checks, PointAtTheRelocationThatEndedTheProcess)
         ++done;
         ASSERT_TRUE(dumps.errors.empty()) << dumps.errors[0];
         std::string first;
-        for (const kernel_finding& finding : check_dumps(dumps.set)) {
+        for (const kernel_finding& finding : check_dumps(dumps.set, without_convention())) {
             if (finding.aborts && first.empty())
                 first = finding.kernel + " #" + std::to_string(finding.relocation.value_or(99));
         }
@@ -269,7 +280,7 @@ protected:
 
     [[nodiscard]] child_result check(std::vector<std::string> arguments) const
     {
-        arguments.insert(arguments.begin(), {VORNA_KERNELS, "check"});
+        arguments.insert(arguments.begin(), {VORNA_KERNELS, "check", "--abi=none"});
         return run_tool(std::move(arguments), directory.path());
     }
 

@@ -53,7 +53,12 @@ Errors. Those that end the process are of the kernel that was placed last:
   all_at_once+0x10: warning: relocation R_AARCH64_CALL26 against 'half_an_address'+0x2: a call to where no kernel begins [call-target]
       94000000  bl half_an_address+0x2  relocation 5 of 5: half_an_address + 2
       help: call it with addend 0
-  2 kernels, 6 relocations: 6 errors, 1 warning
+  all_at_once+0x4: note: has relocations that are not for this instruction: what comes after it is not checked [unfollowed]
+      58000001  ldr x1, 0x10024
+  all_at_once+0x10: note: no way leads to 2 instructions from here, and nothing reads them [unreachable-code]
+      94000000  bl half_an_address+0x2
+      help: delete it, or correct the branch that should lead here
+  2 kernels, 6 relocations: 6 errors, 1 warning, 2 notes
   [1]
   $ vorna-kernels check --format=github bad
   ::error title=half_an_address+0x0::relocation R_AARCH64_ADR_PREL_PG_HI21 against '.rodata.half_an_address': no ADD completes the address [pair]%0Aadd R_AARCH64_ADD_ABS_LO12_NC with the same target and addend: no relocation completes a load or a store
@@ -63,7 +68,9 @@ Errors. Those that end the process are of the kernel that was placed last:
   ::error title=all_at_once+0xc::relocation R_AARCH64_JUMP26 (type 282) against 'half_an_address': type not supported [unhandled-type]%0Acall with BL (283), or form the address with ADRP and ADD and use BR
   ::error title=all_at_once+0x10::relocation R_AARCH64_CALL26 against 'half_an_address'+0x2 misaligned: -46 is not a multiple of 4 [range]%0Athe addend 2 leads between two instructions of 'half_an_address'%0Acall the kernel's first instruction: addend 0
   ::warning title=all_at_once+0x10::relocation R_AARCH64_CALL26 against 'half_an_address'+0x2: a call to where no kernel begins [call-target]%0Acall it with addend 0
-  2 kernels, 6 relocations: 6 errors, 1 warning
+  ::notice title=all_at_once+0x4::has relocations that are not for this instruction: what comes after it is not checked [unfollowed]
+  ::notice title=all_at_once+0x10::no way leads to 2 instructions from here, and nothing reads them [unreachable-code]%0Adelete it, or correct the branch that should lead here
+  2 kernels, 6 relocations: 6 errors, 1 warning, 2 notes
   [1]
   $ vorna-kernels check --format=json bad
   {
@@ -147,6 +154,28 @@ Errors. Those that end the process are of the kernel that was placed last:
         "message": "relocation R_AARCH64_CALL26 against 'half_an_address'+0x2: a call to where no kernel begins",
         "note": "",
         "help": "call it with addend 0"
+      },
+      {
+        "id": "unfollowed",
+        "severity": "note",
+        "aborts": false,
+        "kernel": "all_at_once",
+        "relocation": null,
+        "offset": 4,
+        "message": "has relocations that are not for this instruction: what comes after it is not checked",
+        "note": "",
+        "help": ""
+      },
+      {
+        "id": "unreachable-code",
+        "severity": "note",
+        "aborts": false,
+        "kernel": "all_at_once",
+        "relocation": null,
+        "offset": 16,
+        "message": "no way leads to 2 instructions from here, and nothing reads them",
+        "note": "",
+        "help": "delete it, or correct the branch that should lead here"
       }
     ]
   }

@@ -7,15 +7,15 @@ Not in a file or a pipe, unless asked for:
 
   $ vorna-kernels show dumps
   k  0x10000  4 bytes, 1 instruction
-    stack unknown; max live 1 general (+00)
+    stack 0 bytes; max live 1 general (+00)
    +00  d65f03c0  ret
   $ vorna-kernels show --color=never dumps
   k  0x10000  4 bytes, 1 instruction
-    stack unknown; max live 1 general (+00)
+    stack 0 bytes; max live 1 general (+00)
    +00  d65f03c0  ret
   $ vorna-kernels show --color=always dumps
   \x1b[1mk  0x10000  4 bytes, 1 instruction\x1b[0m (esc)
-  \x1b[2m  stack unknown; max live 1 general (+00)\x1b[0m (esc)
+  \x1b[2m  stack 0 bytes; max live 1 general (+00)\x1b[0m (esc)
    +00  d65f03c0  ret
 
 On a terminal, unless the environment forbids it:
@@ -57,5 +57,7 @@ A difference, and findings:
   \x1b[1mk+0x0\x1b[0m: \x1b[1;31merror\x1b[0m: relocation R_AARCH64_JUMP26 (type 282) against 'k': type not supported [unhandled-type] (esc)
       14000000  b 0x10000               relocation 1 of 1: k + 0
       \x1b[2mhelp: call with BL (283), or form the address with ADRP and ADD and use BR\x1b[0m (esc)
-  1 kernel, 1 relocation: 1 error, 1 warning
+  \x1b[1mk+0x0\x1b[0m: \x1b[36mnote\x1b[0m: has relocations that are not for this instruction: what comes after it is not checked [unfollowed] (esc)
+      14000000  b 0x10000
+  1 kernel, 1 relocation: 1 error, 1 warning, 1 note
   [1]

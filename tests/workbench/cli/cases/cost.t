@@ -92,7 +92,7 @@ Why:
 
   $ vorna-kernels cost dumps --explain scale --cpu=cortex-a55,neoverse-n1
   scale  0x7f0000001000  24 bytes, 6 instructions; called by caller
-    reads x0, x1, v7; writes x0, x1, v0, nzcv; stack unknown;
+    reads x0, x1, v7; writes x0, x1, v0, nzcv; stack 0 bytes;
     max live 3 general (+00), 2 vector (+04); needs neon
   
   cortex-a55: loop +0x0: 5 instructions in 1 line of 32 bytes (at least 1), 11 cycles, bound 3 by issue width

@@ -13,7 +13,7 @@ The nearest names of kernels that are not there; the others are shown:
   vorna-kernels: no kernel wfta_short_5 in the dumps; did you mean wfta_short_3?
   vorna-kernels: no kernel wfta_shrt_4 in the dumps; did you mean wfta_short_4?
   wfta_short_4  0x10020  4 bytes, 1 instruction
-    stack unknown; max live 1 general (+00)
+    stack 0 bytes; max live 1 general (+00)
    +00  d65f03c0  ret
   [2]
 
@@ -41,11 +41,11 @@ A file that cannot be read does not keep the others from being read:
   $ vorna-kernels show dumps
   vorna-kernels: dumps/bad: no kernel found
   wfta_short_3  0x10000  4 bytes, 1 instruction
-    stack unknown; max live 1 general (+00)
+    stack 0 bytes; max live 1 general (+00)
    +00  d65f03c0  ret
   
   wfta_short_4  0x10020  4 bytes, 1 instruction
-    stack unknown; max live 1 general (+00)
+    stack 0 bytes; max live 1 general (+00)
    +00  d65f03c0  ret
   [2]
   $ : > dumps/bad

@@ -57,6 +57,8 @@ What each command says of itself:
     -h,--help                   Print this help and exit
     --strict                    Exit with 1 on warnings as well
     --cpu NAME                  Report instructions that this processor lacks; "help" lists the names
+    --abi {aapcs64,none}        The calling convention that kernels keep
+    --internal REGEX            Kernels that only others call, by a convention of their own
     --format {text,json,github} Output format (default: text)
     --color {always,never,auto} Use colour (default: auto, on a terminal)
     --verbose                   Report skipped files

@@ -10,7 +10,7 @@ Control characters and bytes that are not UTF-8 in a kernel's name do not reach 
   > kernel not UTF-8 \xff
   >     ret
   > END
-  $ vorna-kernels show dumps | grep bytes
+  $ vorna-kernels show dumps | grep instruction
   escape \x1b[31m, newline \n  0x10000  4 bytes, 1 instruction
   control sequence introducer \x9b31m  0x10020  4 bytes, 1 instruction
   no-break space \xc2\xa0 and \xc3\x9f  0x10040  4 bytes, 1 instruction (esc)

@@ -19,13 +19,13 @@ Instructions, with the names of what relocations reach and the constants beside 
   > END
   $ vorna-kernels show dumps
   scale  0x10000  8 bytes, 2 instructions; called by wfta_5
-    reads v0, v1; writes v0; stack unknown; max live 1 general (+00), 2 vector (+00); needs neon
+    reads v0, v1; writes v0; stack 0 bytes; max live 1 general (+00), 2 vector (+00); needs neon
    +00  4fc19000  fmul  v0.2d, v0.2d, v1.d[0]
    +04  d65f03c0  ret
   
   wfta_5  0x10020  32 bytes, 8 instructions; data 0x10040, 24 bytes
-    reads x4, .rodata; writes x3-x5, x30, v1; stack unknown; calls scale;
-    max live 3 general (+18), 1 vector (+0c); needs fp-armv8
+    reads x4, .rodata; writes x3-x5, x30, v1; stack 0 bytes; calls scale;
+    may return otherwise than by x30; max live 3 general (+18), 1 vector (+0c); needs fp-armv8
    +00  90000003  adrp  x3, .rodata
    +04  91010063  add   x3, x3, :lo12:.rodata
   .L8:
@@ -40,8 +40,8 @@ As generated, before relocations are applied:
 
   $ vorna-kernels show --unlinked dumps wfta_5
   wfta_5  0x10020  32 bytes, 8 instructions; data 0x10040, 24 bytes
-    reads x4, .rodata; writes x3-x5, x30, v1; stack unknown; calls scale;
-    max live 3 general (+18), 1 vector (+0c); needs fp-armv8
+    reads x4, .rodata; writes x3-x5, x30, v1; stack 0 bytes; calls scale;
+    may return otherwise than by x30; max live 3 general (+18), 1 vector (+0c); needs fp-armv8
    +00  90000003  adrp  x3, 0x10000                  ; R_AARCH64_ADR_PREL_PG_HI21 .rodata
    +04  91000063  add   x3, x3, #0                   ; R_AARCH64_ADD_ABS_LO12_NC .rodata
   .L8:
@@ -86,8 +86,9 @@ What a kernel saves, where it keeps it, and the registers that are live before e
   > END
   $ vorna-kernels show --live frame
   dot  0x10000  80 bytes, 20 instructions
-    reads x0-x3; writes x2, x30, v0, v1, nzcv; stack unknown; calls x3;
-    max live 8 general (+00), 3 vector (+30); needs neon
+    reads x0-x3; writes x2, v0, v1, v8.d[1], v9.d[1], nzcv;
+    saves x29, x30 at cfa-64, x19, x20 at cfa-48, d8, d9 at cfa-32; stack 64 bytes;
+    spills 4 stores, 4 loads; calls x3; max live 8 general (+00), 3 vector (+30); needs neon
    +00  a9bc7bfd  stp   x29, x30, [sp, #-64]!        | x0-x3, x19, x20, x29, x30, v8, v9
    +04  910003fd  mov   x29, sp                      | x0-x3, x19, x20, v8, v9
    +08  a90153f3  stp   x19, x20, [sp, #16]          | x0-x3, x19, x20, v8, v9
@@ -111,7 +112,7 @@ What a kernel saves, where it keeps it, and the registers that are live before e
    +4c  d65f03c0  ret                                | x0, x30, v0
   
   vectors  0x10060  20 bytes, 5 instructions
-    reads x0, v1; writes v0, p0; stack unknown;
+    reads x0, z1; writes z0, p0; stack 0 bytes;
     max live 2 general (+00), 2 vector (+08), 1 predicate (+04); needs sve
    +00  25d8e3e0  ptrue p0.d                         | x0, x30, v1
    +04  a5e0a000  ld1d  { z0.d }, p0/z, [x0]         | x0, x30, v1, p0
@@ -156,7 +157,7 @@ As JSON:
           ],
           "saves": [],
           "calls": [],
-          "stack": null,
+          "stack": 0,
           "needs": [
             "neon"
           ],
@@ -200,7 +201,7 @@ One dump instead of a directory:
 
   $ vorna-kernels show dumps/scale
   scale  0x10000  8 bytes, 2 instructions
-    reads v0, v1; writes v0; stack unknown; max live 1 general (+00), 2 vector (+00); needs neon
+    reads v0, v1; writes v0; stack 0 bytes; max live 1 general (+00), 2 vector (+00); needs neon
    +00  4fc19000  fmul  v0.2d, v0.2d, v1.d[0]
    +04  d65f03c0  ret
 

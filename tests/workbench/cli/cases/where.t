@@ -22,7 +22,7 @@ An address in a kernel's code, with "0x" and zeros in front or without:
   > END
   $ vorna-kernels where dumps 0x7f000000100c
   0x7f000000100c  twice+0xc
-    reads x0, v0, .rodata; writes x0, x1, v0, v1, nzcv; stack unknown;
+    reads x0, d0, .rodata; writes x0, x1, v0, v1, nzcv; stack 0 bytes;
     max live 3 general (+04), 2 vector (+0c); needs fp-armv8
       +04  91010021  add   x1, x1, :lo12:.rodata
       .L8:
@@ -152,14 +152,15 @@ As JSON, and in colour:
         ],
         "interface": {
           "reads": [],
-          "writes": [
+          "writes": [],
+          "saves": [
+            "x29",
             "x30"
           ],
-          "saves": [],
           "calls": [
             "twice"
           ],
-          "stack": null,
+          "stack": 16,
           "needs": [],
           "live": {
             "general": {
@@ -213,7 +214,8 @@ As JSON, and in colour:
   [1]
   $ vorna-kernels where dumps --color=always 7f0000001020
   \x1b[1m0x7f0000001020\x1b[0m  caller+0x0 (esc)
-  \x1b[2m  writes x30; stack unknown; calls twice; max live 2 general (+00), 1 vector (+08)\x1b[0m (esc)
+  \x1b[2m  saves x29, x30 at cfa-16; stack 16 bytes; spills 1 store, 1 load; calls twice;\x1b[0m (esc)
+  \x1b[2m  max live 2 general (+00), 1 vector (+08)\x1b[0m (esc)
   \x1b[1m  > +00  a9bf7bfd  stp   x29, x30, [sp, #-16]!\x1b[0m (esc)
       +04  97fffff7  bl    twice
       +08  a8c17bfd  ldp   x29, x30, [sp], #16
