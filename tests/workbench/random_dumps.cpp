@@ -14,6 +14,9 @@
 
 namespace {
 
+constexpr std::uint32_t push_frame = 0xa9bf7bfd; // stp x29, x30, [sp, #-16]!
+constexpr std::uint32_t pop_frame = 0xa8c17bfd;  // ldp x29, x30, [sp], #16
+
 struct made_kernel {
     std::string name;
     std::vector<std::uint32_t> words;
@@ -29,7 +32,8 @@ made_kernel make_kernel(unsigned index)
     kernel.data.resize(16 * (1 + random() % 8));
     for (std::uint8_t& byte : kernel.data)
         byte = static_cast<std::uint8_t>(random());
-    kernel.words = {0x90000003, 0x91000063}; // adrp x3, .rodata; add x3, x3, :lo12:.rodata
+    // adrp x3, .rodata; add x3, x3, :lo12:.rodata; stp x29, x30, [sp, #-16]!
+    kernel.words = {0x90000003, 0x91000063, push_frame};
     kernel.relocs = {{".rodata." + kernel.name, 0, R_AARCH64_ADR_PREL_PG_HI21, 0},
                      {".rodata." + kernel.name, 4, R_AARCH64_ADD_ABS_LO12_NC, 0}};
     static constexpr std::uint32_t body[] = {
@@ -39,19 +43,20 @@ made_kernel make_kernel(unsigned index)
         0x4fc79063, // fmul v3.2d, v3.2d, v7.d[0]
         0x4c817c00, // st1 {v0.2d}, [x0], x1
         0xaa0003e2, // mov x2, x0
-        0x910042b5, // add x21, x21, #16
+        0x910040a5, // add x5, x5, #16
     };
     const std::size_t begin = 4 + random() % 8; // of a loop
-    const std::size_t length = 12 + random() % 60;
+    const std::size_t length = 13 + random() % 60;
     while (kernel.words.size() < length)
         kernel.words.push_back(body[random() % std::size(body)]);
     const auto back = static_cast<std::uint32_t>(begin) - static_cast<std::uint32_t>(kernel.words.size());
-    kernel.words.push_back(0xb5000017 | (back & 0x7ffff) << 5); // cbnz x23, the loop's begin
+    kernel.words.push_back(0xb5000004 | (back & 0x7ffff) << 5); // cbnz x4, the loop's begin
     for (std::size_t calls = index == 0 ? 0 : random() % 3; calls > 0; --calls) {
         const auto offset = static_cast<std::int32_t>(4 * kernel.words.size());
         kernel.words.push_back(0x94000000); // bl
         kernel.relocs.push_back({"kernel_" + std::to_string(random() % index), offset, R_AARCH64_CALL26, 0});
     }
+    kernel.words.push_back(pop_frame);
     kernel.words.push_back(0xd65f03c0); // ret
     return kernel;
 }
@@ -96,7 +101,10 @@ int main(int argc, char** argv)
     for (unsigned i = 0; i < count; ++i)
         (i < (count + 1) / 2 ? first : second).push_back(make_kernel(i));
     for (int i = 3; i < argc; ++i)
-        second.push_back({argv[i], {0x94000000, 0xd65f03c0}, {}, {{"kernel_0", 0, R_AARCH64_CALL26, 0}}});
+        second.push_back({argv[i],
+                          {push_frame, 0x94000000, pop_frame, 0xd65f03c0},
+                          {},
+                          {{"kernel_0", 4, R_AARCH64_CALL26, 0}}});
 
     std::vector<tessjit::elf_fn_entry> entries = placed(first, 0x7f0000000000);
     for (tessjit::elf_fn_entry& entry : placed(second, 0x7f0000400000))
