@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -68,6 +69,9 @@ private:
     std::map<std::vector<std::uint32_t>, modelled_block> known_;
     std::size_t kept_words_ = 0;
 };
+
+/// One for each processor.
+using model_list = std::vector<std::unique_ptr<block_models>>;
 
 /// By how many cycles a kernel got slower: the sum over its blocks, with one iteration of each loop. Nothing
 /// if a block has appeared, disappeared or changed that cannot be modelled.

@@ -29,8 +29,6 @@ struct cost_options {
     bool explain = false;
 };
 
-using processor_models_list = std::vector<std::unique_ptr<block_models>>;
-
 struct analysed_kernel {
     const placed_kernel& kernel;
     decoded_kernel code;
@@ -80,8 +78,7 @@ table_row make_row(const analysed_kernel& of, const cost_block& block, const std
     return row;
 }
 
-void add_rows(const analysed_kernel& of, const processor_models_list& models, disassembler& disassembler,
-              table& to)
+void add_rows(const analysed_kernel& of, const model_list& models, disassembler& disassembler, table& to)
 {
     for (const cost_block& block : of.blocks) {
         if (block.obstacle != cost_obstacle::none) {
@@ -109,46 +106,10 @@ void add_rows(const analysed_kernel& of, const processor_models_list& models, di
     }
 }
 
-json to_json(const analysed_kernel& of, const cost_block& block, block_models& model,
-             disassembler& disassembler)
+json to_json(const analysed_kernel& of, const model_list& models, disassembler& disassembler)
 {
-    json made = {{"offset", block.offset},
-                 {"bytes", 4 * block.instructions.size()},
-                 {"loop", block.depth},
-                 {"cpu", model.processor().name},
-                 {"model", model.processor().model},
-                 {"instructions", block.instructions.size()}};
-    std::string reason = obstacle_text(of.kernel, of.code, block);
-    if (reason.empty()) {
-        const modelled_block& modelled = model.of(of.code, block);
-        const block_cost& cost = modelled.cost;
-        reason = gap_text(of.kernel, block, modelled, disassembler);
-        if (reason.empty()) {
-            json chain = json::array();
-            for (const std::size_t i : chain_instructions(cost))
-                chain.push_back(4 * block.instructions[i]);
-            made["iterations"] = cost.iterations;
-            made["uops"] = cost.uops;
-            made["total_cycles"] = cost.total_cycles;
-            made["cycles"] = cost.cycles;
-            made["once"] = modelled.once;
-            made["throughput"] = cost.throughput;
-            made["limited_by"] = cost.limited_by;
-            made["chain"] = std::move(chain);
-        }
-    }
-    made["not_modelled"] = reason;
-    return made;
-}
-
-json to_json(const analysed_kernel& of, const processor_models_list& models, disassembler& disassembler)
-{
-    json blocks = json::array();
-    for (const cost_block& block : of.blocks) {
-        for (const auto& model : models)
-            blocks.push_back(to_json(of, block, *model, disassembler));
-    }
-    return {{"kernel", of.kernel.name}, {"blocks", blocks}};
+    return {{"kernel", of.kernel.name},
+            {"blocks", blocks_json(of.kernel, of.code, of.blocks, models, disassembler)}};
 }
 
 // ---- The explanation of a kernel
@@ -208,8 +169,8 @@ void explain_block(const analysed_kernel& of, const cost_block& block, const mod
 {
     const block_cost& cost = modelled.cost;
     const std::string once = block.depth == 0 ? fmt::format(", {} once", modelled.once) : "";
-    fmt::print("{}: {}, {} cycles{}, bound {} by {}\n  limited by {}\n", block_text(block), fetch_text(block),
-               cycles_text(cost.cycles), once, cycles_text(cost.throughput), cost.busiest,
+    fmt::print("{}: {}, {}{}, bound {} by {}\n  limited by {}\n", block_text(block), fetch_text(block),
+               count_cycles(cost.cycles), once, cycles_text(cost.throughput), cost.busiest,
                limit_text(of.kernel, block, cost, disassembler));
     std::vector<std::string> waits(block.instructions.size());
     std::vector<bool> critical(block.instructions.size());
@@ -232,7 +193,7 @@ void explain_block(const analysed_kernel& of, const cost_block& block, const mod
     }
 }
 
-void explain(const kernel_set& set, const analysed_kernel& of, const processor_models_list& models,
+void explain(const kernel_set& set, const analysed_kernel& of, const model_list& models,
              disassembler& disassembler, bool colored)
 {
     const kernel_listing listing = list_kernel(set, of.kernel, disassembler);
@@ -266,7 +227,7 @@ int cost(const cost_options& options)
     }
     if (options.dumps.empty())
         refuse_without("DUMPS");
-    const processor_models_list models =
+    const model_list models =
         load_models(options.processors.empty() ? default_processors() : options.processors);
     read_result read = read_set({options.dumps}, options.common);
     if (!require_kernels(read, options.dumps))

@@ -32,7 +32,6 @@ struct diff_options {
     std::size_t limit = 10;
 };
 
-using processor_list = std::vector<std::unique_ptr<block_models>>;
 /// Of each kernel, the change of cycles on each processor.
 using cycle_changes = std::map<const kernel_difference*, std::vector<std::optional<double>>>;
 
@@ -76,7 +75,7 @@ std::vector<const kernel_difference*> different_kernels(const kernel_differences
 }
 
 std::vector<std::optional<double>> changes_of(const kernel_difference& kernel, const kernel_set& before_set,
-                                              const kernel_set& after_set, const processor_list& processors)
+                                              const kernel_set& after_set, const model_list& processors)
 {
     std::vector<std::optional<double>> changes(processors.size());
     if (kernel.before == nullptr || kernel.after == nullptr ||
@@ -157,8 +156,7 @@ color color_of(change_class change)
     return color::none;
 }
 
-table table_of(const kernel_differences& kernels, const processor_list& processors,
-               const cycle_changes& cycles)
+table table_of(const kernel_differences& kernels, const model_list& processors, const cycle_changes& cycles)
 {
     table made;
     made.columns = {{"kernel", column_kind::name},
@@ -237,7 +235,7 @@ json side_of(const placed_kernel* kernel)
     return {{"code", of_kernel.code}, {"data", of_kernel.data}, {"instructions", of_kernel.instructions}};
 }
 
-void print_differences(const kernel_differences& kernels, const processor_list& processors,
+void print_differences(const kernel_differences& kernels, const model_list& processors,
                        const cycle_changes& cycles)
 {
     json list = json::array();
@@ -286,7 +284,7 @@ int diff(const diff_options& options)
         print_processors();
         return exit_success;
     }
-    const processor_list processors = load_models(options.processors);
+    const model_list processors = load_models(options.processors);
     const read_result before = read_set({options.before}, options.common);
     const read_result after = read_set({options.after}, options.common);
     const bool had_errors = before.had_errors || after.had_errors;

@@ -40,9 +40,9 @@ std::vector<std::string> default_processors()
     return names;
 }
 
-std::vector<std::unique_ptr<block_models>> load_models(const std::vector<std::string>& names)
+model_list load_models(const std::vector<std::string>& names)
 {
-    std::vector<std::unique_ptr<block_models>> models;
+    model_list models;
     for (const std::string& name : names) {
         const std::string found = name == "native" ? native_processor() : name;
         if (found.empty())

@@ -4,7 +4,6 @@
 #include "workbench/analysis/cost.hpp"
 #include "workbench/cli/options.hpp"
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,6 +22,6 @@ std::vector<std::string> default_processors();
 
 /// A model for each name; "native" is the processor that this program runs on. Throws std::runtime_error for
 /// a name that LLVM does not know.
-std::vector<std::unique_ptr<block_models>> load_models(const std::vector<std::string>& names);
+model_list load_models(const std::vector<std::string>& names);
 
 } // namespace vorna::workbench

@@ -30,6 +30,12 @@ std::string cycles_text(double cycles)
     return fmt::format("{}", rounded);
 }
 
+std::string count_cycles(double cycles)
+{
+    const std::string text = cycles_text(cycles);
+    return text + (text == "1" ? " cycle" : " cycles");
+}
+
 namespace {
 
 std::string mnemonic_at(const placed_kernel& kernel, std::size_t offset, disassembler& disassembler)
@@ -117,6 +123,92 @@ std::string limit_text(const placed_kernel& kernel, const cost_block& block, con
     if (chain.size() > most)
         text += fmt::format(" > {} more", chain.size() - most);
     return text;
+}
+
+static json block_json(const placed_kernel& kernel, const decoded_kernel& code, const cost_block& block,
+                       block_models& model, disassembler& disassembler)
+{
+    json made = {{"offset", block.offset},
+                 {"bytes", 4 * block.instructions.size()},
+                 {"loop", block.depth},
+                 {"cpu", model.processor().name},
+                 {"model", model.processor().model},
+                 {"instructions", block.instructions.size()}};
+    std::string reason = obstacle_text(kernel, code, block);
+    if (reason.empty()) {
+        const modelled_block& modelled = model.of(code, block);
+        const block_cost& cost = modelled.cost;
+        reason = gap_text(kernel, block, modelled, disassembler);
+        if (reason.empty()) {
+            json chain = json::array();
+            for (const std::size_t i : chain_instructions(cost))
+                chain.push_back(4 * block.instructions[i]);
+            made["iterations"] = cost.iterations;
+            made["uops"] = cost.uops;
+            made["total_cycles"] = cost.total_cycles;
+            made["cycles"] = cost.cycles;
+            made["once"] = modelled.once;
+            made["throughput"] = cost.throughput;
+            made["limited_by"] = cost.limited_by;
+            made["chain"] = std::move(chain);
+        }
+    }
+    made["not_modelled"] = reason;
+    return made;
+}
+
+json blocks_json(const placed_kernel& kernel, const decoded_kernel& code,
+                 const std::vector<cost_block>& blocks, const model_list& models, disassembler& disassembler)
+{
+    json made = json::array();
+    for (const cost_block& block : blocks) {
+        for (const auto& model : models)
+            made.push_back(block_json(kernel, code, block, *model, disassembler));
+    }
+    return made;
+}
+
+std::vector<std::string> cost_lines(const placed_kernel& kernel, const decoded_kernel& code,
+                                    const std::vector<cost_block>& blocks, block_models& model,
+                                    disassembler& disassembler)
+{
+    std::vector<std::string> lines;
+    for (const cost_block& block : blocks) {
+        const std::string head =
+            fmt::format("{}: {}: ", processor_text(model.processor()), block_text(block));
+        std::string reason = obstacle_text(kernel, code, block);
+        if (reason.empty()) {
+            const modelled_block& modelled = model.of(code, block);
+            reason = gap_text(kernel, block, modelled, disassembler);
+            if (reason.empty()) {
+                const block_cost& cost = modelled.cost;
+                lines.push_back(fmt::format("{}{}, bound {}, {}", head, count_cycles(cost.cycles),
+                                            cycles_text(cost.throughput),
+                                            limit_text(kernel, block, cost, disassembler)));
+                continue;
+            }
+        }
+        lines.push_back(head + "not modelled: " + reason);
+    }
+    return lines;
+}
+
+std::vector<std::optional<instruction_latency>>
+latencies_of(const decoded_kernel& code, const std::vector<cost_block>& blocks, block_models& model)
+{
+    std::vector<std::optional<instruction_latency>> found(code.instructions.size());
+    for (const cost_block& block : blocks) {
+        if (block.obstacle != cost_obstacle::none)
+            continue;
+        const modelled_block& modelled = model.of(code, block);
+        if (modelled.gap != model_gap::none)
+            continue;
+        for (std::size_t i = 0; i < block.instructions.size(); ++i)
+            found[block.instructions[i]] = {modelled.cost.instructions[i].latency, false};
+        for (const std::size_t i : chain_instructions(modelled.cost))
+            found[block.instructions[i]]->critical = true;
+    }
+    return found;
 }
 
 std::string cost_disclaimer()

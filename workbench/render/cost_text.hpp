@@ -1,11 +1,14 @@
-// What a block costs, in words.
+// What a block costs, in words and in JSON.
 #pragma once
 
 #include "workbench/analysis/cost.hpp"
 #include "workbench/disasm/disassembler.hpp"
 #include "workbench/kernels/kernel_set.hpp"
+#include "workbench/render/json.hpp"
 
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace vorna::workbench {
 
@@ -17,6 +20,8 @@ std::string block_text(const cost_block& block);
 
 /// "12", "0.5": rounded to two decimal places.
 std::string cycles_text(double cycles);
+/// "12 cycles", "1 cycle".
+std::string count_cycles(double cycles);
 
 /// Why the block cannot be modelled; empty if it has no obstacle. "calls wfta_short_9 at +0x5c".
 std::string obstacle_text(const placed_kernel& kernel, const decoded_kernel& code, const cost_block& block);
@@ -31,6 +36,25 @@ std::string limit_text(const placed_kernel& kernel, const cost_block& block, con
 
 /// The instructions of the chain, as indices in the block, without repetitions in a row.
 std::vector<std::size_t> chain_instructions(const block_cost& cost);
+
+/// The blocks on each processor, as `cost` has them in JSON.
+json blocks_json(const placed_kernel& kernel, const decoded_kernel& code,
+                 const std::vector<cost_block>& blocks, const model_list& models, disassembler& disassembler);
+
+/// "cortex-a55: loop +0x28: 12 cycles, bound 3.5, dependencies, ...": a line for each block.
+std::vector<std::string> cost_lines(const placed_kernel& kernel, const decoded_kernel& code,
+                                    const std::vector<cost_block>& blocks, block_models& model,
+                                    disassembler& disassembler);
+
+/// The latency of an instruction, and whether the critical chain of its block goes through it.
+struct instruction_latency {
+    int cycles = 0;
+    bool critical = false;
+};
+
+/// For each instruction of the kernel, as far as it is modelled.
+std::vector<std::optional<instruction_latency>>
+latencies_of(const decoded_kernel& code, const std::vector<cost_block>& blocks, block_models& model);
 
 /// "estimated by LLVM 19.1.7's scheduling models, ..."
 std::string cost_disclaimer();

@@ -113,17 +113,96 @@ Why:
         1     1  0.33 I                +0c  subs x1, x1, #1
         1     1     1 B                +10  b.ne .L0
   
-  cortex-a55: outside loops: 1 instruction in 1 line of 32 bytes (at least 1), 1 cycles, 2 once, bound 1 by CortexA55UnitB
+  cortex-a55: outside loops: 1 instruction in 1 line of 32 bytes (at least 1), 1 cycle, 2 once, bound 1 by CortexA55UnitB
     limited by CortexA55UnitB: ret +0x14
     uops   lat   thr ports
    *    1     1     1 B                +14  ret  ; waits for B after +0x14 of the iteration before
   
-  neoverse-n1: outside loops: 1 instruction in 1 line of 32 bytes (at least 1), 1 cycles, 4 once, bound 1 by N1UnitB
+  neoverse-n1: outside loops: 1 instruction in 1 line of 32 bytes (at least 1), 1 cycle, 4 once, bound 1 by N1UnitB
     limited by N1UnitB: ret +0x14
     uops   lat   thr ports
    *    1     1     1 B                +14  ret  ; waits for B after +0x14 of the iteration before
   
   estimated by the scheduling models of LLVM 19.1.7, for code in the first-level cache and predicted branches
+
+Beside a listing:
+
+  $ vorna-kernels show dumps scale --cpu=cortex-a55,neoverse-n1
+  scale  0x7f0000001000  24 bytes, 6 instructions; called by caller
+    reads x0, x1, v7; writes x0, x1, v0, nzcv; stack unknown;
+    max live 3 general (+00), 2 vector (+04); needs neon
+    cortex-a55: loop +0x0: 11 cycles, bound 3, dependencies, 8 above the bound: ldr +0x0 > fmul +0x4 > str +0x8 > subs +0xc > 1 more
+    cortex-a55: outside loops: 1 cycle, bound 1, CortexA55UnitB: ret +0x14
+    neoverse-n1: loop +0x0: 9 cycles, bound 1.5, dependencies, 7.5 above the bound: str +0x8 > ldr +0x0 > fmul +0x4 > str +0x8
+    neoverse-n1: outside loops: 1 cycle, bound 1, N1UnitB: ret +0x14
+    latencies beside the instructions, * on the critical chain; estimated by the scheduling models of LLVM 19.1.7, for code in the first-level cache and predicted branches
+  .L0:
+   +00  3dc00000  ldr   q0, [x0]                     |  3* |  5*
+   +04  6e67dc00  fmul  v0.2d, v0.2d, v7.2d          |  4* |  3*
+   +08  3c810400  str   q0, [x0], #16                |  1* |  2*
+   +0c  f1000421  subs  x1, x1, #1                   |  3* |  1
+   +10  54ffff81  b.ne  .L0                          |  1* |  1
+   +14  d65f03c0  ret                                |  1* |  1*
+  $ vorna-kernels show dumps straight --cpu=cortex-a55 --format=json | sed -n '/"rows"/,$p'
+        "rows": [
+          {
+            "offset": 0,
+            "word": "0x1e612800",
+            "text": "fadd d0, d0, d1",
+            "comment": "",
+            "label": "",
+            "latency": {
+              "cortex-a55": 4
+            }
+          },
+          {
+            "offset": 4,
+            "word": "0x1e620800",
+            "text": "fmul d0, d0, d2",
+            "comment": "",
+            "label": "",
+            "latency": {
+              "cortex-a55": 4
+            }
+          },
+          {
+            "offset": 8,
+            "word": "0xd65f03c0",
+            "text": "ret",
+            "comment": "",
+            "label": "",
+            "latency": {
+              "cortex-a55": 1
+            }
+          }
+        ],
+        "blocks": [
+          {
+            "offset": 0,
+            "bytes": 12,
+            "loop": 0,
+            "cpu": "cortex-a55",
+            "model": "cortex-a55",
+            "instructions": 3,
+            "iterations": 100,
+            "uops": 300,
+            "total_cycles": 801,
+            "cycles": 8.0,
+            "once": 9,
+            "throughput": 1.5,
+            "limited_by": "dependencies",
+            "chain": [
+              4,
+              0,
+              4,
+              8
+            ],
+            "not_modelled": ""
+          }
+        ]
+      }
+    ]
+  }
 
 Other formats:
 

@@ -77,6 +77,7 @@ What each command says of itself:
     -h,--help                   Print this help and exit
     --unlinked                  Show the code as generated, before relocations are applied
     --live                      Show the live registers before each instruction
+    --cpu NAME[,NAME...]        Show latencies, and what limits each loop, on these processors
     --format {text,json}        Output format (default: text)
     --color {always,never,auto} Use colour (default: auto, on a terminal)
     --verbose                   Report skipped files
