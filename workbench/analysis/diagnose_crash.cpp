@@ -353,7 +353,7 @@ private:
             return std::any_of(findings_.begin(), findings_.end(), is_it);
         };
         if (any([](const kernel_finding& finding) { return breaks_calling_convention(finding); }))
-            return "the host's own code: a kernel that has returned left it a wrong register or stack pointer";
+            return "the host's own code; a kernel that has returned may have left it a wrong register or stack pointer";
         if (any([](const kernel_finding& finding) { return finding.id == finding_id::unfollowed; }))
             return "the host's own code; no kernel is known to break the calling convention, but not all code "
                    "could be followed";

@@ -256,9 +256,11 @@ A crash: what gdb prints, a sanitizer, the system's log, and a core.
   > kernel caller
   >     stp x29, x30, [sp, #-16]!
   >     bl answer
-  >     mov x19, #1
   >     ldp x29, x30, [sp], #16
   >     nop
+  > kernel spoiler
+  >     mov x19, #1
+  >     ret
   > END
   $ cat > gdb <<'END'
   > Program received signal SIGSEGV, Segmentation fault.
@@ -277,7 +279,7 @@ A crash: what gdb prints, a sanitizer, the system's log, and a core.
   note: called from caller+0x4 (gdb:4)
   note: 8-byte load through x0
   note: the address is 0x8: a null pointer in x0
-  note: caller+0x10: nop is the last instruction, and control continues past the end of the code [falls-through]
+  note: caller+0xc: nop is the last instruction, and control continues past the end of the code [falls-through]
   help: end the code with RET, a branch or a trap
   1 crash
   $ vorna-kernels explain gdb
@@ -316,7 +318,7 @@ A crash: what gdb prints, a sanitizer, the system's log, and a core.
         {
           "id": "falls-through",
           "kernel": "caller",
-          "offset": 16,
+          "offset": 12,
           "message": "nop is the last instruction, and control continues past the end of the code",
           "help": "end the code with RET, a branch or a trap"
         }
@@ -326,17 +328,17 @@ A crash: what gdb prints, a sanitizer, the system's log, and a core.
   }
   $ cat > sanitizer <<'END'
   > AddressSanitizer:DEADLYSIGNAL
-  > ==12==ERROR: AddressSanitizer: ILL on unknown address 0x005502d5e034 (pc 0x005502d5e034 bp 0x0055028411a0 sp 0x0055028411a0 T0)
-  >     #0 0x5502d5e034  (<unknown module>)
+  > ==12==ERROR: AddressSanitizer: ILL on unknown address 0x005502d5e030 (pc 0x005502d5e030 bp 0x0055028411a0 sp 0x0055028411a0 T0)
+  >     #0 0x5502d5e030  (<unknown module>)
   > END
   $ vorna-kernels explain sanitizer --dumps crashed
   error: SIGILL in padding, at the end of caller
     --> padding, at the end of caller (sanitizer:2)
-      +08  d2800033  mov   x19, #1
-      +0c  a8c17bfd  ldp   x29, x30, [sp], #16
-    > +10  d503201f  nop
+      +04  97fffff7  bl    answer
+      +08  a8c17bfd  ldp   x29, x30, [sp], #16
+    > +0c  d503201f  nop
   note: control ran past the end of caller, or a branch led there
-  note: caller+0x10: nop is the last instruction, and control continues past the end of the code [falls-through]
+  note: caller+0xc: nop is the last instruction, and control continues past the end of the code [falls-through]
   help: end the code with RET, a branch or a trap
   1 crash
   $ cat > dmesg <<'END'
@@ -347,8 +349,10 @@ A crash: what gdb prints, a sanitizer, the system's log, and a core.
   $ vorna-kernels explain dmesg --dumps crashed
   error: SIGSEGV at 0x400a40, in no kernel
     --> in no kernel (dmesg:2)
-  note: the host's own code, and no kernel breaks the calling convention
+  note: the host's own code; a kernel that has returned may have left it a wrong register or stack pointer
   help: the dumps must be of this very process, since kernels are placed elsewhere in every run
+  note: spoiler+0x0: changes x19, which is not restored at the return at +0x4 [abi-callee-saved]
+  help: save x19 before and restore it from there, or use one of x9 to x15
   1 crash
   $ printf 'TID 7:\n#0  0x0000000000400a40 poll\n' | vorna-kernels explain --dumps crashed | sed 2q
   no report of an abort in standard input
@@ -364,13 +368,13 @@ Two crashes, and colour:
   note: called from caller+0x4 (both:4)
   note: 8-byte load through x0
   note: the address is 0x8: a null pointer in x0
-  note: caller+0x10: nop is the last instruction, and control continues past the end of the code [falls-through]
+  note: caller+0xc: nop is the last instruction, and control continues past the end of the code [falls-through]
   help: end the code with RET, a branch or a trap
   \x1b[1;31merror\x1b[0m: \x1b[1mSIGILL in padding, at the end of caller\x1b[0m (esc)
     --> padding, at the end of caller (both:8)
-  \x1b[1m  > +10  d503201f  nop\x1b[0m (esc)
+  \x1b[1m  > +0c  d503201f  nop\x1b[0m (esc)
   note: control ran past the end of caller, or a branch led there
-  note: caller+0x10: nop is the last instruction, and control continues past the end of the code [falls-through]
+  note: caller+0xc: nop is the last instruction, and control continues past the end of the code [falls-through]
   help: end the code with RET, a branch or a trap
   2 crashes
   $ vorna-kernels explain both --dumps crashed --format=json | grep -E '"(line|text|address|more_crashes)"'
@@ -381,8 +385,8 @@ Two crashes, and colour:
           "address": "0x5502d5e024",
     "more_crashes": [
         "line": 8,
-        "text": "==12==ERROR: AddressSanitizer: ILL on unknown address 0x005502d5e034 (pc 0x005502d5e034 bp 0x0055028411a0 sp 0x0055028411a0 T0)",
-          "address": "0x5502d5e034",
+        "text": "==12==ERROR: AddressSanitizer: ILL on unknown address 0x005502d5e030 (pc 0x005502d5e030 bp 0x0055028411a0 sp 0x0055028411a0 T0)",
+          "address": "0x5502d5e030",
 
 A mapping that the system refused:
 
