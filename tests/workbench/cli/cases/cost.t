@@ -129,7 +129,7 @@ Beside a listing:
 
   $ vorna-kernels show dumps scale --cpu=cortex-a55,neoverse-n1
   scale  0x7f0000001000  24 bytes, 6 instructions; called by caller
-    reads x0, x1, v7; writes x0, x1, v0, nzcv; stack unknown;
+    reads x0, x1, v7; writes x0, x1, v0, nzcv; stack 0 bytes;
     max live 3 general (+00), 2 vector (+04); needs neon
     cortex-a55: loop +0x0: 11 cycles, bound 3, dependencies, 8 above the bound: ldr +0x0 > fmul +0x4 > str +0x8 > subs +0xc > 1 more
     cortex-a55: outside loops: 1 cycle, bound 1, CortexA55UnitB: ret +0x14
