@@ -349,8 +349,7 @@ TEST_F(ShowCommand, PrintsEachKernel)
     EXPECT_EQ(show.exit_status, 0);
     EXPECT_EQ(show.err, "");
     EXPECT_EQ(show.out, "caller  0x10000  16 bytes, 4 instructions; data 0x10040, 8 bytes\n"
-                        "  reads x0, .rodata; writes x1, x3, x30; stack unknown; calls odd\\n\\xff; "
-                        "max live 1 general (+00)\n"
+                        "  reads x0, .rodata; stack 0 bytes; calls odd\\n\\xff; max live 1 general (+00)\n"
                         " +00  b4000040  cbz   x0, .L8\n"
                         " +04  94000007  bl    odd\\n\\xff\n"
                         ".L8:\n"
@@ -358,7 +357,7 @@ TEST_F(ShowCommand, PrintsEachKernel)
                         " +0c  f9400061  ldr   x1, [x3]                     ; .rodata  7\n"
                         "\n"
                         "odd\\n\\xff  0x10020  4 bytes, 1 instruction; called by caller\n"
-                        "  stack unknown; max live 1 general (+00)\n"
+                        "  stack 0 bytes; max live 1 general (+00)\n"
                         " +00  d65f03c0  ret\n");
     EXPECT_THAT(this->show({"caller", "--color=always"}).out, HasSubstr("\x1b[32m; .rodata  7\x1b[0m\n"));
     EXPECT_THAT(this->show({"caller", "--unlinked"}).out, HasSubstr(" +04  94000000  bl    0x10004  "));

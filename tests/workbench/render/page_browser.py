@@ -65,6 +65,22 @@ kernel predicated
     ld1d { z0.d }, p0/z, [x0]
     st1d { z0.d }, p0, [x0]
     ret
+kernel framed
+    stp x29, x30, [sp, #-48]!
+    stp x19, x20, [sp, #16]
+    str x1, [sp, #32]
+    mov x19, x0
+    blr x2
+    ldr x1, [sp, #32]
+    str x1, [x19]
+    ldp x19, x20, [sp, #16]
+    ldp x29, x30, [sp], #48
+    ret
+kernel unknown
+    sub x9, sp, x0
+    mov sp, x9
+    add sp, sp, x0
+    ret
 """
 INVALID_UTF8 = b"bad\xff\xfename"
 
@@ -445,15 +461,18 @@ class Page(unittest.TestCase):
         dumps = self.path("interface")
         subprocess.run([MAKE_DUMPS, dumps], input=INTERFACES, text=True, check=True)
         self.open(make_report(dumps, self.path("interface.html")))
-        self.assertEqual(self.column("general"), ["5", "2", "2"])
-        self.assertEqual(self.column("vectors"), ["0", "6", "1"])
-        names = {"r": "registers", "v": "vectors", "p": "predicated"}
-        for text, expected in (("vectors>=6", "v"), ("vectors<6", "rp"), ("vector = 1", "p"), ("general>2", "r"), ("gprs>2", "r"),
-                               ("predicates>0", "p"), ("predicates=0", "rv"),
-                               ("needs:sve", "p"), ("needs:neon", "v"), ("needs:sv", ""), ("needs=0", "r"), ("spills=0", "rvp"),
-                               ("reads:x1", "r"), ("reads:x", ""), ("reads=X2", "r"), ("reads!=x1", "vp"), ("-reads:x1", "vp"),
-                               ("reads:v1", "v"), ("read>5", "v"), ("reads<=3", "rp"), ("writes:nzcv", "r"), ("saves:x19", ""),
-                               ("saves>0", ""), ("saves=0", "rvp"), ("writes>", "rvp")):
+        self.assertEqual(self.column("stack"), ["0", "0", "0", "48", "?"])
+        self.assertEqual(self.column("general"), ["5", "2", "2", "7", "3"])
+        self.assertEqual(self.column("vectors"), ["0", "6", "1", "1", "0"])
+        names = {"r": "registers", "v": "vectors", "p": "predicated", "f": "framed", "u": "unknown"}
+        for text, expected in (("stack>0", "f"), ("stack=48", "f"), ("stack<48", "rvp"), ("-stack>=0", "u"),
+                               ("vectors>=6", "v"), ("vectors<6", "rpfu"), ("vector = 1", "pf"), ("gprs>4", "rf"),
+                               ("predicates>0", "p"), ("predicates=0", "rvfu"), ("spills>0", "f"), ("spill=6", "f"),
+                               ("needs:sve", "p"), ("needs:neon", "v"), ("needs:sv", ""), ("needs=0", "rfu"),
+                               ("reads:x1", "rf"), ("reads:x", ""), ("reads=X2", "rf"), ("reads!=x1", "vpu"),
+                               ("-reads:x1", "vpu"), ("reads:v1", "v"), ("read>5", "v"), ("writes:nzcv", "r"),
+                               ("saves:x19", "f"), ("saves>0", "f"), ("saves>=4", "f"), ("saves=0", "rvpu"),
+                               ("saves:x1", ""), ("writes>", "rvpfu")):
             self.filter(text)
             self.assertEqual((self.text(":complaint"), self.column("name")), ("", [names[name] for name in expected]), text)
         for text, complaint in (("reads>x1", "“x1” is not a number: use “reads:x1”."),
@@ -461,12 +480,14 @@ class Page(unittest.TestCase):
                                 ("stak>0", "“stak” is not a column; there are name, findings, size, ")):
             self.filter(text)
             self.assertTrue(self.text(":complaint").startswith(complaint), self.text(":complaint"))
-            self.assertEqual(len(self.column("name")), 3, text)
+            self.assertEqual(len(self.column("name")), 5, text)
         self.filter(" ")
-        self.click("th[data-key=vectors] button")
-        self.assertEqual(self.column("vectors"), ["6", "1", "0"])
+        self.click("th[data-key=stack] button")
+        self.assertEqual(self.column("stack"), ["48", "0", "0", "0", "?"])
         self.draw_all()
-        self.assertIn("reads x0-x2; writes x0, x3, nzcv; ", self.texts("#registers .facts")[1])
+        self.assertEqual(self.texts("#framed .facts")[1],
+                         "reads x0-x2; saves x29, x30 at cfa-48, x19, x20 at cfa-32; stack 48 bytes;"
+                         " spills 3 stores, 3 loads; calls x2; max live 7 general (+00), 1 vector (+14)")
 
     def test_columns_fit_a_wide_screen_and_the_name_stays_on_a_narrow_one(self):
         for page in (self.few, self.comparison, self.all_columns):
