@@ -109,10 +109,9 @@ json to_json(const found_address& found)
 
 class finder {
 public:
-    finder(const where_options& options, read_result& read)
-        : options_(options), read_(read), colored_(use_color(options.common))
+    finder(const common_options& options, read_result& read) : read_(read), colored_(use_color(options))
     {
-        if (options.common.format == "json")
+        if (options.format == "json")
             document_.emplace("addresses");
     }
 
@@ -172,7 +171,6 @@ private:
         return &listed_;
     }
 
-    const where_options& options_;
     read_result& read_;
     bool colored_;
     bool all_found_ = true;
@@ -201,7 +199,7 @@ int where(const where_options& options)
     read_result read = read_set({options.dumps}, options.common);
     if (!require_kernels(read, options.dumps))
         return exit_error;
-    finder addresses(options, read);
+    finder addresses(options.common, read);
     if (options.addresses.empty())
         find_lines_of_input(addresses);
     for (const std::string& address : options.addresses)
