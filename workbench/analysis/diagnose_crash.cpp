@@ -414,6 +414,9 @@ private:
         const bool in_caller =
             std::any_of(result_.callers.begin(), result_.callers.end(),
                         [&](const kernel_caller& caller) { return caller.location.kernel == finding.index; });
+        // Where control goes by a register, it may have gone astray.
+        if (at.part == address_part::nothing && lost_return_address() && finding.id == finding_id::unfollowed)
+            return 7;
         if (finding.severity == finding_severity::note)
             return std::nullopt;
         if (in_kernel)

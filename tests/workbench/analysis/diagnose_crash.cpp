@@ -242,13 +242,18 @@ TEST(DiagnoseCrash, AtAWrongReturnAddressSuspectsThoseThatLoseIt)
     const std::vector<kernel_finding> findings = {
         finding(finding_id::abi_callee_saved, finding_severity::error, 1, 4),
         finding(finding_id::abi_stack_pointer, finding_severity::error, 0, 8),
-        finding(finding_id::abi_return_address, finding_severity::error, 1, 8)};
+        finding(finding_id::abi_return_address, finding_severity::error, 1, 8),
+        finding(finding_id::unfollowed, finding_severity::note, 0, 4)};
     crash_report crash = crash_at(0x400a3c, crash_signal::segv);
     EXPECT_THAT(diagnose_crash(crash, make_set(), findings).findings, ElementsAre(0, 1, 2));
     crash.registers[30] = 0x400a3c;
     EXPECT_THAT(diagnose_crash(crash, make_set(), findings).findings, ElementsAre(1, 2, 0));
     EXPECT_THAT(diagnose_crash(crash_at(1, crash_signal::segv), make_set(), findings).findings,
                 ElementsAre(1, 2, 0));
+    EXPECT_THAT(
+        diagnose_crash(crash_at(1, crash_signal::segv), make_set(), {findings[3], findings[0]}).findings,
+        ElementsAre(1, 0))
+        << "and where control goes by a register";
 }
 
 TEST(DiagnoseCrash, OutsideTheKernelsClearsThoseThatKeepTheConvention)
