@@ -95,7 +95,7 @@ class CiJob(unittest.TestCase):
     def setUp(self):
         self.steps = read_steps()
 
-    def test_steps_are_of_the_form_that_github_takes(self):
+    def test_steps_have_the_form_that_github_expects(self):
         for step in self.steps:
             self.assertEqual(len({"uses", "run"} & step.keys()), 1, step)
             self.assertLessEqual(step.keys(), {"name", "uses", "run", "if", "with"})
@@ -105,7 +105,7 @@ class CiJob(unittest.TestCase):
                 self.assertIn("name", step)
             self.assertIn(step.get("if", ALWAYS), (ALWAYS,))
 
-    def test_kernels_as_they_were_pass(self):
+    def test_unchanged_kernels_pass(self):
         checkout = Checkout(self)
         self.assertFalse(checkout.run(self.steps), checkout.outputs)
         self.assertEqual(set(checkout.statuses.values()), {0})
@@ -138,13 +138,13 @@ class CiJob(unittest.TestCase):
             self.assertRegex(checkout.text("summary"), rf"(?m)^\|.*{kernel}.*{what}")
         self.assert_artefact(checkout)
 
-    def test_wrong_results_fail_and_the_kernels_are_looked_at_all_the_same(self):
+    def test_wrong_results_fail_and_kernels_are_still_compared(self):
         checkout = Checkout(self, '"$HOST" "$@"; exit 1')
         self.assertTrue(checkout.run(self.steps))
         self.assertEqual(list(checkout.statuses.values()), [0, 1, 0, 0, 0], checkout.outputs)
         self.assert_artefact(checkout)
 
-    def test_a_host_that_the_finaliser_ends_is_explained_by_the_check(self):
+    def test_check_explains_why_the_finaliser_aborted_the_host(self):
         checkout = Checkout(self, 'ulimit -c 0; "$HOST" --break "$@"; exit $?')
         self.assertTrue(checkout.run(self.steps))
         self.assertEqual(list(checkout.statuses.values()), [0, 134, 1, 1, 0], checkout.outputs)
@@ -169,13 +169,13 @@ class BaselineScript(unittest.TestCase):
     def test_the_same_kernels_pass(self):
         self.assertEqual(self.run_script('exec "$HOST" "$@"'), (0, "13 kernels: 13 same\n", ""))
 
-    def test_kernels_that_compute_something_else_are_compared(self):
+    def test_changed_kernels_are_compared(self):
         status, output, errors = self.run_script('"$HOST" "$@"; rm wfta_10; exit 1')
         self.assertEqual(status, 1)
         self.assertIn(f"{BASELINE}:2: wfta_10: not in the dumps, 51 instructions\n", output)
         self.assertEqual(errors, "scripts/baseline: the kernels' results are not those of FFTW\n")
 
-    def test_a_host_that_ends_before_its_time_is_an_error(self):
+    def test_a_host_that_exits_early_is_an_error(self):
         status, output, errors = self.run_script("exit 134")
         self.assertEqual((status, output), (2, ""))
         self.assertEqual(errors, "scripts/baseline: wfta_host ended with exit status 134; its kernels until then are in"
