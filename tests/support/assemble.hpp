@@ -41,10 +41,11 @@ inline std::vector<std::uint32_t> assemble(const std::vector<std::string>& lines
     std::string source;
     std::vector<std::string> unknown;
     for (const std::string& line : lines) {
-        if (known.count(line) == 0) {
-            unknown.push_back(line);
-            source += line + "\n";
-        }
+        const auto found = known.find(line);
+        if (found != known.end())
+            continue;
+        unknown.push_back(line);
+        source += line + "\n";
     }
     const std::string listing = unknown.empty() ? "" : run_assembler(source, {"-show-encoding"});
     const std::string mark = "encoding: [";
