@@ -100,10 +100,12 @@ private:
 
     void report_exit(const flow_exit& exit)
     {
+        if (exit.local)
+            return; // a subroutine may have a convention of its own
         for (const changed_part& changed : exit.changed) {
             if (changed.part == stack_pointer)
                 report_sp(exit, changed);
-            else if (convention_ == call_convention::aapcs64 && !exit.local && changed.known)
+            else if (convention_ == call_convention::aapcs64 && changed.known)
                 report_changed(exit, changed);
         }
         if (exit.returns_elsewhere)
@@ -219,6 +221,16 @@ private:
             add(finding_id::abi_below_stack, severity::warning, fact.index, {},
                 "stores below SP, where a signal may overwrite it", {}, "lower SP first");
             break;
+        case flow_event::loads_below_sp:
+            add(finding_id::abi_below_stack, severity::warning, fact.index, "load",
+                "loads from below SP, where a signal may have overwritten it", {}, "raise SP after the load");
+            break;
+        case flow_event::passes_saved:
+            add(finding_id::reads_unset, severity::warning, fact.index, "passed",
+                fmt::format("calls with a value of the caller's, that of {}, in an argument register",
+                            name_of_part(fact.part)),
+                {}, "set the argument before the call");
+            break;
         case flow_event::unaligned_sp:
             add(finding_id::abi_stack_pointer, severity::error, fact.index, "alignment",
                 "accesses memory through SP, which is not a multiple of 16 here", {},
@@ -249,10 +261,9 @@ private:
                                                  : "nothing has set")
             : after_call && !fact.way
                 ? fmt::format("which the call at {} {}", at_index(*fact.changed), "may have changed")
-            : fact.certain || level == severity::error
-                ? (flags ? "which nothing has set" : "which nothing has set")
-            : fact.way ? "which is not set on every way" + way_text(fact.way)
-                       : "which is not set on every way";
+            : fact.everywhere ? std::string("which nothing has set")
+            : fact.way        ? "which is not set on every way" + way_text(fact.way)
+                              : "which is not set on every way";
         const bool saved = preserved_registers()[register_of_part(fact.part)] && !after_call;
         std::string help = flags ? "set them before, with SUBS or another instruction that sets flags"
                            : after_call
@@ -301,7 +312,8 @@ private:
             case unfollowed_reason::sp:
                 return {"leaves with a value of SP that is not known here", ""};
             case unfollowed_reason::restores_from_elsewhere:
-                return {"uses an address that may have been saved elsewhere", ""};
+                return {"returns, and may have restored a register from where it is not followed",
+                        "saved registers"};
             case unfollowed_reason::too_large:
                 return {"has too many branches or stack slots", ""};
             }

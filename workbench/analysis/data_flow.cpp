@@ -81,6 +81,7 @@ struct value {
     bool frame = false;  // may be an address in the own frame
     bool mixed = false;  // joined from the initial value of the part and another one
     bool from_frame = false;
+    bool derived = false;      // computed from the initial value of a callee-saved register
     uint32_t first = no_index; // the instruction since which the part does not have its initial value
     uint32_t last = no_index;  // the last that set it
 
@@ -254,6 +255,12 @@ bool is_saved_with_sve(register_part part)
     };
     return within(low_half(16), low_half(23)) || within(rest_of_q(8), rest_of_q(23)) ||
            within(rest_of_z(8), rest_of_z(23)) || within(predicate_part(4), predicate_part(15));
+}
+
+// The caller's value of a callee-saved register, perhaps plus a constant.
+bool is_saved_value(const value& v)
+{
+    return is_initial(v) && is_saved_part(v.what);
 }
 
 struct aligned_sp {
@@ -471,6 +478,7 @@ private:
             joined.certain = to.certain && from.certain && to.missing == from.missing;
         }
         joined.from_frame = to.from_frame && from.from_frame;
+        joined.derived = to.derived || from.derived;
         if (joined.first == no_index)
             joined.first = from.first;
         if (joined.last == no_index)
@@ -537,17 +545,15 @@ private:
         for (size_t i = 0; i < joined.size(); ++i) {
             if (met[i])
                 continue;
-            const bool stored = is_covered(joined[i].range, other) || from.unknown_stores;
-            changed = weaken(joined[i].held, stored) || changed;
+            changed = weaken(joined[i], other, from.unknown_stores) || changed;
         }
         for (frame_cell& cell : more) {
-            const bool stored = is_covered(cell.range, old) || to.unknown_stores;
             const bool overlaps = std::any_of(old.begin(), old.end(), [&](const frame_cell& here) {
                 return may_overlap(here.range, cell.range);
             });
             if (overlaps)
                 continue; // the cells here stand for it
-            weaken(cell.held, stored);
+            weaken(cell, old, to.unknown_stores);
             joined.insert(std::lower_bound(joined.begin(), joined.end(), cell, lies_before), cell);
             changed = true;
         }
@@ -557,15 +563,24 @@ private:
     }
 
     // A cell that the frame on another way does not have as such.
-    bool weaken(value& held, bool stored) const
+    bool weaken(frame_cell& cell, const frame_cells& others, bool unknown_stores) const
     {
-        value weak = make_value(stored ? (held.what == absent ? absent : unknown) : absent);
-        weak.frame = may_be_frame_address(held);
-        weak.first = held.first;
-        weak.last = held.last;
-        const bool changed = !weak.same_as(held);
+        value weak = make_value(absent);
+        if (is_covered(cell.range, others))
+            weak.what = cell.held.what == unknown || cell.held.what == absent
+                            ? cell.held.what
+                            : static_cast<uint8_t>(computed);
+        else if (unknown_stores)
+            weak.what = static_cast<uint8_t>(cell.held.what == absent ? absent : unknown);
+        weak.frame = may_be_frame_address(cell.held);
+        for (const frame_cell& other : others)
+            weak.frame =
+                weak.frame || (may_be_frame_address(other.held) && may_overlap(other.range, cell.range));
+        weak.first = cell.held.first;
+        weak.last = cell.held.last;
+        const bool changed = !weak.same_as(cell.held) || weak.frame != cell.held.frame;
         if (changed)
-            held = weak;
+            cell.held = weak;
         return changed;
     }
 
@@ -735,6 +750,7 @@ private:
             return loaded;
         }
         bool some = false;
+        bool sometimes = false; // stored on some way
         bool all = true;
         const auto overlapping = [&](const frame_range& one) {
             const auto found = std::find_if(cells.begin(), cells.end(), [&](const frame_cell& cell) {
@@ -753,9 +769,15 @@ private:
                     all = false;
                     continue;
                 }
+                if (cell->held.what == absent) {
+                    all = false;
+                    sometimes = true;
+                    continue;
+                }
                 some = true;
+                loaded.derived = loaded.derived || is_saved_value(cell->held) || cell->held.derived;
                 loaded.frame = loaded.frame || may_be_frame_address(cell->held);
-                uint8_t missing = missing_of(cell->held);
+                uint8_t missing = is_saved_value(cell->held) ? 0 : missing_of(cell->held);
                 if (missing != 0xff) {
                     const int64_t within = range.offset + byte - cell->range.offset;
                     missing = within >= 0 && within < 8 ? missing >> within & 1 : 0;
@@ -773,7 +795,7 @@ private:
         if (!all)
             note_argument(range);
         if (!all && is_own(range) && !state_.unknown_stores)
-            report_load(range, !some, !some);
+            report_load(range, !some && !sometimes, !some);
         if (!all && state_.unknown_stores)
             loaded.what = unknown;
         return loaded;
@@ -905,7 +927,8 @@ private:
             return;
         if (result_ != nullptr) {
             // An unknown way may set it.
-            const bool certain = (is_initial(v) || v.certain) && !any_entry_;
+            const bool certain = (is_initial(v) || v.certain) && !any_entry_ &&
+                                 !(is_initial(v) && v.what == general_register(18));
             const bool whole = missing == bytes;
             std::optional<branch_way> way;
             if (!is_initial(v) && !v.certain) {
@@ -918,6 +941,7 @@ private:
             }
             flow_fact* const fact = add_fact(flow_event::reads_unset, part);
             fact->certain = certain && whole && !always_warning;
+            fact->everywhere = is_initial(v) || v.certain;
             fact->whole = whole;
             fact->way = way;
             if (v.last != no_index)
@@ -1067,15 +1091,17 @@ private:
             return stop(unfollowed_reason::other_branch);
         }
         const register_effect effect = effect_of(code_, at);
+        if (effect == register_effect::change_streaming)
+            return stop(unfollowed_reason::unknown_effects);
         if (!at.modelled && effect != register_effect::follow_operands &&
             effect != register_effect::read_system && effect != register_effect::write_system &&
-            !tells_general_defs(at))
+            !tells_general_defs(at) && !memory_access_of(code_, at))
             return stop(unfollowed_reason::unknown_effects);
         if (at.relocated == word_relocation::fits) {
             form_address(at);
             return true;
         }
-        if (at.may_load || at.may_store || !at.modelled) {
+        if ((at.may_load || at.may_store || !at.modelled) && !is_prefetch(at)) {
             if (access_memory(at, effect))
                 return true;
         }
@@ -1132,9 +1158,10 @@ private:
     [[nodiscard]] bool uses_frame_address(const instruction& at) const
     {
         for (const operand& o : operands_of(code_, at)) {
-            if (!o.defined && o.is_register && is_general(o.registers[0]) && o.count == 1 &&
-                may_be_frame_address(state_.parts[o.registers[0]]))
-                return true;
+            for (size_t i = 0; !o.defined && i < o.count; ++i) {
+                if (is_general(o.registers[i]) && may_be_frame_address(state_.parts[o.registers[i]]))
+                    return true;
+            }
         }
         return false;
     }
@@ -1174,8 +1201,9 @@ private:
             const register_id to = operands[0].registers[0];
             const value zero = make_value(constant);
             use_implicit(at);
+            const value known = make_value(computed); // 0, or all ones
             if (is_vector(to))
-                set_vector(vector_of(0), zero, zero, zero);
+                set_vector(vector_of(0), known, operands[0].low_half ? zero : known, zero);
             else if (to < register_count)
                 set(part_of(to), zero);
             set_flags(at);
@@ -1194,11 +1222,12 @@ private:
             }
             break;
         case register_effect::copy_to_vector: {
-            const value v = get(operands[1].registers[0]);
+            const value v = copied(get(operands[1].registers[0]), operands[1].registers[0]);
             const value zero = make_value(constant);
             if (may_be_frame_address(v))
                 state_.escaped = true;
-            set_vector(vector_of(0), copied(v, operands[1].registers[0]), zero, zero);
+            const bool both = !operands[0].low_half; // DUP Vd.2D, Xn
+            set_vector(vector_of(0), v, both ? v : zero, zero);
             return;
         }
         case register_effect::scalar_from_lane:
@@ -1230,6 +1259,8 @@ private:
                     use_register(operands[o].registers[0], operands[o].low_half, operands[o].scalable);
             }
             use_implicit(at);
+            if (uses_frame_address(at))
+                state_.escaped = true;
             const value& active = state_.parts[part_of(operands[2].registers[0])];
             const bool all = active.what == constant && active.scale == 1 && active.offset != 0 &&
                              static_cast<unsigned>(active.offset) <= element_bytes_of(at);
@@ -1244,8 +1275,15 @@ private:
             return;
         }
         case register_effect::select:
+            if (operands.size() == 4 && is_general(operands[0].registers[0]) && selects_whole(at) &&
+                get(operands[1].registers[0]).same_as(get(operands[2].registers[0]))) {
+                use(flags_part);
+                set_general(operands[0].registers[0],
+                            copied(get(operands[1].registers[0]), operands[1].registers[0]));
+                return;
+            }
             use_operands(at, true);
-            define_operands(at, uses_frame_address(at));
+            define_computed(at, operands, uses_frame_address(at));
             return;
         case register_effect::add_registers:
         case register_effect::subtract_registers:
@@ -1280,21 +1318,29 @@ private:
         case register_effect::read_system:
             if (system_register_of(code_, at) == system_register::nzcv)
                 use(flags_part);
-            set_general(operands[0].registers[0], make_value(computed));
-            return;
+            {
+                value made = make_value(computed);
+                made.frame = state_.escaped;
+                set_general(operands[0].registers[0], made);
+                return;
+            }
         case register_effect::write_system:
             use_operands(at);
+            if (uses_frame_address(at))
+                state_.escaped = true;
             if (system_register_of(code_, at) == system_register::nzcv)
                 set(flags_part, make_value(computed));
             return;
         case register_effect::compute:
+        case register_effect::change_streaming:
         case register_effect::follow_operands:
             break;
         }
         if (const auto sum = register_sum_of(code_, at)) {
             const value from = get(sum->from);
             const bool moves = sum->constant == 0 && !sum->sets_flags;
-            if (sum->from < register_count && sum->from != stack_pointer && !(moves && sum->wide))
+            const bool tracked = sum->wide && !sum->sets_flags && is_saved_value(from);
+            if (sum->from < register_count && sum->from != stack_pointer && !(moves && sum->wide) && !tracked)
                 use(sum->from);
             if (sum->wide && moves)
                 set_general(sum->to, copied(from, sum->from));
@@ -1316,20 +1362,67 @@ private:
             return;
         }
         const bool frame = uses_frame_address(at);
-        use_operands(at);
+        use_operands(at, is_prefetch(at)); // a prefetch never faults
         if (frame && defines_vector(operands))
             state_.escaped = true;
+        define_computed(at, operands, frame);
+    }
+
+    // CSEL of 64 bits.
+    static bool selects_whole(const instruction& at) { return opcode_name(at.opcode) == "CSELXr"; }
+
+    // Whether a source other than the part itself holds the caller's value of a callee-saved register, or was
+    // computed from one: then the result may be that value again.
+    [[nodiscard]] bool uses_saved_value(const instruction& at, register_part except) const
+    {
+        const auto is_one = [&](register_part part) {
+            return part != except && (is_saved_value(state_.parts[part]) || state_.parts[part].derived);
+        };
+        for (const operand& o : operands_of(code_, at)) {
+            for (size_t i = 0; !o.defined && i < o.count; ++i) {
+                const register_id r = o.registers[i];
+                if (is_vector(r)) {
+                    const unsigned v = r - vector_register(0);
+                    if (is_one(low_half(v)) || is_one(rest_of_q(v)))
+                        return true;
+                } else if (r < register_count && is_one(part_of(r))) {
+                    return true;
+                }
+            }
+        }
+        return false;
+    }
+
+    void define_computed(const instruction& at, operand_range operands, bool frame)
+    {
         if (operands.empty() || !operands[0].defined || operands[0].count != 1 ||
             operands[0].registers[0] >= register_count) {
             define_operands(at, frame);
             return;
         }
+        const bool derived = uses_saved_value(at, part_of(operands[0].registers[0]));
         const register_id to = operands[0].registers[0];
         const value old = state_.parts[part_of(to)];
+        const value old_q = is_vector(to) ? state_.parts[rest_of_q(to - vector_register(0))] : value();
         define_operands(at, frame);
         for (const operand& o : operands) {
-            if (!o.defined && o.is_register && o.count == 1 && o.registers[0] == to)
-                keep_missing(part_of(to), old);
+            if (o.defined || !o.is_register || o.count != 1 || o.registers[0] != to)
+                continue;
+            keep_missing(part_of(to), old);
+            if (is_vector(to) && !operands[0].low_half)
+                keep_missing(rest_of_q(to - vector_register(0)), old_q);
+        }
+        if (!derived)
+            return;
+        std::array<register_part, 2> parts{part_of(to), part_of(to)};
+        if (is_vector(to))
+            parts[1] = rest_of_q(to - vector_register(0));
+        for (const register_part part : parts) {
+            value& made = state_.parts[part];
+            if (made.what == computed) {
+                made.what = unknown;
+                made.derived = true;
+            }
         }
     }
 
@@ -1350,9 +1443,12 @@ private:
         });
     }
 
-    // The value for another register. A register that nothing set stays so: using the copy is the mistake.
-    [[nodiscard]] static value copied(value v, register_part)
+    // The value for another register. A copy of a callee-saved register saves it; of another one that nothing
+    // set, it is a mistake.
+    value copied(value v, register_part from)
     {
+        if (from < part_count && missing_of(v) == 0xff && !is_saved_value(v))
+            use(from);
         v.mixed = false;
         return v;
     }
@@ -1402,7 +1498,7 @@ private:
         const unsigned v = to - vector_register(0);
         const unsigned source = from - vector_register(0);
         const value zero = make_value(constant);
-        const value low = state_.parts[low_half(source)];
+        const value low = copied(state_.parts[low_half(source)], low_half(source));
         const value q = operands[0].low_half ? zero : state_.parts[rest_of_q(source)];
         const value z = operands[0].scalable ? state_.parts[rest_of_z(source)] : zero;
         set_vector(v, low, q, z);
@@ -1430,10 +1526,9 @@ private:
     }
 
     // INS, FMOV Vd.D[1], and loads of a lane, whose address is done.
-    void set_lane(const instruction& at, operand_range operands)
+    void set_lane(const instruction& at, operand_range operands, value made = make_value(computed))
     {
         const vector_lane lane = *lane_set_by(code_, at);
-        value made = make_value(computed);
         const operand* list = nullptr;
         for (const operand& o : operands) {
             if (o.is_register && o.defined && is_vector(o.registers[0])) {
@@ -1493,8 +1588,10 @@ private:
         if (to >= register_count)
             return;
         const value old = state_.parts[to];
-        value made = make_value(computed);
-        made.missing = missing_of(old);
+        value made = make_value(uses_saved_value(at, part_count) ? unknown : computed);
+        made.derived = made.what == unknown;
+        made.frame = uses_frame_address(at);
+        made.missing = is_saved_value(old) ? 0 : missing_of(old);
         made.certain = is_initial(old) || old.certain;
         if (const auto number = register_number_of(code_, at)) {
             for (unsigned byte = 0; byte < 8; ++byte) {
@@ -1596,6 +1693,7 @@ private:
     // saved that way.
     void use_stored(register_part part, bool always_warning)
     {
+        check_internal_address(part);
         const value& v = state_.parts[part];
         if (is_initial(v) && v.offset == 0 && v.scale == 0 &&
             (is_saved_part(v.what) || v.what == general_register(18)) && !f_.all_given) {
@@ -1610,7 +1708,16 @@ private:
         use(part, 0xff, always_warning);
     }
 
-    void check_below_sp(const frame_range& range, const value& sp)
+    // The address of an internal kernel that goes where calls of it are not seen.
+    void check_internal_address(register_part part)
+    {
+        const value& v = state_.parts[part];
+        if (v.what == kernel_address && options_.effect_of &&
+            options_.effect_of(static_cast<size_t>(v.offset)) != nullptr)
+            note(unfollowed_reason::callee);
+    }
+
+    void check_below_sp(const frame_range& range, const value& sp, flow_event event)
     {
         if (result_ == nullptr || !is_frame_address(sp))
             return;
@@ -1623,7 +1730,7 @@ private:
                    0;
         });
         if (below) {
-            flow_fact* const fact = add_fact(flow_event::stores_below_sp);
+            flow_fact* const fact = add_fact(event);
             fact->offset = range.offset;
             if (result_->stack && range.base == stack_pointer && range.scale == 0)
                 result_->stack = std::max(*result_->stack, -range.offset);
@@ -1722,8 +1829,8 @@ private:
                                       access.addressing == addressing_mode::pre_index
                                   ? *written_back
                                   : state_.parts[stack_pointer];
-            if (access.store)
-                check_below_sp(*place, sp);
+            check_below_sp(*place, sp,
+                           access.store ? flow_event::stores_below_sp : flow_event::loads_below_sp);
             count_spills(access.load, access.store);
         }
         transfer_registers(at, access, effect, operands, place, address);
@@ -1775,10 +1882,7 @@ private:
                     range.offset += t.bytes;
                 }
             } else {
-                value made = make_value(computed);
-                for (const transfer& t : transfers)
-                    use_transferred(t, access, operands, name[3] == 'i');
-                store(*place, made);
+                store_elements(access, operands, *place, name[3] == 'i');
             }
             return;
         }
@@ -1787,6 +1891,7 @@ private:
             return;
         }
         // Atomics, exclusives, one lane.
+        value loaded_lane = loaded_elsewhere(address);
         use_some(at, access, lane);
         if (access.store) {
             if (place)
@@ -1794,9 +1899,11 @@ private:
             else
                 store_elsewhere(address);
             for (const operand& o : operands) {
-                if (o.is_register && !o.defined && o.count == 1 && is_general(o.registers[0]) &&
-                    o.registers[0] != access.base && may_be_frame_address(state_.parts[o.registers[0]]))
-                    state_.escaped = true;
+                for (size_t i = 0; !o.defined && i < o.count; ++i) {
+                    if (is_general(o.registers[i]) && o.registers[i] != access.base &&
+                        may_be_frame_address(state_.parts[o.registers[i]]))
+                        state_.escaped = true;
+                }
             }
         }
         if (access.load && place) {
@@ -1804,11 +1911,11 @@ private:
             for (int64_t done = 0; done < place->size; done += 8) {
                 piece.offset = place->offset + done;
                 piece.size = std::min<int64_t>(8, place->size - done);
-                load(piece);
+                loaded_lane = load(piece);
             }
         }
         if (lane) {
-            set_lane(at, operands);
+            set_lane(at, operands, access.registers == 1 ? loaded_lane : make_value(computed));
             return;
         }
         const value elsewhere = loaded_elsewhere(address);
@@ -1820,6 +1927,32 @@ private:
                     define(o.registers[i], o.low_half, o.scalable, elsewhere.frame);
             }
         }
+    }
+
+    // ST1 of a lane, ST2 to ST4.
+    void store_elements(const memory_access& access, operand_range operands, const frame_range& place,
+                        bool one_lane)
+    {
+        if (one_lane && access.registers == 1 && access.element_bytes == 8) {
+            const unsigned v = transfers_[0].number - vector_register(0);
+            const auto lane = std::find_if(operands.begin(), operands.end(),
+                                           [](const operand& o) { return !o.is_register; });
+            const register_part part = lane->immediate == 0 ? low_half(v) : rest_of_q(v);
+            note_save(state_.parts[part], place, part);
+            store(place, state_.parts[part]);
+            return;
+        }
+        bool saves_some = false;
+        for (const transfer& t : transfers_)
+            saves_some =
+                saves_some || (is_vector(t.number) &&
+                               is_saved_value(state_.parts[low_half(t.number - vector_register(0))]));
+        state_.saved_elsewhere = state_.saved_elsewhere || saves_some;
+        for (const transfer& t : transfers_) {
+            if (!saves_some)
+                use_transferred(t, access, operands, one_lane);
+        }
+        store(place, make_value(saves_some ? unknown : computed));
     }
 
     // What an atomic, an exclusive or a load of a lane uses, apart from the address.
@@ -1873,6 +2006,8 @@ private:
     [[nodiscard]] value narrowed(const value& v, int64_t bytes) const
     {
         value made = make_value(computed);
+        made.frame = may_be_frame_address(v);
+        made.derived = is_saved_value(v) || v.derived;
         const auto kept = static_cast<uint8_t>((1U << bytes) - 1);
         made.missing = missing_of(v) & kept;
         if (made.missing == kept)
@@ -1927,6 +2062,7 @@ private:
                         const value& address, bool in_order)
     {
         const std::vector<transfer> transfers = transfers_;
+        const size_t facts = result_ != nullptr ? result_->facts.size() : 0;
         const value zero = make_value(constant);
         frame_range range = place.value_or(frame_range());
         std::vector<std::array<value, 2>>& loaded = loaded_;
@@ -1943,7 +2079,7 @@ private:
                 piece.offset += done;
                 piece.size = std::min<int64_t>(8, t.bytes - done);
                 v = load(piece);
-                if (!in_order && v.what != unknown) { // other elements
+                if (!in_order && v.what != unknown && !state_.saved_elsewhere) { // other elements
                     const bool frame = may_be_frame_address(v);
                     v = make_value(computed);
                     v.frame = frame;
@@ -1953,6 +2089,13 @@ private:
                 v.from_frame = place.has_value();
             loaded.push_back(values);
             range.offset += t.bytes;
+        }
+        // A pair whose other register was stored: what is loaded beside it may not be used.
+        if (result_ != nullptr && result_->facts.size() - facts < transfers.size()) {
+            for (size_t i = facts; i < result_->facts.size(); ++i) {
+                if (result_->facts[i].event == flow_event::loads_unset && transfers.size() > 1)
+                    result_->facts[i].certain = false;
+            }
         }
         for (size_t i = 0; i < transfers.size(); ++i) {
             const transfer& t = transfers[i];
@@ -2006,7 +2149,7 @@ private:
             const register_part part = part_of(access.first_register);
             low.size_scale = 1;
             if (access.store) {
-                check_below_sp(low, state_.parts[stack_pointer]);
+                check_below_sp(low, state_.parts[stack_pointer], flow_event::stores_below_sp);
                 save_scalable(part, low);
                 store(low, state_.parts[part]);
             } else {
@@ -2025,7 +2168,7 @@ private:
         z.size = -16;
         z.size_scale = 8;
         if (access.store) {
-            check_below_sp(low, state_.parts[stack_pointer]);
+            check_below_sp(low, state_.parts[stack_pointer], flow_event::stores_below_sp);
             note_save(state_.parts[low_half(v)], low, rest_of_z(v));
             if (!is_saved_part(low_half(v)) || !is_initial(state_.parts[low_half(v)]))
                 save_scalable(rest_of_z(v), low);
@@ -2062,8 +2205,12 @@ private:
         bool passes = false;
         for (unsigned r = 0; r <= 30; ++r) {
             const bool argument = standard ? r <= 8 : effect.reads[r];
+            if (argument)
+                check_internal_address(static_cast<register_part>(r));
             passes = passes || (argument && may_be_frame_address(state_.parts[r]));
         }
+        if (standard)
+            check_arguments();
         state_.escaped = state_.escaped || passes;
         if (state_.escaped || effect.stores_in_callers_frame)
             lose_frame(unfollowed_reason::escaped_store);
@@ -2085,6 +2232,22 @@ private:
             set_quietly(part, made);
             if (old.what == part && old.offset == 0 && missing_of(old) != 0 && made.missing != 0)
                 state_.parts[i].certain = true; // was not set before either
+        }
+    }
+
+    // An argument register with the caller's value of a callee-saved one: the call may change it, so this
+    // does not save it.
+    void check_arguments()
+    {
+        for (unsigned r = 0; r <= 7; ++r) {
+            for (const register_part part : {general_register(r), low_half(r)}) {
+                const value& v = state_.parts[part];
+                if (!is_saved_value(v) || v.offset != 0 || v.what >= general_register(29) + 0U)
+                    if (!(is_saved_value(v) && v.offset == 0 && v.what >= low_half(8)))
+                        continue;
+                if (flow_fact* const fact = add_fact(flow_event::passes_saved, v.what))
+                    fact->certain = false;
+            }
         }
     }
 
@@ -2137,8 +2300,15 @@ private:
                 if (o.is_register && !o.defined && o.registers[0] < register_count)
                     use(o.registers[0]);
             }
-            if (state_.parts[operands_of(code_, at)[0].registers[0] % 32].what == own_address)
+            const value to = get(operands_of(code_, at)[0].registers[0]);
+            if (to.what == own_address)
                 return stop(unfollowed_reason::local_call);
+            if (to.what == kernel_address && options_.effect_of) {
+                if (const call_effect* const known = options_.effect_of(static_cast<size_t>(to.offset)))
+                    effect = known;
+            }
+            if (!effect->followed)
+                return stop(unfollowed_reason::callee);
         } else if (at.relocated == word_relocation::fits) {
             const tessjit::reloc_info& relocation = code_.kernel->relocs[at.relocation];
             if (relocation.name == code_.kernel->name && (relocation.addend != 0 || options_.all_given))
@@ -2323,6 +2493,8 @@ private:
                 changed.way = way_of_sp(v);
             if (part == stack_pointer && v.what == unknown)
                 note(unfollowed_reason::sp);
+            if (v.what == unknown && is_saved_part(part) && part != link_register && !f_.all_given)
+                note(unfollowed_reason::restores_from_elsewhere);
             made.changed.push_back(changed);
             effect_changes_.set(i);
             if (missing_of(v) != 0)

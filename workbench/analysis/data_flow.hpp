@@ -59,7 +59,10 @@ enum class flow_event : std::uint8_t {
     loads_unset,   ///< loads from the own frame what nothing stored
     exports_saved, ///< stores the caller's value of `part`, a callee-saved register, outside the own frame
     writes_platform_register,
+    passes_saved, ///< calls with the caller's value of `part`, a callee-saved register, in an argument
+                  ///< register
     stores_below_sp,
+    loads_below_sp,
     unaligned_sp,      ///< accesses memory through SP, which is not a multiple of 16
     unaligned_sp_call, ///< calls, and SP is not a multiple of 16
     saves,             ///< stores the caller's value of `part` in the own frame
@@ -97,6 +100,7 @@ struct flow_fact {
     bool certain = true; ///< on every way that leads there; otherwise on `way`, if known
     std::optional<branch_way> way;
     std::optional<std::size_t> changed; ///< the instruction that set the part before, or the call
+    bool everywhere = true;             ///< on every way, but perhaps without consequences
     bool whole = true;                  ///< all of what is read; otherwise some bytes
     std::int64_t offset = 0;            ///< for frame accesses: bytes from SP at entry
     std::int64_t size = 0;

@@ -118,8 +118,12 @@ known_effect classify(std::string_view name)
         found.element_bytes = 8;
         return is(copy_lane);
     }
-    if (name == "FMOVXDr")
+    if (name == "FMOVXDr" || name == "DUPv2i64gpr")
         return is(copy_to_vector);
+    if (begins_with_one_of(name, {"CMEQv", "CMGEv", "CMGTv", "CMHIv", "CMHSv"}) && !name.ends_with("rz")) {
+        found.if_same = true;
+        return is(clear);
+    }
     if (name == "FMOVXDHighr") {
         found.element_bytes = 8;
         return is(set_lane);
@@ -178,6 +182,8 @@ known_effect classify(std::string_view name)
         return is(authenticate_link);
     if (name == "XPACLRI")
         return is(strip_link);
+    if (name.starts_with("MSRpstatesvcr"))
+        return is(change_streaming);
     if (name == "MRS")
         return is(read_system);
     if (name == "MSR")

@@ -11,10 +11,10 @@ namespace vorna::workbench {
 
 enum class register_effect : std::uint8_t {
     compute,            ///< anything else
-    clear,              ///< EOR, SUB or BIC of a register with itself: 0, whatever the register holds
+    clear,              ///< EOR, SUB, BIC, CMEQ of a register with itself: the same, whatever it holds
     copy,               ///< of a whole register: MOV (vector, SVE, predicate), FMOV D
     copy_lane,          ///< of 64 bits of a vector register to a general one: FMOV, UMOV
-    copy_to_vector,     ///< FMOV Dd, Xn
+    copy_to_vector,     ///< FMOV Dd, Xn; DUP Vd.2D, Xn
     scalar_from_lane,   ///< DUP Dd, Vn.D[i]
     set_lane,           ///< INS, FMOV Vd.D[1], LD1 to LD4 of a lane: keeps the other lanes
     duplicate_lane,     ///< DUP of a lane of a vector register
@@ -32,6 +32,7 @@ enum class register_effect : std::uint8_t {
     strip_link,         ///< XPACLRI
     read_system,        ///< MRS
     write_system,       ///< MSR (register)
+    change_streaming,   ///< SMSTART, SMSTOP
     all_true,           ///< PTRUE with the pattern ALL
     follow_operands,    ///< not modelled, but its operands and implicit registers are complete
 };
