@@ -296,12 +296,13 @@ void check_compiler(const std::vector<std::string>& command, int first_level)
     std::cout << "\n";
     EXPECT_GE(totals.functions, 400U);
     EXPECT_LE(totals.left_out, totals.functions / 50);
-    EXPECT_LE(totals.findings["unfollowed"], totals.functions / 10);
+    EXPECT_LE(totals.findings["unfollowed"], totals.functions / 6);
 }
 
 TEST(CompiledCode, OfGccHasNoErrors)
 {
-    check_compiler({"aarch64-linux-gnu-gcc", "-fno-reorder-blocks-and-partition"}, 0);
+    // Without knowledge of callees, whose registers it would otherwise keep values in.
+    check_compiler({"aarch64-linux-gnu-gcc", "-fno-reorder-blocks-and-partition", "-fno-ipa-ra"}, 0);
 }
 
 TEST(CompiledCode, OfClangHasNoErrors)
