@@ -31,8 +31,8 @@ struct analysis_options {
 /// Does not modify the registry or the kernels, and maps and executes nothing. The first call initialises
 /// LLVM's disassembler for AArch64, which takes some milliseconds.
 ///
-/// Throws std::invalid_argument if LLVM does not know the processor, and std::bad_alloc. Thread-safe as long
-/// as no thread modifies the registry or the kernels.
+/// Throws std::invalid_argument if LLVM does not know the processor, what is_internal throws, and
+/// std::bad_alloc. Thread-safe as long as no thread modifies the registry or the kernels.
 std::vector<kernel_finding> analyse_kernels(const kernel_registry_map& registry,
                                             const std::vector<kernel_data>& kernels,
                                             const analysis_options& options = {});
