@@ -280,7 +280,7 @@ private:
         const uint32_t word = word_at(linked_, offset);
         // An earlier relocation against another mapping: its distance is unknown but not zero.
         const bool surely_filled = surely_filled_.count({reloc().offset, kind.tested_mask}) != 0;
-        if ((word & kind.tested_mask) != 0 || surely_filled) {
+        if (is_filled(kind, word) || surely_filled) {
             const std::string subject = relocation_subject(reloc());
             abort(finding_id::field_filled, std::to_string(reloc().offset),
                   surely_filled ? message_of(finding_id::field_filled, subject)
@@ -288,7 +288,7 @@ private:
                   advised(advise_field_filled));
             return true;
         }
-        if (!in_doubt_.empty() && (word_at(in_doubt_, offset) & kind.tested_mask) != 0) {
+        if (!in_doubt_.empty() && is_filled(kind, word_at(in_doubt_, offset))) {
             add(finding_id::placement, severity::note, false, "field",
                 field_in_doubt_text(relocation_subject(reloc())));
             return true;
@@ -301,7 +301,7 @@ private:
     void check_untested_bit(const relocation_kind& kind, const std::optional<relocation_target>& target)
     {
         const uint32_t word = word_at(linked_, static_cast<size_t>(reloc().offset));
-        if ((word & kind.field_mask & ~kind.tested_mask) == 0 || !is_instruction_of(kind, word))
+        if (!has_untested_bits(kind, word) || !is_instruction_of(kind, word))
             return;
         const auto report = [&](severity level, const std::string& cause, call_effect effect,
                                 const std::string& reached = {}) {

@@ -54,6 +54,21 @@ bool is_instruction_of(const relocation_kind& kind, std::uint32_t word)
     return (word & kind.opcode_mask) == kind.opcode;
 }
 
+bool is_filled(const relocation_kind& kind, std::uint32_t word)
+{
+    return (word & kind.tested_mask) != 0;
+}
+
+bool is_unlinked(const relocation_kind& kind, std::uint32_t word)
+{
+    return is_instruction_of(kind, word) && (word & kind.field_mask) == 0;
+}
+
+bool has_untested_bits(const relocation_kind& kind, std::uint32_t word)
+{
+    return (word & kind.field_mask & ~kind.tested_mask) != 0;
+}
+
 std::uint64_t relocation_value(const relocation_kind& kind, std::uint64_t S, std::uint64_t P)
 {
     return (S & kind.page_mask) - (kind.relative ? P & kind.page_mask : 0);
@@ -110,7 +125,7 @@ std::int64_t encoded_value(const relocation_kind& kind, std::uint32_t word)
 applied_relocation apply(const relocation_kind& kind, std::uint64_t S, std::uint64_t P, std::uint32_t word)
 {
     const std::uint64_t X = relocation_value(kind, S, P);
-    applied_relocation result = {(word & kind.tested_mask) != 0, in_range(kind, X), X, word, false};
+    applied_relocation result = {is_filled(kind, word), in_range(kind, X), X, word, false};
     if (!result.applied())
         return result;
     const std::uint32_t field = relocation_field(kind, X);

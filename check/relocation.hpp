@@ -46,6 +46,15 @@ const relocation_kind* find_kind_of_instruction(std::uint32_t word);
 
 bool is_instruction_of(const relocation_kind& kind, std::uint32_t word);
 
+/// Whether the finaliser refuses the word, since its field is not zero.
+bool is_filled(const relocation_kind& kind, std::uint32_t word);
+
+/// Whether the word is such an instruction with a zero field, as a generator emits it.
+bool is_unlinked(const relocation_kind& kind, std::uint32_t word);
+
+/// Whether bits of the field are set that the finaliser does not test.
+bool has_untested_bits(const relocation_kind& kind, std::uint32_t word);
+
 /// X of the ABI for a target S at a place P.
 std::uint64_t relocation_value(const relocation_kind& kind, std::uint64_t S, std::uint64_t P);
 

@@ -165,4 +165,21 @@ TEST(Relocation, NeedsAWholeWordInTheCode)
     EXPECT_FALSE(lies_within({1, 2, 3}, 0));
 }
 
+TEST(Relocation, FindsAFilledWordAndAnUnlinkedOne)
+{
+    const relocation_kind& call = *find_relocation_kind(BL);
+    EXPECT_TRUE(is_unlinked(call, 0x94000000));
+    EXPECT_FALSE(is_unlinked(call, 0x14000000)) << "B";
+    EXPECT_FALSE(is_unlinked(call, 0x94000001));
+    EXPECT_FALSE(is_unlinked(call, 0x96000000));
+    EXPECT_TRUE(is_filled(call, 0x94000001));
+    EXPECT_FALSE(is_filled(call, 0x96000000)) << "bit 25";
+    EXPECT_TRUE(has_untested_bits(call, 0x96000000));
+    EXPECT_FALSE(has_untested_bits(call, 0x95ffffff));
+    const relocation_kind& page = *find_relocation_kind(ADRP);
+    EXPECT_TRUE(is_unlinked(page, 0x9000001f));
+    EXPECT_TRUE(is_filled(page, 0xb0000000));
+    EXPECT_FALSE(has_untested_bits(page, 0xffffffff));
+}
+
 } // namespace

@@ -4,6 +4,7 @@
 #include "workbench/analysis/load_comments.hpp"
 
 #include "workbench/analysis/address_tracking.hpp"
+#include "workbench/kernels/linking.hpp"
 #include "workbench/text/counts.hpp"
 #include "workbench/text/place.hpp"
 
@@ -142,10 +143,9 @@ public:
         const target_address address_of = [&](const std::string& target) -> std::optional<std::uint64_t> {
             if (set == nullptr)
                 return std::nullopt;
-            if (is_own_data(kernel_.name, target))
-                return kernel_.data_address;
-            const placed_kernel* const callee = target == kernel_.name ? &kernel_ : find_kernel(*set, target);
-            return callee == nullptr ? std::nullopt : std::optional(callee->text_address);
+            const wfta::relocation_target found = find_target(*set, kernel_, target);
+            return found.state == wfta::relocation_target::where::placed ? std::optional(found.address)
+                                                                         : std::nullopt;
         };
         known_ = find_known_addresses(code, map, address_of);
         for (const known_access& access : known_.accesses) {

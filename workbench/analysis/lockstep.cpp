@@ -95,7 +95,7 @@ private:
                     return false;
                 const instruction& at = code.instructions[static_cast<std::size_t>(reloc.offset) / 4];
                 return at.relocated == word_relocation::fits &&
-                       (at.word & wfta::find_relocation_kind(reloc.type)->field_mask) == 0;
+                       is_unlinked(*wfta::find_relocation_kind(reloc.type), at.word);
             });
         };
         return plain(a_) && plain(b_);

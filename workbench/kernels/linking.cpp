@@ -14,6 +14,18 @@ namespace vorna::workbench {
 using wfta::finding_id;
 using wfta::relocation_kind;
 
+wfta::relocation_target find_target(const kernel_set& set, const placed_kernel& kernel,
+                                    const std::string& name)
+{
+    using where = wfta::relocation_target::where;
+    return wfta::resolve_target(
+        kernel.place(), name, [&set](const std::string& other) -> wfta::relocation_target {
+            const placed_kernel* const callee = find_kernel(set, other);
+            return callee == nullptr ? wfta::relocation_target{where::unknown, 0}
+                                     : wfta::relocation_target{where::placed, callee->text_address};
+        });
+}
+
 namespace {
 
 struct link_result {
@@ -26,12 +38,7 @@ link_result link_relocation(const kernel_set& set, const placed_kernel& kernel,
                             const tessjit::reloc_info& relocation, std::vector<std::uint8_t>& text)
 {
     using where = wfta::relocation_target::where;
-    const wfta::relocation_target target = wfta::resolve_target(
-        kernel.place(), relocation.name, [&set](const std::string& name) -> wfta::relocation_target {
-            const placed_kernel* const callee = find_kernel(set, name);
-            return callee == nullptr ? wfta::relocation_target{where::unknown, 0}
-                                     : wfta::relocation_target{where::placed, callee->text_address};
-        });
+    const wfta::relocation_target target = find_target(set, kernel, relocation.name);
     if (target.state == where::foreign_data)
         return {finding_id::foreign_data};
     if (target.state != where::placed)
@@ -79,8 +86,7 @@ bool leads_elsewhere(const kernel_set& set, const placed_kernel& kernel,
     const relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
     if (kind == nullptr || !lies_within(kernel.text, relocation.offset))
         return false;
-    const std::uint32_t untested = kind->field_mask & ~kind->tested_mask;
-    if ((word_at(kernel.text, static_cast<std::size_t>(relocation.offset)) & untested) == 0)
+    if (!has_untested_bits(*kind, word_at(kernel.text, static_cast<std::size_t>(relocation.offset))))
         return false;
     std::vector<std::uint8_t> text = kernel.text;
     return link_relocation(set, kernel, relocation, text).finding == finding_id::call_bit_25;

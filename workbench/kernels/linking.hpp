@@ -2,6 +2,7 @@
 #pragma once
 
 #include "check/finding.hpp"
+#include "check/relocation.hpp"
 #include "workbench/kernels/kernel_set.hpp"
 
 #include <cstddef>
@@ -11,6 +12,10 @@
 #include <vector>
 
 namespace vorna::workbench {
+
+/// The target that a relocation of the kernel names: placed, constants of another kernel, or unknown.
+wfta::relocation_target find_target(const kernel_set& set, const placed_kernel& kernel,
+                                    const std::string& name);
 
 /// A kernel's code with its relocations applied in order.
 struct linked_kernel {

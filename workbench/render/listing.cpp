@@ -126,7 +126,7 @@ std::optional<wfta::finding_id> finding_without_addresses(const placed_kernel& k
         return wfta::finding_id::unhandled_type;
     if (names_data(relocation.name) && !is_own_data(kernel.name, relocation.name))
         return wfta::finding_id::foreign_data;
-    if ((word_at(kernel.text, static_cast<std::size_t>(relocation.offset)) & kind->tested_mask) != 0)
+    if (is_filled(*kind, word_at(kernel.text, static_cast<std::size_t>(relocation.offset))))
         return wfta::finding_id::field_filled;
     return std::nullopt;
 }
@@ -279,7 +279,7 @@ std::string generated_text(const placed_kernel& kernel, std::size_t offset, disa
     for (const tessjit::reloc_info& relocation : kernel.relocs) {
         const wfta::relocation_kind* const kind = wfta::find_relocation_kind(relocation.type);
         if (relocation.offset >= 0 && static_cast<std::size_t>(relocation.offset) == offset &&
-            kind != nullptr && is_instruction_of(*kind, word) && (word & kind->field_mask) == 0)
+            kind != nullptr && is_unlinked(*kind, word))
             return relocated_text(kernel, relocation, word, disassembler);
     }
     return disassembler.text(word, kernel.text_address + offset);
