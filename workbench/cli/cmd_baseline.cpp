@@ -283,12 +283,12 @@ int check(const baseline_options& options)
     const std::vector<kernel_state> states = find_states(options, entries, read.set);
     const std::string accept = accepting_command(options, states);
     print_states(options, states, false, count_text(states));
+    if (read.had_errors) // what could not be read must not leave the baseline
+        return exit_error;
     if (!accept.empty() && options.common.format == "markdown")
         fmt::print("\nTo accept:\n\n{}", markdown_block("sh", {accept}));
     else if (!accept.empty() && options.common.format != "json")
         fmt::print("to accept: {}\n", accept);
-    if (read.had_errors)
-        return exit_error;
     return accept.empty() ? exit_success : exit_findings;
 }
 

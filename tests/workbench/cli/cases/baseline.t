@@ -234,7 +234,6 @@ The others are compared when a dump cannot be read:
   vorna-kernels: truncated/a: no kernel found
   base:2: a: not in the dumps, 2 instructions
   3 kernels: 2 same, 1 removed
-  to accept: vorna-kernels baseline bless base truncated a
   [2]
 
 Listings beside the baseline:
