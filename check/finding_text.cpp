@@ -230,7 +230,7 @@ const char* summary_of(finding_id id)
     case finding_id::callee_order:
         return "the kernel comes later in the set";
     case finding_id::null_target:
-        return "its address is null";
+        return "the target's address is null";
     case finding_id::unhandled_type:
         return "type not supported";
     case finding_id::offset:

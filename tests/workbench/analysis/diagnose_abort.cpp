@@ -458,7 +458,7 @@ TEST(DiagnoseAbort, NamesATargetAtAddressNull)
     EXPECT_EQ(found.report, "null-target");
     EXPECT_EQ(found.kernel, "k");
     EXPECT_EQ(found.relocation, 1U);
-    EXPECT_EQ(found.message, "relocation R_AARCH64_CALL26 against 'null': its address is null");
+    EXPECT_EQ(found.message, "relocation R_AARCH64_CALL26 against 'null': the target's address is null");
 }
 
 TEST(DiagnoseAbort, SaysWhatToUseForAnUnsupportedType)

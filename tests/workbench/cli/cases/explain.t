@@ -141,7 +141,7 @@ An abort that does not say which kernel:
   > planner: fft/SRC/wfta/kernel_printer.cpp:162: void resolve_relocation(const string&, uint8_t*, const uint8_t*, const tessjit::reloc_info&, vorna::wfta::kernel_registry_map&): Assertion `target_addr' failed.
   > END
   $ vorna-kernels explain null
-  error: a relocation: its address is null [null-target]
+  error: a relocation: the target's address is null [null-target]
     --> null:2
   note: the target's set had neither code nor constants, its mapping failed, or the host registered null
   help: run it again in an empty directory with VORNA_WFTA_DUMP_KERNEL= set, and give that directory with --dumps
