@@ -6,7 +6,7 @@
 // restarts from the furthest point that it has reached. This bounds time and memory, but the result may then
 // not be a longest subsequence.
 
-#include "workbench/analysis/alignment.hpp"
+#include "workbench/analysis/common_sequence.hpp"
 
 #include <algorithm>
 #include <unordered_set>

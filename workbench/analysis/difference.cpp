@@ -9,8 +9,8 @@
 
 #include "workbench/analysis/difference.hpp"
 
-#include "workbench/analysis/alignment.hpp"
 #include "workbench/analysis/canonical_code.hpp"
+#include "workbench/analysis/common_sequence.hpp"
 #include "workbench/analysis/loaded_constants.hpp"
 #include "workbench/analysis/reordering.hpp"
 #include "workbench/disasm/decoded_kernel.hpp"
@@ -64,11 +64,11 @@ change_class compare_kernels(const placed_kernel& before, const placed_kernel& a
         return otherwise;
     const decoded_kernel old_code = decode_kernel(before);
     const decoded_kernel new_code = decode_kernel(after);
-    if (same_data && same_references && only_renamed(old_code, new_code, uses))
+    if (same_data && same_references && only_registers_differ(old_code, new_code, uses))
         return change_class::registers;
-    if (only_moved(old_code, new_code, uses))
+    if (only_layout_differs(old_code, new_code, uses))
         return change_class::layout;
-    if (!same_code && same_data && only_reordered(old_code, new_code, uses.entries))
+    if (!same_code && same_data && only_order_differs(old_code, new_code, uses.entries))
         return change_class::order;
     return otherwise;
 }

@@ -1,7 +1,7 @@
 // Compares two sets of kernels, ignoring addresses, to show the effect of a change to the generator.
 #pragma once
 
-#include "workbench/analysis/alignment.hpp"
+#include "workbench/analysis/common_sequence.hpp"
 #include "workbench/analysis/equivalence.hpp"
 #include "workbench/kernels/kernel_set.hpp"
 

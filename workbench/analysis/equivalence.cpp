@@ -9,13 +9,14 @@
 
 namespace vorna::workbench {
 
-bool only_moved(const decoded_kernel& before, const decoded_kernel& after, const outside_uses& uses)
+bool only_layout_differs(const decoded_kernel& before, const decoded_kernel& after, const outside_uses& uses)
 {
     return !uses.of_code && (!uses.of_data || before.kernel->data == after.kernel->data) &&
            compute_the_same(before, after, uses.entries, difference_of::layout);
 }
 
-bool only_renamed(const decoded_kernel& before, const decoded_kernel& after, const outside_uses& uses)
+bool only_registers_differ(const decoded_kernel& before, const decoded_kernel& after,
+                           const outside_uses& uses)
 {
     return !uses.of_code && before.kernel->data == after.kernel->data &&
            equal_references(relocations_by_place(*before.kernel), relocations_by_place(*after.kernel)) &&

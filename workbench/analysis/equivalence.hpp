@@ -19,9 +19,10 @@ struct outside_uses {
 /// Whether the kernels provably compute the same and differ only in the layout of their constants and in
 /// register names. A different layout shows in the data, in the addends of relocations against it, and in the
 /// offsets of loads from it, each of which must get the same bytes as before.
-bool only_moved(const decoded_kernel& before, const decoded_kernel& after, const outside_uses& uses);
+bool only_layout_differs(const decoded_kernel& before, const decoded_kernel& after, const outside_uses& uses);
 
 /// Whether the kernels provably compute the same and differ only in register names.
-bool only_renamed(const decoded_kernel& before, const decoded_kernel& after, const outside_uses& uses);
+bool only_registers_differ(const decoded_kernel& before, const decoded_kernel& after,
+                           const outside_uses& uses);
 
 } // namespace vorna::workbench

@@ -21,8 +21,8 @@ static std::vector<code_entry> called(const std::vector<std::int64_t>& entries)
     return made;
 }
 
-bool only_reordered(const decoded_kernel& before_code, const decoded_kernel& after_code,
-                    const std::vector<std::int64_t>& entries)
+bool only_order_differs(const decoded_kernel& before_code, const decoded_kernel& after_code,
+                        const std::vector<std::int64_t>& entries)
 {
     const placed_kernel& before = *before_code.kernel;
     const placed_kernel& after = *after_code.kernel;

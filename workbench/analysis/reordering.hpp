@@ -11,7 +11,7 @@ namespace vorna::workbench {
 /// Whether both kernels have the same instructions, with their relocations, in each basic block, in any
 /// order, and the same data in the code. The order may still matter. Does not compare constants. `entries`
 /// are the offsets at which other kernels enter.
-bool only_reordered(const decoded_kernel& before, const decoded_kernel& after,
-                    const std::vector<std::int64_t>& entries);
+bool only_order_differs(const decoded_kernel& before, const decoded_kernel& after,
+                        const std::vector<std::int64_t>& entries);
 
 } // namespace vorna::workbench

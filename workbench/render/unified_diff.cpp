@@ -1,6 +1,6 @@
 #include "workbench/render/unified_diff.hpp"
 
-#include "workbench/analysis/alignment.hpp"
+#include "workbench/analysis/common_sequence.hpp"
 #include "workbench/text/constants.hpp"
 #include "workbench/text/printable.hpp"
 

@@ -1,4 +1,4 @@
-#include "workbench/analysis/alignment.hpp"
+#include "workbench/analysis/common_sequence.hpp"
 
 #include <algorithm>
 #include <gtest/gtest.h>

@@ -6,7 +6,7 @@
 namespace {
 
 using vorna::workbench::decode_kernel;
-using vorna::workbench::only_reordered;
+using vorna::workbench::only_order_differs;
 using vorna::workbench::placed_kernel;
 
 using lines = std::vector<std::string>;
@@ -16,8 +16,8 @@ bool reordered(const placed_kernel& before, const placed_kernel& after,
 {
     const auto a = decode_kernel(before);
     const auto b = decode_kernel(after);
-    const bool forth = only_reordered(a, b, entries);
-    EXPECT_EQ(only_reordered(b, a, entries), forth);
+    const bool forth = only_order_differs(a, b, entries);
+    EXPECT_EQ(only_order_differs(b, a, entries), forth);
     return forth;
 }
 
