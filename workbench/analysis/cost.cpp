@@ -7,8 +7,8 @@
 #include "workbench/analysis/loops.hpp"
 
 #include <algorithm>
-#include <compare>
 #include <numeric>
+#include <tuple>
 
 namespace vorna::workbench {
 
@@ -178,17 +178,13 @@ cost_block whole_kernel(const loop_nest& nest, cost_obstacle obstacle)
 // Inner loops before those that contain them, otherwise by address.
 std::vector<std::size_t> loops_in_order(const loop_nest& nest)
 {
-    struct key {
-        std::size_t outermost; // header
-        std::size_t inward;
-        std::size_t header;
-        auto operator<=>(const key& other) const = default;
-    };
+    using key = std::tuple<std::size_t, std::size_t, std::size_t>; // outermost header, inwardness, header
+    std::vector<std::size_t> outermost(nest.loops.size());
     std::vector<key> keys(nest.loops.size());
     for (std::size_t i = keys.size(); i-- > 0;) {
         const natural_loop& loop = nest.loops[i];
-        keys[i] = {loop.parent ? keys[*loop.parent].outermost : loop.header, deepest_nesting - loop.depth,
-                   loop.header};
+        outermost[i] = loop.parent ? outermost[*loop.parent] : loop.header;
+        keys[i] = {outermost[i], deepest_nesting - loop.depth, loop.header};
     }
     std::vector<std::size_t> order(keys.size());
     std::iota(order.begin(), order.end(), std::size_t{0});

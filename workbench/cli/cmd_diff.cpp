@@ -244,7 +244,7 @@ void print_differences(const kernel_differences& kernels, const model_list& proc
                      {"class", name_of(kernel.change)},
                      {"old", side_of(kernel.before)},
                      {"new", side_of(kernel.after)}};
-        for (std::size_t i = 0; i < processors.size() && cycles.count(&kernel) != 0; ++i) {
+        for (std::size_t i = 0; i < processors.size() && cycles.contains(&kernel); ++i) {
             const std::optional<double>& change = cycles.at(&kernel)[i];
             made["cycles"][processors[i]->processor().name] = change ? json(*change) : json(nullptr);
         }

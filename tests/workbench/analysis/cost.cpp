@@ -9,17 +9,16 @@
 #include "tests/support/llvm_mca.hpp"
 #include "tests/support/random_seed.hpp"
 
+#include <algorithm>
 #include <ctime>
 #include <gmock/gmock.h>
 #include <random>
 #include <set>
-#include <sys/resource.h>
 
 namespace {
 
 using namespace vorna::workbench;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 placed_kernel assembled(const std::string& source)

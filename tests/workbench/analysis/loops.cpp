@@ -162,7 +162,7 @@ void expect_same_loops(const std::vector<compiled_function>& functions)
         const loop_places found = find_places(kernels[i]);
         loop_places at_labels;
         for (const auto& [offset, place] : found) {
-            if (expected.count(offset) != 0)
+            if (expected.contains(offset))
                 at_labels[offset] = place;
         }
         EXPECT_EQ(at_labels, expected) << functions[i].name << "\n" << functions[i].source;
