@@ -58,10 +58,11 @@ listed_kernel list(const kernel_set& set, const placed_kernel& kernel, disassemb
     if (models.empty())
         return listed;
     const std::vector<cost_block> blocks = find_cost_blocks(code, map);
-    for (const auto& model : models)
+    for (const auto& model : models) {
         listed.costs.push_back({model->processor().name,
                                 cost_lines(kernel, code, blocks, *model, disassembler),
                                 latencies_of(code, blocks, *model)});
+    }
     listed.blocks = blocks_json(kernel, code, blocks, models, disassembler);
     return listed;
 }
@@ -87,11 +88,12 @@ std::vector<std::string> cost_column(const std::vector<listed_cost>& costs, std:
     for (const listed_cost& cost : costs) {
         for (std::size_t i = 0; i < rows; ++i) {
             column[i] += column[i].empty() ? "" : " ";
-            if (i < cost.latencies.size() && cost.latencies[i])
+            if (i < cost.latencies.size() && cost.latencies[i]) {
                 column[i] += fmt::format("|{:>3}{}", cost.latencies[i]->cycles,
                                          cost.latencies[i]->critical ? '*' : ' ');
-            else
+            } else {
                 column[i] += "|    ";
+            }
         }
     }
     return column;
@@ -107,10 +109,11 @@ void print_text(const listed_kernel& listed, bool colored)
         for (const std::string& line : cost.lines)
             fmt::print("  {}\n", colorize(line, color::dim, colored));
     }
-    if (!listed.costs.empty())
+    if (!listed.costs.empty()) {
         fmt::print("  {}\n", colorize("latencies beside the instructions, * on the critical chain; " +
                                           cost_disclaimer(),
                                       color::dim, colored));
+    }
     const std::vector<std::string> live = live_column(listed.live);
     const std::vector<std::string> costs = cost_column(listed.costs, listed.listing.rows.size());
     for (std::size_t i = 0; i < listed.listing.rows.size(); ++i) {
