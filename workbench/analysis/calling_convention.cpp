@@ -43,8 +43,11 @@ std::string way_text(const std::optional<branch_way>& way)
 class reporter {
 public:
     reporter(const decoded_kernel& code, const code_map& map, const kernel_flow& flow,
-             call_convention convention, wfta::finding_list& findings)
-        : code_(code), map_(map), flow_(flow), convention_(convention), findings_(findings)
+             call_convention convention,
+             const std::function<const call_effect*(std::size_t relocation)>& effect_of,
+             wfta::finding_list& findings)
+        : code_(code), map_(map), flow_(flow), convention_(convention), effect_of_(effect_of),
+          findings_(findings)
     {
     }
 
@@ -189,7 +192,7 @@ private:
 
     void report_fact(const flow_fact& fact)
     {
-        const severity level = fact.certain ? severity::error : severity::warning;
+        const severity level = fact.certain && !is_kept_by_callee(fact) ? severity::error : severity::warning;
         switch (fact.event) {
         case flow_event::reads_unset:
             report_read(fact, level);
@@ -246,6 +249,18 @@ private:
         case flow_event::saves:
             break;
         }
+    }
+
+    // Whether a register that a call may have changed is not changed by the callee as it is.
+    [[nodiscard]] bool is_kept_by_callee(const flow_fact& fact) const
+    {
+        if (fact.event != flow_event::reads_unset || !fact.changed || !effect_of_)
+            return false;
+        const instruction& call = code_.instructions[*fact.changed];
+        if (call.flow != control_flow::call || call.relocated != word_relocation::fits)
+            return false;
+        const call_effect* const effect = effect_of_(call.relocation);
+        return effect != nullptr && effect->followed && !effect->changes[fact.part];
     }
 
     void report_read(const flow_fact& fact, severity level)
@@ -320,7 +335,7 @@ private:
             return {"", ""};
         }();
         const bool frame = *text.second != '\0';
-        add(finding_id::unfollowed, severity::note, fact.index, text.first,
+        add(finding_id::unfollowed, severity::note, fact.index, frame ? text.second : text.first,
             fmt::format("{}: {}", text.first,
                         frame ? "that saved registers stay what they are is not checked"
                               : "what comes after it is not checked"),
@@ -366,6 +381,7 @@ private:
     const code_map& map_;
     const kernel_flow& flow_;
     call_convention convention_;
+    const std::function<const call_effect*(std::size_t relocation)>& effect_of_;
     wfta::finding_list& findings_;
 };
 
@@ -394,9 +410,11 @@ const register_set& argument_registers()
 }
 
 void find_convention_findings(const decoded_kernel& code, const code_map& map, const kernel_flow& flow,
-                              call_convention convention, wfta::finding_list& findings)
+                              call_convention convention,
+                              const std::function<const call_effect*(std::size_t relocation)>& effect_of,
+                              wfta::finding_list& findings)
 {
-    reporter(code, map, flow, convention, findings).run();
+    reporter(code, map, flow, convention, effect_of, findings).run();
 }
 
 } // namespace vorna::workbench

@@ -730,7 +730,7 @@ private:
         if (!state_.cells || state_.cells->empty()) {
             note_argument(range);
             if (is_own(range) && !state_.unknown_stores)
-                report_load(range, true, true);
+                report_load(range, true, true, loaded);
             loaded.what = state_.unknown_stores ? unknown : computed;
             loaded.frame = state_.escaped;
             return loaded;
@@ -742,10 +742,10 @@ private:
             loaded = at->held;
             loaded.mixed = false;
             if (loaded.what == absent) {
-                if (is_own(range) && !state_.unknown_stores)
-                    report_load(range, false, true);
                 loaded.what = state_.unknown_stores ? unknown : computed;
                 loaded.missing = 0;
+                if (is_own(range) && !state_.unknown_stores)
+                    report_load(range, false, true, loaded);
             }
             return loaded;
         }
@@ -795,7 +795,7 @@ private:
         if (!all)
             note_argument(range);
         if (!all && is_own(range) && !state_.unknown_stores)
-            report_load(range, !some && !sometimes, !some);
+            report_load(range, !some && !sometimes, !some, loaded);
         if (!all && state_.unknown_stores)
             loaded.what = unknown;
         return loaded;
@@ -808,8 +808,14 @@ private:
             result_->reads_stack_arguments = true;
     }
 
-    void report_load(const frame_range& range, bool certain, bool whole)
+    void report_load(const frame_range& range, bool certain, bool whole, value& loaded)
     {
+        if (!report_loads_) {
+            loaded.missing = 0xff;
+            loaded.certain = certain;
+            ++absent_loads_;
+            return;
+        }
         if (flow_fact* const fact = add_fact(flow_event::loads_unset)) {
             fact->certain = certain && !any_entry_;
             fact->whole = whole;
@@ -1447,7 +1453,7 @@ private:
     // set, it is a mistake.
     value copied(value v, register_part from)
     {
-        if (from < part_count && missing_of(v) == 0xff && !is_saved_value(v))
+        if (from < part_count && missing_of(v) == 0xff && v.certain && !is_saved_value(v))
             use(from);
         v.mixed = false;
         return v;
@@ -2062,7 +2068,10 @@ private:
                         const value& address, bool in_order)
     {
         const std::vector<transfer> transfers = transfers_;
-        const size_t facts = result_ != nullptr ? result_->facts.size() : 0;
+        // Of a pair, only one register may have been stored: using the other one is the mistake.
+        report_loads_ = transfers.size() < 2;
+        absent_loads_ = 0;
+        unsigned pieces = 0;
         const value zero = make_value(constant);
         frame_range range = place.value_or(frame_range());
         std::vector<std::array<value, 2>>& loaded = loaded_;
@@ -2079,6 +2088,7 @@ private:
                 piece.offset += done;
                 piece.size = std::min<int64_t>(8, t.bytes - done);
                 v = load(piece);
+                pieces += report_loads_ ? 0 : 1;
                 if (!in_order && v.what != unknown && !state_.saved_elsewhere) { // other elements
                     const bool frame = may_be_frame_address(v);
                     v = make_value(computed);
@@ -2090,11 +2100,13 @@ private:
             loaded.push_back(values);
             range.offset += t.bytes;
         }
-        // A pair whose other register was stored: what is loaded beside it may not be used.
-        if (result_ != nullptr && result_->facts.size() - facts < transfers.size()) {
-            for (size_t i = facts; i < result_->facts.size(); ++i) {
-                if (result_->facts[i].event == flow_event::loads_unset && transfers.size() > 1)
-                    result_->facts[i].certain = false;
+        report_loads_ = true;
+        if (absent_loads_ == pieces && pieces != 0) { // nothing of it was stored
+            value whole;
+            report_load(*place, true, true, whole);
+            for (std::array<value, 2>& values : loaded) {
+                for (value& v : values)
+                    v.missing = 0;
             }
         }
         for (size_t i = 0; i < transfers.size(); ++i) {
@@ -2493,7 +2505,8 @@ private:
                 changed.way = way_of_sp(v);
             if (part == stack_pointer && v.what == unknown)
                 note(unfollowed_reason::sp);
-            if (v.what == unknown && is_saved_part(part) && part != link_register && !f_.all_given)
+            if (v.what == unknown && is_saved_part(part) && part != link_register && !f_.all_given &&
+                result_->followed)
                 note(unfollowed_reason::restores_from_elsewhere);
             made.changed.push_back(changed);
             effect_changes_.set(i);
@@ -2587,6 +2600,8 @@ private:
     std::vector<flow_fact> local_facts_;
     std::vector<flow_exit> local_exits_;
     std::vector<transfer> transfers_;
+    bool report_loads_ = true; // otherwise, what was not stored is counted and marked
+    unsigned absent_loads_ = 0;
     std::vector<std::array<value, 2>> loaded_;
 };
 

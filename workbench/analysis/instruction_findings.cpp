@@ -145,11 +145,15 @@ private:
         }
         const call_convention convention = convention_of(index_);
         if (convention == call_convention::none) {
-            find_convention_findings(mapped()->code, mapped()->map, kernel_flow(), convention, findings_);
+            find_convention_findings(mapped()->code, mapped()->map, kernel_flow(), convention, {}, findings_);
             return;
         }
         const kernel_flow flow = follow(*code(), index_);
-        find_convention_findings(code()->code, code()->map, flow, convention, findings_);
+        const size_t kernel = index_;
+        const auto effect = [this, kernel](size_t relocation) {
+            return effect_of(kernel, kernels_[kernel].relocs[relocation].name);
+        };
+        find_convention_findings(code()->code, code()->map, flow, convention, effect, findings_);
     }
 
     [[nodiscard]] call_convention convention_of(size_t kernel) const
@@ -165,18 +169,17 @@ private:
         flow_options options;
         options.all_given = convention_of(kernel) == call_convention::internal;
         if (options_.is_internal) {
-            options.effect_of = [this, kernel](size_t relocation) {
-                return effect_of(kernel, kernels_[kernel].relocs[relocation].name);
+            options.effect_of = [this, kernel](size_t relocation) -> const call_effect* {
+                const std::string& name = kernels_[kernel].relocs[relocation].name;
+                return options_.is_internal(name) ? effect_of(kernel, name) : nullptr;
             };
         }
         return follow_kernel(code.code, code.map, options);
     }
 
-    // The effect of calling an internal kernel; null for other kernels.
+    // The effect of calling another kernel.
     const call_effect* effect_of(size_t caller, const std::string& name)
     {
-        if (!options_.is_internal(name))
-            return nullptr;
         static const call_effect unknown = [] {
             call_effect made;
             made.followed = false;
@@ -498,7 +501,7 @@ private:
     entries_by_others entries_;
     mapped_code mapped_; // of the current kernel, or one before it
     bool is_mapped_ = false;
-    std::unordered_map<size_t, call_effect> effects_; // of internal kernels
+    std::unordered_map<size_t, call_effect> effects_; // of kernels that are called
     size_t effects_done_ = 0;
     std::unordered_map<uint64_t, size_t> kernel_at_; // by address; filled on first use
     disassembler disassembler_;
