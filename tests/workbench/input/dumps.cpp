@@ -249,16 +249,21 @@ TEST(HostileDump, TruncatedAnywhereIsRefusedInOneLine)
 // The contents of a dump's sections, read from the ELF structures.
 placed_kernel as_its_sections_say(const std::string& image)
 {
-    const auto* const header = reinterpret_cast<const Elf64_Ehdr*>(image.data());
-    const auto* const sections = reinterpret_cast<const Elf64_Shdr*>(image.data() + header->e_shoff);
+    const auto read = [&image](auto& record, std::size_t offset) {
+        std::memcpy(&record, image.data() + offset, sizeof record); // of any alignment
+    };
+    Elf64_Ehdr header;
+    read(header, 0);
+    std::vector<Elf64_Shdr> sections(header.e_shnum);
+    for (std::size_t i = 0; i < sections.size(); ++i)
+        read(sections[i], header.e_shoff + i * sizeof sections[i]);
     const auto string_at = [&](std::size_t table, std::size_t offset) -> std::string {
         const std::size_t begin = std::min(image.size(), sections[table].sh_offset + offset);
         return image.substr(begin, std::min(image.find('\0', begin), image.size()) - begin);
     };
     placed_kernel kernel;
-    for (std::size_t i = 0; i < header->e_shnum; ++i) {
-        const Elf64_Shdr& section = sections[i];
-        const std::string name = string_at(header->e_shstrndx, section.sh_name);
+    for (const Elf64_Shdr& section : sections) {
+        const std::string name = string_at(header.e_shstrndx, section.sh_name);
         const auto bytes_of_section = [&] {
             const auto begin = image.begin() + static_cast<std::ptrdiff_t>(section.sh_offset);
             return bytes(begin, begin + static_cast<std::ptrdiff_t>(section.sh_size));
@@ -273,14 +278,14 @@ placed_kernel as_its_sections_say(const std::string& image)
         } else if (section.sh_type == SHT_RELA) {
             const Elf64_Shdr& symbols = sections[section.sh_link];
             for (std::size_t at = 0; at + sizeof(Elf64_Rela) <= section.sh_size; at += sizeof(Elf64_Rela)) {
-                const auto* const rela =
-                    reinterpret_cast<const Elf64_Rela*>(image.data() + section.sh_offset + at);
-                const auto* const symbol = reinterpret_cast<const Elf64_Sym*>(
-                    image.data() + symbols.sh_offset + ELF64_R_SYM(rela->r_info) * sizeof(Elf64_Sym));
-                kernel.relocs.push_back({string_at(symbols.sh_link, symbol->st_name),
-                                         static_cast<std::int32_t>(rela->r_offset),
-                                         static_cast<std::int32_t>(ELF64_R_TYPE(rela->r_info)),
-                                         static_cast<std::int32_t>(rela->r_addend)});
+                Elf64_Rela rela;
+                read(rela, section.sh_offset + at);
+                Elf64_Sym symbol;
+                read(symbol, symbols.sh_offset + ELF64_R_SYM(rela.r_info) * sizeof symbol);
+                kernel.relocs.push_back({string_at(symbols.sh_link, symbol.st_name),
+                                         static_cast<std::int32_t>(rela.r_offset),
+                                         static_cast<std::int32_t>(ELF64_R_TYPE(rela.r_info)),
+                                         static_cast<std::int32_t>(rela.r_addend)});
             }
         }
     }
