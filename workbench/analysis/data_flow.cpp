@@ -701,7 +701,7 @@ private:
         piece.held = make_value(cell.held.what == absent ? absent : computed);
         const uint8_t missing = missing_of(cell.held);
         piece.held.missing =
-            missing == 0xff ? 0xff : static_cast<uint8_t>(missing >> (begin - cell.range.offset));
+            missing == 0xff ? uint8_t{0xff} : static_cast<uint8_t>(missing >> (begin - cell.range.offset));
         piece.held.certain = cell.held.certain;
         cells.insert(std::upper_bound(cells.begin(), cells.end(), piece, lies_before), piece);
     }
@@ -780,7 +780,7 @@ private:
                 uint8_t missing = is_saved_value(cell->held) ? 0 : missing_of(cell->held);
                 if (missing != 0xff) {
                     const int64_t within = range.offset + byte - cell->range.offset;
-                    missing = within >= 0 && within < 8 ? missing >> within & 1 : 0;
+                    missing = static_cast<uint8_t>(within >= 0 && within < 8 ? missing >> within & 1 : 0);
                 }
                 if (missing != 0 && byte < 8) {
                     loaded.missing |= static_cast<uint8_t>(1U << byte);
