@@ -226,7 +226,8 @@ private:
             break;
         case flow_event::loads_below_sp:
             add(finding_id::abi_below_stack, severity::warning, fact.index, "load",
-                "loads from below SP, where a signal may have overwritten it", {}, "raise SP after the load");
+                "loads what is or was below SP, where a signal may have overwritten it", {},
+                "raise SP after the load");
             break;
         case flow_event::passes_saved:
             add(finding_id::reads_unset, severity::warning, fact.index, "passed",

@@ -81,6 +81,7 @@ struct value {
     bool frame = false;  // may be an address in the own frame
     bool mixed = false;  // joined from the initial value of the part and another one
     bool from_frame = false;
+    bool stale = false;        // of a cell: it was below SP since it was stored
     bool derived = false;      // computed from the initial value of a callee-saved register
     uint32_t first = no_index; // the instruction since which the part does not have its initial value
     uint32_t last = no_index;  // the last that set it
@@ -272,7 +273,7 @@ struct aligned_sp {
 class follower {
 public:
     follower(const decoded_kernel& code, const code_map& map, const flow_options& options)
-        : code_(code), options_(options), any_entry_(map.any_entry)
+        : code_(code), map_(map), options_(options), any_entry_(map.any_entry)
     {
         blocks_ = find_blocks(code, map, most_followed_blocks);
         block_at_.assign(code.instructions.size(), no_index);
@@ -479,12 +480,14 @@ private:
         }
         joined.from_frame = to.from_frame && from.from_frame;
         joined.derived = to.derived || from.derived;
+        joined.stale = to.stale || from.stale;
         if (joined.first == no_index)
             joined.first = from.first;
         if (joined.last == no_index)
             joined.last = from.last;
         const bool changed = !joined.same_as(to) || joined.mixed != to.mixed || joined.frame != to.frame ||
-                             joined.missing != to.missing || joined.certain != to.certain;
+                             joined.stale != to.stale || joined.missing != to.missing ||
+                             joined.certain != to.certain;
         to = joined;
         return changed;
     }
@@ -740,6 +743,10 @@ private:
         const auto at = std::lower_bound(cells.begin(), cells.end(), wanted, lies_before);
         if (at != cells.end() && same_range(at->range, range)) {
             loaded = at->held;
+            if (loaded.stale && is_frame_address(state_.parts[stack_pointer]) &&
+                range.offset >= state_.parts[stack_pointer].offset) // otherwise this is reported already
+                add_fact(flow_event::loads_below_sp);
+            loaded.stale = false;
             loaded.mixed = false;
             if (loaded.what == absent) {
                 loaded.what = state_.unknown_stores ? unknown : computed;
@@ -1012,6 +1019,7 @@ private:
             if (v.what == sp_differs && to.what == sp_differs)
                 v.last = to.last;
             lower_stack(v);
+            release_cells(to, v);
         }
         to = v;
     }
@@ -1046,6 +1054,24 @@ private:
         }
     }
 
+    // Raising SP leaves what is saved below it to signals.
+    void release_cells(const value& from, const value& to)
+    {
+        if (!state_.cells || to.what != stack_pointer || from.what != stack_pointer ||
+            to.scale != from.scale || to.offset <= from.offset)
+            return;
+        const auto is_released = [&](const frame_cell& cell) {
+            return cell.range.base == stack_pointer && cell.range.scale == to.scale && !cell.held.stale &&
+                   is_saved_value(cell.held) && cell.range.offset < to.offset;
+        };
+        if (std::none_of(state_.cells->begin(), state_.cells->end(), is_released))
+            return;
+        frame_cells cells = *state_.cells;
+        for (frame_cell& cell : cells)
+            cell.held.stale = cell.held.stale || is_released(cell);
+        state_.cells = std::make_shared<const frame_cells>(std::move(cells));
+    }
+
     void lower_stack(const value& sp)
     {
         if (result_ == nullptr || !result_->stack)
@@ -1062,6 +1088,8 @@ private:
     bool step()
     {
         const instruction& at = code_.instructions[index_];
+        if (options_.to_decode != nullptr && !at.decoded)
+            decode_instruction(*options_.to_decode, index_);
         if (!at.decoded)
             return stop(unfollowed_reason::unknown_word);
         if (at.relocated == word_relocation::unclear)
@@ -1597,7 +1625,7 @@ private:
         value made = make_value(uses_saved_value(at, part_count) ? unknown : computed);
         made.derived = made.what == unknown;
         made.frame = uses_frame_address(at);
-        made.missing = is_saved_value(old) ? 0 : missing_of(old);
+        made.missing = missing_of(old);
         made.certain = is_initial(old) || old.certain;
         if (const auto number = register_number_of(code_, at)) {
             for (unsigned byte = 0; byte < 8; ++byte) {
@@ -2267,6 +2295,8 @@ private:
     bool uses_scalable()
     {
         if (!uses_scalable_) {
+            if (options_.to_decode != nullptr)
+                decode_reached(*options_.to_decode, map_);
             uses_scalable_ = std::any_of(code_.operands.begin(), code_.operands.end(), [](const operand& o) {
                 return o.is_register && (o.scalable || (o.registers[0] >= predicate_register(0) &&
                                                         o.registers[0] <= predicate_register(15)));
@@ -2340,8 +2370,11 @@ private:
                 return stop(unfollowed_reason::local_call);
             add_stack_of(*target);
         }
-        // BL changes X30 before the callee begins.
-        set(link_register, make_value(computed));
+        // BL changes X30 before the callee begins, and the callee may leave anything there.
+        value link = make_value(computed);
+        link.missing = 0xff;
+        link.certain = false;
+        set(link_register, link);
         call_effect without_link = *effect;
         if (effect != &standard_effect()) {
             without_link.reads.reset(link_register);
@@ -2581,6 +2614,7 @@ private:
     }
 
     const decoded_kernel& code_;
+    const code_map& map_;
     const flow_options& options_;
     bool any_entry_;
     std::optional<bool> uses_scalable_;

@@ -143,6 +143,9 @@ struct kernel_flow {
 };
 
 struct flow_options {
+    /// The same kernel, if its plain words are not decoded yet: decodes those that the ways lead to.
+    decoded_kernel* to_decode = nullptr;
+
     /// Whether it is called by a convention of its own: then all registers are given.
     bool all_given = false;
 

@@ -148,12 +148,13 @@ private:
             find_convention_findings(mapped()->code, mapped()->map, kernel_flow(), convention, {}, findings_);
             return;
         }
-        const kernel_flow flow = follow(*code(), index_);
+        mapped_code& current = *mapped();
+        const kernel_flow flow = follow(current, index_);
         const size_t kernel = index_;
         const auto effect = [this, kernel](size_t relocation) {
             return effect_of(kernel, kernels_[kernel].relocs[relocation].name);
         };
-        find_convention_findings(code()->code, code()->map, flow, convention, effect, findings_);
+        find_convention_findings(current.code, current.map, flow, convention, effect, findings_);
     }
 
     [[nodiscard]] call_convention convention_of(size_t kernel) const
@@ -164,9 +165,10 @@ private:
                                                                                    : call_convention::aapcs64;
     }
 
-    kernel_flow follow(const mapped_code& code, size_t kernel)
+    kernel_flow follow(mapped_code& code, size_t kernel)
     {
         flow_options options;
+        options.to_decode = &code.code;
         options.all_given = convention_of(kernel) == call_convention::internal;
         if (options_.is_internal) {
             options.effect_of = [this, kernel](size_t relocation) -> const call_effect* {
@@ -192,7 +194,6 @@ private:
         if (added && effects_.size() - effects_done_ <= most_nested_calls) {
             mapped_code made{prepare_decoding(kernels_[*callee]), code_map()};
             made.map = decode_and_map(made.code, entries_.of(*callee));
-            decode_reached(made.code, made.map);
             call_effect effect = follow(made, *callee).effect;
             effects_.at(*callee) = std::move(effect);
             ++effects_done_;
