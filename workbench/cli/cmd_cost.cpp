@@ -52,12 +52,13 @@ table empty_table()
     made.columns = {{"kernel", column_kind::name},
                     {"block"},
                     {"processor"},
-                    {"instructions", column_kind::number},
+                    {"insns", column_kind::number},
                     {"uops", column_kind::number},
                     {"cycles", column_kind::number},
                     {"once", column_kind::number},
                     {"bound", column_kind::number},
-                    {"limited by"}};
+                    {"limited by"},
+                    {"by how much, and the chain", column_kind::text, shown_in::markdown}};
     made.aligned = true;
     return made;
 }
@@ -74,8 +75,22 @@ table_row make_row(const analysed_kernel& of, const cost_block& block, const std
                  {"-"},
                  {"-"},
                  {"-"},
+                 {""},
                  {""}};
     return row;
+}
+
+// Details of a row: a cell in Markdown, a line below the row in text.
+void add_details(table_row& row, const std::string& details)
+{
+    row.cells.back().text = details;
+    row.evidence = "    " + details;
+}
+
+void add_reason(table_row& row, const std::string& reason)
+{
+    row.cells[8] = {"not modelled", color::yellow};
+    add_details(row, reason);
 }
 
 void add_rows(const analysed_kernel& of, const model_list& models, disassembler& disassembler, table& to)
@@ -83,8 +98,7 @@ void add_rows(const analysed_kernel& of, const model_list& models, disassembler&
     for (const cost_block& block : of.blocks) {
         if (block.obstacle != cost_obstacle::none) {
             to.rows.push_back(make_row(of, block, "-"));
-            to.rows.back().cells[8] = {"not modelled: " + obstacle_text(of.kernel, of.code, block),
-                                       color::yellow};
+            add_reason(to.rows.back(), obstacle_text(of.kernel, of.code, block));
             continue;
         }
         for (const auto& model : models) {
@@ -92,14 +106,14 @@ void add_rows(const analysed_kernel& of, const model_list& models, disassembler&
             const modelled_block& modelled = model->of(of.code, block);
             const block_cost& cost = modelled.cost;
             if (modelled.gap != model_gap::none) {
-                row.cells[8] = {"not modelled: " + gap_text(of.kernel, block, modelled, disassembler),
-                                color::yellow};
+                add_reason(row, gap_text(of.kernel, block, modelled, disassembler));
             } else {
                 row.cells[4].text = std::to_string(cost.uops / cost.iterations);
                 row.cells[5].text = cycles_text(cost.cycles);
                 row.cells[6].text = block.depth == 0 ? std::to_string(modelled.once) : "-";
                 row.cells[7].text = cycles_text(cost.throughput);
-                row.cells[8].text = limit_text(of.kernel, block, cost, disassembler);
+                row.cells[8].text = cost.limited_by;
+                add_details(row, chain_text(of.kernel, block, cost, disassembler));
             }
             to.rows.push_back(std::move(row));
         }

@@ -107,22 +107,28 @@ std::vector<std::size_t> chain_instructions(const block_cost& cost)
     return found;
 }
 
-std::string limit_text(const placed_kernel& kernel, const cost_block& block, const block_cost& cost,
+std::string chain_text(const placed_kernel& kernel, const cost_block& block, const block_cost& cost,
                        disassembler& disassembler)
 {
     constexpr std::size_t most = 4; // instructions of the chain
-    std::string text = cost.limited_by;
     const double above = cost.cycles - cost.throughput;
-    if (above >= 0.005)
-        text += fmt::format(", {} above the bound", cycles_text(above));
+    std::string text = above >= 0.005 ? cycles_text(above) + " above the bound" : "";
     const std::vector<std::size_t> chain = chain_instructions(cost);
     for (std::size_t i = 0; i < std::min(chain.size(), most); ++i) {
-        text += i == 0 ? ": " : " > ";
+        text += i != 0 ? " > " : text.empty() ? "" : ": ";
         text += mnemonic_at(kernel, 4 * block.instructions[chain[i]], disassembler);
     }
     if (chain.size() > most)
         text += fmt::format(" > {} more", chain.size() - most);
     return text;
+}
+
+std::string limit_text(const placed_kernel& kernel, const cost_block& block, const block_cost& cost,
+                       disassembler& disassembler)
+{
+    const std::string chain = chain_text(kernel, block, cost, disassembler);
+    const char* const separator = cost.cycles - cost.throughput >= 0.005 ? ", " : ": ";
+    return cost.limited_by + (chain.empty() ? "" : separator + chain);
 }
 
 static json block_json(const placed_kernel& kernel, const decoded_kernel& code, const cost_block& block,
@@ -213,8 +219,8 @@ latencies_of(const decoded_kernel& code, const std::vector<cost_block>& blocks, 
 
 std::string cost_disclaimer()
 {
-    return fmt::format("estimated by the scheduling models of LLVM {}, for code in the first-level cache and "
-                       "predicted branches",
+    return fmt::format("estimated by LLVM {}'s scheduling models: code in the first-level cache, branches "
+                       "predicted",
                        llvm_version());
 }
 

@@ -30,6 +30,10 @@ std::string obstacle_text(const placed_kernel& kernel, const decoded_kernel& cod
 std::string gap_text(const placed_kernel& kernel, const cost_block& block, const modelled_block& modelled,
                      disassembler& disassembler);
 
+/// "9 above the bound: ldr +0x30 > fmul +0x38 > fadd +0x3c".
+std::string chain_text(const placed_kernel& kernel, const cost_block& block, const block_cost& cost,
+                       disassembler& disassembler);
+
 /// "dependencies, 9 above the bound: ldr +0x30 > fmul +0x38 > fadd +0x3c".
 std::string limit_text(const placed_kernel& kernel, const cost_block& block, const block_cost& cost,
                        disassembler& disassembler);

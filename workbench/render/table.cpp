@@ -51,13 +51,16 @@ std::string aligned_rows(const table& printed, bool colored)
     if (printed.rows.empty())
         return "";
     constexpr std::size_t widest_name = 40; // a longer one pushes its own line only
+    std::size_t columns = printed.columns.size();
+    while (columns > 0 && !is_shown(printed.columns[columns - 1], shown_in::text))
+        --columns;
     std::vector<std::size_t> widths;
-    for (std::size_t i = 0; i < printed.columns.size(); ++i) {
+    for (std::size_t i = 0; i < columns; ++i) {
         std::size_t width = width_of(printed.columns[i].title);
         for (const table_row& row : printed.rows)
             width = std::max(width, width_of(row.cells[i].text));
         const bool is_name = printed.columns[i].kind == column_kind::name;
-        const bool is_last = i + 1 == printed.columns.size();
+        const bool is_last = i + 1 == columns;
         widths.push_back(is_last ? 0 : is_name ? std::min(width, widest_name) : width);
     }
     std::string text;
@@ -71,6 +74,8 @@ std::string aligned_rows(const table& printed, bool colored)
     for (const table_row& row : printed.rows) {
         for (std::size_t i = 0; i < widths.size(); ++i)
             add(i, row.cells[i].text, paint_of(printed.columns[i], row.cells[i]));
+        if (!row.evidence.empty())
+            text += row.evidence + "\n";
     }
     return text;
 }

@@ -64,6 +64,18 @@ TEST(TextTable, AlignsItsColumnsToTheWidestCell)
               "2 same\n");
 }
 
+TEST(TextTable, PrintsTheEvidenceOfARowBelowItAndLeavesOutAColumnOfMarkdown)
+{
+    table made = sizes({size_row("wfta_3", "code", "8"), size_row("b", "added", "4")});
+    made.columns.back().formats = shown_in::markdown;
+    made.rows.front().evidence = "    4 bytes more than before";
+    EXPECT_EQ(format_table(made, "text", false), "kernel  class  code bytes\n"
+                                                 "wfta_3  code   8\n"
+                                                 "    4 bytes more than before\n"
+                                                 "b       added  4\n"
+                                                 "2 same\n");
+}
+
 TEST(TextTable, CountsColumnsNotBytes)
 {
     // Two bytes and one column, three bytes and two columns, and a byte that is not UTF-8.

@@ -44,29 +44,41 @@ A loop, and what is outside it, on the processors that differ:
   >     ret
   > END
   $ vorna-kernels cost dumps scale
-  kernel  block          processor    instructions  uops  cycles  once  bound  limited by
-  scale   loop +0x0      cortex-a55   5             6     11      -     3      dependencies, 8 above the bound: ldr +0x0 > fmul +0x4 > str +0x8 > subs +0xc > 1 more
-  scale   loop +0x0      neoverse-n1  5             10    9       -     1.5    dependencies, 7.5 above the bound: str +0x8 > ldr +0x0 > fmul +0x4 > str +0x8
-  scale   loop +0x0      neoverse-v2  5             8     10      -     0.5    dependencies, 9.5 above the bound: str +0x8 > ldr +0x0 > fmul +0x4 > str +0x8
-  scale   outside loops  cortex-a55   1             1     1       2     1      CortexA55UnitB: ret +0x14
-  scale   outside loops  neoverse-n1  1             1     1       4     1      N1UnitB: ret +0x14
-  scale   outside loops  neoverse-v2  1             1     0.5     4     0.5    V2UnitB: ret +0x14
-  estimated by the scheduling models of LLVM 19.1.7, for code in the first-level cache and predicted branches
+  kernel  block          processor    insns  uops  cycles  once  bound  limited by
+  scale   loop +0x0      cortex-a55   5      6     11      -     3      dependencies
+      8 above the bound: ldr +0x0 > fmul +0x4 > str +0x8 > subs +0xc > 1 more
+  scale   loop +0x0      neoverse-n1  5      10    9       -     1.5    dependencies
+      7.5 above the bound: str +0x8 > ldr +0x0 > fmul +0x4 > str +0x8
+  scale   loop +0x0      neoverse-v2  5      8     10      -     0.5    dependencies
+      9.5 above the bound: str +0x8 > ldr +0x0 > fmul +0x4 > str +0x8
+  scale   outside loops  cortex-a55   1      1     1       2     1      CortexA55UnitB
+      ret +0x14
+  scale   outside loops  neoverse-n1  1      1     1       4     1      N1UnitB
+      ret +0x14
+  scale   outside loops  neoverse-v2  1      1     0.5     4     0.5    V2UnitB
+      ret +0x14
+  estimated by LLVM 19.1.7's scheduling models: code in the first-level cache, branches predicted
   $ vorna-kernels cost dumps straight nested --cpu=cortex-a55
-  kernel    block               processor   instructions  uops  cycles  once  bound  limited by
-  straight  all                 cortex-a55  3             3     8       9     1.5    dependencies, 6.5 above the bound: fmul +0x4 > fadd +0x0 > fmul +0x4 > ret +0x8
-  nested    loop +0x4, depth 2  cortex-a55  2             2     3       -     1      dependencies, 2 above the bound: subs +0x4 > b.ne +0x8
-  nested    loop +0x0           cortex-a55  3             3     4       -     1.5    dependencies, 2.5 above the bound: subs +0xc > b.ne +0x10
-  nested    outside loops       cortex-a55  1             1     1       2     1      CortexA55UnitB: ret +0x14
-  estimated by the scheduling models of LLVM 19.1.7, for code in the first-level cache and predicted branches
+  kernel    block               processor   insns  uops  cycles  once  bound  limited by
+  straight  all                 cortex-a55  3      3     8       9     1.5    dependencies
+      6.5 above the bound: fmul +0x4 > fadd +0x0 > fmul +0x4 > ret +0x8
+  nested    loop +0x4, depth 2  cortex-a55  2      2     3       -     1      dependencies
+      2 above the bound: subs +0x4 > b.ne +0x8
+  nested    loop +0x0           cortex-a55  3      3     4       -     1.5    dependencies
+      2.5 above the bound: subs +0xc > b.ne +0x10
+  nested    outside loops       cortex-a55  1      1     1       2     1      CortexA55UnitB
+      ret +0x14
+  estimated by LLVM 19.1.7's scheduling models: code in the first-level cache, branches predicted
 
 A model that is another processor's is named with each figure, and a model that is nobody's is refused:
 
   $ vorna-kernels cost dumps straight --cpu=cortex-a72,apple-m1
-  kernel    block  processor                         instructions  uops  cycles  once  bound  limited by
-  straight  all    cortex-a72 (model of cortex-a57)  3             3     10      13    1      dependencies, 9 above the bound: fmul +0x4 > fadd +0x0 > fmul +0x4
-  straight  all    apple-a14 (model of apple-a7)     3             3     10      13    1      dependencies, 9 above the bound: fmul +0x4 > fadd +0x0 > fmul +0x4
-  estimated by the scheduling models of LLVM 19.1.7, for code in the first-level cache and predicted branches
+  kernel    block  processor                         insns  uops  cycles  once  bound  limited by
+  straight  all    cortex-a72 (model of cortex-a57)  3      3     10      13    1      dependencies
+      9 above the bound: fmul +0x4 > fadd +0x0 > fmul +0x4
+  straight  all    apple-a14 (model of apple-a7)     3      3     10      13    1      dependencies
+      9 above the bound: fmul +0x4 > fadd +0x0 > fmul +0x4
+  estimated by LLVM 19.1.7's scheduling models: code in the first-level cache, branches predicted
   $ vorna-kernels cost dumps --cpu=cortex-a999
   vorna-kernels: LLVM knows no processor cortex-a999
   [2]
@@ -77,16 +89,24 @@ A model that is another processor's is named with each figure, and a model that 
 What is not modelled:
 
   $ vorna-kernels cost dumps caller branches scalable --cpu=cortex-a55,neoverse-v2
-  kernel    block          processor    instructions  uops  cycles  once  bound  limited by
-  caller    loop +0x4      -            3             -     -       -     -      not modelled: calls scale at +0x4
-  caller    outside loops  cortex-a55   3             6     6       7     3      dependencies, 3 above the bound: ldp +0x10 > ret +0x14
-  caller    outside loops  neoverse-v2  3             7     5       9     0.5    dependencies, 4.5 above the bound: ldp +0x10 > stp +0x0 > ldp +0x10 > ret +0x14
-  branches  loop +0x0      -            4             -     -       -     -      not modelled: branches at +0x0
-  branches  outside loops  cortex-a55   1             1     1       2     1      CortexA55UnitB: ret +0x10
-  branches  outside loops  neoverse-v2  1             1     0.5     4     0.5    V2UnitB: ret +0x10
-  scalable  all            cortex-a55   2             -     -       -     -      not modelled: not on this processor: add z0.d, z0.d, z1.d at +0x0
-  scalable  all            neoverse-v2  2             2     2       5     0.5    dependencies, 1.5 above the bound: add +0x0
-  estimated by the scheduling models of LLVM 19.1.7, for code in the first-level cache and predicted branches
+  kernel    block          processor    insns  uops  cycles  once  bound  limited by
+  caller    loop +0x4      -            3      -     -       -     -      not modelled
+      calls scale at +0x4
+  caller    outside loops  cortex-a55   3      6     6       7     3      dependencies
+      3 above the bound: ldp +0x10 > ret +0x14
+  caller    outside loops  neoverse-v2  3      7     5       9     0.5    dependencies
+      4.5 above the bound: ldp +0x10 > stp +0x0 > ldp +0x10 > ret +0x14
+  branches  loop +0x0      -            4      -     -       -     -      not modelled
+      branches at +0x0
+  branches  outside loops  cortex-a55   1      1     1       2     1      CortexA55UnitB
+      ret +0x10
+  branches  outside loops  neoverse-v2  1      1     0.5     4     0.5    V2UnitB
+      ret +0x10
+  scalable  all            cortex-a55   2      -     -       -     -      not modelled
+      not on this processor: add z0.d, z0.d, z1.d at +0x0
+  scalable  all            neoverse-v2  2      2     2       5     0.5    dependencies
+      1.5 above the bound: add +0x0
+  estimated by LLVM 19.1.7's scheduling models: code in the first-level cache, branches predicted
 
 Why:
 
@@ -121,7 +141,7 @@ Why:
     uops   lat   thr ports
    *    1     1     1 B                +14  ret  ; waits for B after +0x14 of the iteration before
   
-  estimated by the scheduling models of LLVM 19.1.7, for code in the first-level cache and predicted branches
+  estimated by LLVM 19.1.7's scheduling models: code in the first-level cache, branches predicted
 
 Beside a listing:
 
@@ -131,7 +151,7 @@ Beside a listing:
     cortex-a55: outside loops: 1 cycle, bound 1, CortexA55UnitB: ret +0x14
     neoverse-n1: loop +0x0: 9 cycles, bound 1.5, dependencies, 7.5 above the bound: str +0x8 > ldr +0x0 > fmul +0x4 > str +0x8
     neoverse-n1: outside loops: 1 cycle, bound 1, N1UnitB: ret +0x14
-    latencies beside the instructions, * on the critical chain; estimated by the scheduling models of LLVM 19.1.7, for code in the first-level cache and predicted branches
+    latencies beside the instructions, * on the critical chain; estimated by LLVM 19.1.7's scheduling models: code in the first-level cache, branches predicted
   .L0:
    +00  3dc00000  ldr   q0, [x0]                     |  3* |  5*
    +04  6e67dc00  fmul  v0.2d, v0.2d, v7.2d          |  4* |  3*
@@ -203,11 +223,11 @@ Beside a listing:
 Other formats:
 
   $ vorna-kernels cost dumps straight --cpu=neoverse-n1 --format=markdown
-  | kernel | block | processor | instructions | uops | cycles | once | bound | limited by |
-  |---|---|---|---:|---:|---:|---:|---:|---|
-  | <code>straight</code> | all | neoverse-n1 | 3 | 3 | 5 | 8 | 1 | dependencies, 4 above the bound: fmul +0x4 > fadd +0x0 > fmul +0x4 |
+  | kernel | block | processor | insns | uops | cycles | once | bound | limited by | by how much, and the chain |
+  |---|---|---|---:|---:|---:|---:|---:|---|---|
+  | <code>straight</code> | all | neoverse-n1 | 3 | 3 | 5 | 8 | 1 | dependencies | 4 above the bound: fmul +0x4 > fadd +0x0 > fmul +0x4 |
   
-  estimated by the scheduling models of LLVM 19.1.7, for code in the first-level cache and predicted branches
+  estimated by LLVM 19.1.7's scheduling models: code in the first-level cache, branches predicted
   $ vorna-kernels cost dumps scale scalable --cpu=cortex-a55 --format=json
   {
     "version": 2,
@@ -308,7 +328,7 @@ Mistakes:
   [2]
   $ vorna-kernels cost dumps scael
   vorna-kernels: no kernel scael in the dumps; did you mean scale?
-  estimated by the scheduling models of LLVM 19.1.7, for code in the first-level cache and predicted branches
+  estimated by LLVM 19.1.7's scheduling models: code in the first-level cache, branches predicted
   [2]
   $ vorna-kernels cost none
   vorna-kernels: none: No such file or directory

@@ -61,7 +61,7 @@ Kernels that changed, with the change of their cycles, the largest first:
   gather     order      6             24             0               -3                    0
   calls      code       4 -> 5 (+1)   16 -> 20 (+4)  0               -                     -
   constants  constants  4             16             8               0                     0
-  1 same; cycles estimated by the scheduling models of LLVM 19.1.7, for code in the first-level cache and predicted branches
+  1 same; cycles estimated by LLVM 19.1.7's scheduling models: code in the first-level cache, branches predicted
   
   4 more changed kernels; show all with --limit=4
   [1]
