@@ -126,10 +126,11 @@ private:
             is_within(changed.part, rest_of_q(0), rest_of_z(0) - 1))
             name[0] = 'z';
         std::string note;
-        if (changed.loaded)
+        if (changed.loaded) {
             note =
                 fmt::format("the load at {} does not restore it: {} was not saved there, or was overwritten",
                             at_index(*changed.loaded), name);
+        }
         const bool general = changed.part < 32;
         const char* const other = general                                       ? "x9 to x15"
                                   : changed.part >= predicate_part(0)           ? "p0 to p3"
@@ -147,12 +148,13 @@ private:
         if (!changed.known)
             return; // unfollowed
         std::string message;
-        if (changed.difference)
+        if (changed.difference) {
             message = fmt::format("SP is {} {} its value at entry",
                                   pluralize(static_cast<std::size_t>(std::abs(*changed.difference)), "byte"),
                                   *changed.difference < 0 ? "below" : "above");
-        else
+        } else {
             message = "SP is not what it was at entry";
+        }
         add(finding_id::abi_stack_pointer, severity::error, exit.index, "return",
             message + fmt::format(" at this {}{}; changed at {}",
                                   exit.tail_call ? "branch to another kernel" : "return",
@@ -179,10 +181,11 @@ private:
             const instruction& at = code_.instructions[link->changed];
             message += fmt::format(": the {} at {} changed it{}", at.is_call() ? "call" : "instruction",
                                    at_index(link->changed), way_text(link->way));
-            if (link->loaded)
+            if (link->loaded) {
                 note = fmt::format(
                     "the load at {} does not restore it: x30 was not saved there, or was overwritten",
                     at_index(*link->loaded));
+            }
         }
         add(finding_id::abi_return_address, severity::error, exit.index, name, std::move(message),
             std::move(note), "save x30 before the first call and restore it before the return");
@@ -365,13 +368,14 @@ private:
                 any = true;
                 last = end;
             }
-            if (any && !entered)
+            if (any && !entered) {
                 add(finding_id::unreachable_code, severity::note, begin, {},
                     fmt::format("no way leads to {} from here, and nothing reads {}",
                                 last == begin ? "the instruction"
                                               : fmt::format("{} instructions", last + 1 - begin),
                                 last == begin ? "it" : "them"),
                     {}, "delete it, or correct the branch that should lead here");
+            }
             begin = end;
         }
     }

@@ -290,8 +290,7 @@ public:
             return result;
         }
         result = follow(0, options_.all_given, 0);
-        for (flow_fact& fact : local_facts_)
-            result.facts.push_back(std::move(fact));
+        result.facts.insert(result.facts.end(), local_facts_.begin(), local_facts_.end());
         result.exits.insert(result.exits.end(), local_exits_.begin(), local_exits_.end());
         return result;
     }
@@ -569,12 +568,13 @@ private:
     bool weaken(frame_cell& cell, const frame_cells& others, bool unknown_stores) const
     {
         value weak = make_value(absent);
-        if (is_covered(cell.range, others))
+        if (is_covered(cell.range, others)) {
             weak.what = cell.held.what == unknown || cell.held.what == absent
                             ? cell.held.what
                             : static_cast<uint8_t>(computed);
-        else if (unknown_stores)
+        } else if (unknown_stores) {
             weak.what = static_cast<uint8_t>(cell.held.what == absent ? absent : unknown);
+        }
         weak.frame = may_be_frame_address(cell.held);
         for (const frame_cell& other : others)
             weak.frame =
@@ -1632,10 +1632,11 @@ private:
                 if ((number->kept >> 8 * byte & 0xff) == 0)
                     made.missing &= static_cast<uint8_t>(~(1U << byte));
             }
-            if (old.what == constant && old.scale == 0 && made.missing == 0)
+            if (old.what == constant && old.scale == 0 && made.missing == 0) {
                 made = make_value(constant, static_cast<int64_t>(
                                                 (static_cast<uint64_t>(int64_t{old.offset}) & number->kept) |
                                                 number->value));
+            }
         } else if (made.missing != 0) {
             made.missing = 0xff;
             made.certain = false;
@@ -1672,11 +1673,10 @@ private:
                 note(unfollowed_reason::sp);
         } else if (effect == register_effect::sign_link && unchanged) {
             made = make_value(key, sp.offset, sp.scale);
-        } else if (effect == register_effect::authenticate_link && link.what == key &&
-                   link.offset == sp.offset && link.scale == sp.scale) {
-            made = make_value(link_register);
-        } else if (effect == register_effect::strip_link &&
-                   (link.what == link_signed || link.what == link_signed_b || unchanged)) {
+        } else if ((effect == register_effect::authenticate_link && link.what == key &&
+                    link.offset == sp.offset && link.scale == sp.scale) ||
+                   (effect == register_effect::strip_link &&
+                    (link.what == link_signed || link.what == link_signed_b || unchanged))) {
             made = make_value(link_register);
         } else if (link.what == unknown) {
             made.what = unknown;
@@ -1804,10 +1804,11 @@ private:
             return o.is_register && is_general(o.registers[0]) && o.count >= 1;
         });
         if (!any || effect == register_effect::read_system || effect == register_effect::write_system ||
-            class_of(code_, at) == instruction_class::other)
+            class_of(code_, at) == instruction_class::other) {
             if (at.modelled || effect != register_effect::compute)
                 if (!(any && effect == register_effect::follow_operands))
                     return false;
+        }
         // Memory tagging, copies of memory, cache maintenance: any of the registers may be an address.
         use_operands(at);
         value address = make_value(computed);
@@ -1977,10 +1978,11 @@ private:
             return;
         }
         bool saves_some = false;
-        for (const transfer& t : transfers_)
+        for (const transfer& t : transfers_) {
             saves_some =
                 saves_some || (is_vector(t.number) &&
                                is_saved_value(state_.parts[low_half(t.number - vector_register(0))]));
+        }
         state_.saved_elsewhere = state_.saved_elsewhere || saves_some;
         for (const transfer& t : transfers_) {
             if (!saves_some)
@@ -2025,12 +2027,10 @@ private:
                 return;
             }
         }
-        if (t.bytes == 8)
-            use_stored(low_half(v), false);
-        else if (t.bytes < 8)
+        const value& low = state_.parts[low_half(v)];
+        if (t.bytes < 8)
             use(low_half(v), static_cast<uint8_t>((1U << t.bytes) - 1));
-        else if (is_initial(state_.parts[low_half(v)]) && is_saved_part(state_.parts[low_half(v)].what) &&
-                 !f_.all_given)
+        else if (t.bytes == 8 || (is_initial(low) && is_saved_part(low.what) && !f_.all_given))
             use_stored(low_half(v), false);
         else
             use_parts_of(v, 2, false);

@@ -195,7 +195,7 @@ private:
             mapped_code made{prepare_decoding(kernels_[*callee]), code_map()};
             made.map = decode_and_map(made.code, entries_.of(*callee));
             call_effect effect = follow(made, *callee).effect;
-            effects_.at(*callee) = std::move(effect);
+            effects_.at(*callee) = effect;
             ++effects_done_;
         }
         return &effects_.at(*callee);

@@ -274,7 +274,7 @@ register_effect effect_of(const decoded_kernel& kernel, const instruction& instr
             return register_effect::compute;
         break;
     case register_effect::keep_inactive: // Zd, Zd, Pg, ...; otherwise Zd is a source too
-        if (operands.size() < 4 || operands[1].is_register == false || !is_predicate(operands[2]) ||
+        if (operands.size() < 4 || !operands[1].is_register || !is_predicate(operands[2]) ||
             operands[1].registers[0] != operands[0].registers[0])
             return register_effect::compute;
         break;
