@@ -13,8 +13,8 @@ namespace vorna::wfta {
 /// kernel_finding::index is an index in `kernels`.
 ///
 /// Checks that need instructions decoded are not made here: analyse_kernels makes them too. The address of
-/// the set is not known in advance, so whether a kernel of an earlier call is in range is at most a note. Does
-/// not modify the registry or the kernels, and maps and executes nothing.
+/// the set is not known in advance, so whether a kernel of an earlier call is in range is at most a note.
+/// Does not modify the registry or the kernels, and maps and executes nothing.
 ///
 /// Throws std::bad_alloc. Thread-safe as long as no thread modifies the registry or the kernels.
 std::vector<kernel_finding> check_kernels(const kernel_registry_map& registry,
