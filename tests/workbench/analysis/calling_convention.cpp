@@ -354,6 +354,10 @@ TEST(CallingConvention, NeedsCalleeSavedRegistersUnchanged)
 TEST(CallingConvention, NeedsTheSavedValueToSurviveInTheFrame)
 {
     expect_findings({
+        {"str x30, [sp, #-16]!; str x19, [sp, #-16]; mov x19, x0; bl f; ldr x19, [sp, #-16]; "
+         "ldr x30, [sp], #16; ret", // the call may write there
+         "error abi-callee-saved+8, warning abi-below-stack+4, warning abi-below-stack+10, "
+         "error reads-unset+10"},
         {"stp x19, x20, [sp, #-16]!; mov x19, x0; mov x20, x1; ldp x20, x19, [sp], #16; "
          "ret",
          "error abi-callee-saved+4, error abi-callee-saved+8"},
