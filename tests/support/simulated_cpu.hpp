@@ -47,9 +47,12 @@ private:
 class simulated_cpu {
 public:
     using vector_value = std::array<std::uint64_t, 2>;
+    using scalable_value = std::array<std::uint64_t, 4>;
 
-    simulated_cpu() : simulator_(&decoder_)
+    /// Scalable registers have as many bits as vector registers, 128, or the 256 of a scalable_value.
+    explicit simulated_cpu(unsigned scalable_bits = 128) : simulator_(&decoder_)
     {
+        simulator_.SetVectorLengthInBits(scalable_bits);
         simulator_.SetCPUFeatures(vixl::CPUFeatures::All());
         names_decoder_.AppendVisitor(&names_);
     }
@@ -81,6 +84,24 @@ public:
         std::memcpy(&value, words.data(), sizeof value);
         simulator_.WriteQRegister(number, value);
     }
+    [[nodiscard]] scalable_value z(unsigned number)
+    {
+        scalable_value words{};
+        for (int lane = 0; lane < 4; ++lane)
+            words[static_cast<std::size_t>(lane)] =
+                simulator_.ReadVRegister(number).GetLane<std::uint64_t>(lane);
+        return words;
+    }
+    void write_z(unsigned number, const scalable_value& words)
+    {
+        for (int lane = 0; lane < 4; ++lane)
+            simulator_.ReadVRegister(number).Insert(lane, words[static_cast<std::size_t>(lane)]);
+    }
+    [[nodiscard]] std::uint32_t p(unsigned number)
+    {
+        return simulator_.ReadPRegister(number).GetLane<std::uint32_t>(0);
+    }
+    void write_p(unsigned number, std::uint32_t value) { simulator_.ReadPRegister(number).Insert(0, value); }
     [[nodiscard]] std::uint64_t pc() const { return reinterpret_cast<std::uint64_t>(simulator_.ReadPc()); }
     void write_pc(std::uint64_t address)
     {

@@ -70,7 +70,7 @@ public:
             all.push_back(std::move(kernel));
         }
         for (const auto& [name, address] : external_functions_) {
-            if (defined.count(name) == 0)
+            if (!defined.contains(name))
                 all.push_back({name, address, {0xc0, 0x03, 0x5f, 0xd6}, address + 4, {}, {}, 0, ""});
         }
         return all;

@@ -50,7 +50,7 @@ bool is_about_convention(const kernel_finding& finding)
         "abi-callee-saved",      "abi-stack-pointer", "abi-return-address",
         "abi-platform-register", "abi-below-stack",   "reads-unset",
         "reads-flags-unset",     "unreachable-code",  "unfollowed"};
-    return ids.count(name_of(finding.id)) != 0;
+    return ids.contains(name_of(finding.id));
 }
 
 std::string text_of(const kernel_case& one, const std::vector<kernel_finding>& findings)
@@ -240,7 +240,6 @@ TEST(Corrupters, ThatRestoreOnOneWayOnlyAreFound)
 {
     std::vector<kernel_case> cases;
     for (const std::string x : {"x19", "x24", "x28", "d8", "d15"}) {
-        const std::string load = x[0] == 'x' ? "ldr " : "ldr ";
         const std::string set = x[0] == 'x' ? "mov " + x + ", x1" : "fmov " + x + ", x1";
         const lines save = {"str " + x + ", [sp, #-16]!", set};
         const std::string message = "changes " + x + ",";
