@@ -11,7 +11,6 @@
 namespace {
 
 using vorna::wfta::analysis_options;
-using vorna::wfta::finding_severity;
 using vorna::wfta::kernel_finding;
 using vorna::workbench::placed_kernel;
 
