@@ -264,7 +264,8 @@ private:
         if (id == "reads-unset" || id == "reads-flags-unset") {
             const auto in_a = a.watched.find(offset);
             const auto in_b = b.watched.find(offset);
-            if (in_a == a.watched.end() || in_b == b.watched.end())
+            const bool crashed = a.end == ending::crashed && a.last_offset == offset; // before it reads
+            if (in_a == a.watched.end() || in_b == b.watched.end() || crashed)
                 return {false, false};
             if (id == "reads-flags-unset")
                 return {true, in_a->second.first.flags != in_b->second.first.flags};
