@@ -194,7 +194,7 @@ std::vector<std::string> cost_lines(const placed_kernel& kernel, const decoded_k
                 continue;
             }
         }
-        lines.push_back(head + "not modelled: " + reason);
+        lines.push_back(fmt::format("{}not modelled: {}", head, reason));
     }
     return lines;
 }
