@@ -8,7 +8,6 @@
 
 namespace {
 
-using vorna::workbench::code_map;
 using vorna::workbench::decode_kernel;
 using vorna::workbench::decoded_kernel;
 using vorna::workbench::find_live_registers;
