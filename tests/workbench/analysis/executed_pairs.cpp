@@ -1029,8 +1029,8 @@ public:
                 callee(result, pc != address(callees_at), clobbers_with_temporaries);
                 continue;
             }
-            if (pc < begin || pc >= end || left == 0) {
-                result.end = left == 0 ? ending::too_long : ending::elsewhere;
+            if (pc < begin || pc >= end || left <= 0) {
+                result.end = left <= 0 ? ending::too_long : ending::elsewhere;
                 return result;
             }
             if (!cpu_.knows_instruction_here()) {
