@@ -14,7 +14,7 @@ namespace vorna::workbench {
 /// X0 to X8, V0 to V7, X29, X30 and SP.
 const register_set& given_registers();
 
-/// X19 to X29, SP and V8 to V15, of which only the low 64 bits are preserved.
+/// X19 to X29, SP and V8 to V15. Only the low 64 bits of a vector register are preserved.
 const register_set& preserved_registers();
 
 /// The registers that may hold arguments and results: X0 to X8, V0 to V7.
