@@ -149,6 +149,45 @@ std::uint32_t field_of(std::int32_t type, std::uint64_t S, std::uint64_t P)
     }
 }
 
+// Links what a host's own loop would, and checks nothing.
+void link_unchecked(const kernel_data& kernel, std::uint8_t* text, const std::uint8_t* data,
+                    const kernel_registry_map& placed)
+{
+    for (const tessjit::reloc_info& reloc : kernel.relocs) {
+        const std::uint8_t* const target =
+            reloc.name.compare(0, 8, ".rodata.") == 0 ? data : placed.find(reloc.name)->second.text_ptr;
+        std::uint8_t* const place = text + reloc.offset;
+        std::uint32_t word;
+        std::memcpy(&word, place, sizeof word);
+        word |= field_of(reloc.type, reinterpret_cast<std::uint64_t>(target + reloc.addend),
+                         reinterpret_cast<std::uint64_t>(place));
+        std::memcpy(place, &word, sizeof word);
+    }
+}
+
+// What a host writes for itself: one mapping, copies, a map of names, links without checks, one flush.
+std::unique_ptr<placement> own_loop(const prepared_set& prepared)
+{
+    auto result = std::make_unique<one_mapping>(prepared);
+    const std::vector<kernel_data>& kernels = prepared.set.kernels;
+    const sizes total = add_up(kernels);
+    result->base = map(total.text + total.data, PROT_READ | PROT_WRITE | PROT_EXEC);
+    std::uint8_t* text = result->base;
+    std::uint8_t* data = result->base + total.text;
+    for (const kernel_data& kernel : kernels) {
+        std::memcpy(text, kernel.text.data(), kernel.text.size());
+        std::memcpy(data, kernel.data.data(), kernel.data.size());
+        result->placed.emplace(kernel.name,
+                               kernel_registry_entry{text, kernel.text.size(), data, kernel.data.size()});
+        link_unchecked(kernel, text, data, result->placed);
+        *kernel.entry_out = text;
+        text += (kernel.text.size() + 31) & ~std::size_t{31};
+        data += kernel.data.size();
+    }
+    __clear_cache(result->base, result->base + total.text);
+    return result;
+}
+
 std::size_t whole_pages(const kernel_data& kernel)
 {
     return (kernel.text.size() + kernel.data.size() + 4095) / 4096 * 4096;
@@ -173,17 +212,7 @@ std::unique_ptr<placement> map_each(const prepared_set& prepared)
         std::memcpy(data, kernel.data.data(), kernel.data.size());
         result->placed.emplace(kernel.name,
                                kernel_registry_entry{text, kernel.text.size(), data, kernel.data.size()});
-        for (const tessjit::reloc_info& reloc : kernel.relocs) {
-            const std::uint8_t* const target = reloc.name.compare(0, 8, ".rodata.") == 0
-                                                   ? data
-                                                   : result->placed.find(reloc.name)->second.text_ptr;
-            std::uint8_t* const place = text + reloc.offset;
-            std::uint32_t word;
-            std::memcpy(&word, place, sizeof word);
-            word |= field_of(reloc.type, reinterpret_cast<std::uint64_t>(target + reloc.addend),
-                             reinterpret_cast<std::uint64_t>(place));
-            std::memcpy(place, &word, sizeof word);
-        }
+        link_unchecked(kernel, text, data, result->placed);
         mprotect(text, size, PROT_READ | PROT_EXEC);
         *kernel.entry_out = text;
         __clear_cache(text, text + kernel.text.size());
@@ -223,6 +252,7 @@ std::vector<way> all_ways()
         {"floor", place_known_words<true>, way::all},
         {"floor, pages one by one", place_known_words<false>, way::all},
         {"mmap+memcpy", only_copy, way::nothing},
+        {"own loop, unchecked", own_loop, way::all},
         {"mapping per kernel", map_each, way::all},
     };
     for (const way& other : llvm_ways())

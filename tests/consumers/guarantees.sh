@@ -17,7 +17,7 @@ int main()
     for (std::size_t i = 0; i < kernels.size(); ++i)
         kernels[i] = {nullptr, std::to_string(i), {0xc0, 0x03, 0x5f, 0xd6}, std::vector<std::uint8_t>(5 * i + 1), {}};
     constexpr std::size_t a = 16;
-$(block docs/embedding.md '## Padding of data' cpp)
+$(block docs/contract.md '## Padding of data' cpp)
 
     vorna::wfta::kernel_registry_map registry;
     try {

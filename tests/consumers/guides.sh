@@ -8,8 +8,3 @@ expect_same() {
 expect_same README.md '## Embedding' cpp examples/first_kernel/main.cpp <"$source/examples/first_kernel/main.cpp"
 expect_same docs/embedding.md '## find_package' cmake examples/first_kernel/CMakeLists.txt \
     <"$source/examples/first_kernel/CMakeLists.txt"
-{
-    block docs/embedding.md '## Installing' sh
-    echo
-    block docs/embedding.md '## find_package' sh
-} | expect_same README.md '## Embedding' sh docs/embedding.md
