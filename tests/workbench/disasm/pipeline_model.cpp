@@ -42,10 +42,11 @@ std::vector<std::uint32_t> random_instructions(std::mt19937& random)
     }
     const support::temp_directory directory;
     support::write_file(directory.path() / "source.s", source);
-    const std::string errors =
-        support::run_tool({LLVM_MCA, "-mtriple=aarch64-linux-gnu", "-mattr=+all", "source.s"},
-                          directory.path())
-            .err;
+    // Without -mcpu, llvm-mca takes the machine's processor, and may end before it reads a line.
+    const std::string errors = support::run_tool({LLVM_MCA, "-mtriple=aarch64-linux-gnu", "-mcpu=generic",
+                                                  "-mattr=+all", "source.s"},
+                                                 directory.path())
+                                   .err;
     std::vector<std::uint32_t> readable = words;
     for (const std::string& line : support::lines_of(errors)) {
         if (line.starts_with("source.s:") && line.find(": error:") != std::string::npos)
