@@ -60,11 +60,7 @@ void remove_emulator_report(std::string& err)
 
 void prepare_child(const child_options& options, const std::filesystem::path& directory)
 {
-    for (const int fatal : {SIGABRT, SIGALRM, SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGTRAP}) {
-        std::signal(fatal, SIG_DFL);
-    }
-    const rlimit no_core = {0, 0};
-    setrlimit(RLIMIT_CORE, &no_core);
+    prepare_for_crashes();
     alarm(options.time_limit_seconds);
 
     for (const char* name : {"VORNA_WFTA_PERF", "VORNA_WFTA_DUMP_KERNEL", "VORNA_WFTA_CHECK_HASH"}) {
@@ -142,6 +138,23 @@ child_result run_in_child(const std::function<void()>& body, const child_options
         remove_emulator_report(child.err);
     }
     return child;
+}
+
+child_result run_with_dumps(const std::function<void()>& body, const std::filesystem::path& directory)
+{
+    child_options options;
+    options.directory = directory;
+    options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
+    return run_in_child(body, options);
+}
+
+void prepare_for_crashes()
+{
+    for (const int fatal : {SIGABRT, SIGALRM, SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGTRAP}) {
+        std::signal(fatal, SIG_DFL);
+    }
+    const rlimit no_core = {0, 0};
+    setrlimit(RLIMIT_CORE, &no_core);
 }
 
 static std::function<void()> look_at_abort;

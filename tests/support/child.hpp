@@ -61,9 +61,16 @@ constexpr int child_exception_thrown = 102;
 std::ostream& operator<<(std::ostream& stream, const child_result& child);
 
 /// Runs `body` in a forked child and waits for it to exit. A child whose body returns exits with status 0 by
-/// _exit, without destructors, exit handlers and leak checks. Fatal signals have their default action, also
-/// under the sanitizers, and leave no core file. Throws std::system_error when the system refuses a child.
+/// _exit, without destructors, exit handlers and leak checks. It is prepared for crashes. Throws
+/// std::system_error when the system refuses a child.
 child_result run_in_child(const std::function<void()>& body, const child_options& options = {});
+
+/// The same, where the library dumps every kernel into the current directory.
+child_result run_with_dumps(const std::function<void()>& body, const std::filesystem::path& directory = {});
+
+/// Called in a child: fatal signals have their default action, also under the sanitizers, and leave no core
+/// file.
+void prepare_for_crashes();
 
 /// Called in a child: calls `look` when the process is about to end by abort(), to test with EXPECT_ macros
 /// the state that a fatal error leaves. Failures are in the child's `out`.

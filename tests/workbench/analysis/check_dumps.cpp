@@ -1,22 +1,18 @@
-// Findings in dumps, and how the command check prints them.
+// Findings in dumps.
 
 #include "workbench/analysis/check_dumps.hpp"
 #include "check/check_kernels.hpp"
 #include "tests/support/a64.hpp"
-#include "tests/support/assemble.hpp"
 #include "tests/support/broken_sets.hpp"
 #include "tests/support/child.hpp"
 #include "tests/support/dumps.hpp"
 #include "tests/support/random_seed.hpp"
-#include "tests/support/tool.hpp"
 #include "workbench/input/dumps.hpp"
 
 #include <csignal>
 #include <ctime>
 #include <elf.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -235,11 +231,8 @@ TEST(Checks, PointAtTheRelocationThatEndedTheProcess)
         random_set set = make_random_set(random);
         const std::string breakage = break_set(random, set);
         const temp_directory directory;
-        child_options options;
-        options.directory = directory.path();
-        options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
         // The child prints where check_kernels predicts the abort.
-        const child_result child = run_in_child(
+        const child_result child = run_with_dumps(
             [&] {
                 vorna::wfta::kernel_registry_map registry;
                 for (const std::string& name : set.null_names)
@@ -256,7 +249,7 @@ TEST(Checks, PointAtTheRelocationThatEndedTheProcess)
                 }
                 finalise_kernels(registry, set.kernels);
             },
-            options);
+            directory.path());
         if (child.signal != SIGABRT || child.out.empty())
             continue; // the process continues, or aborted before the dump
         const vorna::workbench::dump_reading dumps =
@@ -272,191 +265,6 @@ TEST(Checks, PointAtTheRelocationThatEndedTheProcess)
         }
         ASSERT_EQ(first, child.out) << breakage << "\n" << child;
     }
-}
-
-class CheckCommand : public testing::Test {
-protected:
-    void dump(const placed_kernel& kernel) { write_file(directory.path() / kernel.name, dump_of({kernel})); }
-
-    [[nodiscard]] child_result check(std::vector<std::string> arguments) const
-    {
-        arguments.insert(arguments.begin(), {VORNA_KERNELS, "check", "--abi=none"});
-        return run_tool(std::move(arguments), directory.path());
-    }
-
-    void dump_broken()
-    {
-        dump(placed("callee", 0x1000, 0x1080, {ret()}));
-        dump(placed("caller", 0x1020, 0x1088, {0xb9400000, bl(), nop()},
-                    {{"callee", 0, BL, 0}, {"callee", 4, BL, 0}}));
-    }
-
-    temp_directory directory;
-};
-
-TEST_F(CheckCommand, FindsNothing)
-{
-    dump(placed("callee", 0x1000, 0x1080, {ret()}));
-    const child_result result = check({"."});
-    EXPECT_EQ(result.exit_status, 0);
-    EXPECT_EQ(result.out, "1 kernel, 0 relocations: no findings\n");
-    EXPECT_EQ(result.err, "");
-}
-
-TEST_F(CheckCommand, PrintsFindingsWithTheirInstructions)
-{
-    dump_broken();
-    const child_result result = check({"."});
-    EXPECT_EQ(result.exit_status, 1);
-    EXPECT_EQ(
-        result.out,
-        "caller+0x0: error: relocation R_AARCH64_CALL26 against 'callee': field not zero in 0xb9400000 [field-filled]\n"
-        "    b9400000  ldr w0, [x0]            relocation 1 of 2: callee + 0\n"
-        "    help: give the relocation the offset of the BL that it is for\n"
-        "caller+0x0: error: relocation R_AARCH64_CALL26 against 'callee' is for a BL, but the instruction is 0xb9400000 "
-        "[opcode]\n"
-        "    b9400000  ldr w0, [x0]            relocation 1 of 2: callee + 0\n"
-        "caller+0x8: error: nop is the last instruction, and control continues past the end of "
-        "the code [falls-through]\n"
-        "    d503201f  nop\n"
-        "    help: end the code with RET, a branch or a trap\n"
-        "2 kernels, 2 relocations: 3 errors\n");
-    EXPECT_EQ(result.err, "");
-    const child_result coloured = check({".", "--color=always"});
-    EXPECT_THAT(coloured.out,
-                testing::HasSubstr("\x1b[1mcaller+0x0\x1b[0m: \x1b[1;31merror\x1b[0m: relocation R_"));
-    dump(placed("half", 0x3000, 0x3080, {add(0, 0, 0), ret()}, {{"half", 0, R_AARCH64_ADD_ABS_LO12_NC, 0}}));
-    EXPECT_THAT(check({"half", "--color=always"}).out, testing::HasSubstr("\x1b[1;33mwarning\x1b[0m"));
-}
-
-TEST_F(CheckCommand, PrintsJsonOfTheSame)
-{
-    dump_broken();
-    const child_result result = check({".", "--format=json"});
-    EXPECT_EQ(result.exit_status, 1);
-    const nlohmann::json document = nlohmann::json::parse(result.out);
-    EXPECT_EQ(document["version"], 2);
-    EXPECT_EQ(document["kernels"], 2);
-    EXPECT_EQ(document["relocations"], 2);
-    ASSERT_EQ(document["findings"].size(), 3U);
-    EXPECT_EQ(document["findings"][2], nlohmann::json::parse(R"({
-        "id": "falls-through", "severity": "error", "aborts": false, "kernel": "caller", "relocation": null,
-        "offset": 8, "message": "nop is the last instruction, and control continues past the end of the code",
-        "note": "", "help": "end the code with RET, a branch or a trap"})"));
-    EXPECT_EQ(document["findings"][0], nlohmann::json::parse(R"({
-        "id": "field-filled", "severity": "error", "aborts": true, "kernel": "caller", "relocation": 0, "offset": 0,
-        "message": "relocation R_AARCH64_CALL26 against 'callee': field not zero in 0xb9400000",
-        "note": "", "help": "give the relocation the offset of the BL that it is for"})"));
-}
-
-TEST_F(CheckCommand, PrintsAnnotationsOfTheSame)
-{
-    dump_broken();
-    dump(placed("far", 0x900000000, 0x900000040, {bl(), ret()}, {{"left_out", 0, BL, 0}}));
-    dump(placed("behind", 0x900000020, 0x900000048, {ret()}));
-    const child_result result = check({".", "--format=github"});
-    EXPECT_EQ(result.exit_status, 1);
-    EXPECT_THAT(result.out, testing::HasSubstr(
-                                "::error title=caller+0x8::nop is the last instruction, and "
-                                "control continues past the end of the code [falls-through]%0Aend the code "
-                                "with RET"));
-    EXPECT_THAT(
-        result.out,
-        testing::HasSubstr("::error title=caller+0x0::relocation R_AARCH64_CALL26 against 'callee' is for a "
-                           "BL, but the instruction is 0xb9400000 [opcode]\n"));
-    EXPECT_THAT(
-        result.out,
-        testing::HasSubstr(
-            "::notice title=far+0x0::relocation R_AARCH64_CALL26 against 'left_out': target not found in the dumps"));
-    EXPECT_THAT(result.out, testing::EndsWith("4 kernels, 3 relocations: 3 errors, 1 note\n"));
-}
-
-TEST_F(CheckCommand, FailsForAnErrorEvenWithANoteAtTheSameAddress)
-{
-    placed_kernel kernel =
-        placed("aligned", 0x1000, 0x1080, assemble({"adr x3, #0", "ldr x0, [x3]", "ldar x1, [x3]", "ret"}),
-               {{".rodata.aligned", 0, ADR, 4}});
-    kernel.data.resize(16);
-    dump(kernel);
-    const child_result result = check({"."});
-    EXPECT_EQ(result.exit_status, 1);
-    EXPECT_EQ(result.out,
-              "aligned+0x4: note: 8-byte load from an address that is 4-aligned [data-alignment]\n"
-              "    f9400060  ldr x0, [x3]\n"
-              "    help: data blocks are packed: make the length of every block of the set a multiple of 8\n"
-              "aligned+0x8: error: 8-byte load from an address that is 4-aligned, which faults on processors "
-              "without FEAT_LSE2 [data-alignment]\n"
-              "    c8dffc61  ldar x1, [x3]\n"
-              "    help: data blocks are packed: make the length of every block of the set a multiple of 8\n"
-              "1 kernel, 1 relocation: 1 error, 1 note\n");
-}
-
-TEST_F(CheckCommand, RefusesDumpsOfTwoRuns)
-{
-    dump(placed("callee", 0xa900001000, 0xa900001020, {ret()}));
-    dump(placed("caller", 0x1000, 0x1080, {bl(), ret()}, {{"callee", 0, BL, 0}}));
-    EXPECT_THAT(
-        check({"."}).out,
-        testing::HasSubstr(
-            "    94000000  bl callee               relocation 1 of 1: callee + 0\n"
-            "    note: 'callee' is in the mapping of another call\n"
-            "    help: finalise both in one set, or load the address with ADRP and ADD and use BLR; if these are dumps of two runs, use a "
-            "directory for each\n"));
-    dump(placed("next", 0x1020, 0x1088, {ret()}));
-    const std::string line =
-        "vorna-kernels: " +
-        mixed("caller+0x0 would have ended the process [range], but next was placed after it") + "\n";
-    for (const std::string format : {"text", "json", "github"}) {
-        const child_result result = check({".", "--format=" + format});
-        EXPECT_EQ(result.exit_status, 2);
-        EXPECT_EQ(result.out, "");
-        EXPECT_EQ(result.err, line);
-    }
-    const child_result link = run_tool({VORNA_KERNELS, "link", ".", "-o", "image"}, directory.path());
-    EXPECT_EQ(link.exit_status, 2);
-    EXPECT_EQ(link.err, line);
-    EXPECT_FALSE(std::filesystem::exists(directory.path() / "image"));
-}
-
-TEST_F(CheckCommand, FailsForWarningsIfItIsStrict)
-{
-    dump(placed("half", 0x1000, 0x1080, {add(0, 0, 0), ret()}, {{"half", 0, R_AARCH64_ADD_ABS_LO12_NC, 0}}));
-    EXPECT_EQ(check({"."}).exit_status, 0);
-    EXPECT_EQ(check({".", "--strict"}).exit_status, 1);
-    dump(placed("half", 0x1000, 0x1080, {ret()}));
-    EXPECT_EQ(check({".", "--strict"}).exit_status, 0);
-}
-
-TEST_F(CheckCommand, TakesFilesAndDirectoriesAndContinuesAfterErrors)
-{
-    dump_broken();
-    write_file(directory.path() / "cut", "\177ELF");
-    const child_result result = check({"callee", "caller", "cut", "absent"});
-    EXPECT_EQ(result.exit_status, 2);
-    EXPECT_THAT(result.out, testing::EndsWith("2 kernels, 2 relocations: 3 errors\n"));
-    EXPECT_THAT(result.err, testing::HasSubstr("vorna-kernels: cut: "));
-    EXPECT_THAT(result.err, testing::HasSubstr("vorna-kernels: absent: "));
-}
-
-TEST_F(CheckCommand, ReportsDirectoriesWithoutDumps)
-{
-    std::filesystem::create_directory(directory.path() / "none");
-    const child_result one = check({"none"});
-    EXPECT_EQ(one.exit_status, 2);
-    EXPECT_EQ(one.out, "");
-    EXPECT_EQ(one.err, "vorna-kernels: none: no dumps found\n");
-    EXPECT_EQ(check({"none", ".", "--format=json"}).err, "vorna-kernels: none, .: no dumps found\n");
-    dump(placed("k", 0x1000, 0x1080, {ret()}));
-    EXPECT_EQ(check({"none", "."}).exit_status, 0);
-}
-
-TEST_F(CheckCommand, EscapesNames)
-{
-    placed_kernel kernel = placed("two\nlines", 0x1000, 0x1080, {ret()});
-    dump(kernel);
-    EXPECT_EQ(check({"."}).out,
-              "two\\nlines: warning: the name contains a newline, which ends the line in the perf map "
-              "[name-map]\n    help: choose another name\n1 kernel, 0 relocations: 1 warning\n");
 }
 
 } // namespace

@@ -181,6 +181,44 @@ Errors. Those that end the process are of the kernel that was placed last:
   }
   [1]
 
+Each finding about one instruction, and a note does not hide an error:
+
+  $ make_dumps several <<'END'
+  > kernel callee
+  >     ret
+  > kernel aligned
+  >     adr x3, .rodata + 4
+  >     ldr x0, [x3]
+  >     ldar x1, [x3]
+  >     ret
+  >     .section .rodata
+  >     .double 1, 2
+  > kernel caller
+  >     bl callee
+  >     .reloc ., R_AARCH64_CALL26, callee
+  >     ldr w0, [x0]
+  >     nop
+  > END
+  $ vorna-kernels check several
+  aligned+0x4: note: 8-byte load from an address that is 4-aligned [data-alignment]
+      f9400060  ldr x0, [x3]
+      help: data blocks are packed: make the length of every block of the set a multiple of 8
+  aligned+0x8: error: 8-byte load from an address that is 4-aligned, which faults on processors without FEAT_LSE2 [data-alignment]
+      c8dffc61  ldar x1, [x3]
+      help: data blocks are packed: make the length of every block of the set a multiple of 8
+  caller+0x4: error: relocation R_AARCH64_CALL26 against 'callee': field not zero in 0xb9400000 [field-filled]
+      b9400000  ldr w0, [x0]            relocation 2 of 2: callee + 0
+      help: give the relocation the offset of the BL that it is for
+  caller+0x4: error: relocation R_AARCH64_CALL26 against 'callee' is for a BL, but the instruction is 0xb9400000 [opcode]
+      b9400000  ldr w0, [x0]            relocation 2 of 2: callee + 0
+  caller+0x8: error: nop is the last instruction, and control continues past the end of the code [falls-through]
+      d503201f  nop
+      help: end the code with RET, a branch or a trap
+  caller+0x4: note: has relocations that are not for this instruction: what comes after it is not checked [unfollowed]
+      b9400000  ldr w0, [x0]
+  3 kernels, 3 relocations: 4 errors, 2 notes
+  [1]
+
 A warning alone is fine, unless it is asked for:
 
   $ make_dumps warned <<'END'
@@ -207,6 +245,17 @@ Dumps that one process cannot have written:
   $ vorna-kernels check mixed
   vorna-kernels: dumps of more than one run or registry: caller+0x0 would have ended the process [callee-order], but callee was placed after it; use a directory for each
   [2]
+  $ vorna-kernels check --format=json mixed
+  vorna-kernels: dumps of more than one run or registry: caller+0x0 would have ended the process [callee-order], but callee was placed after it; use a directory for each
+  [2]
+  $ vorna-kernels check --format=github mixed
+  vorna-kernels: dumps of more than one run or registry: caller+0x0 would have ended the process [callee-order], but callee was placed after it; use a directory for each
+  [2]
+  $ vorna-kernels link mixed -o image
+  vorna-kernels: dumps of more than one run or registry: caller+0x0 would have ended the process [callee-order], but callee was placed after it; use a directory for each
+  [2]
+  $ test -e image
+  [1]
 
 Whether a processor has the instructions:
 

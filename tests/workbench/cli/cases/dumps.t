@@ -65,3 +65,23 @@ Dumps of two runs:
   $ vorna-kernels show dumps
   vorna-kernels: dumps/other and dumps/wfta_short_3: other and wfta_short_3 are placed in the same memory: dumps of two runs
   [2]
+
+A directory without dumps is an error only if there are no others:
+
+  $ mkdir none
+  $ vorna-kernels check none
+  vorna-kernels: none: no dumps found
+  [2]
+  $ vorna-kernels check --format=json none none
+  vorna-kernels: none, none: no dumps found
+  [2]
+  $ make_dumps some <<'END'
+  > kernel wfta_short_3
+  >     ret
+  > END
+  $ vorna-kernels check none some
+  1 kernel, 0 relocations: no findings
+  $ vorna-kernels check absent some
+  vorna-kernels: absent: No such file or directory
+  1 kernel, 0 relocations: no findings
+  [2]

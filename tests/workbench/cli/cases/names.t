@@ -20,3 +20,10 @@ Control characters and bytes that are not UTF-8 in a kernel's name do not reach 
         "kernel": "control sequence introducer \xc2\x9b31m", (esc)
         "kernel": "no-break space \xc2\xa0 and \xc3\x9f", (esc)
         "kernel": "not UTF-8 \xef\xbf\xbd", (esc)
+
+Nor does a newline begin a line of a finding:
+
+  $ vorna-kernels check dumps
+  escape \x1b[31m, newline \n: warning: the name contains a newline, which ends the line in the perf map [name-map]
+      help: choose another name
+  4 kernels, 0 relocations: 1 warning
