@@ -148,15 +148,12 @@ TEST(DiagnosticsErrors, DirectoryIsNotWritable)
 TEST(DiagnosticsErrors, DumpAlonePrintsNothingIfTheDirectoryIsNotWritable)
 {
     const temp_directory directory;
-    child_options options;
-    options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
-    options.directory = directory.path();
-    const child_result child = run_in_child(
+    const child_result child = run_with_dumps(
         [] {
             lose_permission_to_write();
             emit_and_run();
         },
-        options);
+        directory.path());
     EXPECT_TRUE(child.succeeded()) << child;
     EXPECT_EQ(child.err, "");
     EXPECT_THAT(names_in(directory.path()), IsEmpty());

@@ -30,10 +30,7 @@ class Dumps : public testing::Test {
 protected:
     void SetUp() override
     {
-        child_options options;
-        options.directory = directory.path();
-        options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
-        const child_result child = run_in_child(
+        const child_result child = run_with_dumps(
             [&] {
                 const address_range range(0x10000);
                 platform_spy spy;
@@ -45,7 +42,7 @@ protected:
                                 static_cast<unsigned long>(number(entry.data_ptr)), name.c_str());
                 }
             },
-            options);
+            directory.path());
         ASSERT_TRUE(child.succeeded()) << child;
         std::istringstream lines(child.out);
         std::string name;
@@ -320,23 +317,19 @@ void compare_with_linker(const std::vector<std::string>& linker, unsigned seed, 
 
 void compare_sets_with_linker(const std::vector<std::string>& linker)
 {
-    child_options options;
-    options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
-    const child_result child = run_in_child(
-        [&] {
-            compared sum;
-            for (unsigned seed = 0; seed < 200 && !testing::Test::HasFailure(); ++seed) {
-                compare_with_linker(linker, seed, sum);
-            }
-            for (const std::int32_t type : {R_AARCH64_ADR_PREL_LO21, R_AARCH64_ADR_PREL_PG_HI21,
-                                            R_AARCH64_ADD_ABS_LO12_NC, R_AARCH64_CALL26}) {
-                EXPECT_GT(sum.relocations[type], 1000U) << type;
-            }
-            EXPECT_GT(sum.negative_addends, 1000U);
-            EXPECT_GT(sum.positive_addends, 1000U);
-            EXPECT_GT(sum.unaligned_data, 1000U);
-        },
-        options);
+    const child_result child = run_with_dumps([&] {
+        compared sum;
+        for (unsigned seed = 0; seed < 200 && !testing::Test::HasFailure(); ++seed) {
+            compare_with_linker(linker, seed, sum);
+        }
+        for (const std::int32_t type : {R_AARCH64_ADR_PREL_LO21, R_AARCH64_ADR_PREL_PG_HI21,
+                                        R_AARCH64_ADD_ABS_LO12_NC, R_AARCH64_CALL26}) {
+            EXPECT_GT(sum.relocations[type], 1000U) << type;
+        }
+        EXPECT_GT(sum.negative_addends, 1000U);
+        EXPECT_GT(sum.positive_addends, 1000U);
+        EXPECT_GT(sum.unaligned_data, 1000U);
+    });
     EXPECT_TRUE(child.succeeded()) << child;
     EXPECT_EQ(child.err, "");
 }

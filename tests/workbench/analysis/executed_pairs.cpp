@@ -9,6 +9,7 @@
 
 #include "tests/support/random_seed.hpp"
 #include "tests/support/simulated_cpu.hpp"
+#include "tests/support/trials.hpp"
 #include "workbench/analysis/difference.hpp"
 #include "workbench/disasm/disassembler.hpp"
 #include "workbench/kernels/linking.hpp"
@@ -16,10 +17,8 @@
 #include <aarch64/macro-assembler-aarch64.h>
 #include <algorithm>
 #include <array>
-#include <csignal>
 #include <cstring>
 #include <elf.h>
-#include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <iostream>
@@ -28,10 +27,6 @@
 #include <numeric>
 #include <optional>
 #include <random>
-#include <sys/mman.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -1190,32 +1185,6 @@ void run_pair(unsigned seed, std::size_t number, record& result, machine& machin
 
 constexpr std::size_t most_pairs_of_a_child = 2000; // since the simulator's memory grows
 
-// Runs pairs from `first` on in a child, which a wrong kernel may crash; returns the next pair to run.
-std::size_t run_some(unsigned seed, std::size_t first, std::size_t count, record* records)
-{
-    const pid_t child = fork();
-    if (child == 0) {
-        const rlimit no_core{0, 0};
-        setrlimit(RLIMIT_CORE, &no_core);
-        const int nowhere = open("/dev/null", O_WRONLY);
-        dup2(nowhere, STDOUT_FILENO);
-        dup2(nowhere, STDERR_FILENO);
-        for (const int signal : {SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP})
-            std::signal(signal, SIG_DFL);
-        machine machine;
-        for (std::size_t i = first; i < std::min(count, first + most_pairs_of_a_child); ++i)
-            run_pair(seed, i, records[i], machine);
-        _exit(0);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    while (first < count &&
-           (records[first].reached == stage::done || records[first].reached == stage::not_made))
-        ++first;
-    const bool finished = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    return finished ? first : std::min(first + 1, count);
-}
-
 void print_pair(const pair_of_kernels& pair)
 {
     vorna::workbench::disassembler disassembler;
@@ -1233,20 +1202,20 @@ TEST(ExecutedPairs, ComputeTheSameIfTheyAreSaidTo)
     const char* const wanted = std::getenv("WFTA_PAIRS");
     const std::size_t count = wanted != nullptr ? std::stoul(wanted) : 2600;
     std::cout << count << " pairs, WFTA_TEST_SEED=" << seed << std::endl;
-    constexpr int shared = MAP_SHARED | MAP_ANONYMOUS;
     arena(); // which the children share
-    void* const memory = mmap(nullptr, count * sizeof(record), PROT_READ | PROT_WRITE, shared, -1, 0);
-    ASSERT_NE(memory, MAP_FAILED);
-    auto* const records = static_cast<record*>(memory);
+    std::size_t first = 0;
+    std::size_t end = count;
     if (const char* const only = std::getenv("WFTA_PAIR")) {
-        const std::size_t number = std::stoul(only);
-        run_some(seed, number, number + 1, records);
-        random_engine random((static_cast<std::uint64_t>(seed) << 32) + number);
-        if (const auto pair = make_pair_of(random, static_cast<mutation>(number % mutations)))
+        first = std::stoul(only);
+        end = first + 1;
+        random_engine random((static_cast<std::uint64_t>(seed) << 32) + first);
+        if (const auto pair = make_pair_of(random, static_cast<mutation>(first % mutations)))
             print_pair(*pair);
     }
-    for (std::size_t first = std::getenv("WFTA_PAIR") != nullptr ? count : 0; first < count;)
-        first = run_some(seed, first, count, records);
+    support::shared_records<record> records(std::max(count, end));
+    support::run_trials<machine>(first, end, most_pairs_of_a_child, [&](std::size_t i, machine& machine) {
+        run_pair(seed, i, records[i], machine);
+    });
 
     struct tally {
         std::map<std::string, int> verdicts;
@@ -1256,7 +1225,7 @@ TEST(ExecutedPairs, ComputeTheSameIfTheyAreSaidTo)
         int made = 0;
     };
     std::map<mutation, tally> tallies;
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = first; i < end; ++i) {
         const record& pair = records[i];
         tally& of = tallies[pair.change];
         const bool executed = pair.reached == stage::done || pair.reached == stage::before_ran;

@@ -65,10 +65,10 @@ TEST(LocateAbort, FindsAKernelThatStartsWithinThePage)
 {
     constexpr std::uint64_t far = 0x7f0000000000;
     const placed_kernel callee = kernel("far", far, {a64::ret()}, far + 32);
-    const placed_kernel broken = kernel("behind", text_of_k + 32, {a64::adrp(0)}, data_of_k);
+    const placed_kernel broken = kernel("second", text_of_k + 32, {a64::adrp(0)}, data_of_k);
     EXPECT_EQ(
         explain(out_of_range("R_AARCH64_ADR_PREL_PG_HI21", "4G", far, text_of_k, {broken, callee})).kernel,
-        "behind");
+        "second");
 }
 
 TEST(LocateAbort, FindsTheRelocationWithoutARegistryDump)

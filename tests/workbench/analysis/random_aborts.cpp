@@ -3,12 +3,11 @@
 
 #include "check/check_kernels.hpp"
 #include "tests/support/a64.hpp"
+#include "tests/support/aborts.hpp"
 #include "tests/support/child.hpp"
 #include "tests/support/kernels.hpp"
 #include "tests/support/random_seed.hpp"
 #include "tests/support/temp_directory.hpp"
-#include "workbench/analysis/diagnose_abort.hpp"
-#include "workbench/analysis/locate_abort.hpp"
 #include "workbench/input/dumps.hpp"
 
 #include <csignal>
@@ -22,6 +21,8 @@ namespace {
 
 namespace a64 = support::a64;
 using support::address;
+using support::explain;
+using support::explained_abort;
 using vorna::wfta::kernel_data;
 using vorna::wfta::kernel_registry_map;
 using vorna::workbench::abort_log;
@@ -259,10 +260,7 @@ std::size_t mapping_length(const std::vector<kernel_data>& kernels)
 std::string end_in_child(const random_host& host, const std::filesystem::path& directory,
                          bool elsewhere = false)
 {
-    support::child_options options;
-    options.directory = directory;
-    options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
-    const support::child_result child = support::run_in_child(
+    const support::child_result child = support::run_with_dumps(
         [&] {
             for (std::size_t call = 0; elsewhere && call < host.calls.size(); ++call) {
                 EXPECT_NE(mmap(nullptr, mapping_length(host.calls[call]), PROT_NONE,
@@ -273,7 +271,7 @@ std::string end_in_child(const random_host& host, const std::filesystem::path& d
             for (const auto& kernels : host.calls)
                 finalise_kernels(registry, kernels);
         },
-        options);
+        directory);
     EXPECT_EQ(child.signal, SIGABRT) << child;
     return child.err;
 }
@@ -318,20 +316,6 @@ std::string with_noise(const std::string& report, bool between, std::mt19937& ra
 bool has_message(const broken_place& broken)
 {
     return broken.report == "field-filled" || broken.report == "range";
-}
-
-/// Everything known about an abort.
-struct explained_abort : vorna::workbench::abort_location, vorna::workbench::abort_diagnosis {};
-
-explained_abort explain(const std::string& err, const dumps_of_process& dumps)
-{
-    const abort_log log = vorna::workbench::read_abort_log(err);
-    EXPECT_EQ(log.reports.size(), 1U);
-    if (log.reports.empty())
-        return {};
-    vorna::workbench::abort_location location = locate_abort(log, log.reports.front(), dumps);
-    vorna::workbench::abort_diagnosis diagnosis = diagnose_abort(location, dumps.set);
-    return {std::move(location), std::move(diagnosis)};
 }
 
 void expect_whole_place(const explained_abort& found, const broken_place& broken)
@@ -419,15 +403,12 @@ TEST(RandomAborts, AreLocated)
 support::child_result finalise_in_child(const std::vector<kernel_data>& kernels,
                                         const std::filesystem::path& directory)
 {
-    support::child_options options;
-    options.directory = directory;
-    options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
-    return support::run_in_child(
+    return support::run_with_dumps(
         [&] {
             kernel_registry_map registry;
             finalise_kernels(registry, kernels);
         },
-        options);
+        directory);
 }
 
 // Replaces the kernel's only relocation by the one in the help.

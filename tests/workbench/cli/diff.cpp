@@ -43,12 +43,9 @@ TEST(Diff, OfTwoRunsAtOtherAddressesIsAllSame)
         return support::run_tool(std::move(arguments), directory.path());
     };
     for (const char* side : {"before", "after"}) {
-        support::child_options options;
-        options.directory = directory.path() / side;
-        std::filesystem::create_directory(options.directory);
-        options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
+        std::filesystem::create_directory(directory.path() / side);
         const child_result child =
-            support::run_in_child([&] { finalise(side[0] == 'b' ? 1 : 1000); }, options);
+            support::run_with_dumps([&] { finalise(side[0] == 'b' ? 1 : 1000); }, directory.path() / side);
         ASSERT_TRUE(child.succeeded()) << child;
     }
     EXPECT_NE(support::contents(directory.path() / "before" / "k1_1"),

@@ -4,12 +4,11 @@
 #include "workbench/disasm/decoded_kernel.hpp"
 #include "tests/support/assembled_kernel.hpp"
 #include "tests/support/random_seed.hpp"
+#include "tests/support/trials.hpp"
 
 #include <aarch64/simulator-aarch64.h>
 #include <array>
-#include <csignal>
 #include <cstring>
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iostream>
@@ -17,9 +16,6 @@
 #include <random>
 #include <set>
 #include <sys/mman.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -160,26 +156,6 @@ void try_word(record& record, random_engine& random, machine& machine)
         record.found = outcome::depends_on_more;
 }
 
-void run_some(std::size_t first, std::size_t count, record* records, unsigned seed)
-{
-    if (const pid_t child = fork(); child != 0) {
-        int status = 0;
-        waitpid(child, &status, 0);
-        return;
-    }
-    const rlimit no_core{0, 0};
-    setrlimit(RLIMIT_CORE, &no_core);
-    const int nowhere = open("/dev/null", O_WRONLY);
-    dup2(nowhere, STDOUT_FILENO);
-    dup2(nowhere, STDERR_FILENO);
-    machine machine;
-    for (std::size_t i = first; i < count; ++i) {
-        random_engine random((static_cast<std::uint64_t>(seed) << 32) + i);
-        try_word(records[i], random, machine);
-    }
-    _exit(0);
-}
-
 TEST(DecodedInstructions, HaveTheUsesAndDefsSeenInASimulator)
 {
     const unsigned seed = support::random_seed();
@@ -188,11 +164,8 @@ TEST(DecodedInstructions, HaveTheUsesAndDefsSeenInASimulator)
     constexpr std::size_t count = 8 * 1024;
     arena = static_cast<std::uint8_t*>(
         mmap(nullptr, arena_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    void* const shared =
-        mmap(nullptr, count * sizeof(record), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(arena, MAP_FAILED);
-    ASSERT_NE(shared, MAP_FAILED);
-    auto* const records = static_cast<record*>(shared);
+    support::shared_records<record> records(count);
     // The same number for each value of the bits that determine the encoding group.
     for (std::size_t i = 0; i < count; ++i)
         records[i].word = static_cast<std::uint32_t>((random() & 0x801fffff) | (i % 1024) << 21);
@@ -208,11 +181,10 @@ TEST(DecodedInstructions, HaveTheUsesAndDefsSeenInASimulator)
         const encoding& one = rare[i % std::size(rare)];
         records[i].word = one.opcode | (static_cast<std::uint32_t>(random()) & one.registers);
     }
-    for (std::size_t first = 0; first < count;) {
-        run_some(first, count, records, seed);
-        while (first < count && records[first].found != outcome::waiting)
-            ++first;
-    }
+    support::run_trials<machine>(0, count, count, [&](std::size_t i, machine& machine) {
+        random_engine engine((static_cast<std::uint64_t>(seed) << 32) + i);
+        try_word(records[i], engine, machine);
+    });
     std::map<outcome, int> outcomes;
     std::set<std::string_view> opcodes;
     std::set<std::string> failures;

@@ -151,14 +151,10 @@ void compare_images(unsigned seed)
 TEST(ElfImage, EqualsTheProcessMemoryAndTheImageOfGnuLd)
 {
     const unsigned first = random_seed();
-    child_options options;
-    options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
-    const child_result child = run_in_child(
-        [&] {
-            for (unsigned i = 0; i < 120 && !testing::Test::HasFailure(); ++i)
-                compare_images(first + i);
-        },
-        options);
+    const child_result child = run_with_dumps([&] {
+        for (unsigned i = 0; i < 120 && !testing::Test::HasFailure(); ++i)
+            compare_images(first + i);
+    });
     EXPECT_TRUE(child.succeeded()) << "seed " << first << child;
     EXPECT_EQ(child.err, "");
 }
@@ -168,10 +164,7 @@ class ElfImageOfTwoMappings : public testing::Test {
 protected:
     void SetUp() override
     {
-        child_options options;
-        options.directory = directory.path();
-        options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
-        const child_result child = run_in_child(
+        const child_result child = run_with_dumps(
             [&] {
                 const address_range range(0x20000);
                 platform_spy spy;
@@ -183,7 +176,7 @@ protected:
                 finalise_kernels(registry, second);
                 std::printf("%lx", static_cast<unsigned long>(number(range.begin())));
             },
-            options);
+            directory.path());
         ASSERT_TRUE(child.succeeded()) << child;
         base = std::stoull(child.out, nullptr, 16);
         dump_reading reading = read_dumps({directory.path().string()});

@@ -121,9 +121,6 @@ TEST(Dumps, OfAnyNameAreRead)
 TEST(Dumps, HoldWhatAProcessPlaced)
 {
     temp_directory directory;
-    support::child_options options;
-    options.directory = directory.path();
-    options.environment = {{"VORNA_WFTA_DUMP_KERNEL", ""}};
     std::vector<vorna::wfta::kernel_data> first = {support::kernel("one", {1, 2, 3}, {}, {1, 2}),
                                                    support::kernel("none", {}),
                                                    support::kernel("two", {4}, {}, {3})};
@@ -131,7 +128,7 @@ TEST(Dumps, HoldWhatAProcessPlaced)
         support::kernel("three", std::vector<std::uint32_t>(2000, 5)),
         support::kernel("four", {6}, {{"one", 0, 277, 8}})};
     vorna::wfta::kernel_registry_map registry;
-    const support::child_result child = support::run_in_child(
+    const support::child_result child = support::run_with_dumps(
         [&] {
             finalise_kernels(registry, first);
             finalise_kernels(registry, second);
@@ -150,7 +147,7 @@ TEST(Dumps, HoldWhatAProcessPlaced)
                 EXPECT_NE(kernel.mapping, other);
             }
         },
-        options);
+        directory.path());
     EXPECT_TRUE(child.succeeded()) << child;
 }
 
