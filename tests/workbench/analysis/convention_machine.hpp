@@ -68,6 +68,7 @@ struct run_result {
     std::uint64_t x0 = 0;
     bool x0_is_callers = false; // the value of X19 to X28 or D8 to D15 at entry
     support::simulated_cpu::vector_value v0{};
+    bool v0_is_callers = false; // the value of D8 to D15 or V8 to V15 at entry
     std::vector<std::uint8_t> buffers;
     std::set<std::string> changed; // what only a kernel with scalable arguments keeps: "z16", "p4"
     std::set<std::string> broken;  // rules: "x19", "d8", "sp", "x18", "alignment"
@@ -146,11 +147,16 @@ public:
         execute(result, text.size(), poison, watch);
         is_running = 0;
         result.x0 = cpu_.x(0);
-        for (unsigned i = 0; i < 8; ++i)
-            result.x0_is_callers = result.x0_is_callers || result.x0 == start_.vector[8 + i][0];
         for (unsigned i = 19; i < 29; ++i)
             result.x0_is_callers = result.x0_is_callers || result.x0 == start_.general[i];
         result.v0 = cpu_.v(0);
+        for (unsigned i = 8; i < 16; ++i) {
+            const auto& callers = start_.vector[i];
+            result.x0_is_callers = result.x0_is_callers || result.x0 == callers[0];
+            result.v0_is_callers =
+                result.v0_is_callers ||
+                (result.v0[0] == callers[0] && (result.v0[1] == 0 || result.v0[1] == callers[1]));
+        }
         result.buffers.assign(memory_.begin() + buffers_at, memory_.begin() + buffers_at + buffers_size);
         if (result.end == ending::returned)
             look_at_preserved(result);
