@@ -495,9 +495,7 @@ advice advise_filled_field()
 
 advice advise_opcode(const relocation_site& site)
 {
-    if (const auto found = advise_by_instructions(site))
-        return *found;
-    return {"", "correct the offset or the type"};
+    return advise_by_instructions(site).value_or(advice{});
 }
 
 advice advise_range(const relocation_site& site, const distant_target& target)
