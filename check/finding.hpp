@@ -57,7 +57,7 @@ enum class finding_id {
 };
 
 /// The id as it is printed: "duplicate-name" for finding_id::duplicate_name. The string is static.
-/// Thread-safe.
+/// Does not throw. Thread-safe.
 const char* name_of(finding_id id);
 
 /// Something wrong with a kernel, or worth knowing for its generator.
