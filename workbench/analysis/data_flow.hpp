@@ -2,47 +2,16 @@
 #pragma once
 
 #include "workbench/analysis/code_map.hpp"
+#include "workbench/analysis/register_part.hpp"
 #include "workbench/disasm/decoded_kernel.hpp"
 
-#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <string>
 #include <vector>
 
 namespace vorna::workbench {
-
-/// A register, or one of three parts of a vector register: its low 64 bits, the rest of Q, the rest of Z.
-using register_part = std::uint8_t;
-constexpr std::size_t part_count = 146;
-using part_set = std::bitset<part_count>;
-
-constexpr register_part low_half(unsigned vector)
-{
-    return static_cast<register_part>(32 + vector);
-}
-constexpr register_part rest_of_q(unsigned vector)
-{
-    return static_cast<register_part>(64 + vector);
-}
-constexpr register_part rest_of_z(unsigned vector)
-{
-    return static_cast<register_part>(96 + vector);
-}
-constexpr register_part predicate_part(unsigned predicate)
-{
-    return static_cast<register_part>(128 + predicate);
-}
-constexpr register_part first_fault_part = 144;
-constexpr register_part flags_part = 145;
-
-/// The register of a part.
-register_id register_of_part(register_part part);
-
-/// "x19", "sp", "d8" for a low half, "v8", "z8", "p4", "ffr", "nzcv".
-std::string name_of_part(register_part part);
 
 /// What a call does to registers. Memory aside, it does nothing else: SP is the same after it.
 struct call_effect {
