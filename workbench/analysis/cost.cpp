@@ -259,6 +259,28 @@ const modelled_block& block_models::of(const decoded_kernel& code, const cost_bl
     return known_.emplace(std::move(words), std::move(made)).first->second;
 }
 
+static std::optional<double> cycles_of(const decoded_kernel& code, const cost_block& block,
+                                       block_models& models)
+{
+    if (block.obstacle != cost_obstacle::none)
+        return std::nullopt;
+    const modelled_block& modelled = models.of(code, block);
+    return modelled.gap == model_gap::none ? std::optional(modelled.cost.cycles) : std::nullopt;
+}
+
+std::optional<double> cycles_of(const decoded_kernel& code, const std::vector<cost_block>& blocks,
+                                block_models& models)
+{
+    double sum = 0;
+    for (const cost_block& block : blocks) {
+        const std::optional<double> cycles = cycles_of(code, block, models);
+        if (!cycles)
+            return std::nullopt;
+        sum += *cycles;
+    }
+    return blocks.empty() ? std::nullopt : std::optional(sum);
+}
+
 std::optional<double> change_of_cycles(const decoded_kernel& before,
                                        const std::vector<cost_block>& blocks_before,
                                        const decoded_kernel& after,
@@ -266,20 +288,14 @@ std::optional<double> change_of_cycles(const decoded_kernel& before,
 {
     if (blocks_before.size() != blocks_after.size())
         return std::nullopt;
-    const auto cycles_of = [&](const decoded_kernel& code, const cost_block& block) -> std::optional<double> {
-        if (block.obstacle != cost_obstacle::none)
-            return std::nullopt;
-        const modelled_block& modelled = models.of(code, block);
-        return modelled.gap == model_gap::none ? std::optional(modelled.cost.cycles) : std::nullopt;
-    };
     double change = 0;
     for (std::size_t i = 0; i < blocks_before.size(); ++i) {
         if (blocks_before[i].depth != blocks_after[i].depth)
             return std::nullopt;
         if (words_of(before, blocks_before[i]) == words_of(after, blocks_after[i]))
             continue;
-        const std::optional<double> old_cycles = cycles_of(before, blocks_before[i]);
-        const std::optional<double> new_cycles = cycles_of(after, blocks_after[i]);
+        const std::optional<double> old_cycles = cycles_of(before, blocks_before[i], models);
+        const std::optional<double> new_cycles = cycles_of(after, blocks_after[i], models);
         if (!old_cycles || !new_cycles)
             return std::nullopt;
         change += *new_cycles - *old_cycles;

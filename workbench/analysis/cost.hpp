@@ -73,6 +73,11 @@ private:
 /// One for each processor.
 using model_list = std::vector<std::unique_ptr<block_models>>;
 
+/// How many cycles a kernel takes: the sum over its blocks, with one iteration of each loop. Nothing if there
+/// is a block that cannot be modelled, or none.
+std::optional<double> cycles_of(const decoded_kernel& code, const std::vector<cost_block>& blocks,
+                                block_models& models);
+
 /// By how many cycles a kernel got slower: the sum over its blocks, with one iteration of each loop. Nothing
 /// if a block has appeared, disappeared or changed that cannot be modelled.
 std::optional<double> change_of_cycles(const decoded_kernel& before,

@@ -128,41 +128,16 @@ json to_json(const analysed_kernel& of, const model_list& models, disassembler& 
 
 // ---- The explanation of a kernel
 
-// "N1UnitV0" without what all resources of the processor begin with.
-std::string short_name(const std::string& resource)
-{
-    const std::size_t unit = resource.find("Unit");
-    return unit == std::string::npos ? resource : resource.substr(unit + 4);
-}
-
 std::string ports_of(const instruction_cost& cost)
 {
     std::string text;
     for (const resource_use& use : cost.resources) {
         text += text.empty() ? "" : " ";
-        text += short_name(use.resource);
+        text += unit_name(use.resource);
         if (use.cycles != 1)
             text += fmt::format("*{}", use.cycles);
     }
     return text.empty() ? "-" : text;
-}
-
-// "waits for d7 of +0x1c"
-std::string wait_text(const cost_block& block, const chain_link& link)
-{
-    const std::string from = fmt::format("+{:#x}{}", 4 * block.instructions[link.from],
-                                         link.next_iteration ? " of the iteration before" : "");
-    switch (link.reason) {
-    case delay_reason::registers:
-        return fmt::format("waits for {} of {}", link.via, from);
-    case delay_reason::memory:
-        return fmt::format("waits for the memory access of {}", from);
-    case delay_reason::resource:
-        return fmt::format("waits for {} after {}", short_name(link.via), from);
-    case delay_reason::completion:
-        return fmt::format("must complete after {}", from);
-    }
-    return "";
 }
 
 // The 32-byte lines that the block's code lies in, and how few could hold it.
@@ -186,23 +161,16 @@ void explain_block(const analysed_kernel& of, const cost_block& block, const mod
     fmt::print("{}: {}, {}{}, bound {} by {}\n  limited by {}\n", block_text(block), fetch_text(block),
                count_cycles(cost.cycles), once, cycles_text(cost.throughput), cost.busiest,
                limit_text(of.kernel, block, cost, disassembler));
-    std::vector<std::string> waits(block.instructions.size());
-    std::vector<bool> critical(block.instructions.size());
-    for (const chain_link& link : cost.chain) {
-        critical[link.from] = critical[link.to] = true;
-        const std::string wait = wait_text(block, link);
-        if (waits[link.to].find(wait) == std::string::npos)
-            waits[link.to] += (waits[link.to].empty() ? "" : "; ") + wait;
-    }
+    const std::vector<instruction_latency> latencies = latencies_of(block, cost);
     fmt::print("  {:>4} {:>5} {:>5} {}\n", "uops", "lat", "thr", "ports");
     for (std::size_t i = 0; i < block.instructions.size(); ++i) {
         const instruction_cost& its = cost.instructions[i];
         const listing_row& row = listing.rows[block.instructions[i]];
-        const std::string text =
-            fmt::format("{} {:>4} {:>5} {:>5} {:<16} +{:02x}  {}", critical[i] ? '*' : ' ', its.uops,
-                        its.latency, cycles_text(its.throughput), ports_of(its), row.offset, row.text);
-        const std::string wait = waits[i].empty() ? "" : "  ; " + waits[i];
-        fmt::print(" {}{}\n", critical[i] ? colorize(text, color::bold, colored) : text,
+        const std::string text = fmt::format(
+            "{} {:>4} {:>5} {:>5} {:<16} +{:02x}  {}", latencies[i].critical ? '*' : ' ', its.uops,
+            latencies[i].cycles, cycles_text(its.throughput), ports_of(its), row.offset, row.text);
+        const std::string wait = latencies[i].waits.empty() ? "" : "  ; " + latencies[i].waits;
+        fmt::print(" {}{}\n", latencies[i].critical ? colorize(text, color::bold, colored) : text,
                    colorize(wait, color::green, colored));
     }
 }
@@ -235,12 +203,6 @@ void explain(const kernel_set& set, const analysed_kernel& of, const model_list&
 
 int cost(const cost_options& options)
 {
-    if (wants_processor_list(options.processors)) {
-        print_processors();
-        return exit_success;
-    }
-    if (options.dumps.empty())
-        refuse_without("DUMPS");
     const model_list models =
         load_models(options.processors.empty() ? default_processors() : options.processors);
     read_result read = read_set({options.dumps}, options.common);
@@ -283,10 +245,10 @@ void add_cost(command_line& program, int& status)
 {
     const auto options = std::make_shared<cost_options>();
     command_line command = program.add_command("cost", "Estimate the cycles that kernels take");
-    command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump");
+    command.add_option("DUMPS", options->dumps, "Directory of dumps, or one dump").required();
     command.add_option("KERNEL", options->kernels, "Kernels to estimate (default: all)");
     add_processors(command, options->processors,
-                   "Processors; help lists them (default: cortex-a55, neoverse-n1, neoverse-v2)");
+                   "Processors (default: cortex-a55, neoverse-n1, neoverse-v2)");
     command.add_flag("--explain", options->explain,
                      "List the instructions with latency, throughput, ports and waits");
     add_common_options(command, options->common, {"text", "json", "markdown"});

@@ -280,10 +280,6 @@ bool select_by_name(kernel_differences& kernels, const std::vector<std::string>&
 
 int diff(const diff_options& options)
 {
-    if (wants_processor_list(options.processors)) {
-        print_processors();
-        return exit_success;
-    }
     const model_list processors = load_models(options.processors);
     const read_result before = read_set({options.before}, options.common);
     const read_result after = read_set({options.after}, options.common);

@@ -3,6 +3,7 @@
 #include "workbench/analysis/check_dumps.hpp"
 #include "workbench/cli/command.hpp"
 #include "workbench/cli/print_json.hpp"
+#include "workbench/cli/processors.hpp"
 #include "workbench/cli/profile_input.hpp"
 #include "workbench/os/replace_file.hpp"
 #include "workbench/text/counts.hpp"
@@ -23,6 +24,7 @@ struct report_options {
     std::string dumps;
     profile_options profile;
     std::string against;
+    std::vector<std::string> processors;
     std::string page;
 };
 
@@ -39,6 +41,7 @@ std::string name_of(const std::string& dumps)
 
 int report(const report_options& options)
 {
+    const model_list processors = load_models(options.processors);
     read_result read = read_set({options.dumps}, options.common);
     bool any = require_kernels(read, options.dumps);
     read_result before;
@@ -60,6 +63,8 @@ int report(const report_options& options)
         input.against = &before.set;
         input.against_name = name_of(options.against);
     }
+    if (!processors.empty())
+        input.processors = &processors;
     profile profile;
     if (options.profile.given()) {
         std::error_code ignored;
@@ -71,7 +76,10 @@ int report(const report_options& options)
             throw std::runtime_error(options.profile.file() + ": no samples found");
     }
 
+    progress_line progress("kernels");
+    input.progress = [&progress](std::size_t done, std::size_t all) { progress.show(done, all); };
     const std::string page = make_page(input);
+    progress.clear();
     replace_file(options.page, page);
     if (options.common.format == "json") {
         json document;
@@ -104,6 +112,8 @@ void add_report(command_line& program, int& status)
     add_profile_options(command, options->profile);
     command.add_option("--against", options->against, "Dumps before a change, to compare with")
         .type_name("OLD");
+    add_processors(command, options->processors,
+                   "Estimate cycles on these processors, and mark critical chains");
     add_common_options(command, options->common, {"text", "json"});
     command.footer("Exit status: 0 success, 2 error.");
     command.run([options, &status] {

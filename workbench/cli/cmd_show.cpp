@@ -158,10 +158,6 @@ json to_json(const listed_kernel& listed)
 
 int show(const show_options& options)
 {
-    if (wants_processor_list(options.processors)) {
-        print_processors();
-        return exit_success;
-    }
     const model_list models = load_models(options.processors);
     read_result read = read_set({options.dumps}, options.common);
     if (!require_kernels(read, options.dumps))

@@ -27,6 +27,12 @@ _vorna_kernels() {
             return
         fi
     fi
+    if [[ $prev == --cpu ]]; then # one processor, or several separated by commas
+        values=$("$1" $command --cpu=help 2>/dev/null | sed 's/ .*//')
+        # shellcheck disable=SC2207
+        COMPREPLY=($(compgen -P "${cur%"${cur##*,}"}" -W "$values native" -- "${cur##*,}"))
+        return
+    fi
     if [[ $cur == -* ]]; then
         # shellcheck disable=SC2207
         COMPREPLY=($(compgen -W "$(_parse_help "$1" "$command --help")" -- "$cur"))
@@ -34,7 +40,7 @@ _vorna_kernels() {
         return
     fi
 
-    # Behind a directory of dumps come names of kernels, which are the names of its files.
+    # After a directory of dumps come names of kernels, which are the names of its files.
     local word
     for word in "${words[@]:at:cword-at}"; do
         if [[ -d $word && $command == @(show|cost|profile|"baseline bless") ]]; then

@@ -8,25 +8,29 @@
 
 namespace vorna::workbench {
 
-command_option add_processors(command_line& command, std::vector<std::string>& names, const std::string& what)
-{
-    return command.add_option("--cpu", names, what).delimiter(',').type_name("NAME[,NAME...]");
-}
+namespace {
 
-bool wants_processor_list(const std::vector<std::string>& names)
+std::string list_processors()
 {
-    return names.size() == 1 && names[0] == "help";
-}
-
-void print_processors()
-{
+    std::string text;
     for (const processor_model& processor : processor_models()) {
         const std::string order = processor.in_order ? "in order" : "out of order";
         const std::string whose = processor.model.empty()  ? "no model"
                                   : processor.is_its_own() ? order + ", a model of its own"
                                                            : order + ", the model of " + processor.model;
-        fmt::print("{:<16} {}\n", processor.name, whose);
+        text += fmt::format("{}{:<16} {}", text.empty() ? "" : "\n", processor.name, whose);
     }
+    return text;
+}
+
+} // namespace
+
+command_option add_processors(command_line& command, std::vector<std::string>& names, const std::string& what)
+{
+    return command.add_option("--cpu", names, what + "; \"help\" lists the names")
+        .delimiter(',')
+        .help(list_processors)
+        .type_name("NAME[,NAME...]");
 }
 
 std::vector<std::string> default_processors()
@@ -47,7 +51,10 @@ model_list load_models(const std::vector<std::string>& names)
         const std::string found = name == "native" ? native_processor() : name;
         if (found.empty())
             throw std::runtime_error("LLVM does not know the processor that this program runs on");
-        models.push_back(std::make_unique<block_models>(found));
+        const bool again = std::any_of(models.begin(), models.end(),
+                                       [&](const auto& model) { return model->processor().name == found; });
+        if (!again)
+            models.push_back(std::make_unique<block_models>(found));
     }
     return models;
 }

@@ -134,7 +134,8 @@ std::string limit_text(const placed_kernel& kernel, const cost_block& block, con
 static json block_json(const placed_kernel& kernel, const decoded_kernel& code, const cost_block& block,
                        block_models& model, disassembler& disassembler)
 {
-    json made = {{"offset", block.offset},
+    json made = {{"block", block_text(block)},
+                 {"offset", block.offset},
                  {"bytes", 4 * block.instructions.size()},
                  {"loop", block.depth},
                  {"cpu", model.processor().name},
@@ -199,6 +200,45 @@ std::vector<std::string> cost_lines(const placed_kernel& kernel, const decoded_k
     return lines;
 }
 
+std::string unit_name(const std::string& resource)
+{
+    const std::size_t unit = resource.find("Unit");
+    return unit == std::string::npos ? resource : resource.substr(unit + 4);
+}
+
+// "waits for d7 of +0x1c"
+static std::string wait_text(const cost_block& block, const chain_link& link)
+{
+    const std::string from = fmt::format("+{:#x}{}", 4 * block.instructions[link.from],
+                                         link.next_iteration ? " of the iteration before" : "");
+    switch (link.reason) {
+    case delay_reason::registers:
+        return fmt::format("waits for {} of {}", link.via, from);
+    case delay_reason::memory:
+        return fmt::format("waits for the memory access of {}", from);
+    case delay_reason::resource:
+        return fmt::format("waits for {} after {}", unit_name(link.via), from);
+    case delay_reason::completion:
+        return fmt::format("must complete after {}", from);
+    }
+    return "";
+}
+
+std::vector<instruction_latency> latencies_of(const cost_block& block, const block_cost& cost)
+{
+    std::vector<instruction_latency> found;
+    for (std::size_t i = 0; i < block.instructions.size(); ++i)
+        found.push_back({cost.instructions[i].latency, false, ""});
+    for (const chain_link& link : cost.chain) {
+        found[link.from].critical = found[link.to].critical = true;
+        const std::string wait = wait_text(block, link);
+        std::string& waits = found[link.to].waits;
+        if (waits.find(wait) == std::string::npos)
+            waits += (waits.empty() ? "" : "; ") + wait;
+    }
+    return found;
+}
+
 std::vector<std::optional<instruction_latency>>
 latencies_of(const decoded_kernel& code, const std::vector<cost_block>& blocks, block_models& model)
 {
@@ -209,10 +249,9 @@ latencies_of(const decoded_kernel& code, const std::vector<cost_block>& blocks, 
         const modelled_block& modelled = model.of(code, block);
         if (modelled.gap != model_gap::none)
             continue;
-        for (std::size_t i = 0; i < block.instructions.size(); ++i)
-            found[block.instructions[i]] = {modelled.cost.instructions[i].latency, false};
-        for (const std::size_t i : chain_instructions(modelled.cost))
-            found[block.instructions[i]]->critical = true;
+        std::vector<instruction_latency> latencies = latencies_of(block, modelled.cost);
+        for (std::size_t i = 0; i < latencies.size(); ++i)
+            found[block.instructions[i]] = std::move(latencies[i]);
     }
     return found;
 }

@@ -54,11 +54,18 @@ std::vector<std::string> cost_lines(const placed_kernel& kernel, const decoded_k
 struct instruction_latency {
     int cycles = 0;
     bool critical = false;
+    std::string waits; ///< for what: "waits for w6 of +0x28"; empty at the chain's begin
 };
+
+/// For each instruction of a modelled block.
+std::vector<instruction_latency> latencies_of(const cost_block& block, const block_cost& cost);
 
 /// For each instruction of the kernel, as far as it is modelled.
 std::vector<std::optional<instruction_latency>>
 latencies_of(const decoded_kernel& code, const std::vector<cost_block>& blocks, block_models& model);
+
+/// "N1UnitV0" without what the names of all units of the processor begin with: "V0".
+std::string unit_name(const std::string& resource);
 
 /// "estimated by LLVM 19.1.7's scheduling models, ..."
 std::string cost_disclaimer();

@@ -288,6 +288,143 @@ TEST(PageModel, HasFindingsWithTheirKernels)
         {"id": "opcode", "severity": "error", "place": "nobody", "message": "not <this>", "help": "that"}])"));
 }
 
+// ---- Cycles
+
+/// A loop that is slower in one order than in the other, and a kernel that calls.
+kernel_set gather_and_caller(const std::string& loop)
+{
+    return make_kernel_set(kernels_of("kernel gather\n1:\n" + loop + R"(
+        cbnz x5, 1b
+        ret
+kernel calls
+        str x30, [sp, #-16]!
+        bl gather
+        ldr x30, [sp], #16
+        ret
+kernel vectors
+        ld1d { z0.d }, p0/z, [x0]
+        ret
+)"));
+}
+
+const char* const slow_order =
+    "ldr w6, [x3], #4\n ldr q0, [x0, w6, uxtw #4]\n str q0, [x4], #16\n sub x5, x5, #1\n";
+const char* const fast_order =
+    "ldr w6, [x3], #4\n sub x5, x5, #1\n ldr q0, [x0, w6, uxtw #4]\n str q0, [x4], #16\n";
+
+class PageCycles : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (!has_pipeline_models())
+            GTEST_SKIP() << "LLVM has no machine-code analyser";
+        for (const char* const name : {"cortex-a55", "cortex-a72"})
+            processors.push_back(std::make_unique<block_models>(name));
+        before = gather_and_caller(slow_order);
+        after = gather_and_caller(fast_order);
+        input = input_of(after);
+        input.processors = &processors;
+    }
+
+    model_list processors;
+    kernel_set before;
+    kernel_set after;
+    page_input input;
+};
+
+TEST_F(PageCycles, AreThoseOfOneCallOrNull)
+{
+    const nlohmann::json model = overview_of(input);
+    EXPECT_EQ(model["processors"], nlohmann::json::parse(R"([
+        {"name": "cortex-a55", "model": "cortex-a55"}, {"name": "cortex-a72", "model": "cortex-a57"}])"));
+    EXPECT_EQ(model["llvm"], llvm_version());
+    EXPECT_THAT(model["estimate"].get<std::string>(),
+                testing::StartsWith("estimated by LLVM " + llvm_version()));
+    // The loop, and RET.
+    EXPECT_EQ(model["kernels"][0]["cycles"],
+              nlohmann::json({{"cortex-a55", 9.0 + 1}, {"cortex-a72", 4.0 + 1}}));
+    // What calls is not modelled; nor are instructions that the processors lack.
+    const nlohmann::json nothing = {{"cortex-a55", nullptr}, {"cortex-a72", nullptr}};
+    EXPECT_EQ(model["kernels"][1]["cycles"], nothing);
+    EXPECT_EQ(model["kernels"][2]["cycles"], nothing);
+    EXPECT_FALSE(model["kernels"][0].contains("cycles_delta"));
+    input.processors = nullptr;
+    EXPECT_FALSE(overview_of(input).contains("processors"));
+    EXPECT_FALSE(overview_of(input)["kernels"][0].contains("cycles"));
+    EXPECT_FALSE(listing_of(input, 0).contains("blocks"));
+}
+
+TEST_F(PageCycles, HaveTheChangeOfAKernelInBothSets)
+{
+    before.kernels.pop_back();
+    before = make_kernel_set(std::move(before.kernels));
+    input.against = &before;
+    const nlohmann::json kernels = overview_of(input)["kernels"];
+    EXPECT_EQ(kernels[0]["class"], "order");
+    EXPECT_EQ(kernels[0]["cycles_delta"], nlohmann::json({{"cortex-a55", -3.0}, {"cortex-a72", 0.0}}));
+    EXPECT_EQ(kernels[1]["class"], "same");
+    EXPECT_EQ(kernels[1]["cycles_delta"], nlohmann::json({{"cortex-a55", 0.0}, {"cortex-a72", 0.0}}));
+    EXPECT_EQ(kernels[2]["class"], "added");
+    EXPECT_FALSE(kernels[2].contains("cycles_delta"));
+}
+
+TEST_F(PageCycles, AreNullWhereTheChangeCannotBeSaid)
+{
+    before = make_kernel_set(kernels_of("kernel vectors\n ld1w { z0.s }, p0/z, [x0]\n ret\n"));
+    input.against = &before;
+    const nlohmann::json kernels = overview_of(input)["kernels"];
+    EXPECT_EQ(kernels[2]["cycles_delta"], nlohmann::json({{"cortex-a55", nullptr}, {"cortex-a72", nullptr}}));
+}
+
+TEST_F(PageCycles, AreExplainedInTheListing)
+{
+    const nlohmann::json listing = listing_of(input, 0);
+    ASSERT_EQ(listing["blocks"].size(), 4U); // two, on two processors
+    const nlohmann::json loop = listing["blocks"][0];
+    EXPECT_EQ(loop["block"], "loop +0x0");
+    EXPECT_EQ(loop["cpu"], "cortex-a55");
+    EXPECT_EQ(loop["cycles"], 9);
+    EXPECT_EQ(loop["throughput"], 3.5);
+    EXPECT_EQ(loop["limited_by"], "dependencies");
+    EXPECT_EQ(loop["chain"], array({0, 8, 12}));
+    EXPECT_EQ(listing["blocks"][1]["model"], "cortex-a57");
+    EXPECT_EQ(listing["latencies"]["cortex-a55"], array({3, 3, 4, 1, 1, 1}));
+    EXPECT_EQ(
+        listing["chain"]["cortex-a55"],
+        array({{0, ""},
+               {2, "waits for w6 of +0x0"},
+               {3, "waits for q0 of +0x8"},
+               {5, "waits for B after +0x14 of the iteration before"}})); // RET, executed again and again
+    // Of the kernel that calls, nothing is known.
+    EXPECT_EQ(listing_of(input, 1)["blocks"][0]["not_modelled"], "calls gather at +0x4");
+    EXPECT_EQ(listing_of(input, 1)["latencies"]["cortex-a72"], array({nullptr, nullptr, nullptr, nullptr}));
+    EXPECT_EQ(listing_of(input, 1)["chain"]["cortex-a72"], array::array());
+}
+
+TEST_F(PageCycles, OfARemovedKernelAreThoseFromBefore)
+{
+    const kernel_set none = make_kernel_set(kernels_of("kernel other\n ret\n"));
+    input.set = &none;
+    input.against = &before;
+    const nlohmann::json model = overview_of(input);
+    std::map<std::string, nlohmann::json> cycles;
+    for (const nlohmann::json& kernel : model["kernels"])
+        cycles[kernel["name"]] = kernel["cycles"]["cortex-a55"];
+    EXPECT_EQ(cycles["gather"], 12.0 + 1);
+    EXPECT_EQ(cycles["other"], 1.0);
+}
+
+TEST_F(PageCycles, OfAKernelThatIsTooLongHaveNoLatencies)
+{
+    const kernel_set long_set =
+        make_kernel_set({placed("long", 0x10000, std::vector<std::uint32_t>(50001, a64::ret()))});
+    input.set = &long_set;
+    EXPECT_FALSE(listing_of(input, 0).contains("latencies"));
+    EXPECT_EQ(listing_of(input, 0)["blocks"].size(), 2U);
+}
+
+// ---- Limits
+
 TEST(PageModel, DoesNotListAKernelThatIsTooLong)
 {
     std::vector<std::uint32_t> words(50001, a64::nop());

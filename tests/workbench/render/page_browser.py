@@ -82,6 +82,24 @@ kernel unknown
     add sp, sp, x0
     ret
 """
+GATHER = """\
+kernel gather
+1:  ldr w6, [x3], #4
+    %s
+    cbnz x5, 1b
+    ret
+kernel calls
+    str x30, [sp, #-16]!
+    bl gather
+    ldr x30, [sp], #16
+    ret
+kernel short
+    fadd d0, d0, d1
+    ret
+"""
+SLOW_ORDER = "ldr q0, [x0, w6, uxtw #4]\n str q0, [x4], #16\n sub x5, x5, #1"
+FAST_ORDER = "sub x5, x5, #1\n ldr q0, [x0, w6, uxtw #4]\n str q0, [x4], #16"
+HAS_COST = subprocess.run([VORNA_KERNELS, "cost", "--cpu=help"], capture_output=True, check=False).returncode == 0
 INVALID_UTF8 = b"bad\xff\xfename"
 
 # The contrast of every element's own text with its ground, as WCAG defines it, where it is less than 4.5.
@@ -141,6 +159,12 @@ def make_dumps(directory, count, names=()):
     return directory
 
 
+def assemble_dumps(directory, source):
+    os.makedirs(directory)
+    subprocess.run([MAKE_DUMPS, directory], input=source, text=True, check=True)
+    return directory
+
+
 def replace_word(dump, words_before_end, word):
     """Replaces the instruction that many words before the last one, which is a RET."""
     with open(dump, "r+b") as file:
@@ -180,6 +204,13 @@ class Page(unittest.TestCase):
         cls.comparison = make_report(after, cls.path("comparison.html"), "--against", before)
         cls.all_columns = make_report(os.path.join(PERF_SAMPLE, "dumps"), cls.path("all.html"), "--perf-script", text,
                                       "--against", os.path.join(PERF_SAMPLE, "dumps"))
+
+        cls.shown = [cls.few, cls.profile, cls.comparison]
+        if HAS_COST:
+            slow = assemble_dumps(cls.path("slow"), GATHER % SLOW_ORDER)
+            cls.fast = assemble_dumps(cls.path("fast"), GATHER % FAST_ORDER)
+            cls.cycles = make_report(cls.fast, cls.path("cycles.html"), "--against", slow, "--cpu=cortex-a55,cortex-a72")
+            cls.shown.append(cls.cycles)
 
     @classmethod
     def path(cls, name):
@@ -488,6 +519,92 @@ class Page(unittest.TestCase):
         self.assertEqual(self.texts("#framed .facts")[1],
                          "reads x0-x2; saves x29, x30 at cfa-48, x19, x20 at cfa-32; stack 48 bytes;"
                          " spills 3 stores, 3 loads; calls x2; max live 7 general (+00), 1 vector (+14)")
+
+    @unittest.skipUnless(HAS_COST, "LLVM has no machine-code analyser")
+    def test_columns_and_filter_know_cycles(self):
+        self.open(self.cycles)
+        self.assertEqual(self.column("name"), ["gather", "calls", "short"])
+        # The loop takes 9 and 4 cycles, and 12 and 4 in the order before.
+        self.assertEqual(self.column("cortex-a55")[:2], ["10", "?"])
+        self.assertEqual(self.column("delta-cortex-a55"), ["−3", "0", "0"])
+        self.assertEqual(self.column("cortex-a72")[:2], ["5", "?"])
+        self.assertEqual(self.column("delta-cortex-a72"), ["0", "0", "0"])
+        self.assertIn("cortex-a72 (model of cortex-a57)",
+                      self.value("document.querySelector('th[data-key=cortex-a72]').title"))
+        self.assertRegex(self.text(":estimate"), "^Cycles of one call, with one iteration of each loop, on cortex-a55,"
+                         r" cortex-a72 \(model of cortex-a57\); estimated by LLVM [0-9.]+'s scheduling models")
+        # Heads take two lines, and no more.
+        self.assertLess(self.value("Math.max(...[...document.querySelectorAll('.kernels thead button')].map("
+                                   "(head) => head.offsetHeight))"), 60)
+        short = self.column("cortex-a55")[2]
+        self.click("th[data-key=cortex-a55] button")
+        self.assertEqual(self.column("cortex-a55"), ["10", short, "?"])
+        self.click("th[data-key=cortex-a55] button")
+        self.assertEqual(self.column("cortex-a55"), [short, "10", "?"])
+        for text, names, complaint in (
+                ("cortex-a55>9", ["gather"], ""), ("cortex-a55=10", ["gather"], ""), ("-cortex-a72>=0", ["calls"], ""),
+                ("delta-cortex-a55<0", ["gather"], ""),
+                ("cortex-a55>x", ["short", "gather", "calls"],
+                 "“x” is not a number, which “cortex-a55” is compared with."),
+                ("cycles>9", ["short", "gather", "calls"],
+                 "“cycles” has a column for each processor: use “cortex-a55” or “cortex-a72”."),
+                ("delta-cycles<0", ["short", "gather", "calls"],
+                 "“delta-cycles” has a column for each processor: use “delta-cortex-a55” or “delta-cortex-a72”.")):
+            self.filter(text)
+            self.assertEqual((self.column("name"), self.text(":complaint")), (names, complaint), text)
+        self.open(make_report(self.fast, self.path("a55.html"), "--cpu=cortex-a55"))
+        self.filter("cycles>9")
+        self.assertEqual((self.column("name"), self.text(":complaint")), (["gather"], ""))
+        self.filter("delta-cycles<0")
+        self.assertIn("“delta-cycles” is not a column", self.text(":complaint"))
+        self.open(self.few)
+        self.assertEqual(self.text(":estimate") + self.text(":latencies"), "")
+        self.filter("cycles>9")
+        self.assertIn("“cycles” is not a column", self.text(":complaint"))
+
+    @unittest.skipUnless(HAS_COST, "LLVM has no machine-code analyser")
+    def test_listing_marks_the_critical_chain_and_says_what_limits_a_loop(self):
+        self.open(self.cycles, "gather")
+        self.wait_until_here("gather")
+        latencies = """return [...document.querySelectorAll('#gather .line[id]')].map((line) =>
+            [...line.querySelectorAll('.latency')].map((cell) => cell.textContent))"""
+        rows = self.run_script(latencies)
+        self.assertEqual([a55 for a55, _ in rows], ["3*", "3 ", "4*", "1*", "1 ", "1*"])
+        self.assertEqual(self.texts("#gather .sides .latency"), ["a55 ", "a72 "])
+        marked = self.run_script("""
+            return [...document.querySelectorAll('#gather .critical')].map(({title, textContent}) => [title, textContent])
+                .filter(([title]) => title.startsWith('cortex-a55'))""")
+        self.assertEqual(marked[:3], [["cortex-a55: latency 3, on the critical chain", "3*"],
+                                      ["cortex-a55: latency 4, on the critical chain; waits for w6 of +0x0", "4*"],
+                                      ["cortex-a55: latency 1, on the critical chain; waits for q0 of +0x8", "1*"]])
+        costs = [line.split("|") for line in self.run_script("""
+            return [...document.querySelectorAll('#gather .costs tr')].map((row) =>
+                [...row.cells].map((cell) => cell.textContent).join('|'))""")]
+        self.assertEqual(costs[0], ["block", "instr.", "cycles on cortex-a55", "cycles on cortex-a72 (model of cortex-a57)"])
+        self.assertEqual(costs[1][:3], ["loop +0x0", "5", "9, bound 3.5, dependencies"])
+        self.assertEqual(self.texts("#calls .costs td.none"), ["not modelled: calls gather at +0x4"])
+        self.click("#gather .costs a")
+        self.wait_until_here("gather+0x0")
+
+    @unittest.skipUnless(HAS_COST, "LLVM has no machine-code analyser")
+    def test_latencies_stand_in_columns_at_every_width(self):
+        self.open(self.cycles, "gather")
+        self.wait_until_here("gather")
+        for width in (1400, 800, 400):
+            self.size(width, 900)
+            edges = self.run_script("""
+                return [0, 1].map((at) => [...new Set([...document.querySelectorAll('#gather .after .latency')]
+                    .filter((cell, index) => index % 2 === at && cell.offsetWidth)
+                    .map((cell) => Math.round(cell.getBoundingClientRect().right)))])""")
+            self.assertEqual([len(right) for right in edges], [1, 1], width)
+            texts = self.run_script("""
+                return new Set([...document.querySelectorAll('#gather .line:not(.sides) .text')].filter((text) =>
+                    text.offsetWidth && (innerWidth > 800 ? text.closest('.after') : true)).map((text) => {
+                        const range = document.createRange();
+                        range.selectNodeContents(text);
+                        return Math.round(range.getBoundingClientRect().left);
+                    })).size""")
+            self.assertEqual(texts, 1, width)
 
     def test_columns_fit_a_wide_screen_and_the_name_stays_on_a_narrow_one(self):
         for page in (self.few, self.comparison, self.all_columns):
@@ -802,7 +919,7 @@ class Page(unittest.TestCase):
         self.assertEqual(self.value(equal), 0)
 
     def test_nothing_is_wider_than_the_screen(self):
-        for page in (self.few, self.profile, self.comparison):
+        for page in self.shown:
             self.open(page)
             self.draw_all()
             for width in (1400, 800, 400):
@@ -845,7 +962,7 @@ class Page(unittest.TestCase):
         for scheme in ("light", "dark"):
             self.devtools("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": scheme}])
             self.addCleanup(self.devtools, "Emulation.setEmulatedMedia", features=[])
-            for page in (self.few, self.profile, self.comparison):
+            for page in self.shown:
                 self.open(page)
                 self.draw_all()
                 self.filter("nonsense>1 5")

@@ -30,6 +30,11 @@ function condition(word, complain) {
             complain(`“${term}” does not start with a column; there are ${columnNames()}.`);
             return everything;
         }
+        const parts = columns.filter(({of}) => of === name.toLowerCase());
+        if (!column && parts.length) {
+            complain(`“${name}” has a column for each processor: use ${parts.map(({key}) => `“${key}”`).join(' or ')}.`);
+            return everything;
+        }
         if (!column) {
             complain(`“${name}” is not a column; there are ${columnNames()}.`);
             return everything;

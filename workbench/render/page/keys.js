@@ -132,6 +132,7 @@ function startKeys() {
         [['size>100'], 'a number: with > < >= <= = !='],
         ...model.classes ? [[['class:code'], `one of ${[...classes.keys()].join(', ')}`]] : [],
         ...model.profile ? [[['time>1'], `more than 1 ${ofAll}`]] : [],
+        ...processors.length ? [[[`${processors[0].name}>50`], 'more than 50 cycles']] : [],
         [['findings>0'], 'found by check'],
         [['stack>0'], 'takes stack; also spills>0'],
         [['vectors>=30'], 'at least so many vector registers live at one time; also general, predicates'],

@@ -121,6 +121,52 @@ function commentOf(rows, row) {
     return all ? `; ${all}` : '';
 }
 
+// ---- What the kernel costs: a table of its blocks, and beside each instruction its latency
+
+const shortName = (processor) => processor.slice(processor.lastIndexOf('-') + 1);
+
+// Of each instruction, by index, its latencies.
+function costCells({latencies, chain}) {
+    if (!latencies)
+        return () => [];
+    return (row) => processors.map(({name, title}) => {
+        const cycles = latencies[name][row] ?? null;
+        if (cycles === null)
+            return span('latency');
+        const waits = chain[name].get(row);
+        const critical = waits !== undefined;
+        return make('span', {
+            class: `latency${critical ? ' critical' : ''}`,
+            title: `${title}: latency ${cycles}${critical ? `, on the critical chain${waits && `; ${waits}`}` : ''}`,
+        }, `${cycles}${critical ? '*' : ' '}`);
+    });
+}
+
+function costCell({not_modelled: reason, cycles, throughput, limited_by: limit}) {
+    if (reason)
+        return make('td', {class: 'none'}, `not modelled: ${reason}`);
+    return make('td', {}, make('b', {}, withSeparators(roundedCycles(cycles))),
+        `, bound ${withSeparators(roundedCycles(throughput))}, ${limit}`);
+}
+
+// A row for each block, since `blocks` has it once for each processor.
+function costTable(kernel, {blocks}) {
+    const rows = [];
+    for (let at = 0; at < blocks.length; at += processors.length) {
+        const of = blocks.slice(at, at + processors.length);
+        const [{block, offset, instructions, not_modelled: reason}] = of;
+        const everywhere = reason && of.every((one) => one.not_modelled === reason);
+        rows.push(make('tr', {}, make('th', {scope: 'row'},
+            make('a', {href: `#${kernel.id}+0x${hexadecimal(offset)}`, tabindex: -1}, block)),
+        make('td', {class: 'number'}, withSeparators(instructions)),
+        ...everywhere ? [make('td', {class: 'none', colspan: of.length}, `not modelled: ${reason}`)] : of.map(costCell)));
+    }
+    const heads = ['block', 'instr.', ...processors.map(({title}) => `cycles on ${title}`)];
+    return make('div', {class: 'wide', tabindex: -1}, make('table', {class: 'costs'},
+        make('thead', {}, make('tr', {}, ...heads.map((head) => make('th', {scope: 'col'}, head)))),
+        make('tbody', {}, ...rows)));
+}
+
 function drawRows(kernel, listing, article, unfolded) {
     const {rows, before} = listing;
     const pairs = pairsOf(listing);
@@ -135,6 +181,7 @@ function drawRows(kernel, listing, article, unfolded) {
         }
     const seen = (at) => !pairs[at].same || pairs[at].values || marks.has(pairs[at].after);
     const folds = folding ? foldsOf(pairs.length, seen).filter(([begin]) => !unfolded.has(begin)) : [];
+    const costsOf = costCells(listing);
     const heat = listing.heat && heatOf(listing.heat, rows.words.length);
 
     const lines = []; // [pair] or [begin, end] of a fold
@@ -151,20 +198,27 @@ function drawRows(kernel, listing, article, unfolded) {
     const arrows = arrowsOf(rows.targets, (row) => lineOf.get(row));
 
     const {lanes} = arrows;
-    const table = make('div', {class: `rows${before ? ' compared' : ''}${heat ? ' heated' : ''}`});
+    const headed = before || (listing.latencies && processors.length > 1);
+    const table = make('div', {class: `rows${before ? ' compared' : ''}${headed ? ' headed' : ''}${heat ? ' heated' : ''}`});
     const widest = (texts, most) => Math.min(most, texts.reduce((width, text) => Math.max(width, text?.length ?? 0), 0));
+    const latencyWidth = widest(processors.map(({name}) => shortName(name)), 8) + 2;
     const style = {
         label: `${lanes ? widest(Object.values(rows.labels), 12) + 2 : 0}ch`,
         mark: marks.size ? '1.4em' : '0px',
         text: `${widest(rows.texts.map((_, row) => textOf(rows, row)), 40) + 3}ch`,
+        latency: `${latencyWidth}ch`,
+        latencies: `${listing.latencies ? processors.length * latencyWidth : 0}ch`,
         arrows: `${lanes ? 7 * lanes + 10 : 0}px`,
     };
     if (before)
         style.before = `${12 + widest(before.texts.map((_, row) => `${textOf(before, row)}  ${commentOf(before, row)}`), 60)}ch`;
     for (const [name, value] of Object.entries(style))
         table.style.setProperty(`--${name}`, value);
-    if (before)
-        table.append(make('div', {class: 'line sides'}, span('before', 'before'), span('after', 'after')));
+    if (headed)
+        table.append(make('div', {class: 'line sides'}, before ? span('before', span('sign'), span('offset', 'before')) : '',
+            span('after', heat ? span('share') : '', span('way'), before ? span('sign') : '', span('mark'),
+                span('offset', before ? 'after' : ''), span('word'), ...listing.latencies ? processors.map(({name, title}) =>
+                    make('span', {class: 'latency', title: `latency on ${title}`}, `${shortName(name)} `)) : [])));
     for (const [at, end] of lines) {
         if (end) {
             table.append(make('button', {type: 'button', class: 'fold', 'data-fold': at, tabindex: -1},
@@ -201,7 +255,7 @@ function drawRows(kernel, listing, article, unfolded) {
             half.append(span('way'), before ? span('sign', kind ? '+' : '') : '',
                 make('span', {class: `mark ${worst ?? ''}`, title: found.map(({message}) => message).join('; ') || undefined},
                     signs[worst] ?? ''),
-                offsetLink(id, offset), span('word', rows.words[after]),
+                offsetLink(id, offset), span('word', rows.words[after]), ...costsOf(after),
                 span('label', rows.labels[after] ? `${rows.labels[after]}:` : ''),
                 span('text', ...instruction(rows, after, kernel.id)), span('comment', commentOf(rows, after)));
         }
@@ -330,7 +384,8 @@ function drawArticle(kernel, article) {
         ...kernel.time_text ? [make('span', {class: 'facts'}, `${kernel.time_text} ${ofAll}`)] : []);
     article.replaceChildren(heading, make('p', {class: 'facts'}, ...factsOf(kernel)),
         make('p', {class: 'facts'}, listing.interface),
-        ...kernel.found.length ? [make('ul', {class: 'findings'}, ...kernel.found.map(findingItem))] : [], place,
+        ...kernel.found.length ? [make('ul', {class: 'findings'}, ...kernel.found.map(findingItem))] : [],
+        ...listing.blocks?.length ? [costTable(kernel, listing)] : [], place,
         ...listing.complete === false ? [make('p', {class: 'facts'}, 'The two differ too much to find all equal rows.')] : [],
         ...constantsOf(kernel, listing));
     article.classList.remove('waiting');
@@ -361,6 +416,8 @@ function drawAround(index) {
 
 function startListings() {
     const place = byId(':articles');
+    byId(':latencies').textContent = processors.length
+        ? 'The number beside an instruction is its latency; an asterisk marks the critical chain of its block.' : '';
     const near = new IntersectionObserver((entries) => {
         for (const {isIntersecting, target} of entries)
             if (isIntersecting) {

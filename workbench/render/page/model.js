@@ -12,6 +12,8 @@ function listingOf(index) {
     for (const rows of [listing.rows, listing.before])
         for (const member of rows ? ['labels', 'comments', 'targets', 'calls'] : [])
             rows[member] = Object.fromEntries(rows[member]);
+    for (const chain of Object.keys(listing.chain ?? {}))
+        listing.chain[chain] = new Map(listing.chain[chain]);
     if (listing.heat)
         listing.heat = Object.fromEntries(listing.heat.map(([row, ...heat]) => [row, heat]));
     return listing;
@@ -40,6 +42,14 @@ function stepOf(part, largest) {
     return Math.max(1, 7 - Math.floor(Math.log2(largest / part)));
 }
 
+// As two decimal places, like all cycles.
+const roundedCycles = (cycles) => cycles === null || cycles === undefined ? null : Math.round(cycles * 100) / 100;
+const signed = (number) => `${number > 0 ? '+' : number < 0 ? '−' : ''}${withSeparators(Math.abs(number))}`;
+const processors = (model.processors ?? []).map((processor) => ({
+    ...processor,
+    title: processor.name === processor.model ? processor.name : `${processor.name} (model of ${processor.model})`,
+}));
+
 const classes = new Map((model.classes ?? []).map((one, rank) => [one.name, {...one, rank}]));
 const same = model.classes?.at(-1).name;
 const ofAll = `% of all ${model.profile?.exact ? 'executions' : 'samples'}`;
@@ -57,6 +67,10 @@ kernels.forEach((kernel, index) => {
     const {stack, live, reads, writes, saves, needs} = kernel.interface;
     Object.assign(kernel, {stack, reads, writes, saves, needs, general: live.general.most,
         vectors: live.vector.most, predicates: live.predicate.most});
+    for (const {name} of processors) {
+        kernel[name] = roundedCycles(kernel.cycles[name]);
+        kernel[`delta-${name}`] = roundedCycles(kernel.cycles_delta?.[name]);
+    }
     kernel.callersOf = [];
     kernel.found = [];
     kernel.rank = classes.get(kernel.class)?.rank ?? 0;

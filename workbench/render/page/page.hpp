@@ -2,9 +2,11 @@
 #pragma once
 
 #include "check/check_kernels.hpp"
+#include "workbench/analysis/cost.hpp"
 #include "workbench/analysis/profile.hpp"
 #include "workbench/kernels/kernel_set.hpp"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,6 +20,8 @@ struct page_input {
     const event_profile* profile = nullptr; ///< samples in the set's kernels, or null
     const kernel_set* against = nullptr;    ///< the kernels before a change, or null
     std::string against_name;
+    const model_list* processors = nullptr;                          ///< to estimate cycles on, or null
+    std::function<void(std::size_t done, std::size_t all)> progress; ///< told before each kernel, or empty
 };
 
 /// The page, in UTF-8: one file without dependencies, with the model of page_model.hpp and the scripts that

@@ -18,7 +18,6 @@ namespace vorna::workbench {
 namespace {
 
 constexpr std::size_t word_size = 4;
-constexpr std::size_t most_text_bytes = 50000 * word_size;
 constexpr std::size_t most_constant_bytes = 16384;
 
 /// The rows, one member for each column: words and texts of all rows, and pairs of a row and its label,
@@ -103,12 +102,18 @@ std::string make_page_listing(const page_listing_input& input, disassembler& dis
         return input.index->count(name) != 0;
     });
     json made = {{"interface", interface_text(interface)}};
-    const bool too_long = kernel.text.size() > most_text_bytes ||
-                          (input.before != nullptr && input.before->text.size() > most_text_bytes);
+    const bool too_long = kernel.text.size() > most_listed_bytes ||
+                          (input.before != nullptr && input.before->text.size() > most_listed_bytes);
     if (!too_long)
         made["rows"] = rows_json(list_kernel(*input.set, kernel, disassembler), *input.index);
     if (!too_long && input.profile != nullptr)
         made["heat"] = heat_json(*input.profile, kernel.text.size());
+    if (input.cost != nullptr)
+        made["blocks"] = input.cost->blocks;
+    if (!too_long && input.cost != nullptr) {
+        made["latencies"] = input.cost->latencies;
+        made["chain"] = input.cost->chain;
+    }
     made["constants"] = constants_text(kernel.data);
     if (input.before != nullptr) {
         if (!too_long) {

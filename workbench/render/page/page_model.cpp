@@ -5,8 +5,10 @@
 #include "workbench/analysis/interface.hpp"
 #include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/kernels/linking.hpp"
+#include "workbench/render/cost_text.hpp"
 #include "workbench/render/interface_text.hpp"
 #include "workbench/render/json.hpp"
+#include "workbench/render/page/page_cost.hpp"
 #include "workbench/render/page/page_listing.hpp"
 #include "workbench/text/percent.hpp"
 #include "workbench/text/place.hpp"
@@ -57,6 +59,7 @@ struct entry {
     const kernel_profile* profile = nullptr;
     kernel_interface interface = {};
     std::array<std::size_t, 6> counts = {}; ///< of instructions, by class
+    page_cost cost = {};
 };
 
 struct model {
@@ -95,15 +98,33 @@ void choose_ids(model& model)
     }
 }
 
-void analyse(const kernel_set& set, entry& one)
+page_cost cost_of(const page_input& input, const entry& one, const decoded_kernel& code, const code_map& map,
+                  disassembler& disassembler)
 {
+    page_cost_input of = {*one.kernel, code, map};
+    of.is_listed = one.kernel->text.size() <= most_listed_bytes;
+    if (one.before == nullptr || one.before->text.size() > largest_decoded_code)
+        return make_page_cost(of, *input.processors, disassembler);
+    const decoded_kernel before = decode_kernel(*one.before);
+    const code_map map_before = map_code(before, find_entries(*input.against, *one.before));
+    of.code_before = &before;
+    of.map_before = &map_before;
+    return make_page_cost(of, *input.processors, disassembler);
+}
+
+void analyse(const page_input& input, entry& one, disassembler& disassembler)
+{
+    const kernel_set& set = one.change == change_class::removed ? *input.against : *input.set;
     const decoded_kernel code = decode_kernel(*one.kernel);
     for (const instruction& at : code.instructions)
         ++one.counts[static_cast<std::size_t>(class_of(code, at))];
-    if (one.kernel->text.size() <= largest_decoded_code)
-        one.interface = interface_of(code, map_code(code, find_entries(set, *one.kernel)));
-    else
-        one.interface.followed = false;
+    one.interface.followed = one.kernel->text.size() <= largest_decoded_code;
+    if (!one.interface.followed)
+        return;
+    const code_map map = map_code(code, find_entries(set, *one.kernel));
+    one.interface = interface_of(code, map);
+    if (input.processors != nullptr)
+        one.cost = cost_of(input, one, code, map, disassembler);
 }
 
 model collect(const page_input& input)
@@ -112,8 +133,12 @@ model collect(const page_input& input)
     model.input = &input;
     add_entries(model);
     choose_ids(model);
-    for (entry& one : model.entries)
-        analyse(one.change == change_class::removed ? *input.against : *input.set, one);
+    disassembler disassembler;
+    for (std::size_t i = 0; i < model.entries.size(); ++i) {
+        if (input.progress)
+            input.progress(i, model.entries.size());
+        analyse(input, model.entries[i], disassembler);
+    }
     if (input.profile != nullptr) {
         for (const kernel_profile& kernel : input.profile->kernels)
             model.entries[kernel.kernel].profile = &kernel;
@@ -210,6 +235,8 @@ json kernel_json(const model& model, const entry& one)
     made["callees"] = find_callees(model, kernel);
     made["interface"] = interface_json(one.interface);
     made["spills"] = one.interface.spill_stores + one.interface.spill_loads;
+    if (model.input->processors != nullptr)
+        made["cycles"] = one.cost.cycles;
     if (model.input->profile != nullptr && !removed) {
         const sample_count count = one.profile == nullptr ? sample_count() : one.profile->count;
         const std::uint64_t whole = model.input->profile->total.period;
@@ -223,6 +250,8 @@ json kernel_json(const model& model, const entry& one)
         if (one.before != nullptr)
             made["delta"] = static_cast<std::int64_t>(kernel.text.size() / 4) -
                             static_cast<std::int64_t>(one.before->text.size() / 4);
+        if (model.input->processors != nullptr && one.before != nullptr)
+            made["cycles_delta"] = one.cost.delta;
     }
     return made;
 }
@@ -286,6 +315,14 @@ json overview_json(const model& model)
             made["classes"].push_back(
                 {{"name", name_of(look.change)}, {"tone", look.tone}, {"meaning", look.meaning}});
     }
+    if (input.processors != nullptr) {
+        made["llvm"] = llvm_version();
+        made["estimate"] = cost_disclaimer();
+        made["processors"] = json::array();
+        for (const auto& one : *input.processors)
+            made["processors"].push_back(
+                {{"name", one->processor().name}, {"model", one->processor().model}});
+    }
     made["findings"] = std::move(findings);
     made["kernels"] = std::move(kernels);
     return made;
@@ -302,6 +339,8 @@ page_listing_input listing_input(const model& model, const entry& one)
         input.before = one.before;
     }
     input.profile = one.profile;
+    if (model.input->processors != nullptr)
+        input.cost = &one.cost;
     input.interface = &one.interface;
     input.index = &model.index;
     return input;

@@ -3,7 +3,7 @@
 const rowsAtOnce = 200;
 
 function cell(kernel, column) {
-    const {key} = column;
+    const {key, of, delta} = column;
     const value = valueOf(kernel, column);
     if (key === 'name')
         return make('th', {scope: 'row', title: kernel.name}, kernelLink(kernel));
@@ -15,10 +15,12 @@ function cell(kernel, column) {
         return make('td', {}, ...severities.filter((severity) => kernel[`${severity}s`]).map((severity) =>
             make('span', {class: `count ${severity}`, title: pluralize(kernel[`${severity}s`], severity)},
                 `${signs[severity]} ${kernel[`${severity}s`]}`)));
+    if (value === null && of && (!delta || kernel.cycles_delta))
+        return make('td', {class: 'none', title: 'Not all of it is modelled; its listing says why.'}, '?');
     if (!value)
         return make('td', {class: 'none'}, value !== null ? '0' : key === 'stack' ? '?' : '');
-    if (key === 'delta')
-        return make('td', {}, `${value > 0 ? '+' : '−'}${withSeparators(Math.abs(value))}`);
+    if (delta)
+        return make('td', {}, signed(value));
     if (key === 'time') {
         const made = make('td', {class: 'time'}, kernel.time_text);
         made.style.setProperty('--bar', kernel.period / hottest);
@@ -30,6 +32,8 @@ function cell(kernel, column) {
 function drawTable() {
     const [box, heads, body] = [byId(':table-box'), byId(':heads'), byId(':rows')];
     const shown = columns.filter(({hidden}) => !hidden);
+    byId(':estimate').textContent = model.estimate
+        ? `Cycles of one call, with one iteration of each loop, on ${processors.map(({title}) => title).join(', ')}; ${model.estimate}.` : '';
     box.classList.toggle('tall', kernels.length > rowsAtOnce);
     const row = make('tr');
     for (const column of shown) {

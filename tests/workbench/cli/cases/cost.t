@@ -194,6 +194,7 @@ Beside a listing:
         ],
         "blocks": [
           {
+            "block": "all",
             "offset": 0,
             "bytes": 12,
             "loop": 0,
@@ -237,6 +238,7 @@ Other formats:
         "kernel": "scale",
         "blocks": [
           {
+            "block": "loop +0x0",
             "offset": 0,
             "bytes": 20,
             "loop": 1,
@@ -260,6 +262,7 @@ Other formats:
             "not_modelled": ""
           },
           {
+            "block": "outside loops",
             "offset": 20,
             "bytes": 4,
             "loop": 0,
@@ -284,6 +287,7 @@ Other formats:
         "kernel": "scalable",
         "blocks": [
           {
+            "block": "all",
             "offset": 0,
             "bytes": 8,
             "loop": 0,

@@ -77,7 +77,7 @@ What each command says of itself:
     -h,--help                   Print this help and exit
     --unlinked                  Show the code as generated, before relocations are applied
     --live                      Show the live registers before each instruction
-    --cpu NAME[,NAME...]        Show latencies, and what limits each loop, on these processors
+    --cpu NAME[,NAME...]        Show latencies, and what limits each loop, on these processors; "help" lists the names
     --format {text,json}        Output format (default: text)
     --color {always,never,auto} Use colour (default: auto, on a terminal)
     --verbose                   Report skipped files
@@ -86,7 +86,7 @@ What each command says of itself:
 
   $ vorna-kernels cost --help
   Estimate the cycles that kernels take
-  Usage: vorna-kernels cost [OPTIONS] [DUMPS] [KERNEL...]
+  Usage: vorna-kernels cost [OPTIONS] DUMPS [KERNEL...]
   
   Arguments:
     DUMPS                       Directory of dumps, or one dump
@@ -94,7 +94,7 @@ What each command says of itself:
   
   Options:
     -h,--help                   Print this help and exit
-    --cpu NAME[,NAME...]        Processors; help lists them (default: cortex-a55, neoverse-n1, neoverse-v2)
+    --cpu NAME[,NAME...]        Processors (default: cortex-a55, neoverse-n1, neoverse-v2); "help" lists the names
     --explain                   List the instructions with latency, throughput, ports and waits
     --format {text,json,markdown}
                                 Output format (default: text)
@@ -160,7 +160,7 @@ What each command says of itself:
     -h,--help                   Print this help and exit
     --ignore {layout,registers,order}
                                 Classes to treat as same, separated by commas
-    --cpu NAME[,NAME...]        Show the change of cycles on these processors
+    --cpu NAME[,NAME...]        Show the change of cycles on these processors; "help" lists the names
     --limit N                   Changed kernels to show in detail, smallest first (default: 10)
     --format {text,json,github,markdown}
                                 Output format (default: text)
@@ -217,6 +217,7 @@ What each command says of itself:
     --perf-script FILE          Output of perf script instead; - for standard input
     --event EVENT               Event to show (default: the one with most samples)
     --against OLD               Dumps before a change, to compare with
+    --cpu NAME[,NAME...]        Estimate cycles on these processors, and mark critical chains; "help" lists the names
     --format {text,json}        Output format (default: text)
     --color {always,never,auto} Use colour (default: auto, on a terminal)
     --verbose                   Report skipped files
@@ -229,3 +230,5 @@ No line is wider than 100 columns:
   >   vorna-kernels $command --help
   > done | awk 'length > 100'
     LOG                         The process's stderr, or what a debugger printed (default, and with -: standard input)
+    --cpu NAME[,NAME...]        Show latencies, and what limits each loop, on these processors; "help" lists the names
+    --cpu NAME[,NAME...]        Estimate cycles on these processors, and mark critical chains; "help" lists the names

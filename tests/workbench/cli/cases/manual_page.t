@@ -15,7 +15,7 @@ The manual page is made of what --help prints. groff finds nothing to complain a
   [\fIOPTIONS\fR] \fIDUMPS\fR [\fIKERNEL...\fR]
   .br
   .B vorna\-kernels cost
-  [\fIOPTIONS\fR] [\fIDUMPS\fR] [\fIKERNEL...\fR]
+  [\fIOPTIONS\fR] \fIDUMPS\fR [\fIKERNEL...\fR]
   .br
   .B vorna\-kernels where
   [\fIOPTIONS\fR] \fIDUMPS\fR [\fIADDRESS...\fR]
