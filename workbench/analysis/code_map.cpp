@@ -212,10 +212,10 @@ successors successors_of(const decoded_kernel& code, std::size_t index)
     return found;
 }
 
-std::vector<code_block> find_blocks(const decoded_kernel& code, const code_map& map, std::size_t most)
+std::vector<basic_block> find_blocks(const decoded_kernel& code, const code_map& map, std::size_t most)
 {
     const std::size_t words = code.instructions.size();
-    std::vector<code_block> blocks;
+    std::vector<basic_block> blocks;
     std::vector<std::uint32_t> block_of(words);
     const auto is_code = [&](std::size_t i) { return i < words && map.uses[i] == word_use::code; };
     const auto ends = [&](std::size_t i) {

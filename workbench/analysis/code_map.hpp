@@ -52,16 +52,17 @@ struct successors {
 };
 successors successors_of(const decoded_kernel& code, std::size_t index);
 
-/// A run of code without a branch before its end or a branch target after its beginning. A call, also of the
-/// kernel's own code, does not end it.
-struct code_block {
-    std::size_t begin = 0;
-    std::size_t end = 0;
+/// Instructions that are executed one after the other: control enters at the first and leaves after the last.
+/// A call, also of the kernel's own code, does not end a block.
+struct basic_block {
+    std::size_t begin = 0;             ///< index of the first instruction
+    std::size_t end = 0;               ///< index after the last one
     std::vector<std::uint32_t> before; ///< numbers of the blocks that lead here
     std::vector<std::uint32_t> after;  ///< and of those that follow
 };
 
 /// By ascending offset. None if there are more than `most`.
-std::vector<code_block> find_blocks(const decoded_kernel& code, const code_map& map, std::size_t most);
+std::vector<basic_block> find_blocks(const decoded_kernel& code, const code_map& map,
+                                     std::size_t most = static_cast<std::size_t>(-1));
 
 } // namespace vorna::workbench

@@ -42,8 +42,8 @@ public:
           own_(nest.loops.size() + 1)
     {
         for (std::size_t b = 0; b < nest.blocks.size(); ++b) {
-            own_[nest.blocks[b].loop.value_or(nest.loops.size())].push_back(b);
-            for (const std::size_t to : nest.blocks[b].successors)
+            own_[nest.loop_of[b].value_or(nest.loops.size())].push_back(b);
+            for (const std::size_t to : nest.blocks[b].after)
                 add_edge(b, to);
         }
     }
@@ -82,7 +82,7 @@ private:
     [[nodiscard]] std::vector<std::size_t> loops_around(std::size_t block) const
     {
         std::vector<std::size_t> found;
-        for (std::size_t loop = nest_.blocks[block].loop.value_or(none); loop != none; loop = parent_of(loop))
+        for (std::size_t loop = nest_.loop_of[block].value_or(none); loop != none; loop = parent_of(loop))
             found.push_back(loop);
         return found;
     }
@@ -122,7 +122,7 @@ private:
 void add_instructions(const loop_nest& nest, const std::vector<std::size_t>& blocks, cost_block& to)
 {
     for (const std::size_t b : blocks) {
-        for (std::size_t i = nest.blocks[b].first; i < nest.blocks[b].end; ++i)
+        for (std::size_t i = nest.blocks[b].begin; i < nest.blocks[b].end; ++i)
             to.instructions.push_back(i);
     }
 }
@@ -167,7 +167,7 @@ cost_block whole_kernel(const loop_nest& nest, cost_obstacle obstacle)
 {
     cost_block made;
     for (const basic_block& block : nest.blocks) {
-        for (std::size_t i = block.first; i < block.end; ++i)
+        for (std::size_t i = block.begin; i < block.end; ++i)
             made.instructions.push_back(i);
     }
     made.offset = 4 * made.instructions.front();

@@ -20,7 +20,7 @@ struct flow_state {
     bool saved_elsewhere = false; // initial values of callee-saved registers are in other memory
 };
 
-struct flow_block : code_block {
+struct flow_block : basic_block {
     std::unique_ptr<flow_state> in; // null if no way leads here
 };
 
@@ -35,7 +35,7 @@ struct kernel_context {
     const decoded_kernel& code;
     const code_map& map;
     const flow_options& options;
-    std::vector<code_block> blocks = {};
+    std::vector<basic_block> blocks = {};
     std::vector<uint32_t> block_at = {}; // for each word, the block that it begins
     std::optional<bool> uses_scalable = {};
     std::unordered_map<size_t, std::unique_ptr<local_function>> local_functions =

@@ -18,7 +18,7 @@ namespace {
 using std::size_t;
 using std::uint32_t;
 
-struct block : code_block {
+struct block : basic_block {
     register_set set;  // argument registers that may be set before it
     register_set live; // before it
 };
@@ -27,7 +27,7 @@ class analysis {
 public:
     analysis(const decoded_kernel& code, const code_map& map) : code_(code)
     {
-        for (code_block& found : find_blocks(code, map, most_followed_blocks))
+        for (basic_block& found : find_blocks(code, map, most_followed_blocks))
             blocks_.push_back({std::move(found), {}, {}});
     }
 

@@ -10,6 +10,7 @@
 #include "workbench/analysis/loops.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <numeric>
 #include <utility>
 
@@ -19,61 +20,22 @@ namespace {
 
 constexpr std::size_t none = static_cast<std::size_t>(-1);
 
-bool is_branch(const instruction& at)
-{
-    return at.is_terminator() && !at.is_call() && at.flow != control_flow::system;
-}
-
-bool ends_block(const code_map& map, const instruction& at, std::size_t next)
-{
-    return is_branch(at) || next == map.uses.size() || map.uses[next] != word_use::code || map.leaders[next];
-}
-
 struct graph {
     std::vector<basic_block> blocks;
-    std::vector<std::size_t> entries; // blocks
+    std::vector<std::uint32_t> entries; // blocks
 };
 
 graph make_graph(const decoded_kernel& code, const code_map& map)
 {
-    graph made;
-    std::vector<std::size_t> block_of(map.uses.size(), none); // for the first instruction of each
-    for (std::size_t i = 0; i < map.uses.size();) {
-        if (map.uses[i] != word_use::code) {
-            ++i;
-            continue;
-        }
-        block_of[i] = made.blocks.size();
-        basic_block block;
-        block.first = i;
-        do
-            ++i;
-        while (!ends_block(map, code.instructions[i - 1], i));
-        block.end = i;
-        made.blocks.push_back(block);
+    graph made{find_blocks(code, map), {}};
+    std::vector<bool> entered = map.entries;            // for each instruction
+    for (std::size_t i = 0; i < map.uses.size(); ++i) { // functions within the kernel
+        const successors calls = successors_of(code, i);
+        if (map.uses[i] == word_use::code && code.instructions[i].is_call() && calls.target)
+            entered[*calls.target] = true;
     }
-    std::vector<bool> entered(made.blocks.size());
-    for (std::size_t b = 0; b < made.blocks.size(); ++b) {
-        basic_block& block = made.blocks[b];
-        entered[b] = entered[b] || map.entries[block.first];
-        for (std::size_t i = block.first; i < block.end; ++i) { // functions within the kernel
-            const successors calls = successors_of(code, i);
-            if (code.instructions[i].is_call() && calls.target && block_of[*calls.target] != none)
-                entered[block_of[*calls.target]] = true;
-        }
-        const instruction& last = code.instructions[block.end - 1];
-        const successors flow = successors_of(code, block.end - 1);
-        const auto add = [&](std::size_t index) {
-            if (index < block_of.size() && block_of[index] != none)
-                block.successors.push_back(block_of[index]);
-        };
-        if (flow.next)
-            add(block.end);
-        if (flow.target && !last.is_call() && (!flow.next || *flow.target != block.end))
-            add(*flow.target);
-    }
-    for (std::size_t b = 0; b < entered.size(); ++b) {
-        if (entered[b])
+    for (std::uint32_t b = 0; b < made.blocks.size(); ++b) {
+        if (entered[made.blocks[b].begin])
             made.entries.push_back(b);
     }
     return made;
@@ -106,12 +68,12 @@ private:
         std::vector<std::size_t> node_of(of.blocks.size(), none);
         struct step {
             std::size_t node;
-            const std::vector<std::size_t>* successors;
+            const std::vector<std::uint32_t>* successors;
             std::size_t next;
         };
         std::vector<step> path;
         const auto visit = [&](std::size_t block, std::size_t parent,
-                               const std::vector<std::size_t>& successors) {
+                               const std::vector<std::uint32_t>& successors) {
             if (block != none)
                 node_of[block] = block_.size();
             path.push_back({block_.size(), &successors, 0});
@@ -129,7 +91,7 @@ private:
             const std::size_t to = (*at.successors)[at.next++];
             const std::size_t from = at.node;
             if (node_of[to] == none)
-                visit(to, from, of.blocks[to].successors);
+                visit(to, from, of.blocks[to].after);
             predecessors_[node_of[to]].push_back(from);
         }
     }
@@ -270,9 +232,10 @@ loop_nest find_loops(const decoded_kernel& code, const code_map& map)
         if (nest.loops[loop].parent)
             nest.loops[loop].depth = nest.loops[*nest.loops[loop].parent].depth + 1;
     }
+    nest.loop_of.resize(made.blocks.size());
     for (std::size_t node = 1; node < tree.size(); ++node) {
         if (loop_of[node] != none)
-            made.blocks[tree.block_at(node)].loop = loop_of[node];
+            nest.loop_of[tree.block_at(node)] = loop_of[node];
     }
     nest.blocks = std::move(made.blocks);
     return nest;

@@ -10,15 +10,6 @@
 
 namespace vorna::workbench {
 
-/// Instructions that are executed one after the other: control enters at the first and leaves after the last.
-/// Calls do not end a block.
-struct basic_block {
-    std::size_t first = 0; ///< index of the instruction
-    std::size_t end = 0;   ///< index after the last one
-    std::vector<std::size_t> successors;
-    std::optional<std::size_t> loop; ///< the innermost one that contains the block
-};
-
 struct natural_loop {
     std::size_t header = 0; ///< index of the block that all iterations begin with
     std::size_t depth = 1;  ///< 1 for an outermost loop
@@ -27,8 +18,9 @@ struct natural_loop {
 
 /// The control-flow graph of the code that direct branches reach from the kernel's entries.
 struct loop_nest {
-    std::vector<basic_block> blocks; ///< in the order of their addresses
-    std::vector<natural_loop> loops; ///< an inner loop before the one that contains it
+    std::vector<basic_block> blocks;                 ///< in the order of their addresses
+    std::vector<natural_loop> loops;                 ///< an inner loop before the one that contains it
+    std::vector<std::optional<std::size_t>> loop_of; ///< for each block, the innermost that contains it
 };
 
 loop_nest find_loops(const decoded_kernel& code, const code_map& map);

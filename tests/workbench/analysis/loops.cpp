@@ -138,11 +138,11 @@ loop_places find_places(const placed_kernel& kernel)
     const decoded_kernel code = decode_kernel(kernel);
     const loop_nest nest = find_loops(code, map_code(code, {}));
     loop_places found;
-    for (const basic_block& block : nest.blocks) {
-        if (!block.loop)
+    for (std::size_t b = 0; b < nest.blocks.size(); ++b) {
+        if (!nest.loop_of[b])
             continue;
-        const natural_loop& loop = nest.loops[*block.loop];
-        found[4 * block.first] = {4 * nest.blocks[loop.header].first, loop.depth};
+        const natural_loop& loop = nest.loops[*nest.loop_of[b]];
+        found[4 * nest.blocks[b].begin] = {4 * nest.blocks[loop.header].begin, loop.depth};
     }
     return found;
 }
