@@ -119,6 +119,11 @@ TEST(Checks, AllowOneNameTwiceUnlessInOneMapping)
 {
     EXPECT_EQ(found({placed("same", 0x1000, 0x1080, {ret()}), placed("same", 0x1020, 0x1088, {ret()})}),
               "ABORT same duplicate-name\n");
+    std::vector<placed_kernel> twice = {placed("same", 0x1000, 0x1080, {ret()}),
+                                        placed("same", 0x1020, 0x1088, {ret()})};
+    twice[0].file = "dumps/0";
+    EXPECT_EQ(check_dumps(make_kernel_set(twice), without_convention()).at(0).message,
+              "a second kernel of this name: the first is in dumps/0, of the same mapping");
     EXPECT_EQ(found({placed("same", 0x1000, 0x1020, {ret()}), placed("same", 0x5000, 0x5080, {ret()}),
                      placed("user", 0x5020, 0x5088, {adr(0), ret()}, {{"same", 0, ADR, 0}})}),
               "");

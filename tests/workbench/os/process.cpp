@@ -3,8 +3,11 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <system_error>
 
@@ -51,6 +54,23 @@ TEST(RunChild, DoesNotBlockOnAProgramThatWritesManyErrors)
     const run_result result = run_shell("head -c 1000000 /dev/zero | tr '\\0' x >&2; echo done");
     EXPECT_EQ(result.output, "done\n");
     EXPECT_EQ(result.program.first_error, std::string(511, 'x'));
+}
+
+TEST(RunChild, SaysWhatItCannotOpen)
+{
+    const support::child_result child = support::run_in_child([] {
+        for (rlim_t descriptors = 3; descriptors < 64; ++descriptors) {
+            const rlimit limit = {descriptors, 64};
+            setrlimit(RLIMIT_NOFILE, &limit);
+            try {
+                run_shell(":");
+            } catch (const std::system_error& error) {
+                std::fprintf(stderr, "%s\n", error.what());
+            }
+        }
+    });
+    EXPECT_THAT(child.err, testing::HasSubstr("pipe: Too many open files\n"));
+    EXPECT_THAT(child.err, testing::HasSubstr("temporary file: Too many open files\n"));
 }
 
 TEST(RunChild, EndsTheProgramWhenTheReaderThrows)

@@ -182,6 +182,45 @@ What each command says of itself:
   
   Exit status: 0 success, 1 findings, 2 error. For more, run vorna-kernels COMMAND --help.
 
+  $ vorna-kernels baseline check --help
+  Report kernels that differ from the baseline
+  Usage: vorna-kernels baseline check [OPTIONS] FILE DUMPS
+  
+  Arguments:
+    FILE                        Baseline file
+    DUMPS                       Directory of dumps, or one dump
+  
+  Options:
+    -h,--help                   Print this help and exit
+    --listing DIR               Directory for disassembly listings, one file per kernel
+    --format {text,json,github,markdown}
+                                Output format (default: text)
+    --color {always,never,auto} Use colour (default: auto, on a terminal)
+    --verbose                   Report skipped files
+  
+  Exit status: 0 all same, 1 differences, 2 error.
+
+  $ vorna-kernels baseline bless --help
+  Accept kernels as they are now
+  Usage: vorna-kernels baseline bless [OPTIONS] FILE DUMPS [KERNEL...]
+  
+  Arguments:
+    FILE                        Baseline file
+    DUMPS                       Directory of dumps, or one dump
+    KERNEL                      Kernels to accept
+  
+  Options:
+    -h,--help                   Print this help and exit
+    --listing DIR               Directory for disassembly listings, one file per kernel
+    --format {text,json,github,markdown}
+                                Output format (default: text)
+    --color {always,never,auto} Use colour (default: auto, on a terminal)
+    --verbose                   Report skipped files
+    --all                       Accept all kernels; create FILE if it does not exist
+    --force                     Run even if CI is set in the environment
+  
+  Exit status: 0 success, 2 error; FILE is not changed then.
+
   $ vorna-kernels profile --help
   Show where the time goes, from a recording of perf
   Usage: vorna-kernels profile [OPTIONS] DUMPS [KERNEL...]

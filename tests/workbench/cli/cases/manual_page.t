@@ -61,3 +61,16 @@ The manual page is made of what --help prints. groff finds nothing to complain a
   .SS report
   .SH EXAMPLES
   .SH EXIT STATUS
+  $ head -n 3 page | sed 's|kernels [0-9.]*"|kernels VERSION"|'
+  .TH VORNA\-KERNELS 1 "" "vorna\-kernels VERSION" "User Commands"
+  .SH NAME
+  vorna\-kernels \- workbench for generated machine\-code kernels
+  $ sed -n '/^.SH EXAMPLES/,/^.fi/p' page
+  .SH EXAMPLES
+  .nf
+  To start, in an empty directory:
+    VORNA_WFTA_DUMP_KERNEL= HOST 2>../log     dump every kernel that HOST generates
+    vorna\-kernels explain ../log \-\-dumps .    if the finaliser aborted HOST: where, why, what to do
+    vorna\-kernels check .                     find other mistakes in the kernels
+    vorna\-kernels show . KERNEL               disassemble a kernel, with names and constants
+  .fi
