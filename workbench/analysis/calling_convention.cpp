@@ -280,9 +280,9 @@ private:
                                                  : "nothing has set")
             : after_call && !fact.way
                 ? fmt::format("which the call at {} {}", at_index(*fact.changed), "may have changed")
-            : fact.everywhere ? std::string("which nothing has set")
-            : fact.way        ? "which is not set on every way" + way_text(fact.way)
-                              : "which is not set on every way";
+            : fact.everywhere
+                ? std::string("which nothing has set")
+                : fmt::format("which {} not set on every way{}", flags ? "are" : "is", way_text(fact.way));
         const bool saved = preserved_registers()[register_of_part(fact.part)] && !after_call;
         std::string help = flags ? "set them before, with SUBS or another instruction that sets flags"
                            : after_call

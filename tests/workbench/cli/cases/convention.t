@@ -282,7 +282,7 @@ What is read before it is set:
   sets_on_one_way+0x8: warning: reads x9, which is not set on every way, by the branch at +0x0, taken [reads-unset]
       f9000009  str x9, [x0]
       help: set it before
-  sets_flags_on_one_way+0x8: warning: reads the condition flags, which is not set on every way, by the branch at +0x0, taken [reads-flags-unset]
+  sets_flags_on_one_way+0x8: warning: reads the condition flags, which are not set on every way, by the branch at +0x0, taken [reads-flags-unset]
       9a9f17e0  cset x0, eq
       help: set them before, with SUBS or another instruction that sets flags
   14 kernels, 5 relocations: 3 errors, 10 warnings
