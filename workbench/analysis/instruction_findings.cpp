@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <elf.h>
-#include <fmt/format.h>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -418,12 +417,12 @@ private:
              (!is_branch(third.instructions.front()) && completes(instruction_at(offset + 12), page))) &&
             (mapped() == nullptr || mapped()->map.uses[offset / 4] != word_use::data);
         if (found) {
-            findings_.add(
-                finding_id::erratum_843419, severity::warning, false, {}, static_cast<int64_t>(offset), {},
-                {fmt::format("ADRP at page offset {:#x} before loads or stores that Cortex-A53 may get wrong",
-                             (kernel().text_address + offset) & 0xfff),
-                 {},
-                 "move the ADRP, or put an instruction that is not a load or store after it"});
+            findings_.add(finding_id::erratum_843419, severity::warning, false, {},
+                          static_cast<int64_t>(offset), {},
+                          {"ADRP at page offset " + wfta::hex((kernel().text_address + offset) & 0xfff) +
+                               " before loads or stores that Cortex-A53 may get wrong",
+                           {},
+                           "move the ADRP, or put an instruction that is not a load or store after it"});
         }
     }
 
@@ -476,11 +475,11 @@ private:
             std::string names;
             for (const std::string& name : feature_names(missing))
                 names += (names.empty() ? "" : " and ") + name;
-            findings_.add(
-                finding_id::missing_feature, severity::error, false, {}, static_cast<int64_t>(4 * i), names,
-                {fmt::format("{} needs {}, which {} does not have", text_at(4 * i), names, options_.cpu),
-                 "executing it raises SIGILL there",
-                 fmt::format("generate the kernel without {} for this processor", names)});
+            findings_.add(finding_id::missing_feature, severity::error, false, {},
+                          static_cast<int64_t>(4 * i), names,
+                          {text_at(4 * i) + " needs " + names + ", which " + options_.cpu + " does not have",
+                           "executing it raises SIGILL there",
+                           "generate the kernel without " + names + " for this processor"});
         }
     }
 

@@ -1,10 +1,10 @@
 #include "workbench/disasm/disassembler.hpp"
 
+#include "check/format.hpp"
 #include "workbench/disasm/llvm.hpp"
 
 #include <algorithm>
 #include <cstddef>
-#include <fmt/format.h>
 #include <llvm/ADT/SmallString.h>
 #include <llvm/MC/MCExpr.h>
 #include <llvm/Support/raw_ostream.h>
@@ -28,11 +28,6 @@ struct disassembler::implementation {
     }
 };
 
-static std::string word_text(std::uint32_t word)
-{
-    return fmt::format(".word 0x{:08x}", word);
-}
-
 disassembler::disassembler() : implementation_(std::make_unique<implementation>())
 {
     implementation_->printer->setPrintBranchImmAsAddress(true);
@@ -43,7 +38,8 @@ disassembler::~disassembler() = default;
 std::string disassembler::text(std::uint32_t word, std::uint64_t pc)
 {
     llvm::MCInst instruction;
-    return the_llvm().decode(word, instruction) ? implementation_->print(instruction, pc) : word_text(word);
+    return the_llvm().decode(word, instruction) ? implementation_->print(instruction, pc)
+                                                : ".word " + wfta::word_text(word);
 }
 
 std::string disassembler::text_with_symbol(std::uint32_t word, std::string_view symbol)

@@ -7,6 +7,7 @@
 #include "workbench/render/listing.hpp"
 #include "workbench/text/constants.hpp"
 #include "workbench/text/counts.hpp"
+#include "workbench/text/place.hpp"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -36,7 +37,7 @@ std::string baseline_listing(const placed_kernel& kernel, disassembler& disassem
     if (!kernel.data.empty())
         text += "constants:\n";
     const std::vector<constant> constants = split_constants(kernel.data);
-    const auto data_digits = fmt::formatted_size("{:x}", kernel.data.size());
+    const int data_digits = hex_digits(kernel.data.size());
     for (std::size_t i = 0; i < constants.size(); i += 2) { // two a line
         std::string numbers;
         std::string values;

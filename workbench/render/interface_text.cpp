@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <fmt/format.h>
-#include <iterator>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -60,8 +59,8 @@ std::string saves_text(const std::vector<saved_register>& saves)
             if (distance <= 0 || (end > begin + 1 && distance != saves[begin + 1].slot - saves[begin].slot))
                 break;
         }
-        fmt::format_to(std::back_inserter(text), "{}{} at cfa{:+}", text.empty() ? "" : ", ",
-                       run_text(names, begin, end), saves[begin].slot);
+        text += fmt::format("{}{} at cfa{:+}", text.empty() ? "" : ", ", run_text(names, begin, end),
+                            saves[begin].slot);
     }
     return text;
 }
@@ -73,8 +72,8 @@ std::string live_text(const kernel_interface& interface, int offset_digits)
                                      {"vector", interface.vector},
                                      {"predicate", interface.predicate}}) {
         if (live.most != 0)
-            fmt::format_to(std::back_inserter(text), "{}{} {} (+{:0{}x})", text.empty() ? "" : ", ",
-                           live.most, kind, live.offset, offset_digits);
+            text += fmt::format("{}{} {} (+{:0{}x})", text.empty() ? "" : ", ", live.most, kind, live.offset,
+                                offset_digits);
     }
     return text;
 }

@@ -288,7 +288,7 @@ std::string generated_text(const placed_kernel& kernel, std::size_t offset, disa
 int offset_digits(const placed_kernel& kernel)
 {
     const std::size_t last = kernel.text.empty() ? 0 : kernel.text.size() - 1;
-    return std::max(2, static_cast<int>(fmt::formatted_size("{:x}", last)));
+    return std::max(2, hex_digits(last));
 }
 
 std::string row_text(const listing_row& row, int offset_digits, std::string_view column)

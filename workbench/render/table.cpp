@@ -17,7 +17,7 @@ bool is_shown(const table_column& column, shown_in format)
 // The columns that a text takes on a terminal, as fmt counts them when it pads.
 std::size_t width_of(const std::string& text)
 {
-    return 2 * text.size() - fmt::formatted_size("{:<{}}", text, text.size());
+    return 2 * text.size() - fmt::format("{:<{}}", text, text.size()).size();
 }
 
 color paint_of(const table_column& column, const table_cell& cell)

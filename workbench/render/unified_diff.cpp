@@ -2,6 +2,7 @@
 
 #include "workbench/analysis/common_sequence.hpp"
 #include "workbench/text/constants.hpp"
+#include "workbench/text/place.hpp"
 #include "workbench/text/printable.hpp"
 
 #include <algorithm>
@@ -51,12 +52,7 @@ std::string constant_text(const constant& number)
 side data_side(const placed_kernel& kernel, const std::vector<constant>& constants)
 {
     const std::size_t last = kernel.data.empty() ? 0 : kernel.data.size() - 1;
-    side result{{},
-                {},
-                {},
-                kernel.data.size(),
-                std::max(2, static_cast<int>(fmt::formatted_size("{:x}", last))),
-                ".rodata"};
+    side result{{}, {}, {}, kernel.data.size(), std::max(2, hex_digits(last)), ".rodata"};
     for (const constant& number : constants) {
         const std::size_t offset = 8 * result.lines.size();
         result.offsets.push_back(offset);

@@ -4,7 +4,6 @@
 #include <bit>
 #include <cmath>
 #include <fmt/format.h>
-#include <iterator>
 
 namespace vorna::workbench {
 
@@ -31,7 +30,7 @@ std::string hexadecimal(std::span<const std::uint8_t> bytes)
     std::string text;
     text.reserve(2 * bytes.size());
     for (const std::uint8_t byte : bytes)
-        fmt::format_to(std::back_inserter(text), "{:02x}", byte);
+        text += fmt::format("{:02x}", byte);
     return text;
 }
 

@@ -2,8 +2,6 @@
 
 #include "workbench/text/printable.hpp"
 
-#include <fmt/format.h>
-
 namespace vorna::workbench {
 
 std::string with_separators(std::uint64_t number)
@@ -16,7 +14,7 @@ std::string with_separators(std::uint64_t number)
 
 static std::string with_noun(const std::string& number, std::uint64_t count, std::string_view noun)
 {
-    return fmt::format("{} {}{}", number, noun, count == 1 ? "" : "s");
+    return number + " " + std::string(noun) + (count == 1 ? "" : "s");
 }
 
 std::string pluralize(std::uint64_t count, std::string_view noun)
@@ -36,7 +34,7 @@ std::string join_some(const std::vector<std::string>& names)
     for (std::size_t i = 0; i < names.size() && i < most; ++i)
         text += (i == 0 ? "" : ", ") + printable(names[i]);
     if (names.size() > most)
-        text += fmt::format(" and {} more", names.size() - most);
+        text += " and " + std::to_string(names.size() - most) + " more";
     return text;
 }
 

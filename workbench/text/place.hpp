@@ -17,4 +17,7 @@ using wfta::with_addend;
 std::string place_text(std::string_view kernel);
 std::string place_text(std::string_view kernel, std::int64_t offset);
 
+/// The number of hexadecimal digits: the width of a column that ends with this offset.
+int hex_digits(std::uint64_t last_offset);
+
 } // namespace vorna::workbench

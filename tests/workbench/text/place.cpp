@@ -16,6 +16,16 @@ TEST(PlaceText, HasTheOffsetInHexadecimalWithItsSign)
     EXPECT_EQ(place_text("a\nb", -4), "a\\nb-0x4");
 }
 
+TEST(HexDigits, CountsThoseOfTheNumber)
+{
+    EXPECT_EQ(hex_digits(0), 1);
+    EXPECT_EQ(hex_digits(0xf), 1);
+    EXPECT_EQ(hex_digits(0x10), 2);
+    EXPECT_EQ(hex_digits(0xfff), 3);
+    EXPECT_EQ(hex_digits(0x1000), 4);
+    EXPECT_EQ(hex_digits(std::numeric_limits<std::uint64_t>::max()), 16);
+}
+
 TEST(SignedHex, ShowsTheLeastAndGreatestNumber)
 {
     EXPECT_EQ(signed_hex(std::numeric_limits<std::int64_t>::min()), "-0x8000000000000000");

@@ -4,7 +4,6 @@
 #include "workbench/render/page/page_template.hpp"
 
 #include <fmt/format.h>
-#include <iterator>
 
 namespace vorna::workbench {
 
@@ -13,7 +12,7 @@ namespace {
 /// JSON in its own element. Nothing in it can end the element: "<" occurs only in strings.
 void add_element(std::string& page, std::string_view id, std::string_view json)
 {
-    fmt::format_to(std::back_inserter(page), "<script type=\"application/json\" id=\"{}\">", id);
+    page += fmt::format("<script type=\"application/json\" id=\"{}\">", id);
     for (const char c : json) {
         if (c == '<')
             page += "\\u003c";
