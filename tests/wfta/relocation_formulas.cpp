@@ -116,11 +116,11 @@ TEST(RelocationFormulas, GiveTheCodeOfRandomSets)
 {
     const unsigned seed = random_seed();
     SCOPED_TRACE("WFTA_TEST_SEED=" + std::to_string(seed));
+    constexpr std::size_t room = std::size_t{256} << 20; // twice as far as BL reaches
+    const address_range range(room);
     std::map<std::int32_t, unsigned> compared;
-    for (unsigned round = 0; round < test_size(300, 5000); ++round) {
+    for (unsigned round = 0; round < test_size(300, 2000); ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
-        constexpr std::size_t room = std::size_t{256} << 20; // twice as far as BL reaches
-        const address_range range(room);
         far_reaching_sets sets(seed + round, number(range.begin()), number(range.begin()) + room);
         kernel_registry_map registry;
         registry["far"] = {address(sets.far_kernel), 0, nullptr, 0};
@@ -213,7 +213,7 @@ TEST_P(RelocationFormula, HoldsForRandomDistances)
     const unsigned seed = random_seed();
     SCOPED_TRACE("WFTA_TEST_SEED=" + std::to_string(seed));
     std::mt19937_64 random(seed);
-    for (std::size_t i = 0; i < test_size(200, 2000); ++i) {
+    for (std::size_t i = 0; i < test_size(200, 1000); ++i) {
         const auto magnitude = static_cast<std::int64_t>(random() >> (28 + random() % 36)); // below 2^36
         const std::int64_t aligned = random() % 4 == 0 ? magnitude : magnitude / 4 * 4;
         expect_as_by_formula(random() % 2 == 0 ? aligned : -aligned, static_cast<std::int32_t>(random()),
