@@ -1,7 +1,6 @@
 #include "workbench/analysis/interface.hpp"
 
 #include "workbench/analysis/data_flow.hpp"
-#include "workbench/analysis/liveness.hpp"
 #include "workbench/disasm/features.hpp"
 #include "workbench/disasm/register_effect.hpp"
 
@@ -203,11 +202,11 @@ std::vector<std::string> names_of(const register_set& set)
     return names;
 }
 
-kernel_interface interface_of(const decoded_kernel& code, const code_map& map)
+kernel_interface interface_of(const decoded_kernel& code, const code_map& map, const callee_reads& reads)
 {
     kernel_interface made;
     const kernel_flow flow = follow_kernel(code, map);
-    const std::vector<register_set> live = find_live_registers(code, map);
+    const std::vector<register_set> live = find_live_registers(code, map, reads);
     made.reads = names_of_parts(with_live_arguments(flow.reads, live));
     if (flow.reads_stack_arguments)
         made.reads.emplace_back("sp");

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "workbench/analysis/code_map.hpp"
+#include "workbench/analysis/liveness.hpp"
 #include "workbench/disasm/decoded_kernel.hpp"
 
 #include <cstddef>
@@ -45,7 +46,9 @@ struct kernel_interface {
     bool followed = true;           ///< all of it was followed; otherwise it may do more than is said here
 };
 
-kernel_interface interface_of(const decoded_kernel& code, const code_map& map);
+/// `reads` says what is known of its callees, see find_live_registers.
+kernel_interface interface_of(const decoded_kernel& code, const code_map& map,
+                              const callee_reads& reads = {});
 
 /// Their names, in the order of their numbers: "x0", "sp", "v0", "p0", "ffr", "nzcv".
 std::vector<std::string> names_of(const register_set& set);

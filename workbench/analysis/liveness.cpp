@@ -1,5 +1,8 @@
 // The usual backward analysis over basic blocks. Before it, a forward analysis finds which argument registers
-// the kernel may have set: these are what a call or a return uses.
+// the kernel may have set: these are what a return uses, and a call of what is not known.
+//
+// What a callee reads is what is live at its beginning. This is known only if all that it calls is known,
+// too.
 
 #include "workbench/analysis/liveness.hpp"
 
@@ -25,7 +28,8 @@ struct block : basic_block {
 
 class analysis {
 public:
-    analysis(const decoded_kernel& code, const code_map& map) : code_(code)
+    analysis(const decoded_kernel& code, const code_map& map, const callee_reads& reads)
+        : code_(code), reads_(reads)
     {
         for (basic_block& found : find_blocks(code, map, most_followed_blocks))
             blocks_.push_back({std::move(found), {}, {}});
@@ -98,6 +102,11 @@ private:
         }
     }
 
+    [[nodiscard]] std::optional<register_set> reads_of_callee(const instruction& at) const
+    {
+        return reads_ && at.relocated == word_relocation::fits ? reads_(at.relocation) : std::nullopt;
+    }
+
     [[nodiscard]] register_set live_after(const block& b) const
     {
         register_set live;
@@ -114,7 +123,7 @@ private:
         if (at.is_call())
             live &= preserved_registers();
         if (at.is_call() || leaves)
-            live |= set;
+            live |= reads_of_callee(at).value_or(set);
         if (at.flow == control_flow::exit) {
             for (const register_id result : {general_register(0), vector_register(0)}) {
                 if (set[result])
@@ -154,8 +163,44 @@ private:
     }
 
     const decoded_kernel& code_;
+    const callee_reads& reads_;
     std::vector<block> blocks_;
 };
+
+// Whether all uses of a kernel's arguments are in its own code, or in callees that are known.
+bool has_known_uses(const decoded_kernel& code, const code_map& map, const callee_reads& reads)
+{
+    if (map.any_entry || code.instructions.empty())
+        return false;
+    for (size_t i = 0; i < code.instructions.size(); ++i) {
+        const instruction& at = code.instructions[i];
+        if (map.uses[i] != word_use::code)
+            continue;
+        if (!at.decoded || at.relocated == word_relocation::unclear)
+            return false;
+        switch (at.flow) {
+        case control_flow::next:
+        case control_flow::exit:
+        case control_flow::trap:
+            break;
+        case control_flow::conditional:
+            if (!successors_of(code, i).target)
+                return false;
+            break;
+        case control_flow::branch:
+        case control_flow::call:
+            if (at.relocated == word_relocation::fits ? !reads(at.relocation)
+                                                      : at.is_call() || !successors_of(code, i).target)
+                return false;
+            break;
+        default:
+            return false;
+        }
+    }
+    return true;
+}
+
+constexpr unsigned most_nested_callees = 64;
 
 } // namespace
 
@@ -166,9 +211,41 @@ register_set values_used(const decoded_kernel& code, const instruction& instruct
     return uses_of(code, instruction);
 }
 
-std::vector<register_set> find_live_registers(const decoded_kernel& code, const code_map& map)
+std::vector<register_set> find_live_registers(const decoded_kernel& code, const code_map& map,
+                                              const callee_reads& reads)
 {
-    return analysis(code, map).run();
+    return analysis(code, map, reads).run();
+}
+
+callee_reads argument_reads::by_calls_in(const placed_kernel& caller)
+{
+    return [this, &caller](size_t relocation) -> std::optional<register_set> {
+        const tessjit::reloc_info& target = caller.relocs[relocation];
+        const auto callee = set_.by_name.find(target.name);
+        if (callee == set_.by_name.end() || target.addend != 0)
+            return std::nullopt;
+        return of(callee->second);
+    };
+}
+
+std::optional<register_set> argument_reads::of(size_t kernel)
+{
+    const placed_kernel& callee = set_.kernels[kernel];
+    if (callee.text.size() > largest_decoded_code || depth_ == most_nested_callees)
+        return std::nullopt;
+    const auto [at, added] = found_.try_emplace(kernel);
+    if (!added)
+        return at->second;
+    ++depth_;
+    const decoded_kernel code = decode_kernel(callee);
+    const code_map map = map_code(code, find_entries(set_, callee));
+    const callee_reads reads = by_calls_in(callee);
+    std::optional<register_set> found;
+    if (has_known_uses(code, map, reads) && !find_blocks(code, map, most_followed_blocks).empty())
+        found = find_live_registers(code, map, reads).front() & argument_registers();
+    --depth_;
+    found_[kernel] = found;
+    return found;
 }
 
 } // namespace vorna::workbench

@@ -180,7 +180,9 @@ void explain(const kernel_set& set, const analysed_kernel& of, const model_list&
 {
     const kernel_listing listing = list_kernel(set, of.kernel, disassembler);
     fmt::print("{}\n", colorize(headline(of.kernel, listing), color::bold, colored));
-    for (const std::string& line : interface_lines(interface_of(of.code, of.map), offset_digits(of.kernel)))
+    argument_reads reads(set);
+    const kernel_interface interface = interface_of(of.code, of.map, reads.by_calls_in(of.kernel));
+    for (const std::string& line : interface_lines(interface, offset_digits(of.kernel)))
         fmt::print("{}\n", colorize(line, color::dim, colored));
     for (const cost_block& block : of.blocks) {
         if (block.obstacle != cost_obstacle::none) {

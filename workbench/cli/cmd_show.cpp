@@ -45,16 +45,17 @@ struct listed_kernel {
     json blocks; ///< the same in JSON
 };
 
-listed_kernel list(const kernel_set& set, const placed_kernel& kernel, disassembler& disassembler,
-                   const show_options& options, const model_list& models)
+listed_kernel list(const kernel_set& set, const placed_kernel& kernel, argument_reads& reads,
+                   disassembler& disassembler, const show_options& options, const model_list& models)
 {
     listed_kernel listed = {kernel, list_kernel(set, kernel, disassembler, !options.unlinked), {}, {}, {},
                             {}};
     const decoded_kernel code = decode_kernel(kernel);
     const code_map map = map_code(code, find_entries(set, kernel));
-    listed.interface = interface_of(code, map);
+    const callee_reads callees = reads.by_calls_in(kernel);
+    listed.interface = interface_of(code, map, callees);
     if (options.live)
-        listed.live = find_live_registers(code, map);
+        listed.live = find_live_registers(code, map, callees);
     if (models.empty())
         return listed;
     const std::vector<cost_block> blocks = find_cost_blocks(code, map);
@@ -164,6 +165,7 @@ int show(const show_options& options)
         return exit_error;
     const bool colored = use_color(options.common);
     disassembler disassembler;
+    argument_reads reads(read.set);
     // Kernel by kernel, since the listings of all would be many times the size of their dumps.
     std::optional<json_array_document> document;
     if (options.common.format == "json")
@@ -172,7 +174,7 @@ int show(const show_options& options)
     for (const placed_kernel* kernel : select_kernels(read.set, options.kernels, read.had_errors)) {
         std::optional<listed_kernel> listed;
         try {
-            listed.emplace(list(read.set, *kernel, disassembler, options, models));
+            listed.emplace(list(read.set, *kernel, reads, disassembler, options, models));
         } catch (const std::runtime_error& error) {
             print_error(error.what());
             read.had_errors = true;

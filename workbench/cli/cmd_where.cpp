@@ -109,7 +109,8 @@ json to_json(const found_address& found)
 
 class finder {
 public:
-    finder(const common_options& options, read_result& read) : read_(read), colored_(use_color(options))
+    finder(const common_options& options, read_result& read)
+        : read_(read), reads_(read.set), colored_(use_color(options))
     {
         if (options.format == "json")
             document_.emplace("addresses");
@@ -167,11 +168,13 @@ private:
         }
         listed_.kernel = &kernel;
         const decoded_kernel code = decode_kernel(kernel);
-        listed_.interface = interface_of(code, map_code(code, find_entries(read_.set, kernel)));
+        listed_.interface =
+            interface_of(code, map_code(code, find_entries(read_.set, kernel)), reads_.by_calls_in(kernel));
         return &listed_;
     }
 
     read_result& read_;
+    argument_reads reads_;
     bool colored_;
     bool all_found_ = true;
     disassembler disassembler_;

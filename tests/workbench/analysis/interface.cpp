@@ -1,5 +1,6 @@
 #include "workbench/analysis/interface.hpp"
 #include "tests/support/assembled_kernel.hpp"
+#include "tests/support/dumps.hpp"
 #include "workbench/analysis/liveness.hpp"
 
 #include <gtest/gtest.h>
@@ -8,11 +9,18 @@
 
 namespace {
 
+using vorna::workbench::argument_reads;
+using vorna::workbench::callee_reads;
+using vorna::workbench::code_map;
 using vorna::workbench::decode_kernel;
 using vorna::workbench::decoded_kernel;
+using vorna::workbench::find_entries;
+using vorna::workbench::find_kernel;
 using vorna::workbench::find_live_registers;
 using vorna::workbench::interface_of;
 using vorna::workbench::kernel_interface;
+using vorna::workbench::kernel_set;
+using vorna::workbench::make_kernel_set;
 using vorna::workbench::map_code;
 using vorna::workbench::names_of;
 using vorna::workbench::placed_kernel;
@@ -154,6 +162,35 @@ TEST(LiveRegisters, AreThoseThatAreUsedLater)
     EXPECT_EQ(live({"mov x0, #1", "blr x19", "str x20, [x21]", "br x9"}),
               "x19 x20 x21 sp, x0 x19 x20 x21 sp, x0 x9 x20 x21 v0, x0 x9 v0")
         << "arguments are used by a call, and results by a branch to another kernel";
+}
+
+/// The live registers before the first instruction of "k", and what "k" reads, of kernels in text.
+std::string entry_of_k(const std::string& text)
+{
+    const kernel_set set = make_kernel_set(support::kernels_of(text));
+    const placed_kernel& kernel = *find_kernel(set, "k");
+    const decoded_kernel decoded = decode_kernel(kernel);
+    const code_map map = map_code(decoded, find_entries(set, kernel));
+    argument_reads reads(set);
+    const callee_reads callees = reads.by_calls_in(kernel);
+    return joined(names_of(find_live_registers(decoded, map, callees).front())) + "; " +
+           joined(interface_of(decoded, map, callees).reads);
+}
+
+TEST(LiveRegisters, AtCallsAreThoseThatTheCalleeReads)
+{
+    const std::string caller = "kernel k\n mov x3, #1\n mov x19, x4\n bl f\n str x19, [x20]\n ret\n";
+    EXPECT_EQ(entry_of_k(caller), "x4 x20 sp; x4 x20") << "not known: it uses x3, which is set here";
+    EXPECT_EQ(entry_of_k("kernel f\n str d2, [x1]\n ret\n" + caller), "x1 x4 x20 sp v2; x1 x4 x20 v2")
+        << "the callee's arguments are passed through";
+    EXPECT_EQ(entry_of_k("kernel f\n str x3, [x3]\n ret\n" + caller), "x4 x20 sp; x4 x20") << "set here";
+    EXPECT_EQ(entry_of_k("kernel g\n str x5, [x3]\n ret\nkernel f\n mov x9, x30\n bl g\n ret x9\n" + caller),
+              "x4 x5 x20 sp; x4 x5 x20")
+        << "by the callee's callee";
+    EXPECT_EQ(entry_of_k("kernel f\n str x1, [x2]\n br x9\n" + caller), "x4 x20 sp; x4 x20")
+        << "what the callee's callee reads is not known";
+    EXPECT_EQ(entry_of_k("kernel k\n mov x2, #1\n cbz x0, 1f\n bl k\n 1: ret\n"), "x0 x30 sp v0; x0 v0")
+        << "recursion is not known";
 }
 
 } // namespace

@@ -112,7 +112,7 @@ page_cost cost_of(const page_input& input, const entry& one, const decoded_kerne
     return make_page_cost(of, *input.processors, disassembler);
 }
 
-void analyse(const page_input& input, entry& one, disassembler& disassembler)
+void analyse(const page_input& input, entry& one, argument_reads& reads, disassembler& disassembler)
 {
     const kernel_set& set = one.change == change_class::removed ? *input.against : *input.set;
     const decoded_kernel code = decode_kernel(*one.kernel);
@@ -122,7 +122,7 @@ void analyse(const page_input& input, entry& one, disassembler& disassembler)
     if (!one.interface.followed)
         return;
     const code_map map = map_code(code, find_entries(set, *one.kernel));
-    one.interface = interface_of(code, map);
+    one.interface = interface_of(code, map, reads.by_calls_in(*one.kernel));
     if (input.processors != nullptr)
         one.cost = cost_of(input, one, code, map, disassembler);
 }
@@ -134,10 +134,13 @@ model collect(const page_input& input)
     add_entries(model);
     choose_ids(model);
     disassembler disassembler;
+    argument_reads reads(*input.set);
+    argument_reads reads_before(input.against != nullptr ? *input.against : *input.set);
     for (std::size_t i = 0; i < model.entries.size(); ++i) {
         if (input.progress)
             input.progress(i, model.entries.size());
-        analyse(input, model.entries[i], disassembler);
+        entry& one = model.entries[i];
+        analyse(input, one, one.change == change_class::removed ? reads_before : reads, disassembler);
     }
     if (input.profile != nullptr) {
         for (const kernel_profile& kernel : input.profile->kernels)

@@ -24,8 +24,8 @@ Instructions, with the names of what relocations reach and the constants beside 
    +04  d65f03c0  ret
   
   wfta_5  0x10020  32 bytes, 8 instructions; data 0x10040, 24 bytes
-    reads x4, .rodata; writes x3-x5, x30, v1; stack 0 bytes; calls scale;
-    may return otherwise than by x30; max live 3 general (+18), 1 vector (+0c); needs fp-armv8
+    reads x4, v0, .rodata; writes x3-x5, x30, v1; stack 0 bytes; calls scale;
+    may return otherwise than by x30; max live 2 general (+04), 2 vector (+0c); needs fp-armv8
    +00  90000003  adrp  x3, .rodata
    +04  91010063  add   x3, x3, :lo12:.rodata
   .L8:
@@ -40,8 +40,8 @@ As generated, before relocations are applied:
 
   $ vorna-kernels show --unlinked dumps wfta_5
   wfta_5  0x10020  32 bytes, 8 instructions; data 0x10040, 24 bytes
-    reads x4, .rodata; writes x3-x5, x30, v1; stack 0 bytes; calls scale;
-    may return otherwise than by x30; max live 3 general (+18), 1 vector (+0c); needs fp-armv8
+    reads x4, v0, .rodata; writes x3-x5, x30, v1; stack 0 bytes; calls scale;
+    may return otherwise than by x30; max live 2 general (+04), 2 vector (+0c); needs fp-armv8
    +00  90000003  adrp  x3, 0x10000                  ; R_AARCH64_ADR_PREL_PG_HI21 .rodata
    +04  91000063  add   x3, x3, #0                   ; R_AARCH64_ADD_ABS_LO12_NC .rodata
   .L8:

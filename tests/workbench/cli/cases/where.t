@@ -151,7 +151,10 @@ As JSON, and in colour:
           }
         ],
         "interface": {
-          "reads": [],
+          "reads": [
+            "x0",
+            "v0"
+          ],
           "writes": [],
           "saves": [
             "x29",
@@ -164,12 +167,12 @@ As JSON, and in colour:
           "needs": [],
           "live": {
             "general": {
-              "most": 2,
+              "most": 3,
               "offset": 0
             },
             "vector": {
               "most": 1,
-              "offset": 8
+              "offset": 0
             },
             "predicate": {
               "most": 0,
@@ -214,8 +217,8 @@ As JSON, and in colour:
   [1]
   $ vorna-kernels where dumps --color=always 7f0000001020
   \x1b[1m0x7f0000001020\x1b[0m  caller+0x0 (esc)
-  \x1b[2m  saves x29, x30 at cfa-16; stack 16 bytes; spills 1 store, 1 load; calls twice;\x1b[0m (esc)
-  \x1b[2m  max live 2 general (+00), 1 vector (+08)\x1b[0m (esc)
+  \x1b[2m  reads x0, v0; saves x29, x30 at cfa-16; stack 16 bytes; spills 1 store, 1 load; calls twice;\x1b[0m (esc)
+  \x1b[2m  max live 3 general (+00), 1 vector (+00)\x1b[0m (esc)
   \x1b[1m  > +00  a9bf7bfd  stp   x29, x30, [sp, #-16]!\x1b[0m (esc)
       +04  97fffff7  bl    twice
       +08  a8c17bfd  ldp   x29, x30, [sp], #16
