@@ -14,6 +14,7 @@
 #include <fmt/format.h>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 
 namespace vorna::workbench {
@@ -32,7 +33,6 @@ struct show_options {
 /// What the kernel costs on a processor.
 struct listed_cost {
     std::string processor;
-    std::vector<std::string> lines; ///< for each block
     std::vector<std::optional<instruction_latency>> latencies;
 };
 
@@ -42,13 +42,14 @@ struct listed_kernel {
     kernel_interface interface;
     std::vector<register_set> live; ///< before each instruction, if asked for
     std::vector<listed_cost> costs;
+    table costs_of_blocks;
     json blocks; ///< the same in JSON
 };
 
 listed_kernel list(const kernel_set& set, const placed_kernel& kernel, argument_reads& reads,
                    disassembler& disassembler, const show_options& options, const model_list& models)
 {
-    listed_kernel listed = {kernel, list_kernel(set, kernel, disassembler, !options.unlinked), {}, {}, {},
+    listed_kernel listed = {kernel, list_kernel(set, kernel, disassembler, !options.unlinked), {}, {}, {}, {},
                             {}};
     const decoded_kernel code = decode_kernel(kernel);
     const code_map map = map_code(code, find_entries(set, kernel));
@@ -59,11 +60,9 @@ listed_kernel list(const kernel_set& set, const placed_kernel& kernel, argument_
     if (models.empty())
         return listed;
     const std::vector<cost_block> blocks = find_cost_blocks(code, map);
-    for (const auto& model : models) {
-        listed.costs.push_back({model->processor().name,
-                                cost_lines(kernel, code, blocks, *model, disassembler),
-                                latencies_of(code, blocks, *model)});
-    }
+    for (const auto& model : models)
+        listed.costs.push_back({model->processor().name, latencies_of(code, blocks, *model)});
+    listed.costs_of_blocks = cost_table(kernel, code, blocks, models, disassembler);
     listed.blocks = blocks_json(kernel, code, blocks, models, disassembler);
     return listed;
 }
@@ -100,21 +99,27 @@ std::vector<std::string> cost_column(const std::vector<listed_cost>& costs, std:
     return column;
 }
 
+void print_costs(const listed_kernel& listed, bool colored)
+{
+    std::istringstream lines(format_table(listed.costs_of_blocks, "text", false));
+    for (std::string line; std::getline(lines, line);)
+        fmt::print("  {}\n", colorize(line, color::dim, colored));
+    std::string order;
+    for (const listed_cost& cost : listed.costs)
+        order += (order.empty() ? "" : " | ") + cost.processor;
+    fmt::print("  {}\n",
+               colorize("beside the instructions: latency on " + order + ", * on the critical chain",
+                        color::dim, colored));
+}
+
 void print_text(const listed_kernel& listed, bool colored)
 {
     fmt::print("{}\n", colorize(headline(listed.kernel, listed.listing), color::bold, colored));
     const int digits = offset_digits(listed.kernel);
     for (const std::string& line : interface_lines(listed.interface, digits))
         fmt::print("{}\n", colorize(line, color::dim, colored));
-    for (const listed_cost& cost : listed.costs) {
-        for (const std::string& line : cost.lines)
-            fmt::print("  {}\n", colorize(line, color::dim, colored));
-    }
-    if (!listed.costs.empty()) {
-        fmt::print("  {}\n", colorize("latencies beside the instructions, * on the critical chain; " +
-                                          cost_disclaimer(),
-                                      color::dim, colored));
-    }
+    if (!listed.costs.empty())
+        print_costs(listed, colored);
     const std::vector<std::string> live = live_column(listed.live);
     const std::vector<std::string> costs = cost_column(listed.costs, listed.listing.rows.size());
     for (std::size_t i = 0; i < listed.listing.rows.size(); ++i) {

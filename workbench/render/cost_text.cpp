@@ -175,29 +175,40 @@ json blocks_json(const placed_kernel& kernel, const decoded_kernel& code,
     return made;
 }
 
-std::vector<std::string> cost_lines(const placed_kernel& kernel, const decoded_kernel& code,
-                                    const std::vector<cost_block>& blocks, block_models& model,
-                                    disassembler& disassembler)
+table cost_table(const placed_kernel& kernel, const decoded_kernel& code,
+                 const std::vector<cost_block>& blocks, const model_list& models, disassembler& disassembler)
 {
-    std::vector<std::string> lines;
+    table made;
+    made.columns = {{"block"},
+                    {"processor"},
+                    {"cycles", column_kind::number},
+                    {"bound", column_kind::number},
+                    {"limited by"}};
+    made.aligned = true;
+    const auto add = [&](const cost_block& block, const std::string& processor, const block_cost* cost,
+                         const std::string& reason) {
+        table_row row;
+        row.cells = {{block_text(block)},
+                     {processor},
+                     {cost != nullptr ? cycles_text(cost->cycles) : "-"},
+                     {cost != nullptr ? cycles_text(cost->throughput) : "-"},
+                     {cost != nullptr ? cost->limited_by : "not modelled: " + reason}};
+        made.rows.push_back(std::move(row));
+    };
     for (const cost_block& block : blocks) {
-        const std::string head =
-            fmt::format("{}: {}: ", processor_text(model.processor()), block_text(block));
-        std::string reason = obstacle_text(kernel, code, block);
-        if (reason.empty()) {
-            const modelled_block& modelled = model.of(code, block);
-            reason = gap_text(kernel, block, modelled, disassembler);
-            if (reason.empty()) {
-                const block_cost& cost = modelled.cost;
-                lines.push_back(fmt::format("{}{}, bound {}, {}", head, count_cycles(cost.cycles),
-                                            cycles_text(cost.throughput),
-                                            limit_text(kernel, block, cost, disassembler)));
-                continue;
-            }
+        if (block.obstacle != cost_obstacle::none) {
+            add(block, "-", nullptr, obstacle_text(kernel, code, block));
+            continue;
         }
-        lines.push_back(fmt::format("{}not modelled: {}", head, reason));
+        for (const auto& model : models) {
+            const modelled_block& modelled = model->of(code, block);
+            const bool complete = modelled.gap == model_gap::none;
+            add(block, processor_text(model->processor()), complete ? &modelled.cost : nullptr,
+                gap_text(kernel, block, modelled, disassembler));
+        }
     }
-    return lines;
+    made.summary = cost_disclaimer();
+    return made;
 }
 
 std::string unit_name(const std::string& resource)

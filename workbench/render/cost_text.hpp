@@ -5,6 +5,7 @@
 #include "workbench/disasm/disassembler.hpp"
 #include "workbench/kernels/kernel_set.hpp"
 #include "workbench/render/json.hpp"
+#include "workbench/render/table.hpp"
 
 #include <optional>
 #include <string>
@@ -45,10 +46,9 @@ std::vector<std::size_t> chain_instructions(const block_cost& cost);
 json blocks_json(const placed_kernel& kernel, const decoded_kernel& code,
                  const std::vector<cost_block>& blocks, const model_list& models, disassembler& disassembler);
 
-/// "cortex-a55: loop +0x28: 12 cycles, bound 3.5, dependencies, ...": a line for each block.
-std::vector<std::string> cost_lines(const placed_kernel& kernel, const decoded_kernel& code,
-                                    const std::vector<cost_block>& blocks, block_models& model,
-                                    disassembler& disassembler);
+/// The blocks on each processor, for a listing that marks the chains. A block with an obstacle has one row.
+table cost_table(const placed_kernel& kernel, const decoded_kernel& code,
+                 const std::vector<cost_block>& blocks, const model_list& models, disassembler& disassembler);
 
 /// The latency of an instruction, and whether the critical chain of its block goes through it.
 struct instruction_latency {

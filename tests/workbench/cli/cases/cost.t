@@ -147,11 +147,13 @@ Beside a listing:
 
   $ vorna-kernels show dumps scale --cpu=cortex-a55,neoverse-n1 | sed 2,3d
   scale  0x7f0000001000  24 bytes, 6 instructions; called by caller
-    cortex-a55: loop +0x0: 11 cycles, bound 3, dependencies, 8 above the bound: ldr +0x0 > fmul +0x4 > str +0x8 > subs +0xc > 1 more
-    cortex-a55: outside loops: 1 cycle, bound 1, CortexA55UnitB: ret +0x14
-    neoverse-n1: loop +0x0: 9 cycles, bound 1.5, dependencies, 7.5 above the bound: str +0x8 > ldr +0x0 > fmul +0x4 > str +0x8
-    neoverse-n1: outside loops: 1 cycle, bound 1, N1UnitB: ret +0x14
-    latencies beside the instructions, * on the critical chain; estimated by LLVM 19.1.7's scheduling models: code in the first-level cache, branches predicted
+    block          processor    cycles  bound  limited by
+    loop +0x0      cortex-a55   11      3      dependencies
+    loop +0x0      neoverse-n1  9       1.5    dependencies
+    outside loops  cortex-a55   1       1      CortexA55UnitB
+    outside loops  neoverse-n1  1       1      N1UnitB
+    estimated by LLVM 19.1.7's scheduling models: code in the first-level cache, branches predicted
+    beside the instructions: latency on cortex-a55 | neoverse-n1, * on the critical chain
   .L0:
    +00  3dc00000  ldr   q0, [x0]                     |  3* |  5*
    +04  6e67dc00  fmul  v0.2d, v0.2d, v7.2d          |  4* |  3*
