@@ -177,11 +177,10 @@ std::optional<std::size_t> find_earlier_of_same_word(const relocation_site& site
     return std::nullopt;
 }
 
-// Whether the target would be in range of the instruction that is at the offset.
-bool other_kind_reaches(const relocation_site& site, const distant_target& target)
+// Whether the target would be in range of the instruction, if that can be told.
+bool other_kind_reaches(std::uint32_t word, const distant_target& target)
 {
-    const std::optional<std::uint32_t> word = generated_word(site);
-    const relocation_kind* const kind = word ? find_kind_of_instruction(*word) : nullptr;
+    const relocation_kind* const kind = find_kind_of_instruction(word);
     return kind == nullptr || in_range(*kind, relocation_value(*kind, target.S, target.P));
 }
 
@@ -507,10 +506,8 @@ advice advise_range(const relocation_site& site, const distant_target& target)
         return {"the offset " + std::to_string(reloc.offset) + " is not that of an instruction",
                 offset_of_instruction(kind)};
     const std::optional<std::uint32_t> word = generated_word(site);
-    if (word && !is_instruction_of(kind, *word) && other_kind_reaches(site, target)) {
-        if (const auto found = advise_by_instructions(site))
-            return *found;
-    }
+    if (word && !is_instruction_of(kind, *word) && other_kind_reaches(*word, target))
+        return advise_by_instructions(site).value_or(advice{});
     if (!is_aligned(kind, X))
         return advise_misaligned(site);
     if (reloc.addend >= kind.range.greatest / 2 || reloc.addend <= kind.range.least / 2) {

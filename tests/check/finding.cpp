@@ -21,6 +21,7 @@ TEST(FindingId, HasANameOfItsOwn)
         names.insert(name_of(static_cast<finding_id>(id)));
     EXPECT_EQ(names.size(), static_cast<std::size_t>(finding_id::unfollowed) + 1);
     EXPECT_EQ(names.count(""), 0U);
+    EXPECT_STREQ(name_of(static_cast<finding_id>(-1)), "");
 }
 
 } // namespace

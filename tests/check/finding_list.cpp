@@ -53,6 +53,19 @@ TEST_F(FindingList, MergesFindingsWithOneCause)
     EXPECT_EQ(findings[2].message, "message");
 }
 
+TEST_F(FindingList, ListsNoPlaceOfAFindingAboutTheWholeKernel)
+{
+    const auto add_without_offset = [this] {
+        list.add(finding_id::name_map, finding_severity::warning, false, {}, {}, "cause", {"message"});
+    };
+    add_without_offset();
+    add_without_offset();
+    const auto findings = list.take();
+    ASSERT_EQ(findings.size(), 1U);
+    EXPECT_EQ(findings[0].offset, std::nullopt);
+    EXPECT_EQ(findings[0].message, "message");
+}
+
 TEST_F(FindingList, KeepsKernelsApart)
 {
     add(finding_id::range, 4, "cause");

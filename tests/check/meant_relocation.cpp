@@ -144,6 +144,8 @@ TEST(MeantInstruction, IsItsOwnIfThatNeedsARelocation)
     EXPECT_EQ(meant({{a64::adr(0), a64::bl()}, {{"f", 0, BL, 0}}}), "ADR 0");
     EXPECT_EQ(meant({{a64::adr(0), a64::bl()}, {{"f", 0, BL, 0}, {".rodata.k", 0, ADR, 0}}}), "BL 4")
         << "its own has a relocation of its kind";
+    EXPECT_EQ(meant({{a64::adr(0), a64::bl()}, {{"f", 0, BL, 0}, {"g", 0, BL, 0}}}), "ADR 0")
+        << "its own has another relocation of a wrong kind";
     EXPECT_EQ(meant({{a64::bl(), a64::adr(0)}, {{".rodata.k", 0, ADR, 0}}}), "ADR 4")
         << "a BL cannot call constants";
 }

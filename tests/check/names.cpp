@@ -55,7 +55,9 @@ TEST(Names, FindsNamesThatFilesCannotHave)
     EXPECT_EQ(name("a/b"), "name-file ");
     EXPECT_EQ(name("nul" + std::string(1, '\0')), "name-file name-map ");
     EXPECT_EQ(name(""), "name-file name-map ");
+    EXPECT_EQ(name("."), "name-file name-map ");
     EXPECT_EQ(name(".."), "name-file name-map ");
+    EXPECT_EQ(name("..."), "");
     EXPECT_EQ(name(std::string(250, 'k')), "");
     EXPECT_EQ(name(std::string(251, 'k')), "name-file ") << "with .hash";
     EXPECT_EQ(name(std::string(255, 'k')), "name-file ");
@@ -79,7 +81,22 @@ TEST(Names, FindsNamesWhoseFilesCollide)
               "its hash file is the dump of 'wfta.hash'\n");
     EXPECT_EQ(found({kernel("wfta", {ret()}), kernel("WFTA", {ret()})}), "warning WFTA name-collision\n");
     EXPECT_EQ(found({kernel("WFTA", {ret()})}, registry_of("wfta", 0x1000)), "warning WFTA name-collision\n");
+    EXPECT_EQ(messages({kernel("WFTA", {ret()}), kernel("Wfta", {ret()})}),
+              "the name differs from 'WFTA' in case only\n");
+    EXPECT_EQ(found({kernel("WFTA", {ret()}), kernel("WFT", {ret()})}), "");
     EXPECT_EQ(found({kernel("wfta.hash", {ret()}), kernel("wfta_", {ret()})}), "");
+}
+
+TEST(Names, OfFilesMayBeAddedTwice)
+{
+    file_names names;
+    names.add("WFTA");
+    names.add("WFTA");
+    finding_list findings;
+    names.check("WFTA", findings);
+    EXPECT_TRUE(findings.take().empty());
+    names.check("wfta", findings);
+    ASSERT_EQ(findings.take().size(), 1U);
 }
 
 } // namespace

@@ -155,6 +155,7 @@ TEST(Relocation, NamesAKernelOrItsOwnConstants)
     EXPECT_EQ(resolve_target(kernel, ".rodata", find).state, where::nowhere) << "a kernel's name";
     EXPECT_TRUE(is_own_data("", ".rodata."));
     EXPECT_FALSE(is_own_data("k", ".rodata.kk"));
+    EXPECT_FALSE(is_own_data(".rodata", ".rodata"));
 }
 
 TEST(Relocation, NeedsAWholeWordInTheCode)
