@@ -1,5 +1,6 @@
 #include "tests/support/child.hpp"
 
+#include "tests/support/coverage.hpp"
 #include "tests/support/temp_directory.hpp"
 
 #include <algorithm>
@@ -61,6 +62,7 @@ void remove_emulator_report(std::string& err)
 void prepare_child(const child_options& options, const std::filesystem::path& directory)
 {
     prepare_for_crashes();
+    hand_over_coverage_at_crashes();
     alarm(options.time_limit_seconds);
 
     for (const char* name : {"VORNA_WFTA_PERF", "VORNA_WFTA_DUMP_KERNEL", "VORNA_WFTA_CHECK_HASH"}) {
@@ -90,6 +92,7 @@ void prepare_child(const child_options& options, const std::filesystem::path& di
         status = child_exception_thrown;
     }
     std::fflush(nullptr);
+    hand_over_coverage();
     _exit(status);
 }
 
@@ -131,6 +134,7 @@ child_result run_in_child(const std::function<void()>& body, const child_options
             throw_errno("waitpid");
         }
     }
+    take_over_coverage();
     child_result child = {pid, WIFEXITED(status) ? WEXITSTATUS(status) : -1,
                           WIFSIGNALED(status) ? WTERMSIG(status) : 0, contents(out.get()),
                           contents(err.get())};
@@ -163,7 +167,10 @@ void at_abort(std::function<void()> look)
 {
     look_at_abort = std::move(look);
     // abort() continues after a handler that returns. It raises the signal itself, without holding a lock.
-    std::signal(SIGABRT, [](int) { look_at_abort(); });
+    std::signal(SIGABRT, [](int) {
+        look_at_abort();
+        hand_over_coverage();
+    });
 }
 
 void expect_abort(const std::function<void()>& body, const std::string& err)
