@@ -4,7 +4,6 @@
 #include "tests/support/a64.hpp"
 #include "tests/support/dumps.hpp"
 #include "tests/support/random_seed.hpp"
-#include "tests/support/tool.hpp"
 #include "workbench/disasm/decoded_kernel.hpp"
 #include "workbench/image/elf_image.hpp"
 #include "workbench/kernels/linking.hpp"
@@ -319,75 +318,6 @@ TEST(Listing, AcceptsAnySet)
             ASSERT_THAT(error.what(), HasSubstr("so far apart"));
         }
     }
-}
-
-class ShowCommand : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        const std::vector<std::uint32_t> words = {a64::cbz(0, 2), a64::bl(), a64::adr(3), a64::ldr(1, 3)};
-        write_file(directory.path() / "dumps",
-                   dump_of({placed("caller", 0x10000, words,
-                                   {{"odd\n\xff", 4, R_AARCH64_CALL26, 0},
-                                    {".rodata.caller", 8, R_AARCH64_ADR_PREL_LO21, 0}},
-                                   {7, 0, 0, 0, 0, 0, 0, 0}, 0x10040),
-                            placed("odd\n\xff", 0x10020, {a64::ret()}, {}, {}, 0x10048)}));
-    }
-
-    [[nodiscard]] child_result show(std::vector<std::string> arguments) const
-    {
-        arguments.insert(arguments.begin(), {VORNA_KERNELS, "show", "dumps"});
-        return run_tool(std::move(arguments), directory.path());
-    }
-
-    temp_directory directory;
-};
-
-TEST_F(ShowCommand, PrintsEachKernel)
-{
-    const child_result show = this->show({});
-    EXPECT_EQ(show.exit_status, 0);
-    EXPECT_EQ(show.err, "");
-    EXPECT_EQ(show.out, "caller  0x10000  16 bytes, 4 instructions; data 0x10040, 8 bytes\n"
-                        "  reads x0, .rodata; stack 0 bytes; calls odd\\n\\xff; max live 1 general (+00)\n"
-                        " +00  b4000040  cbz   x0, .L8\n"
-                        " +04  94000007  bl    odd\\n\\xff\n"
-                        ".L8:\n"
-                        " +08  100001c3  adr   x3, .rodata\n"
-                        " +0c  f9400061  ldr   x1, [x3]                     ; .rodata  7\n"
-                        "\n"
-                        "odd\\n\\xff  0x10020  4 bytes, 1 instruction; called by caller\n"
-                        "  stack 0 bytes; max live 1 general (+00)\n"
-                        " +00  d65f03c0  ret\n");
-    EXPECT_THAT(this->show({"caller", "--color=always"}).out, HasSubstr("\x1b[32m; .rodata  7\x1b[0m\n"));
-    EXPECT_THAT(this->show({"caller", "--unlinked"}).out, HasSubstr(" +04  94000000  bl    0x10004  "));
-}
-
-TEST_F(ShowCommand, SuggestsTheNearestNameForAnUnknownOne)
-{
-    const child_result show = this->show({"calle", "caller"});
-    EXPECT_EQ(show.exit_status, 2);
-    EXPECT_EQ(show.err, "vorna-kernels: no kernel calle in the dumps; did you mean caller?\n");
-    EXPECT_THAT(show.out, testing::StartsWith("caller  0x10000"));
-}
-
-TEST_F(ShowCommand, ListsTheOthersIfAKernelIsTooLarge)
-{
-    write_file(directory.path() / "large",
-               dump_of({placed_bytes("large", 0x1000000, largest_decoded_code + 4, 0x10000000)}));
-    const child_result show = run_tool({VORNA_KERNELS, "show", "."}, directory.path());
-    EXPECT_EQ(show.exit_status, 2);
-    EXPECT_EQ(show.err, "vorna-kernels: large: 4194308 bytes of code, more than is listed\n");
-    EXPECT_THAT(show.out, HasSubstr("caller  0x10000"));
-}
-
-TEST_F(ShowCommand, SaysThatThereAreNoDumps)
-{
-    std::filesystem::create_directory(directory.path() / "none");
-    const child_result show = run_tool({VORNA_KERNELS, "show", "none"}, directory.path());
-    EXPECT_EQ(show.exit_status, 2);
-    EXPECT_EQ(show.out, "");
-    EXPECT_EQ(show.err, "vorna-kernels: none: no dumps found\n");
 }
 
 } // namespace

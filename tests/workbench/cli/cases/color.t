@@ -18,6 +18,19 @@ Not in a file or a pipe, unless asked for:
   \x1b[2m  stack 0 bytes; max live 1 general (+00)\x1b[0m (esc)
    +00  d65f03c0  ret
 
+Comments are coloured:
+
+  $ make_dumps commented <<'END'
+  > kernel seven
+  >     adr x3, .rodata
+  >     ldr x1, [x3]
+  >     ret
+  >     .section .rodata
+  >     .quad 7
+  > END
+  $ vorna-kernels show --color=always commented | grep ldr
+   +04  f9400061  ldr   x1, [x3]                     \x1b[32m; .rodata  7\x1b[0m (esc)
+
 On a terminal, unless the environment forbids it:
 
   $ on_terminal() { script -qec "env -u TERM -u NO_COLOR $* vorna-kernels show dumps" /dev/null </dev/null | sed 's/\r//; 1q'; }

@@ -210,3 +210,18 @@ A kernel that is not there:
   $ vorna-kernels show dumps wfta5
   vorna-kernels: no kernel wfta5 in the dumps; did you mean wfta_5?
   [2]
+
+A kernel that is too large does not keep the others from being listed:
+
+  $ make_dumps large <<'END'
+  > kernel large
+  >     .fill 0x100001, 4, 0xd503201f
+  > kernel small
+  >     ret
+  > END
+  $ vorna-kernels show large
+  vorna-kernels: large: 4194308 bytes of code, more than is listed
+  small  0x410020  4 bytes, 1 instruction
+    stack 0 bytes; max live 1 general (+00)
+   +00  d65f03c0  ret
+  [2]
