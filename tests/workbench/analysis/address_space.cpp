@@ -101,6 +101,69 @@ TEST(AddressSpaces, KeepTheSamplesOfMemoryThatMergesWithItsNeighbour)
     EXPECT_EQ(counts(spaces), pair(1, 0));
 }
 
+TEST(AddressSpaces, KeepSamplesWhenTheProtectionChanges)
+{
+    address_spaces spaces(two_mappings());
+    spaces.map(kernels_at(5, 0x10000));
+    spaces.add_sample(sample_at(5, 0x10000), 0);
+    spaces.map({5, 0x10000, 0x11000, true, true, false}); // no longer writable
+    spaces.map({5, 0x10000, 0x11000, true, false, true}); // no longer executable
+    spaces.map(kernels_at(5, 0x30000));
+    spaces.add_sample(sample_at(5, 0x10000), 0);
+    EXPECT_EQ(counts(spaces), pair(2, 0));
+}
+
+TEST(AddressSpaces, DropTheSamplesOfMemoryThatIsPartOfAMapping)
+{
+    for (const auto& [begin, end] : {pair(0x10000, 0x10400), pair(0x10400, 0x11000)}) {
+        address_spaces spaces(two_mappings());
+        spaces.map({5, begin, end, true, true, true}); // the kernels' memory begins and ends elsewhere
+        spaces.add_sample(sample_at(5, begin), 0);
+        spaces.map({5, 0x10000, 0x12000, true, true, true});
+        spaces.map(kernels_at(5, 0x30000));
+        EXPECT_EQ(counts(spaces), pair(0, 0)) << begin;
+    }
+}
+
+TEST(AddressSpaces, DoNotCountAProcessWithSomeOfTheKernels)
+{
+    address_spaces spaces(two_mappings());
+    for (const std::int32_t pid : {5, 6}) {
+        spaces.map(kernels_at(pid, 0x10000));
+        spaces.add_sample(sample_at(pid, 0x10000), 0);
+    }
+    spaces.map(kernels_at(6, 0x30000));
+    EXPECT_EQ(counts(spaces), pair(1, 0));
+}
+
+TEST(AddressSpaces, DropTheSamplesOfSharedMemoryThatOneProcessReplaces)
+{
+    address_spaces spaces(two_mappings());
+    spaces.map(kernels_at(5, 0x10000));
+    spaces.add_sample(sample_at(5, 0x10000), 0);
+    spaces.fork({6, 5});
+    spaces.map({6, 0x10000, 0x11000, false, true, false}); // a file
+    spaces.map(kernels_at(5, 0x30000)); // so the process that keeps the memory does not have the kernels
+    EXPECT_THROW(spaces.finish(), std::runtime_error);
+    spaces.map(kernels_at(6, 0x10000));
+    spaces.map(kernels_at(6, 0x30000));
+    EXPECT_EQ(counts(spaces), pair(0, 0));
+}
+
+TEST(AddressSpaces, BoundTheCostOfMappings)
+{
+    std::vector<placed_kernel> kernels;
+    for (std::uint64_t i = 0; i < 2000; ++i)
+        kernels.push_back({"k", i << 20, std::vector<std::uint8_t>(4), (i << 20) + 0x800, {}, {}, 0, ""});
+    const kernel_set set = make_kernel_set(std::move(kernels));
+    address_spaces spaces(set);
+    const auto map_everything = [&] {
+        for (int i = 0; i < 10'000; ++i)
+            spaces.map({5, 0, std::uint64_t{1} << 32, true, true, true});
+    };
+    EXPECT_THROW(map_everything(), std::runtime_error);
+}
+
 TEST(AddressSpaces, CountTheMappingsOfAProcess)
 {
     address_spaces spaces(two_mappings());

@@ -104,6 +104,8 @@ TEST(CommonSequence, OfVeryDifferentSequencesPairsWhatItFinds)
     std::iota(before.begin(), before.end(), 0);
     elements after = before;
     std::shuffle(after.begin() + 100, after.begin() + 10'000, random);
+    before.push_back(1'000'000); // so the second half is not the sequences' common end
+    after.push_back(2'000'000);
     const common_sequence common = find_common_sequence(before, after);
     expect_common(common, before, after);
     EXPECT_FALSE(common.complete);
