@@ -273,6 +273,8 @@ private:
         const std::string name = flags ? "the condition flags" : name_of_whole(fact.part);
         const instruction& at = code_.instructions[fact.index];
         std::string what = at.is_call() ? "calls a kernel that reads " + name : "reads " + name;
+        if (fact.source)
+            what += ", which comes from " + name_of_whole(*fact.source);
         const bool after_call = fact.changed && code_.instructions[*fact.changed].is_call();
         const std::string lacks =
             !fact.whole ? fmt::format("part of which {}",
@@ -283,7 +285,8 @@ private:
             : fact.everywhere
                 ? std::string("which nothing has set")
                 : fmt::format("which {} not set on every way{}", flags ? "are" : "is", way_text(fact.way));
-        const bool saved = preserved_registers()[register_of_part(fact.part)] && !after_call;
+        const register_part unset = fact.source.value_or(fact.part);
+        const bool saved = preserved_registers()[register_of_part(unset)] && !after_call;
         std::string help = flags ? "set them before, with SUBS or another instruction that sets flags"
                            : after_call
                                ? "keep the value in a register that calls preserve, or in the stack frame"

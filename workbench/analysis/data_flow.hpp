@@ -68,10 +68,11 @@ struct flow_fact {
     register_part part = 0;
     bool certain = true; ///< on every way that leads there; otherwise on `way`, if known
     std::optional<branch_way> way;
-    std::optional<std::size_t> changed; ///< the instruction that set the part before, or the call
-    bool everywhere = true;             ///< on every way, but perhaps without consequences
-    bool whole = true;                  ///< all of what is read; otherwise some bytes
-    std::int64_t offset = 0;            ///< for frame accesses: bytes from SP at entry
+    std::optional<std::size_t> changed;  ///< the instruction that set the part before, or the call
+    std::optional<register_part> source; ///< whose value at entry it has, perhaps plus a constant, if another
+    bool everywhere = true;              ///< on every way, but perhaps without consequences
+    bool whole = true;                   ///< all of what is read; otherwise some bytes
+    std::int64_t offset = 0;             ///< for frame accesses: bytes from SP at entry
     std::int64_t size = 0;
     unfollowed_reason reason = unfollowed_reason::none;
 };

@@ -33,7 +33,7 @@ void use(function_context& f, register_part part, uint8_t bytes, bool always_war
     if (part == stack_pointer)
         return;
     const value& v = f.state.parts[part];
-    if (is_initial(v) && v.offset == 0 && v.scale == 0)
+    if (is_initial(v) && (v.what != stack_pointer || (v.offset == 0 && v.scale == 0)))
         f.reads.set(v.what);
     const uint8_t missing = missing_of(f, v) & bytes;
     if (missing == 0)
@@ -59,6 +59,8 @@ void use(function_context& f, register_part part, uint8_t bytes, bool always_war
         fact->way = way;
         if (v.last != no_index)
             fact->changed = v.last;
+        if (is_initial(v) && v.what != part)
+            fact->source = v.what;
     }
 }
 

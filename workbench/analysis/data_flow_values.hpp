@@ -110,7 +110,7 @@ const part_set& given_parts();
 /// The bytes of a value that nothing set.
 inline uint8_t missing_of(const value& v, bool all_given)
 {
-    if (is_initial(v) && v.offset == 0 && v.scale == 0 && !all_given && !given_parts()[v.what])
+    if (is_initial(v) && !all_given && !given_parts()[v.what])
         return 0xff;
     return v.missing;
 }

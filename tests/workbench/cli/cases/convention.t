@@ -200,6 +200,10 @@ What is read before it is set:
   > kernel reads_a_saved_register
   >     add x0, x0, x19
   >     ret
+  > kernel reads_a_sum_with_a_saved_register
+  >     sub x9, x19, #8
+  >     str x9, [x0]
+  >     ret
   > kernel reads_after_a_call
   >     stp x29, x30, [sp, #-16]!
   >     mov x9, #1
@@ -264,6 +268,9 @@ What is read before it is set:
   reads_a_saved_register+0x0: error: reads x19, which nothing has set [reads-unset]
       8b130000  add x0, x0, x19
       help: set it before: here it has a value of the caller's
+  reads_a_sum_with_a_saved_register+0x4: error: reads x9, which comes from x19, which nothing has set [reads-unset]
+      f9000009  str x9, [x0]
+      help: set it before: here it has a value of the caller's
   reads_after_a_call+0xc: warning: reads x9, which the call at +0x8 may have changed [reads-unset]
       8b090000  add x0, x0, x9
       help: keep the value in a register that calls preserve, or in the stack frame
@@ -285,7 +292,7 @@ What is read before it is set:
   sets_flags_on_one_way+0x8: warning: reads the condition flags, which are not set on every way, by the branch at +0x0, taken [reads-flags-unset]
       9a9f17e0  cset x0, eq
       help: set them before, with SUBS or another instruction that sets flags
-  14 kernels, 5 relocations: 3 errors, 10 warnings
+  15 kernels, 5 relocations: 4 errors, 10 warnings
   [1]
 
 Internal kernels, of which a call reads x9, and one that cannot be followed:
