@@ -23,6 +23,13 @@ Registers that the caller keeps:
   >     cbz x0, 1f
   >     mov x19, x9
   > 1:  ret
+  > kernel restores_on_the_other_way
+  >     mov x9, x19
+  >     mov x19, x0
+  >     cbz x0, 1f
+  >     b 2f
+  > 1:  mov x19, x9
+  > 2:  ret
   > kernel leaves_by_a_branch
   >     fmov d8, x0
   >     adrp x9, restores_on_one_way
@@ -45,6 +52,9 @@ Registers that the caller keeps:
   restores_on_one_way+0x4: error: changes x19, which is not restored at the return at +0x10, by the branch at +0x8, taken [abi-callee-saved]
       aa0003f3  mov x19, x0
       help: save x19 before and restore it from there, or use one of x9 to x15
+  restores_on_the_other_way+0x4: error: changes x19, which is not restored at the return at +0x14, by the branch at +0x8, not taken [abi-callee-saved]
+      aa0003f3  mov x19, x0
+      help: save x19 before and restore it from there, or use one of x9 to x15
   leaves_by_a_branch+0x0: error: changes d8, which is not restored at the branch to another kernel at +0xc [abi-callee-saved]
       9e670008  fmov d8, x0
       help: save d8 before and restore it from there, or use one of v16 to v31
@@ -54,7 +64,7 @@ Registers that the caller keeps:
   with_scalable_registers+0x8: warning: changes z16, which is not restored at the return at +0xc [abi-callee-saved]
       05e03810  mov z16.d, x0
       help: save z16 before and restore it from there, or use one of z24 to z31
-  5 kernels, 2 relocations: 4 errors, 1 warning
+  6 kernels, 2 relocations: 5 errors, 1 warning
   [1]
 
 SP:
