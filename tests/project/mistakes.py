@@ -74,7 +74,8 @@ def unescaped(string):
 class Literals:
     """The texts of a C++ source. Literals side by side or joined by + are one text, with VALUE for what is between.
 
-    texts has (text, line, whether it is an error's, the test that it is in or None).
+    texts has (text, line, whether it is an error's, the test that it is in or None). What is streamed is left out: in a
+    test it explains a failure.
     """
 
     def __init__(self, source):
@@ -92,8 +93,8 @@ class Literals:
     def joined(self):
         return "".join(text for text, _, _, _ in self.texts)
 
-    def add(self, segment, begin):
-        if not any(segment):
+    def add(self, segment, begin, streamed=False):
+        if not any(segment) or streamed:
             return
         text = "".join(VALUE if part is None else part for part in segment)
         is_error = self.thrown or "fail" in self.calls or "print_error" in self.calls
@@ -109,7 +110,7 @@ class Literals:
 
     def read_group(self, closing):
         """Reads to the closing bracket. Returns the last text in it as (parts, where it begins)."""
-        segment, begin, word, test = [], 0, None, None
+        segment, begin, word, test, streamed = [], 0, None, None, False
         while self.at < len(self.tokens):
             token = self.tokens[self.at]
             self.at += 1
@@ -122,8 +123,8 @@ class Literals:
             elif value == closing:
                 return segment, begin
             elif value == "{":
-                self.add(segment, begin)
-                segment = []
+                self.add(segment, begin, streamed)
+                segment, streamed = [], False
                 outer, self.test = self.test, self.test or test
                 self.add(*self.read_group("}"))
                 self.test, test, word, self.thrown = outer, None, None, False
@@ -143,8 +144,8 @@ class Literals:
                     test = ".".join(name[0] for name in self.tokens[first : self.at - 1] if name["word"])
                 word = None
             elif value in SEPARATORS:
-                self.add(segment, begin)
-                segment, word = [], None
+                self.add(segment, begin, streamed)
+                segment, word, streamed = [], None, value == "<<"
                 self.thrown = value == "throw" or (self.thrown and value != ";")
             elif value == "+":
                 word = None

@@ -150,6 +150,17 @@ A call to a mapping at the other end of the address space, from one that the dum
   help: finalise both in one set, or sets that refer to each other close in time
   1 report
 
+An assertion that no relocation of the dumps explains:
+
+  $ make_log target_addr
+  $ vorna-kernels explain log --dumps twice
+  error: a relocation: the target's address is null [null-target]
+    --> k (log:1)
+  note: the last dump written
+  note: the target's set had neither code nor constants, its mapping failed, or the host registered null
+  help: run it again in an empty directory with VORNA_WFTA_DUMP_KERNEL= set, and give that directory with --dumps
+  1 report
+
 More reports than are explained:
 
   $ for i in $(seq 1001); do cat log; done > many
@@ -203,6 +214,14 @@ An address that is not aligned:
     > +08  f90003e0  str   x0, [sp]
   note: SP is 0x5502841008, not a multiple of 16, which every access through it requires
   help: keep SP a multiple of 16 from entry to return
+
+A null pointer in an atomic access:
+
+  $ crash SIGSEGV 0x0000005502d5e000 'x2             0x8                8'
+  error: SIGSEGV at first+0x0: ldadd x0, x1, [x2]
+    > +00  f8200041  ldadd x0, x1, [x2]
+  note: 8-byte atomic access through x2
+  note: the address is 0x8: a null pointer in x2
 
 What is left of the code is not an instruction:
 

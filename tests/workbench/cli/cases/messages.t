@@ -36,6 +36,40 @@ dumps of two runs.
   vorna-kernels: dumps of more than one run or registry: first+0x0 [unhandled-type] and second+0x0 [unhandled-type] would each have ended the process; use a directory for each
   [2]
 
+A store that must be aligned, and a load through the page of an ADRP:
+
+  $ make_dumps accesses <<'END'
+  > kernel before
+  >     ret
+  >     .section .rodata
+  >     .word 1
+  > kernel stores
+  >     adr x9, .rodata
+  >     stlr x0, [x9]
+  >     ret
+  >     .section .rodata
+  >     .quad 1
+  > kernel through_the_page
+  >     adrp x9, .rodata
+  >     ldr x0, [x9, #8]
+  >     add x9, x9, :lo12:.rodata
+  >     ret
+  >     .section .rodata
+  >     .quad 1, 2
+  > END
+  $ vorna-kernels check accesses
+  stores+0x4: warning: 8-byte store to the kernel's constants at .rodata [writes-constants]
+      c89ffd20  stlr x0, [x9]
+      help: write to memory that the caller passes: constants are shared by all executions
+  stores+0x4: error: 8-byte store to an address that is 4-aligned, which faults on processors without FEAT_LSE2 [data-alignment]
+      c89ffd20  stlr x0, [x9]
+      help: data blocks are packed: make the length of every block of the set a multiple of 8
+  through_the_page+0x4: error: 8-byte load through the page of '.rodata.through_the_page', which no ADD completes [outside-constants]
+      f9400520  ldr x0, [x9, #8]
+      help: add R_AARCH64_ADD_ABS_LO12_NC with the same target and addend: no relocation completes a load or a store
+  3 kernels, 3 relocations: 2 errors, 1 warning
+  [1]
+
 `link` of kernels of one name:
 
   $ make_dumps same <<'END'
@@ -117,6 +151,15 @@ The classes of changed kernels in a report:
   "the same constants at other offsets"
   "the same instructions in another order"
   "the same instructions with other registers"
+
+A finding in a kernel without a name:
+
+  $ printf 'kernel \nmov x19, x0\nret\n' | make_dumps unnamed
+  $ vorna-kernels report unnamed -o page.html > /dev/null
+  $ grep -o '"place":"[^"]*"' page.html
+  "place":"(no name)"
+  "place":"(no name)"
+  "place":"(no name)+0x0"
 
 Two kernels that differ too much for a shortest diff:
 
