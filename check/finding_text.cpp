@@ -240,6 +240,8 @@ const char* summary_of(finding_id id)
         return "field not zero";
     case finding_id::range:
         return "out of range";
+    case finding_id::opcode:
+        return "another instruction";
     case finding_id::call_bit_25:
         return "leads elsewhere: the top bit of the BL's field was set";
     default:
