@@ -597,6 +597,7 @@ class Page(unittest.TestCase):
                     .filter((cell, index) => index % 2 === at && cell.offsetWidth)
                     .map((cell) => Math.round(cell.getBoundingClientRect().right)))])""")
             self.assertEqual([len(right) for right in edges], [1, 1], width)
+            self.assertRegex(self.value("document.querySelector('#gather .sides').innerText"), r"a55\s+a72\s*$")
             texts = self.run_script("""
                 return new Set([...document.querySelectorAll('#gather .line:not(.sides) .text')].filter((text) =>
                     text.offsetWidth && (innerWidth > 800 ? text.closest('.after') : true)).map((text) => {

@@ -199,7 +199,7 @@ function drawRows(kernel, listing, article, unfolded) {
 
     const {lanes} = arrows;
     const headed = before || (listing.latencies && processors.length > 1);
-    const table = make('div', {class: `rows${before ? ' compared' : ''}${headed ? ' headed' : ''}${heat ? ' heated' : ''}`});
+    const table = make('div', {class: `rows${before ? ' compared' : ''}${headed ? ' headed' : ''}${listing.latencies ? ' costed' : ''}${heat ? ' heated' : ''}`});
     const widest = (texts, most) => Math.min(most, texts.reduce((width, text) => Math.max(width, text?.length ?? 0), 0));
     const latencyWidth = widest(processors.map(({name}) => shortName(name)), 8) + 2;
     const style = {
