@@ -50,8 +50,9 @@ if [ "$workbench" = ON ]; then
             complete_words vorna-kernels ""
             complete_words vorna-kernels show --form
             complete_words vorna-kernels show --format js
+            complete_words vorna-kernels check --cpu neoverse-n1
             complete_words vorna-kernels baseline ""
             complete_words vorna-kernels baseline bless --li' - "$work/debian/usr/share/bash-completion/completions/vorna-kernels")
-        [ "$offered" = "${commands//$'\n'/ }"$'\n--format\njson\ncheck bless\n--listing' ] || fail "completion offers: $offered"
+        [ "$offered" = "${commands//$'\n'/ }"$'\n--format\njson\nneoverse-n1\ncheck bless\n--listing' ] || fail "completion offers: $offered"
     fi
 fi

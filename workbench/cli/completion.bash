@@ -29,8 +29,9 @@ _vorna_kernels() {
     fi
     if [[ $prev == --cpu ]]; then # one processor, or several separated by commas
         values=$("$1" $command --cpu=help 2>/dev/null | sed 's/ .*//')
+        [[ $command == check ]] || values+=" native"
         # shellcheck disable=SC2207
-        COMPREPLY=($(compgen -P "${cur%"${cur##*,}"}" -W "$values native" -- "${cur##*,}"))
+        COMPREPLY=($(compgen -P "${cur%"${cur##*,}"}" -W "$values" -- "${cur##*,}"))
         return
     fi
     if [[ $cur == -* ]]; then
