@@ -89,3 +89,21 @@ configure "$root" -D CMAKE_CXX_COMPILER="$work/c++17" -D VORNA_WFTA_TESTS=OFF -D
 grep -q '^-- The workbench is left out, since this compiler and its library lack C++20: .*[0-9] (VORNA_WFTA_WORKBENCH)$' \
     "$work/output" || fail "without C++20: $(cat "$work/output")"
 ! ninja -C "$work/build" -t targets all | grep -q '^vorna-kernels' || fail "without C++20: has a workbench"
+
+# LLVM without its machine-code analyser: the workbench is built without cost, and a line says so.
+configure "$root" -D VORNA_WFTA_TESTS=OFF -D VORNA_WFTA_EXAMPLES=OFF || fail "the workbench: $(cat "$work/error")"
+llvm_config=$(sed -n 's/^LLVM_CONFIG:FILEPATH=//p' "$work/build/CMakeCache.txt")
+cat >"$work/llvm-config" <<EOF2
+#!/bin/sh
+case " \$* " in *" mca "*) exit 1 ;; esac
+exec $llvm_config "\$@"
+EOF2
+chmod +x "$work/llvm-config"
+configure "$root" -D LLVM_CONFIG="$work/llvm-config" -D VORNA_WFTA_TESTS=OFF -D VORNA_WFTA_EXAMPLES=OFF ||
+    fail "without libLLVMMCA: $(cat "$work/error")"
+grep -q '^-- The workbench is built without cost, since LLVM [0-9.]* has no usable libLLVMMCA$' "$work/output" ||
+    fail "without libLLVMMCA: $(cat "$work/output")"
+targets=$(ninja -C "$work/build" -t targets all)
+grep -q '^vorna-kernels:' <<<"$targets" || fail "without libLLVMMCA: no workbench"
+grep -q 'vorna_workbench.dir/disasm/no_pipeline_model\.cpp\.o:' <<<"$targets" || fail "without libLLVMMCA: no substitute"
+! grep -q '/pipeline_[a-z]*\.cpp\.o:' <<<"$targets" || fail "without libLLVMMCA: has what includes its headers"
