@@ -69,8 +69,8 @@ TEST(RunChild, SaysWhatItCannotOpen)
             }
         }
     });
-    EXPECT_THAT(child.err, testing::HasSubstr("pipe: Too many open files\n"));
-    EXPECT_THAT(child.err, testing::HasSubstr("temporary file: Too many open files\n"));
+    EXPECT_THAT(child.err, testing::StartsWith("pipe: Too many open files\n"));
+    EXPECT_THAT(child.err, testing::HasSubstr("\ntemporary file: Too many open files\n"));
 }
 
 TEST(RunChild, EndsTheProgramWhenTheReaderThrows)

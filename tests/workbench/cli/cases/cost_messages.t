@@ -35,6 +35,8 @@ What `cost` does not model:
   loop +0x0: 3 instructions, not modelled: calls another function at +0x0
   $ vorna-kernels cost modelled not_an_instruction --explain --cpu=cortex-a55 | grep ': all'
   cortex-a55: all: not an instruction at +0x0
+  $ vorna-kernels show modelled calls_a_register --cpu=cortex-a55 | grep 'not modelled'
+    loop +0x0      -           -       -      not modelled: calls another function at +0x0
   $ make_dumps nested <<'END'
   > kernel nested
   >     .rept 65

@@ -105,6 +105,7 @@ A profile in which nothing is found:
 
 Code, relocations and constants that have all changed since the baseline:
 
+  $ unset CI
   $ vorna-kernels baseline bless FILE dumps --all > /dev/null
   $ make_dumps dumps <<'END'
   > mapping 0x20000
@@ -117,6 +118,12 @@ Code, relocations and constants that have all changed since the baseline:
   $ vorna-kernels baseline check FILE dumps | grep later
   FILE:2: later: code, relocations and constants changed, 1 -> 2 instructions
   to accept: vorna-kernels baseline bless FILE dumps later
+
+`bless` of a name that is misspelt:
+
+  $ vorna-kernels baseline bless FILE dumps lather
+  vorna-kernels: no kernel lather in the baseline or the dumps; did you mean later?
+  [2]
 
 What `explain` advises if qemu reported the signal:
 
