@@ -115,6 +115,8 @@ bool solve(function_context& f)
         if (!transfer_block(f, *f.blocks[f.block].in))
             continue;
         for (const uint32_t to : f.blocks[f.block].after) {
+            if (!may_continue_at(f, to))
+                continue;
             flow_block& target = f.blocks[to];
             const bool reached = target.in != nullptr;
             if (!reached)
@@ -155,6 +157,8 @@ kernel_flow follow_function(kernel_context& kernel, size_t entry, bool all_given
     result.effect.reads = result.reads = f.reads;
     result.effect.changes = f.changes;
     result.effect.sets = f.changes & ~f.unset;
+    result.effect.may_read = f.may_read & ~f.reads;
+    result.effect.returns = !result.exits.empty();
     result.effect.followed = result.effect.followed && result.followed &&
                              std::all_of(result.exits.begin(), result.exits.end(), keeps_place);
     return result;
@@ -163,11 +167,18 @@ kernel_flow follow_function(kernel_context& kernel, size_t entry, bool all_given
 bool transfer_block(function_context& f, const flow_state& in)
 {
     f.state = in;
+    f.taken.reset();
     for (f.index = f.blocks[f.block].begin; f.index < f.blocks[f.block].end; ++f.index) {
         if (!transfer(f))
             return false;
     }
     return true;
+}
+
+bool may_continue_at(const function_context& f, uint32_t next)
+{
+    const flow_block& block = f.blocks[f.block];
+    return !f.taken || *f.taken == (f.blocks[next].begin != block.end) || block.after.size() == 1;
 }
 
 flow_fact* add_fact(function_context& f, flow_event event, register_part part)

@@ -18,7 +18,9 @@ struct call_effect {
     part_set reads;       ///< uses the value
     part_set changes;     ///< leaves another value
     part_set sets;        ///< of `changes`: with a value that the caller may use
+    part_set may_read;    ///< may use the value, which is lost where ways join
     bool followed = true; ///< this is all
+    bool returns = true;
     bool stores_in_callers_frame = false;
 };
 

@@ -86,6 +86,12 @@ void apply(function_context& f, const call_effect& effect)
     for (size_t part = 0; part < part_count; ++part) {
         if (effect.reads[part])
             use(f, static_cast<register_part>(part));
+        if (effect.may_read[part]) {
+            const part_set reads = f.reads;
+            use(f, static_cast<register_part>(part), 0xff, true);
+            f.may_read |= f.reads & ~reads;
+            f.reads = reads;
+        }
     }
     const bool standard = &effect == &standard_effect();
     bool passes = false;
@@ -251,12 +257,13 @@ bool call(function_context& f, const instruction& at)
     call_effect without_link = *effect;
     if (effect != &standard_effect()) {
         without_link.reads.reset(link_register);
+        without_link.may_read.reset(link_register);
         without_link.changes.reset(link_register);
         apply(f, without_link);
     } else {
         apply(f, *effect);
     }
-    return true;
+    return effect->returns;
 }
 
 bool leave_to(function_context& f, uint32_t relocation)
@@ -273,6 +280,8 @@ bool leave_to(function_context& f, uint32_t relocation)
         return stop(f, unfollowed_reason::callee);
     const value link = f.state.parts[link_register];
     apply(f, *effect);
+    if (!effect->returns)
+        return false;
     f.state.parts[link_register] = link; // the callee returns by it
     finish_way(f, true, false, link_register);
     return false;

@@ -76,6 +76,8 @@ value load(function_context& f, const frame_range& range)
             add_fact(f, flow_event::loads_below_sp);
         loaded.stale = false;
         loaded.mixed = false;
+        if (loaded.what == constant && f.state.frame.unknown_stores)
+            loaded = make_value(computed); // not certainly that constant
         if (loaded.what == absent) {
             loaded.what = f.state.frame.unknown_stores ? unknown : computed;
             loaded.missing = 0;

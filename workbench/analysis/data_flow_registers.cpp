@@ -35,6 +35,10 @@ void use(function_context& f, register_part part, uint8_t bytes, bool always_war
     const value& v = f.state.parts[part];
     if (is_initial(v) && (v.what != stack_pointer || (v.offset == 0 && v.scale == 0)))
         f.reads.set(v.what);
+    for (const register_part joined : v.may_be_initial) {
+        if (joined < part_count)
+            f.may_read.set(joined);
+    }
     const uint8_t missing = missing_of(f, v) & bytes;
     if (missing == 0)
         return;
@@ -45,7 +49,7 @@ void use(function_context& f, register_part part, uint8_t bytes, bool always_war
         const bool whole = missing == bytes;
         std::optional<branch_way> way;
         if (!is_initial(v) && !v.certain) {
-            way = find_way(f, [&f, part](const flow_state& s) {
+            way = find_way(f, [&f, part](const flow_state& s, uint32_t) {
                 const value& there = s.parts[part];
                 if (missing_of(f, there) == 0)
                     return 0;

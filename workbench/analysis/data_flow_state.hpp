@@ -57,16 +57,18 @@ struct function_context {
     std::vector<flow_block> blocks; // in reverse postorder
     bool all_given = false;
     unsigned depth = 0;
-    part_set reads = {}; // also found before the states are final, when fewer ways have joined
+    part_set reads = {};    // also found before the states are final, when fewer ways have joined
+    part_set may_read = {}; // the same where the value was joined from it
     part_set changes = {};
     part_set unset = {};
     aligned_bases aligned = {};
     unsigned way_searches = 0;
 
-    flow_state state = {};         // before or after the current instruction
-    size_t block = 0;              // the current one
-    size_t index = 0;              // of the current instruction
-    kernel_flow* result = nullptr; // null while the states are being found
+    flow_state state = {};          // before or after the current instruction
+    size_t block = 0;               // the current one
+    size_t index = 0;               // of the current instruction
+    std::optional<bool> taken = {}; // the conditional branch at the end of the block, if this is known
+    kernel_flow* result = nullptr;  // null while the states are being found
 
     bool report_loads = true; // otherwise, what was not stored is counted and marked
     unsigned absent_loads = 0;
@@ -87,6 +89,9 @@ kernel_flow follow_function(kernel_context& kernel, size_t entry, bool all_given
 /// The transfer function of the current block. Returns whether control continues after it.
 bool transfer_block(function_context& f, const flow_state& in);
 
+/// Whether control may continue at a block that follows the current one, after transfer_block.
+bool may_continue_at(const function_context& f, uint32_t next);
+
 // Facts. While the states are being found, none are recorded.
 
 flow_fact* add_fact(function_context& f, flow_event event, register_part part = 0);
@@ -97,8 +102,10 @@ bool stop(function_context& f, unfollowed_reason reason);
 
 // Ways.
 
-/// The branch by which a way begins on which a state is bad. `badness` is 0: not, 1: perhaps, 2: surely.
-std::optional<branch_way> find_way(function_context& f, const std::function<int(const flow_state&)>& badness);
+/// The branch by which a way begins on which the current state is bad. `badness` says of the state at the end
+/// of f.block, from where control continues at `next`: 0 not, 1 perhaps, 2 surely.
+std::optional<branch_way> find_way(function_context& f,
+                                   const std::function<int(const flow_state&, uint32_t next)>& badness);
 /// The branch by which a part comes to be changed, if on some ways only.
 std::optional<branch_way> way_of_change(function_context& f, register_part part);
 std::optional<branch_way> way_of_sp(function_context& f, const value& sp);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 #include <utility>
 
 namespace vorna::workbench::flow {
@@ -414,6 +415,24 @@ void compute(function_context& f, const instruction& at, register_effect effect)
     define_computed(f, at, operands, frame);
 }
 
+// Whether CBZ, CBNZ, TBZ or TBNZ branches, if its register holds a constant.
+std::optional<bool> is_taken(const function_context& f, const instruction& at)
+{
+    const std::string_view name = opcode_name(at.opcode);
+    const bool tests_bit = name.starts_with("TB");
+    if (!tests_bit && !name.starts_with("CB"))
+        return std::nullopt;
+    const operand_range operands = operands_of(f.code, at);
+    const value v = get(f, operands[0].registers[0]);
+    if (v.what != constant || v.scale != 0)
+        return std::nullopt;
+    const auto number = static_cast<uint64_t>(int64_t{v.offset});
+    const uint64_t tested = tests_bit            ? number >> operands[1].immediate & 1
+                            : name.back() == 'W' ? number & 0xffffffff
+                                                 : number;
+    return (tested == 0) == (name[2] == 'Z');
+}
+
 } // namespace
 
 void set_lane(function_context& f, const instruction& at, operand_range operands, value made)
@@ -485,6 +504,8 @@ bool transfer(function_context& f)
             return stop(f, unfollowed_reason::relocation);
         if (!successors_of(f.code, f.index).target)
             note(f, unfollowed_reason::outside);
+        else if (!f.kernel.map.any_entry)
+            f.taken = is_taken(f, at);
         return true;
     case control_flow::branch:
         if (at.relocated == word_relocation::fits)

@@ -38,6 +38,20 @@ void join_sp(value& to, const value& from, uint32_t here)
     }
 }
 
+// Keeps in a joined value which initial values it may be.
+void add_initial(value& joined, const value& from)
+{
+    std::array<register_part, 2>& known = joined.may_be_initial;
+    const auto add = [&](uint8_t part) {
+        if (part < part_count && known[0] != part && known[1] == part_count)
+            known[known[0] == part_count ? 0 : 1] = part;
+    };
+    if (is_initial(from) && from.is_initial_of(from.what))
+        add(from.what);
+    for (const register_part part : from.may_be_initial)
+        add(part);
+}
+
 } // namespace
 
 value make_value(uint8_t what, int64_t offset, int64_t scale)
@@ -67,6 +81,8 @@ bool join_value(value& to, const value& from, size_t part, bool all_given, uint3
         const uint8_t missing_from = missing_of(from, all_given);
         joined.mixed = to.mixed || from.mixed || to.is_initial_of(part) || from.is_initial_of(part);
         joined.frame = may_be_frame_address(to) || may_be_frame_address(from);
+        add_initial(joined, to);
+        add_initial(joined, from);
         if (to.what == absent || from.what == absent)
             joined.what = absent;
         else if (to.what == unknown || from.what == unknown)
@@ -80,6 +96,7 @@ bool join_value(value& to, const value& from, size_t part, bool all_given, uint3
         joined.missing = missing_to | missing_from;
         joined.certain = to.certain && from.certain && missing_to == missing_from;
     } else {
+        add_initial(joined, from);
         joined.mixed = to.mixed || from.mixed;
         joined.frame = to.frame || from.frame;
         joined.missing = to.missing | from.missing;
@@ -94,7 +111,7 @@ bool join_value(value& to, const value& from, size_t part, bool all_given, uint3
         joined.last = from.last;
     const bool changed = !joined.same_as(to) || joined.mixed != to.mixed || joined.frame != to.frame ||
                          joined.stale != to.stale || joined.missing != to.missing ||
-                         joined.certain != to.certain;
+                         joined.certain != to.certain || joined.may_be_initial != to.may_be_initial;
     to = joined;
     return changed;
 }

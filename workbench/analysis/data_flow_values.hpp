@@ -18,6 +18,7 @@
 
 #include "workbench/analysis/register_part.hpp"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -59,8 +60,10 @@ struct value {
     bool frame = false;  // may be an address in the own frame
     bool mixed = false;  // joined from the initial value of the part and another one
     bool from_frame = false;
-    bool stale = false;        // of a cell: it was below SP since it was stored
-    bool derived = false;      // computed from the initial value of a callee-saved register
+    bool stale = false;   // of a cell: it was below SP since it was stored
+    bool derived = false; // computed from the initial value of a callee-saved register
+    // Parts whose initial value it may be, the first two, if it was joined from these; otherwise part_count.
+    std::array<register_part, 2> may_be_initial = {part_count, part_count};
     uint32_t first = no_index; // the instruction since which the part does not have its initial value
     uint32_t last = no_index;  // the last that set it
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 namespace vorna::workbench::flow {
 
@@ -31,7 +32,8 @@ std::optional<branch_way> branch_before(const function_context& f, uint32_t from
 
 } // namespace
 
-std::optional<branch_way> find_way(function_context& f, const std::function<int(const flow_state&)>& badness)
+std::optional<branch_way> find_way(function_context& f,
+                                   const std::function<int(const flow_state&, uint32_t next)>& badness)
 {
     if (++f.way_searches > most_way_searches)
         return std::nullopt;
@@ -49,9 +51,9 @@ std::optional<branch_way> find_way(function_context& f, const std::function<int(
             if (!f.blocks[from].in || seen[from])
                 continue;
             f.block = from;
-            if (!transfer_block(f, *f.blocks[from].in))
+            if (!transfer_block(f, *f.blocks[from].in) || !may_continue_at(f, at))
                 continue;
-            const int bad = badness(f.state);
+            const int bad = badness(f.state, at);
             if (bad == 2) {
                 found = branch_before(f, from, at);
                 break;
@@ -72,7 +74,7 @@ std::optional<branch_way> way_of_change(function_context& f, register_part part)
 {
     if (!f.state.parts[part].mixed)
         return std::nullopt;
-    return find_way(f, [part](const flow_state& s) {
+    return find_way(f, [part](const flow_state& s, uint32_t) {
         const value& v = s.parts[part];
         if (v.is_initial_of(part))
             return 0;
@@ -84,12 +86,19 @@ std::optional<branch_way> way_of_sp(function_context& f, const value& sp)
 {
     if (sp.what != sp_differs)
         return std::nullopt;
-    const int64_t wanted = -int64_t{sp.offset};
-    return find_way(f, [wanted](const flow_state& s) {
+    const auto at_entry = [&](size_t block) -> const value& {
+        return f.blocks[block].in->parts[stack_pointer];
+    };
+    // What SP must be at the beginning of a block, to be here what it was at the kernel's entry.
+    std::vector<int64_t> wanted(f.blocks.size());
+    wanted[f.block] = int64_t{at_entry(f.block).offset} - sp.offset;
+    return find_way(f, [&](const flow_state& s, uint32_t next) {
         const value& v = s.parts[stack_pointer];
-        if (v.what == sp_differs)
+        if (v.what == sp_differs) {
+            wanted[f.block] = wanted[next] - (int64_t{v.offset} - at_entry(f.block).offset);
             return 1;
-        return v.what == stack_pointer && (v.offset != wanted || v.scale != 0) ? 2 : 0;
+        }
+        return v.what == stack_pointer && (v.offset != wanted[next] || v.scale != 0) ? 2 : 0;
     });
 }
 

@@ -492,6 +492,20 @@ TEST(CallingConvention, NeedsTheStackPointerOfTheCaller)
     });
 }
 
+TEST(CallingConvention, NamesTheBranchByWhichTheStackPointerComesToBeOff)
+{
+    const std::vector<placed_kernel> kernels =
+        kernels_of({{"cbz x0, 2f; cbz x1, 1f; str x1, [sp, #-16]!; 1: ldr x9, [sp], #16; 2: ret", ""}});
+    std::vector<std::string> messages;
+    for (const kernel_finding& finding : check_dumps(vorna::workbench::make_kernel_set(kernels))) {
+        if (name_of(finding.id) == std::string("abi-stack-pointer"))
+            messages.push_back(finding.message);
+    }
+    ASSERT_EQ(messages.size(), 1U);
+    EXPECT_EQ(messages[0], "SP is not what it was at entry at this return, by the branch at +0x4, taken; "
+                           "changed at +0x8");
+}
+
 TEST(CallingConvention, NeedsTheReturnAddressOfTheCaller)
 {
     expect_findings({
@@ -799,6 +813,66 @@ TEST(CallingConvention, OfInternalKernelsIsTheirCallers)
     const std::vector<std::string> found = findings_of(examples, options);
     for (std::size_t i = 0; i < examples.size(); ++i)
         EXPECT_EQ(found[i], examples[i].findings) << examples[i].code;
+}
+
+TEST(CallingConvention, IsNotLookedAtOnWaysThatAConstantRulesOut)
+{
+    expect_findings({
+        {"mov x1, #0; cbnz x1, 1f; ret; 1: mov x19, #1; ret", ""},
+        {"mov x1, #0; cbz x1, 1f; ret; 1: mov x19, #1; ret", "error abi-callee-saved+c"},
+        {"mov x1, #1; cbz x1, 1f; mov x19, #1; 1: ret", "error abi-callee-saved+8"},
+        {"mov x1, #1; cbnz x1, 1f; mov x19, #1; 1: ret", ""},
+        {"mov x1, #4; tbz x1, #2, 1f; ret; 1: mov x19, #1; ret", ""},
+        {"mov x1, #4; tbnz x1, #2, 1f; ret; 1: mov x19, #1; ret", "error abi-callee-saved+c"},
+        {"mov x1, #-1; tbnz x1, #63, 1f; mov x19, #1; 1: ret", ""},
+        {"eor x1, x0, x0; cbz w1, 1f; mov x19, #1; 1: ret", ""},
+        {"cbz xzr, 1f; mov x19, #1; 1: ret", ""},
+        {"mov x1, #0; cbz x0, 2f; mov x1, x2; 2: cbz x1, 1f; mov x19, #1; 1: ret",
+         "error abi-callee-saved+10"},
+        {"mov x1, #3; 2: sub x1, x1, #1; cbnz x1, 2b; mov x19, #1; ret", "error abi-callee-saved+c"},
+        {"mov x1, #0; cbz x1, 1f; 1: mov x19, #1; ret", "error abi-callee-saved+8"},
+        {"stp x30, xzr, [sp, #-16]!; add x0, sp, #8; bl f; ldp x30, x1, [sp], #16; cbz x1, 1f; "
+         "mov x19, #1; 1: ret",
+         "error abi-callee-saved+14, note unfollowed+8"},
+    });
+}
+
+TEST(CallingConvention, EndsAtCallsThatNeverReturn)
+{
+    expect_findings({
+        {"mov x9, x30; mov x19, #1; bl 1f; mov x30, x9; ret; 1: brk #1", ""},
+        {"mov x9, x30; mov x19, #1; bl 1f; mov x30, x9; ret; 1: b 1b", ""},
+        {"mov x9, x30; mov x19, #1; bl 1f; mov x30, x9; ret; 1: cbz x0, 2f; brk #1; 2: ret",
+         "error abi-callee-saved+4"},
+    });
+    analysis_options options;
+    options.is_internal = [](const std::string& name) { return name == "k0"; };
+    const std::vector<std::string> found = findings_of(
+        {{"1: b 1b", ""}, {"str x30, [sp, #-16]!; mov x19, #1; bl k0; ldr x30, [sp], #16; ret", ""}},
+        options);
+    EXPECT_EQ(found[1], "");
+}
+
+TEST(CallingConvention, OfInternalKernelsGivesWhatTheyReadOnSomeWay)
+{
+    analysis_options options;
+    options.is_internal = [](const std::string& name) { return name == "k0" || name == "k1"; };
+    const std::string call = "str x30, [sp, #-16]!; bl k0; ldr x30, [sp], #16; ret";
+    const auto found = [&](const std::string& internal, const std::string& before) {
+        return findings_of({{internal, ""},
+                            {"str x30, [sp, #-16]!; bl k0; ldr x30, [sp], #16; ret", ""},
+                            {before + "str x30, [sp, #-16]!; bl k1; ldr x30, [sp], #16; ret", ""},
+                            {before + call, ""}},
+                           options);
+    };
+    const std::string joined = "cbz x0, 1f; mov x9, x10; b 2f; 1: mov x9, x11; 2: str x9, [x1]; ret";
+    const std::string both = "warning reads-unset+4, warning reads-unset+4";
+    EXPECT_EQ(found(joined, "")[3], both);
+    EXPECT_EQ(found(joined, "")[2], both) << "through another internal kernel";
+    EXPECT_EQ(found(joined, "mov x10, #1; ")[3], "warning reads-unset+8");
+    EXPECT_EQ(found(joined, "mov x10, #1; mov x11, #1; ")[3], "");
+    EXPECT_EQ(found("cbz x0, 1f; mov x9, #1; 1: str x9, [x1]; ret", "")[3], "warning reads-unset+4");
+    EXPECT_EQ(found("cbz x0, 1f; mov x9, #1; 1: mov x9, #2; str x9, [x1]; ret", "")[3], "");
 }
 
 TEST(CallingConvention, CoversScalableRegistersIfAKernelTakesThem)
