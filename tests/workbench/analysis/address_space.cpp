@@ -150,6 +150,18 @@ TEST(AddressSpaces, DropTheSamplesOfSharedMemoryThatOneProcessReplaces)
     EXPECT_EQ(counts(spaces), pair(0, 0));
 }
 
+TEST(AddressSpaces, DropTheSamplesOfKernelsThatAForkReplaces)
+{
+    address_spaces spaces(two_mappings());
+    spaces.map(kernels_at(5, 0x10000));
+    spaces.map(kernels_at(5, 0x30000));
+    spaces.add_sample(sample_at(5, 0x10000), 0);
+    spaces.add_sample(sample_at(5, 0x30000), 0);
+    spaces.fork({6, 5});
+    spaces.map({6, 0x10000, 0x11000, false, true, false}); // a file
+    EXPECT_EQ(counts(spaces), pair(1, 0));
+}
+
 TEST(AddressSpaces, BoundTheCostOfMappings)
 {
     std::vector<placed_kernel> kernels;

@@ -183,6 +183,12 @@ TEST(KnownAddresses, AreThoseThatHoldOnAllPaths)
     EXPECT_EQ(known({"adr x3, #0", "cbz x0, #8", "adr x3, #0", "ldr d0, [x3, #8]"},
                     {{".rodata.k", 0, adr, 0}, {"other", 8, adr, 0}}),
               "");
+    const auto of_two_pages = [](std::int32_t addend) {
+        return known({"adrp x3, #0", "cbz x0, #8", "adrp x3, #0", "add x5, x3, #0", "ldr d0, [x5]"},
+                     {{".rodata.k", 0, page, 8}, {".rodata.k", 8, page, addend}, {".rodata.k", 12, lo12, 8}});
+    };
+    EXPECT_EQ(of_two_pages(8), "16: 8, 8\n");
+    EXPECT_EQ(of_two_pages(4096), "");
     EXPECT_EQ(known({"adr x3, #0", "ldr d0, [x3]", "add x3, x3, #8", "cbnz x0, #-8", "ldr d0, [x3]"}, relocs),
               "")
         << "moves in the loop, and is unknown after it";

@@ -7,8 +7,9 @@
 // what callees change, and what a signal handler writes below the stack pointer after each instruction.
 // A kernel runs wrong if its results differ between the two, or if it breaks a rule of the standard.
 //
-// A changed word may do anything, and of such kernels a few that run wrong may be without a finding: one in a
-// hundred is tolerated, which the test prints.
+// A changed word may leave unset what a callee takes, which the analysis does not know: of 200,000 kernels
+// one ran wrong so without a finding. One in a thousand wrong ones with a changed word, and two, are
+// tolerated.
 //
 // WFTA_KERNELS is the number of kernels, WFTA_TEST_SEED repeats a run, WFTA_KERNEL prints one kernel.
 
@@ -428,7 +429,7 @@ TEST(RandomConventions, AreBrokenWhereTheyAreSaidToBe)
     std::printf("\n");
     if (only != nullptr)
         return;
-    EXPECT_LE(silent_words.size(), wrong_words / 100 + 2);
+    EXPECT_LE(silent_words.size(), wrong_words / 1000 + 2);
     EXPECT_LE(lost, count / 100);
     EXPECT_GT(all.wrong, count / 4);
     EXPECT_GT(all.made, count * 9 / 10);
