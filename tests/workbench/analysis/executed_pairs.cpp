@@ -733,6 +733,7 @@ constexpr std::size_t arena_size = 0x100000;
 constexpr std::size_t text_at = 0x1000;
 constexpr std::size_t data_at = 0x20000;
 constexpr std::size_t callees_at = 0x30000; // f, g
+constexpr std::size_t return_at = 0x38124;  // the caller
 constexpr std::size_t buffers_at = 0x40000; // three of 4096 bytes, each pointed into at its 1024th
 constexpr std::size_t stack_at = 0x44000;
 constexpr std::size_t stack_end = 0x48000;
@@ -1011,14 +1012,15 @@ public:
         for (unsigned i = 0; i < 32; ++i)
             cpu_.write_v(i, start.vector[i]);
         cpu_.write_flags(start.flags);
-        cpu_.write_x(30, 0); // ends the simulation
+        cpu_.write_x(30, address(return_at));
         cpu_.write_pc(address(text_at));
         run_result result;
         const std::uint64_t begin = address(text_at);
         const std::uint64_t end = begin + text.size();
         for (int left = 20000;; --left) {
             const std::uint64_t pc = cpu_.pc();
-            if (pc == 0)
+            // With another SP it is a call of the caller, which a changed word may make.
+            if (pc == address(return_at) && cpu_.sp() == start.general[31])
                 break;
             if (pc == address(callees_at) || pc == address(callees_at + 0x100)) {
                 callee(result, pc != address(callees_at), clobbers_with_temporaries);
