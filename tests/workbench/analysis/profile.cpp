@@ -354,6 +354,10 @@ TEST(Profile, SaturatesPeriodsThatOverflow)
                                          sample(5, "10000", 5) + sample(9, "10000", 5)),
               "3/18446744073709551615 = 2/18446744073709551615 + 0/0 + 1/0; a 2/18446744073709551615 (+0 "
               "2/18446744073709551615)");
+    EXPECT_EQ(summary(one_mapping(), whole + sample(5, "10000", std::numeric_limits<std::uint64_t>::max()) +
+                                         sample(5, "10060", 5)),
+              "2/18446744073709551615 = 1/18446744073709551615 + 1/5 + 0/0; a 1/18446744073709551615 (+0 "
+              "1/18446744073709551615)");
 }
 
 TEST(Profile, IsOfAnotherRunIfNoProcessMapsTheKernels)
