@@ -82,9 +82,9 @@ const frame_cell* find_cell(const stack_frame& frame, const frame_range& range);
 
 struct loaded_bytes {
     value held;
-    bool all = true;        // were stored on every way
-    bool some = false;      // were stored on every way
-    bool sometimes = false; // some were stored on some way
+    bool all = true;        // all bytes were stored on every way
+    bool some = false;      // some bytes were stored on every way
+    bool sometimes = false; // some bytes were stored on some ways
 };
 
 /// Loads a range that is not a cell's, 8 bytes or fewer, or a scalable number.
