@@ -9,7 +9,8 @@
 //
 // A changed word may leave unset what a callee takes, which the analysis does not know: of 200,000 kernels
 // one ran wrong so without a finding. One in a thousand wrong ones with a changed word, and two, are
-// tolerated.
+// tolerated. It may also write to a register the value that is there: an addition of zero, in one of 120,000
+// kernels. One such error in ten thousand, and one, are tolerated.
 //
 // WFTA_KERNELS is the number of kernels, WFTA_TEST_SEED repeats a run, WFTA_KERNEL prints one kernel.
 
@@ -371,6 +372,7 @@ TEST(RandomConventions, AreBrokenWhereTheyAreSaidToBe)
     std::size_t lost = 0;
     std::size_t wrong_words = 0;
     std::vector<std::size_t> silent_words;
+    std::vector<std::size_t> unconfirmed_words;
     unsigned printed = 0;
     for (std::size_t i = first; i < count; ++i) {
         const record& kernel = records[i];
@@ -404,9 +406,11 @@ TEST(RandomConventions, AreBrokenWhereTheyAreSaidToBe)
         const bool any_word = kernel.wanted >= flaw::word_removed;
         if (kernel.silent && any_word)
             silent_words.push_back(i);
+        if (kernel.unconfirmed && any_word)
+            unconfirmed_words.push_back(i);
         wrong_words += kernel.wrong && any_word ? 1 : 0;
         EXPECT_FALSE(kernel.silent && !any_word) << "runs wrong, and nothing is said about it: " << which;
-        EXPECT_FALSE(kernel.unconfirmed) << "no execution shows an error: " << which;
+        EXPECT_FALSE(kernel.unconfirmed && !any_word) << "no execution shows an error: " << which;
         EXPECT_FALSE(right && kernel.wrong) << "the generator made a wrong kernel: " << which;
         EXPECT_FALSE(right && (kernel.error || kernel.warning))
             << "a finding about a right kernel: " << which;
@@ -422,14 +426,18 @@ TEST(RandomConventions, AreBrokenWhereTheyAreSaidToBe)
     std::printf("%zu errors, shown by execution %zu, not reached %zu; %zu "
                 "kernels ended the process\n",
                 errors, confirmed, not_reached, lost);
-    std::printf("of %zu wrong ones with a changed word, %zu have no finding", wrong_words,
-                silent_words.size());
-    for (std::size_t i = 0; i < silent_words.size(); ++i)
-        std::printf("%s%zu", i == 0 ? ": " : ", ", silent_words[i]);
-    std::printf("\n");
+    const auto print_words = [&](const char* what, const std::vector<std::size_t>& kernels) {
+        std::printf("of %zu wrong ones with a changed word, %zu %s", wrong_words, kernels.size(), what);
+        for (std::size_t i = 0; i < kernels.size(); ++i)
+            std::printf("%s%zu", i == 0 ? ": " : ", ", kernels[i]);
+        std::printf("\n");
+    };
+    print_words("have no finding", silent_words);
+    print_words("have an error that no execution shows", unconfirmed_words);
     if (only != nullptr)
         return;
     EXPECT_LE(silent_words.size(), wrong_words / 1000 + 2);
+    EXPECT_LE(unconfirmed_words.size(), errors / 10000 + 1);
     EXPECT_LE(lost, count / 100);
     EXPECT_GT(all.wrong, count / 4);
     EXPECT_GT(all.made, count * 9 / 10);
