@@ -14,13 +14,19 @@ namespace vorna::workbench {
 
 static const char* const triple = "aarch64-linux-gnu";
 
+#if LLVM_VERSION_MAJOR < 22
+using triple_argument = std::string;
+#else
+using triple_argument = llvm::Triple;
+#endif
+
 static const llvm::Target& find_target()
 {
     LLVMInitializeAArch64TargetInfo();
     LLVMInitializeAArch64TargetMC();
     LLVMInitializeAArch64Disassembler();
     std::string error;
-    const llvm::Target* const target = llvm::TargetRegistry::lookupTarget(triple, error);
+    const llvm::Target* const target = llvm::TargetRegistry::lookupTarget(triple_argument(triple), error);
     if (target == nullptr)
         throw std::runtime_error("LLVM has no disassembler for AArch64");
     return *target;
@@ -34,7 +40,8 @@ const llvm::Target& the_target()
 
 std::unique_ptr<llvm::MCSubtargetInfo> make_subtarget(const std::string& processor)
 {
-    return std::unique_ptr<llvm::MCSubtargetInfo>(the_target().createMCSubtargetInfo(triple, processor, ""));
+    return std::unique_ptr<llvm::MCSubtargetInfo>(
+        the_target().createMCSubtargetInfo(triple_argument(triple), processor, ""));
 }
 
 std::unique_ptr<const llvm::MCDisassembler> make_disassembler(const llvm::MCSubtargetInfo& subtarget,
@@ -77,9 +84,9 @@ const llvm_aarch64& the_llvm()
     static const llvm_aarch64& made = []() -> const llvm_aarch64& {
         static llvm_aarch64 llvm;
         const llvm::Target& target = the_target();
-        llvm.registers.reset(target.createMCRegInfo(triple));
+        llvm.registers.reset(target.createMCRegInfo(triple_argument(triple)));
         llvm.opcodes.reset(target.createMCInstrInfo());
-        llvm.subtarget.reset(target.createMCSubtargetInfo(triple, "", "+all"));
+        llvm.subtarget.reset(target.createMCSubtargetInfo(triple_argument(triple), "", "+all"));
         llvm.context = llvm.make_context();
         return llvm;
     }();

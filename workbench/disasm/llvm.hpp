@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <llvm/Config/llvm-config.h>
 #include <llvm/MC/MCAsmInfo.h>
 #include <llvm/MC/MCContext.h>
 #include <llvm/MC/MCDisassembler/MCDisassembler.h>
@@ -25,9 +26,14 @@ public:
     any_name_assembly()
     {
         CommentString = "//";
+#if LLVM_VERSION_MAJOR < 21 // later ones have no parentheses
         UseParensForDollarSignNames = false;
+#endif
     }
-    [[nodiscard]] bool isValidUnquotedName(llvm::StringRef) const override { return true; }
+    [[nodiscard]] bool isValidUnquotedName(llvm::StringRef) const override
+    {
+        return true;
+    }
 };
 
 /// Armv9 with all extensions that LLVM knows.
