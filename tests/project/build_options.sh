@@ -99,7 +99,7 @@ case " \$* " in *" mca "*) exit 1 ;; esac
 exec $llvm_config "\$@"
 EOF2
 chmod +x "$work/llvm-config"
-configure "$root" -D LLVM_CONFIG="$work/llvm-config" -D VORNA_WFTA_TESTS=OFF -D VORNA_WFTA_EXAMPLES=OFF ||
+configure "$root" -D LLVM_CONFIG="$work/llvm-config" -D VORNA_WFTA_EXAMPLES=OFF ||
     fail "without libLLVMMCA: $(cat "$work/error")"
 grep -q '^-- The workbench is built without cost, since LLVM [0-9.]* has no usable libLLVMMCA$' "$work/output" ||
     fail "without libLLVMMCA: $(cat "$work/output")"
@@ -107,3 +107,6 @@ targets=$(ninja -C "$work/build" -t targets all)
 grep -q '^vorna-kernels:' <<<"$targets" || fail "without libLLVMMCA: no workbench"
 grep -q 'vorna_workbench.dir/disasm/no_pipeline_model\.cpp\.o:' <<<"$targets" || fail "without libLLVMMCA: no substitute"
 ! grep -q '/pipeline_[a-z]*\.cpp\.o:' <<<"$targets" || fail "without libLLVMMCA: has what includes its headers"
+cases=$(sed -n 's/^add_test(.*\[cli\.\([a-z_]*\)\].*/\1/p' "$work/build/tests/workbench/CTestTestfile.cmake")
+grep -qx show <<<"$cases" || fail "without libLLVMMCA: no cases of the commands"
+! grep -qE '^cost|_cycles$' <<<"$cases" || fail "without libLLVMMCA: has cases of cost"
