@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 namespace vorna::workbench {
 

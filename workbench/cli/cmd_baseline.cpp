@@ -15,6 +15,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <map>
 #include <memory>
 #include <set>
