@@ -25,7 +25,6 @@ using support::explain;
 using support::explained_abort;
 using vorna::wfta::kernel_data;
 using vorna::wfta::kernel_registry_map;
-using vorna::workbench::abort_log;
 using vorna::workbench::dumps_of_process;
 
 // Starting a child is about ten times slower with sanitizers.
