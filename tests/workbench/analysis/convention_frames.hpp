@@ -10,9 +10,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <elf.h>
+#include <iterator>
 #include <random>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace random_conventions {
@@ -290,7 +292,11 @@ protected:
         if (style_ == frame_style::pushed) {
             const std::int64_t local_bytes = 16 * static_cast<std::int64_t>((locals + 1) / 2);
             // Pairs are of one kind.
-            std::stable_partition(saves_.begin(), saves_.end(), [](const save& s) { return !s.vector; });
+            const auto is_general = [](const save& s) { return !s.vector; };
+            std::vector<save> ordered;
+            std::copy_if(saves_.begin(), saves_.end(), std::back_inserter(ordered), is_general);
+            std::remove_copy_if(saves_.begin(), saves_.end(), std::back_inserter(ordered), is_general);
+            saves_ = std::move(ordered);
             std::vector<std::size_t> first;
             for (std::size_t i = 0; i < saves_.size();) {
                 first.push_back(i);
