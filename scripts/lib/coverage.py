@@ -4,7 +4,7 @@
     coverage.py EXPORT.json ROOT --exceptions=PAGE FILE|FOLDER...   one row a source, and all that is missing
 
 With --exceptions, fails if something is missing that the page does not name, or if it names what is not missing. An
-exception is a row of four cells, of which the first is a source in back quotes: source, code, what is missing, why.
+exception is a row of four cells, the first a source in back quotes: source, code, what is missing, why.
 
 A template counts as one piece of code, whatever its instantiations execute together; a macro as one piece at each place
 where it is used."""

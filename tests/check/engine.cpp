@@ -24,7 +24,7 @@ checked_kernel placed(const kernel_data& kernel, std::uint64_t address)
     return {&kernel.name, &kernel.text, &kernel.data, &kernel.relocs, address, address + 0x800, ""};
 }
 
-/// The findings of kernels that are 4 KiB apart, of which all other names are at the given place.
+/// The findings of kernels that are 4 KiB apart. All other names are at the given place.
 template <typename Kernels>
 std::vector<kernel_finding> check_at(std::uint64_t address, const Kernels& kernels,
                                      const relocation_target& target, const kernel_registry_map& others = {})

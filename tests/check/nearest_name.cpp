@@ -37,7 +37,7 @@ TEST(NearestName, DiffersInAtMostAThirdOfItsCharacters)
     EXPECT_EQ(nearest({"abcdefg"}, "abcd"), "abcdefg") << "rounded up";
     EXPECT_EQ(nearest({"abcdefgh"}, "abcd"), "");
     EXPECT_EQ(nearest({"a"}, "b"), "") << "nothing in common";
-    EXPECT_EQ(nearest({"ab"}, "ba"), "") << "distance 2, of which 1 is allowed";
+    EXPECT_EQ(nearest({"ab"}, "ba"), "") << "distance 2, and 1 is allowed";
     EXPECT_EQ(nearest({""}, ""), "");
     EXPECT_EQ(nearest({"kitten!"}, "sitting"), "kitten!") << "distance 3";
 }

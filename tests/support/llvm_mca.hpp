@@ -35,7 +35,8 @@ inline std::vector<std::string> lines_of(const std::string& text)
     return lines;
 }
 
-/// What llvm-mca says of these blocks. With blocks that it refuses to read, there is no output.
+/// What llvm-mca says of some blocks. If it refuses to read any, there is no output, and `refused` has their
+/// indices.
 struct llvm_mca_run {
     std::vector<std::vector<std::string>> regions;
     std::set<std::size_t> refused;

@@ -427,12 +427,13 @@ TEST(RandomConventions, AreBrokenWhereTheyAreSaidToBe)
                 "kernels ended the process\n",
                 errors, confirmed, not_reached, lost);
     const auto print_words = [&](const char* what, const std::vector<std::size_t>& kernels) {
-        std::printf("of %zu wrong ones with a changed word, %zu %s", wrong_words, kernels.size(), what);
+        std::printf("of the kernels with a changed word, %zu %s", kernels.size(), what);
         for (std::size_t i = 0; i < kernels.size(); ++i)
             std::printf("%s%zu", i == 0 ? ": " : ", ", kernels[i]);
         std::printf("\n");
     };
-    print_words("have no finding", silent_words);
+    std::printf("of the kernels with a changed word, %zu run wrong\n", wrong_words);
+    print_words("run wrong without a finding", silent_words);
     print_words("have an error that no execution shows", unconfirmed_words);
     if (only != nullptr)
         return;
